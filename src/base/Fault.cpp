@@ -1,0 +1,94 @@
+#include "base/Fault.h"
+
+#include <cerrno>
+#include <cstring>
+
+namespace ostrel {
+
+namespace {
+
+QString sentence(Fault fault, const QString &detail)
+{
+    switch (fault) {
+    case Fault::Cancelled:
+        return QStringLiteral("The operation was cancelled.");
+    case Fault::BadUrl:
+        return QStringLiteral("The address \"%1\" is not a valid URL.").arg(detail);
+    case Fault::BadServerResponse:
+        return QStringLiteral("The server gave an answer that could not be used.");
+    case Fault::ConnectionRefused:
+        return QStringLiteral("Could not connect to the server.");
+    case Fault::ConnectionClosed:
+        return QStringLiteral("The server closed the connection before it had answered.");
+    case Fault::TimedOut:
+        return QStringLiteral("The server took too long to answer.");
+    case Fault::PortTaken:
+        return QStringLiteral("Port %1 is in use by another program").arg(detail);
+    case Fault::NetworkFailed:
+        return QStringLiteral("The connection to the server failed: %1").arg(detail);
+    case Fault::UndecodableAnswer:
+        return QStringLiteral("The server's answer could not be read: %1").arg(detail);
+    case Fault::NoSuchProgram:
+        return QStringLiteral("The program \"%1\" was not found. Install it, or add its folder to PATH.").arg(detail);
+    case Fault::NoSuchFile:
+        return QStringLiteral("\"%1\" does not exist.").arg(detail);
+    case Fault::PermissionDenied:
+        return QStringLiteral("There is no permission to use \"%1\".").arg(detail);
+    case Fault::DiskFull:
+        return QStringLiteral("The disk that holds \"%1\" is full.").arg(detail);
+    case Fault::ReadOnlyFileSystem:
+        return QStringLiteral("\"%1\" lies on a file system that can only be read.").arg(detail);
+    case Fault::IsDirectory:
+        return QStringLiteral("\"%1\" is a folder; a file was expected there.").arg(detail);
+    case Fault::FileFailed:
+        return QStringLiteral("A file could not be used: %1").arg(detail);
+    case Fault::NoXDisplay:
+        return QStringLiteral("No X display can be reached (%1). Start this in a graphical session, or set DISPLAY to "
+                              "a display that you may use.")
+            .arg(detail);
+    case Fault::ProgramFailedToStart:
+        return QStringLiteral("A program could not be started: %1").arg(detail);
+    }
+    return {};
+}
+
+} // namespace
+
+QString faultDomain()
+{
+    return QStringLiteral("TamskOstrel.Fault");
+}
+
+Error faultError(Fault fault, const QString &detail)
+{
+    return {.domain = faultDomain(), .code = int(fault), .localizedDescription = sentence(fault, detail)};
+}
+
+bool isFault(const Error &error, Fault fault)
+{
+    return error.code == int(fault) && error.domain == faultDomain();
+}
+
+Error fileError(int errorNumber, const QString &path)
+{
+    switch (errorNumber) {
+    case ENOENT:
+    case ENOTDIR:
+        return faultError(Fault::NoSuchFile, path);
+    case EACCES:
+    case EPERM:
+        return faultError(Fault::PermissionDenied, path);
+    case ENOSPC:
+    case EDQUOT:
+        return faultError(Fault::DiskFull, path);
+    case EROFS:
+        return faultError(Fault::ReadOnlyFileSystem, path);
+    case EISDIR:
+        return faultError(Fault::IsDirectory, path);
+    default:
+        return faultError(Fault::FileFailed,
+                          QStringLiteral("%1 (%2)").arg(path, QString::fromLocal8Bit(std::strerror(errorNumber))));
+    }
+}
+
+} // namespace ostrel

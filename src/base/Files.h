@@ -1,0 +1,26 @@
+#pragma once
+
+#include "base/Error.h"
+
+#include <QByteArray>
+#include <QString>
+
+namespace ostrel {
+
+/// The whole content of a regular file. A folder, a missing or an unreadable file is an error. Any thread; blocks.
+Result<QByteArray> readFile(const QString &path);
+
+/// Replaces a file: temporary file beside it, flushed to the disk, then renamed, so that a reader and a crash see
+/// the old bytes or the new ones. Missing parent folders are made, for the user alone. The file is readable by the
+/// user alone. Any thread; blocks.
+Result<> writeFileAtomically(const QString &path, const QByteArray &bytes);
+
+/// Gives a file that can't be understood a second name, "<path>.damaged" or with a number, so that replacing it
+/// destroys nothing. Any thread; blocks.
+/// @return the second name
+Result<QString> keepDamagedFile(const QString &path);
+
+/// A regular file that this user may execute.
+bool isExecutableFile(const QString &path);
+
+} // namespace ostrel

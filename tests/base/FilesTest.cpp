@@ -1,0 +1,115 @@
+#include "base/Files.h"
+
+#include "base/Fault.h"
+#include "support/Printers.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace ostrel;
+
+namespace {
+
+class Files : public testing::Test
+{
+protected:
+    QString path(const char *name) const { return m_folder.filePath(QString::fromLatin1(name)); }
+    QStringList names() const
+    {
+        return QDir(m_folder.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+    }
+
+    QTemporaryDir m_folder;
+};
+
+TEST_F(Files, write_newFile_isPrivateAndComplete)
+{
+    const QByteArray bytes(1'000'000, 'x');
+    ASSERT_TRUE(writeFileAtomically(path("new/file"), bytes).has_value());
+    EXPECT_EQ(readFile(path("new/file")).value(), bytes);
+    struct stat info = {};
+    ASSERT_EQ(::stat(qPrintable(path("new/file")), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600U);
+    EXPECT_EQ(names(), QStringList({QStringLiteral("new")})) << "no temporary file stays";
+}
+
+TEST_F(Files, write_existingFile_isReplacedWhole)
+{
+    ASSERT_TRUE(writeFileAtomically(path("file"), "a longer text").has_value());
+    ASSERT_TRUE(writeFileAtomically(path("file"), "short").has_value());
+    EXPECT_EQ(readFile(path("file")).value(), QByteArray("short"));
+}
+
+TEST_F(Files, write_throughALink_keepsTheLink)
+{
+    ASSERT_TRUE(writeFileAtomically(path("target"), "old").has_value());
+    ASSERT_EQ(::symlink(qPrintable(path("target")), qPrintable(path("link"))), 0);
+    ASSERT_TRUE(writeFileAtomically(path("link"), "new").has_value());
+    EXPECT_EQ(readFile(path("target")).value(), QByteArray("new"));
+    EXPECT_TRUE(QFileInfo(path("link")).isSymLink());
+}
+
+TEST_F(Files, write_folderInItsPlace_failsAndLeavesIt)
+{
+    ASSERT_TRUE(QDir().mkpath(path("file")));
+    const auto written = writeFileAtomically(path("file"), "x");
+    ASSERT_FALSE(written.has_value());
+    EXPECT_TRUE(isFault(written.error(), Fault::IsDirectory));
+    EXPECT_EQ(names(), QStringList({QStringLiteral("file")}));
+}
+
+TEST_F(Files, write_fileInPlaceOfTheFolder_fails)
+{
+    ASSERT_TRUE(writeFileAtomically(path("folder"), "x").has_value());
+    EXPECT_FALSE(writeFileAtomically(path("folder/file"), "x").has_value());
+    EXPECT_EQ(readFile(path("folder")).value(), QByteArray("x"));
+}
+
+TEST_F(Files, write_thatCannotFinish_keepsTheOldFileAndLeavesNoOther)
+{
+    ASSERT_TRUE(writeFileAtomically(path("file"), "old").has_value());
+    // A limit on the size of files stands in for the full disk: the write fails half way in the same manner.
+    rlimit before = {};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+    const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit small{.rlim_cur = 4096, .rlim_max = before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    const auto written = writeFileAtomically(path("file"), QByteArray(100'000, 'x'));
+    ::setrlimit(RLIMIT_FSIZE, &before);
+    std::signal(SIGXFSZ, previousHandler);
+
+    EXPECT_FALSE(written.has_value());
+    EXPECT_EQ(readFile(path("file")).value(), QByteArray("old"));
+    EXPECT_EQ(names(), QStringList({QStringLiteral("file")}));
+}
+
+TEST_F(Files, read_missingOrFolder_isAnErrorThatNamesIt)
+{
+    const auto missing = readFile(path("missing"));
+    ASSERT_FALSE(missing.has_value());
+    EXPECT_TRUE(isFault(missing.error(), Fault::NoSuchFile));
+    EXPECT_TRUE(missing.error().localizedDescription.contains(path("missing")));
+    const auto folder = readFile(m_folder.path());
+    ASSERT_FALSE(folder.has_value());
+    EXPECT_TRUE(isFault(folder.error(), Fault::IsDirectory));
+}
+
+TEST_F(Files, isExecutableFile_onlyRegularFilesWithTheRight)
+{
+    ASSERT_TRUE(writeFileAtomically(path("file"), "#!/bin/sh\n").has_value());
+    EXPECT_FALSE(isExecutableFile(path("file")));
+    ASSERT_EQ(::chmod(qPrintable(path("file")), 0700), 0);
+    EXPECT_TRUE(isExecutableFile(path("file")));
+    EXPECT_FALSE(isExecutableFile(m_folder.path())) << "a folder has the bit too";
+    EXPECT_FALSE(isExecutableFile(path("missing")));
+}
+
+} // namespace

@@ -1,0 +1,265 @@
+#include "support/VirtualDesktop.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <csignal>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace ostrel {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+/// Marks every process of one desktop: programs that the bus started by itself are found by it.
+const QString marker = QStringLiteral("OSTREL_TEST_DESKTOP");
+
+QByteArray environmentOf(const QString &pid)
+{
+    QFile file(QStringLiteral("/proc/%1/environ").arg(pid));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QString monitorGeometry(const QRect &pixels)
+{
+    // The size in millimetres at 96 dots an inch.
+    const auto millimetres = [](int dots) { return dots * 254 / 960; };
+    return QStringLiteral("%1/%2x%3/%4+%5+%6")
+        .arg(pixels.width())
+        .arg(millimetres(pixels.width()))
+        .arg(pixels.height())
+        .arg(millimetres(pixels.height()))
+        .arg(pixels.x())
+        .arg(pixels.y());
+}
+
+} // namespace
+
+VirtualDesktop::VirtualDesktop(const Options &options) : m_options(options)
+{
+    makeFolders();
+    startServer({});
+    put(QStringLiteral("DISPLAY"), QString::fromLatin1(m_display));
+    if (options.sessionBus)
+        startBus();
+    if (options.windowManager)
+        startWindowManager();
+}
+
+VirtualDesktop::~VirtualDesktop()
+{
+    while (!m_programs.empty())
+        m_programs.pop_back();
+    m_windowManager.reset();
+    m_bus.reset();
+    m_server.reset();
+    endStragglers();
+    for (const auto &[variable, value] : m_outerEnvironment) {
+        if (value)
+            qputenv(variable.constData(), *value);
+        else
+            qunsetenv(variable.constData());
+    }
+}
+
+void VirtualDesktop::makeFolders()
+{
+    if (!m_directory.isValid())
+        failTest(QStringLiteral("No temporary folder could be made: %1").arg(m_directory.errorString()));
+    for (const char *name : {"home", "config", "data", "cache", "run"})
+        QDir(m_directory.path()).mkdir(QLatin1String(name));
+    ::chmod(QFile::encodeName(path(QStringLiteral("run"))).constData(), S_IRWXU);
+
+    put(QStringLiteral("PATH"), qEnvironmentVariable("PATH"));
+    put(QStringLiteral("LC_ALL"), QStringLiteral("C.UTF-8"));
+    put(QStringLiteral("HOME"), path(QStringLiteral("home")));
+    put(QStringLiteral("XDG_CONFIG_HOME"), path(QStringLiteral("config")));
+    put(QStringLiteral("XDG_DATA_HOME"), path(QStringLiteral("data")));
+    put(QStringLiteral("XDG_CACHE_HOME"), path(QStringLiteral("cache")));
+    put(QStringLiteral("XDG_RUNTIME_DIR"), path(QStringLiteral("run")));
+    // Libraries start a bus of their own where none is named.
+    put(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), QStringLiteral("disabled:"));
+    put(QStringLiteral("GSETTINGS_BACKEND"), QStringLiteral("memory"));
+    put(marker, m_directory.path());
+}
+
+void VirtualDesktop::put(const QString &variable, const QString &value)
+{
+    m_environment.insert(variable, value);
+}
+
+void VirtualDesktop::startServer(const QStringList &displayArguments)
+{
+    const QString screen =
+        QStringLiteral("%1x%2x%3").arg(m_options.size.width()).arg(m_options.size.height()).arg(m_options.depth);
+    // Without -noreset monitors vanish with the last client. The server itself finds a free display number: one that
+    // somebody took in between would send our programs to a stranger's screen.
+    const QStringList arguments{
+        QStringLiteral("-displayfd"), QStringLiteral("1"),   QStringLiteral("-screen"), QStringLiteral("0"), screen,
+        QStringLiteral("-nolisten"),  QStringLiteral("tcp"), QStringLiteral("-noreset")};
+    m_server = launch(QStringLiteral("Xvfb"), displayArguments + arguments);
+    m_display = ':' + m_server->readLine(20s);
+}
+
+void VirtualDesktop::startBus()
+{
+    const QString address = QStringLiteral("unix:path=%1").arg(path(QStringLiteral("run/bus")));
+    put(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), address);
+    m_bus = launch(QStringLiteral("dbus-daemon"),
+                   {QStringLiteral("--session"), QStringLiteral("--nofork"), QStringLiteral("--nopidfile"),
+                    QStringLiteral("--address=%1").arg(address), QStringLiteral("--print-address=1")});
+    m_bus->readLine(10s);
+}
+
+void VirtualDesktop::startWindowManager()
+{
+    m_windowManager = launch(QStringLiteral("openbox"), {QStringLiteral("--sm-disable")});
+    waitUntil(QStringLiteral("the window manager"), 10s, [this] {
+        const auto answer = tryRun(QStringLiteral("xprop"), {QStringLiteral("-root"), QStringLiteral("-notype"),
+                                                             QStringLiteral("_NET_SUPPORTED")});
+        return answer && answer->contains("_NET_ACTIVE_WINDOW");
+    });
+}
+
+void VirtualDesktop::restartServer()
+{
+    m_programs.clear();
+    m_windowManager.reset();
+    m_server.reset();
+    startServer({QString::fromLatin1(m_display)});
+    if (m_options.windowManager)
+        startWindowManager();
+}
+
+void VirtualDesktop::enter()
+{
+    for (const char *variable : {"DISPLAY", "XDG_RUNTIME_DIR", "DBUS_SESSION_BUS_ADDRESS", "GSETTINGS_BACKEND"}) {
+        const QByteArray name(variable);
+        m_outerEnvironment.try_emplace(name, qEnvironmentVariableIsSet(variable) ? std::optional(qgetenv(variable))
+                                                                                 : std::nullopt);
+        qputenv(variable, m_environment.value(QLatin1String(variable)).toLocal8Bit());
+    }
+}
+
+void VirtualDesktop::setMonitors(const QList<Monitor> &monitors)
+{
+    for (const QString &name : std::exchange(m_monitorNames, {}))
+        run(QStringLiteral("xrandr"), {QStringLiteral("--delmonitor"), name});
+    for (const Monitor &monitor : monitors) {
+        run(QStringLiteral("xrandr"),
+            {QStringLiteral("--setmonitor"), (monitor.primary ? QStringLiteral("*") : QString()) + monitor.name,
+             monitorGeometry(monitor.pixels),
+             monitor.hasConnector ? QStringLiteral("screen") : QStringLiteral("none")});
+        m_monitorNames.append(monitor.name);
+    }
+}
+
+TestProcess &VirtualDesktop::start(const QString &program, const QStringList &arguments)
+{
+    m_programs.push_back(launch(program, arguments));
+    return *m_programs.back();
+}
+
+VirtualDesktop::Window VirtualDesktop::startTerminal(const QString &title, const QString &geometry)
+{
+    start(QStringLiteral("xterm"), {QStringLiteral("-T"), title, QStringLiteral("-geometry"), geometry,
+                                    QStringLiteral("-e"), QStringLiteral("cat")});
+    return waitForWindow(title);
+}
+
+VirtualDesktop::Window VirtualDesktop::startEditor(const QString &fileName)
+{
+    const QString file = path(QStringLiteral("home/") + fileName);
+    if (QFile created(file); !created.open(QIODevice::WriteOnly))
+        failTest(QStringLiteral("\"%1\" could not be made").arg(file));
+    start(QStringLiteral("mousepad"), {file});
+    return waitForWindow(QStringLiteral("~/%1 - Mousepad").arg(fileName));
+}
+
+QByteArray VirtualDesktop::run(const QString &program, const QStringList &arguments)
+{
+    const auto output = tryRun(program, arguments);
+    if (!output)
+        failTest(QStringLiteral("\"%1 %2\" failed").arg(program, arguments.join(QLatin1Char(' '))));
+    return *output;
+}
+
+std::optional<QByteArray> VirtualDesktop::tryRun(const QString &program, const QStringList &arguments)
+{
+    const auto process = launch(program, arguments);
+    if (process->waitForExit(10s) != 0)
+        return std::nullopt;
+    return process->readAllOutput();
+}
+
+VirtualDesktop::Window VirtualDesktop::waitForWindow(const QString &title)
+{
+    Window found = 0;
+    const QString pattern = QStringLiteral("^%1$").arg(QRegularExpression::escape(title));
+    waitUntil(QStringLiteral("a window with the title \"%1\"").arg(title), 20s, [&] {
+        const auto windows =
+            tryRun(QStringLiteral("xdotool"),
+                   {QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"), pattern});
+        if (windows)
+            found = windows->trimmed().split('\n').last().toUInt();
+        return found != 0;
+    });
+    return found;
+}
+
+void VirtualDesktop::activate(Window window)
+{
+    const QString id = QString::number(window);
+    run(QStringLiteral("xdotool"), {QStringLiteral("windowactivate"), id});
+    waitUntil(QStringLiteral("window %1 to be active").arg(id), 10s, [&] {
+        const auto active = tryRun(QStringLiteral("xdotool"), {QStringLiteral("getactivewindow")});
+        return active && active->trimmed() == id.toLatin1();
+    });
+}
+
+void VirtualDesktop::type(const QString &text)
+{
+    run(QStringLiteral("xdotool"), {QStringLiteral("type"), QStringLiteral("--"), text});
+}
+
+void VirtualDesktop::moveMouse(QPoint pixels)
+{
+    run(QStringLiteral("xdotool"),
+        {QStringLiteral("mousemove"), QString::number(pixels.x()), QString::number(pixels.y())});
+}
+
+std::unique_ptr<TestProcess> VirtualDesktop::launch(const QString &program, const QStringList &arguments)
+{
+    return std::make_unique<TestProcess>(TestProcess::Command{
+        .program = program,
+        .arguments = arguments,
+        .environment = m_environment,
+        .logFile = path(QStringLiteral("%1.log").arg(program)),
+    });
+}
+
+void VirtualDesktop::endStragglers() const
+{
+    const QByteArray mark = QStringLiteral("%1=%2").arg(marker, m_directory.path()).toUtf8() + '\0';
+    for (const int signal : {SIGTERM, SIGKILL}) {
+        const auto endAll = [&] {
+            bool anyLeft = false;
+            for (const QString &pid : QDir(QStringLiteral("/proc")).entryList({QStringLiteral("[1-9]*")}, QDir::Dirs)) {
+                if (pid.toLongLong() == ::getpid() || !environmentOf(pid).contains(mark))
+                    continue;
+                ::kill(pid_t(pid.toLongLong()), signal);
+                anyLeft = true;
+            }
+            return !anyLeft;
+        };
+        for (int attempt = 0; attempt < 100; ++attempt) {
+            if (endAll())
+                return;
+            ::usleep(10'000);
+        }
+    }
+}
+
+} // namespace ostrel
