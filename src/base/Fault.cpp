@@ -46,6 +46,16 @@ QString sentence(Fault fault, const QString &detail)
         return QStringLiteral("No X display can be reached (%1). Start this in a graphical session, or set DISPLAY to "
                               "a display that you may use.")
             .arg(detail);
+    case Fault::ScreenFormatUnsupported:
+        return QStringLiteral("The screen's colours come in a form that cannot be recorded (%1). Run the X server with "
+                              "a colour depth of 24.")
+            .arg(detail);
+    case Fault::DisplayGone:
+        return QStringLiteral("The display \"%1\" is not connected any more.").arg(detail);
+    case Fault::DisplayResized:
+        return QStringLiteral("The display \"%1\" has changed its size.").arg(detail);
+    case Fault::PictureRefused:
+        return QStringLiteral("The X server refused a picture of the screen (%1).").arg(detail);
     case Fault::ProgramFailedToStart:
         return QStringLiteral("A program could not be started: %1").arg(detail);
     }

@@ -25,6 +25,10 @@ enum class Fault {
     IsDirectory,
     FileFailed,
     NoXDisplay,
+    ScreenFormatUnsupported,
+    DisplayGone,
+    DisplayResized,
+    PictureRefused,
     ProgramFailedToStart,
 };
 

@@ -1,6 +1,8 @@
 #pragma once
 
+#ifndef Q_MOC_RUN // moc 6.4 can't parse <concepts>, which comes with it
 #include <coroutine>
+#endif
 #include <functional>
 #include <memory>
 #include <optional>

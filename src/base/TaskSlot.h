@@ -3,10 +3,10 @@
 #include "base/Log.h"
 #include "base/Task.h"
 
-#include <concepts>
 #include <exception>
 #include <memory>
 #include <stop_token>
+#include <type_traits>
 #include <utility>
 
 namespace ostrel {
@@ -14,9 +14,7 @@ namespace ostrel {
 /// What a slot or a scope starts: a callable that makes a task. The callable, captures included, lives until the
 /// task has ended, so a lambda coroutine may use its captures throughout.
 template <class F>
-concept TaskMaker = requires(F make, std::stop_token stop) {
-    { make(stop) } -> std::same_as<Task<>>;
-};
+concept TaskMaker = std::is_same_v<std::invoke_result_t<F, std::stop_token>, Task<>>;
 
 /// Holds at most one task. Starting another one replaces it: the old one is cancelled first. So does destruction.
 /// Cancelling from inside the task itself only asks it to end. Make it the last member of its owner. Main thread.

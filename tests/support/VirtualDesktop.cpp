@@ -2,6 +2,8 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QRegularExpression>
 
 #include <csignal>
 #include <sys/stat.h>
@@ -99,7 +101,7 @@ void VirtualDesktop::startServer(const QStringList &displayArguments)
     const QStringList arguments{
         QStringLiteral("-displayfd"), QStringLiteral("1"),   QStringLiteral("-screen"), QStringLiteral("0"), screen,
         QStringLiteral("-nolisten"),  QStringLiteral("tcp"), QStringLiteral("-noreset")};
-    m_server = launch(QStringLiteral("Xvfb"), displayArguments + arguments);
+    m_server = launch(QStringLiteral("Xvfb"), displayArguments + arguments + m_options.serverArguments);
     m_display = ':' + m_server->readLine(20s);
 }
 
@@ -115,12 +117,13 @@ void VirtualDesktop::startBus()
 
 void VirtualDesktop::startWindowManager()
 {
-    m_windowManager = launch(QStringLiteral("openbox"), {QStringLiteral("--sm-disable")});
-    waitUntil(QStringLiteral("the window manager"), 10s, [this] {
-        const auto answer = tryRun(QStringLiteral("xprop"), {QStringLiteral("-root"), QStringLiteral("-notype"),
-                                                             QStringLiteral("_NET_SUPPORTED")});
-        return answer && answer->contains("_NET_ACTIVE_WINDOW");
-    });
+    // Its properties are there before it answers: a program that starts in between waits five seconds for the place of
+    // its window. Its start-up command runs when it is ready.
+    const QString ready = path(QStringLiteral("window-manager-is-ready"));
+    QFile::remove(ready);
+    m_windowManager = launch(QStringLiteral("openbox"), {QStringLiteral("--sm-disable"), QStringLiteral("--startup"),
+                                                         QStringLiteral("touch ") + ready});
+    waitUntil(QStringLiteral("the window manager"), 10s, [&ready] { return QFile::exists(ready); });
 }
 
 void VirtualDesktop::restartServer()
@@ -131,6 +134,12 @@ void VirtualDesktop::restartServer()
     startServer({QString::fromLatin1(m_display)});
     if (m_options.windowManager)
         startWindowManager();
+}
+
+void VirtualDesktop::restartBus()
+{
+    m_bus.reset();
+    startBus();
 }
 
 void VirtualDesktop::enter()
@@ -175,7 +184,23 @@ VirtualDesktop::Window VirtualDesktop::startEditor(const QString &fileName)
     if (QFile created(file); !created.open(QIODevice::WriteOnly))
         failTest(QStringLiteral("\"%1\" could not be made").arg(file));
     start(QStringLiteral("mousepad"), {file});
-    return waitForWindow(QStringLiteral("~/%1 - Mousepad").arg(fileName));
+    // The path in front of the name is shown in full or with a tilde, depending on the user.
+    return waitForMatch(QStringLiteral("%1 - Mousepad$").arg(QRegularExpression::escape(fileName)));
+}
+
+TestProcess &VirtualDesktop::startAccessibility()
+{
+    TestProcess &launcher =
+        start(QStringLiteral("/usr/libexec/at-spi-bus-launcher"), {QStringLiteral("--launch-immediately")});
+    waitUntil(QStringLiteral("the accessibility bus"), 10s, [this] {
+        const auto answer =
+            tryRun(QStringLiteral("dbus-send"),
+                   {QStringLiteral("--session"), QStringLiteral("--dest=org.freedesktop.DBus"),
+                    QStringLiteral("--print-reply"), QStringLiteral("/org/freedesktop/DBus"),
+                    QStringLiteral("org.freedesktop.DBus.NameHasOwner"), QStringLiteral("string:org.a11y.Bus")});
+        return answer && answer->contains("boolean true");
+    });
+    return launcher;
 }
 
 QByteArray VirtualDesktop::run(const QString &program, const QStringList &arguments)
@@ -196,12 +221,16 @@ std::optional<QByteArray> VirtualDesktop::tryRun(const QString &program, const Q
 
 VirtualDesktop::Window VirtualDesktop::waitForWindow(const QString &title)
 {
+    return waitForMatch(QStringLiteral("^%1$").arg(QRegularExpression::escape(title)));
+}
+
+VirtualDesktop::Window VirtualDesktop::waitForMatch(const QString &titlePattern)
+{
     Window found = 0;
-    const QString pattern = QStringLiteral("^%1$").arg(QRegularExpression::escape(title));
-    waitUntil(QStringLiteral("a window with the title \"%1\"").arg(title), 20s, [&] {
+    waitUntil(QStringLiteral("a window with the title \"%1\"").arg(titlePattern), 20s, [&] {
         const auto windows =
             tryRun(QStringLiteral("xdotool"),
-                   {QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"), pattern});
+                   {QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"), titlePattern});
         if (windows)
             found = windows->trimmed().split('\n').last().toUInt();
         return found != 0;
@@ -236,7 +265,7 @@ std::unique_ptr<TestProcess> VirtualDesktop::launch(const QString &program, cons
         .program = program,
         .arguments = arguments,
         .environment = m_environment,
-        .logFile = path(QStringLiteral("%1.log").arg(program)),
+        .logFile = path(QFileInfo(program).fileName() + QStringLiteral(".log")),
     });
 }
 

@@ -29,6 +29,7 @@ public:
         int depth = 24;
         bool windowManager = false;
         bool sessionBus = true;
+        QStringList serverArguments = {};
     };
 
     struct Monitor {
@@ -59,6 +60,8 @@ public:
     Window startTerminal(const QString &title, const QString &geometry = QStringLiteral("60x10+40+60"));
     /// A text editor with a file of that name. Returns when its window is there.
     Window startEditor(const QString &fileName);
+    /// The accessibility bus's launcher, the real one, with its switch off.
+    TestProcess &startAccessibility();
     /// Runs a short program to its end; ends the test when it fails. @return its standard output
     QByteArray run(const QString &program, const QStringList &arguments);
 
@@ -75,8 +78,11 @@ public:
     TestProcess &windowManager() { return *m_windowManager; }
     /// Ends the X server and everything on it, and starts a new one on the same display.
     void restartServer();
+    /// The same for the session bus.
+    void restartBus();
 
 private:
+    Window waitForMatch(const QString &titlePattern);
     void makeFolders();
     void startServer(const QStringList &displayArguments);
     void startBus();

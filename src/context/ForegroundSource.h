@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QPointF>
+#include <QRectF>
+#include <QString>
+#include <optional>
+
+namespace ostrel {
+
+struct ForegroundApplication {
+    std::optional<QString> localizedName;
+    std::optional<QString> bundleIdentifier; ///< the desktop-file id without ".desktop"
+    qint32 processIdentifier = 0;            ///< 0 where the window system doesn't tell
+};
+
+struct FocusedWindow {
+    std::optional<QString> title;
+    std::optional<QRectF> frame; ///< with its decorations, desktop coordinates
+};
+
+/// What the window system knows of the front-most application. Every call reads afresh and may block for a round trip;
+/// all calls come from one worker thread at a time. What can't be found out is absent, never an error.
+class ForegroundSource
+{
+public:
+    virtual ~ForegroundSource() = default;
+
+    virtual std::optional<ForegroundApplication> frontmostApplication() = 0;
+    /// The focused window of the application that `frontmostApplication` named last, so that a change of window between
+    /// the two calls never gives one application another's title.
+    virtual std::optional<FocusedWindow> focusedWindow() = 0;
+    /// Desktop coordinates: origin at the main display's top-left corner, y downwards.
+    virtual std::optional<QPointF> mouseLocation() = 0;
+};
+
+} // namespace ostrel

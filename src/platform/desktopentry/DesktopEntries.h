@@ -1,0 +1,54 @@
+#pragma once
+
+#include "context/ForegroundSource.h"
+
+#include <QHash>
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+namespace ostrel {
+
+/// The installed applications, as their .desktop files describe them. Read at the first question and again whenever an
+/// application folder has changed; otherwise a question costs a few file system calls. One thread at a time.
+class DesktopEntries
+{
+public:
+    /// @param folders application folders, those that win first
+    explicit DesktopEntries(QStringList folders);
+
+    /// The folders of the running session: "applications" in XDG_DATA_HOME, then in XDG_DATA_DIRS.
+    static QStringList sessionFolders();
+
+    /// The application of a window with this class (X11: the class part of WM_CLASS; Wayland: the app id): its name in
+    /// the user's language and its bundle identifier. Where no entry claims the class, it is itself the name, and
+    /// there is no identifier. The process identifier is left 0.
+    ForegroundApplication applicationFor(const QString &windowClass);
+
+private:
+    struct Entry {
+        QString id;
+        QString name;
+        QString startupWmClass;
+        bool visible = false;
+    };
+    struct Folder {
+        QString path;
+        qint64 changedNs = 0; ///< 0 where it does not exist
+    };
+
+    bool isFresh() const;
+    void read();
+    void readFolder(const QString &root, const QString &folder, QHash<QString, Entry> &entries, QStringList &order);
+    void makeIndex(const QHash<QString, Entry> &entries, const QStringList &order);
+    const Entry *find(const QString &windowClass) const;
+
+    QStringList m_roots;
+    QList<Folder> m_folders; ///< all that were read or missed, subfolders too
+    bool m_isSettled = false;
+    QHash<QString, Entry> m_byClass;         ///< by StartupWMClass, case-folded
+    QHash<QString, Entry> m_byId;            ///< as written
+    QHash<QString, Entry> m_byLastComponent; ///< of a reverse-DNS id, case-folded
+};
+
+} // namespace ostrel

@@ -1,0 +1,79 @@
+#include "platform/x11/foreground/X11ForegroundSource.h"
+
+#include "platform/x11/base/X11Connection.h"
+#include "platform/x11/base/X11Monitors.h"
+#include "platform/x11/foreground/X11WindowFacts.h"
+
+#include <utility>
+
+namespace ostrel {
+
+X11ForegroundSource::X11ForegroundSource(QByteArray display, ApplicationLookup lookup)
+    : m_display(std::move(display)), m_lookup(std::move(lookup))
+{}
+
+X11ForegroundSource::~X11ForegroundSource() = default;
+
+std::optional<ForegroundApplication> X11ForegroundSource::frontmostApplication()
+{
+    m_window.reset();
+    X11Connection *server = connection();
+    if (!server)
+        return std::nullopt;
+    m_window = readActiveWindow(*server);
+    if (!m_window)
+        return std::nullopt;
+    const X11WindowOwner owner = readWindowOwner(*server, *m_window);
+    ForegroundApplication application = m_lookup(owner.windowClass);
+    application.processIdentifier = owner.pid;
+    return application;
+}
+
+std::optional<FocusedWindow> X11ForegroundSource::focusedWindow()
+{
+    X11Connection *server = connection();
+    if (!server || !m_window)
+        return std::nullopt;
+    const X11WindowLook look = readWindowLook(*server, *m_window);
+    FocusedWindow window;
+    window.title = look.title;
+    if (look.frame)
+        window.frame = QRectF(*look.frame);
+    return window;
+}
+
+std::optional<QPointF> X11ForegroundSource::mouseLocation()
+{
+    X11Connection *server = connection();
+    if (!server)
+        return std::nullopt;
+    const auto request = xcb_query_pointer(server->get(), server->root());
+    X11OriginRequest origin(*server);
+    const auto pointer = server->reply<xcb_query_pointer_reply>(request);
+    const QPoint corner = origin.collect();
+    // On another screen of the same server the coordinates mean another space.
+    if (!pointer || !pointer->same_screen)
+        return std::nullopt;
+    return QPointF(QPoint(pointer->root_x, pointer->root_y) - corner);
+}
+
+X11Connection *X11ForegroundSource::connection()
+{
+    // Reading what came unasked is also what finds out that the server has gone.
+    if (m_connection)
+        m_connection->discardEvents();
+    if (m_connection && m_connection->isBroken()) {
+        m_connection.reset();
+        m_window.reset();
+    }
+    if (!m_connection) {
+        auto opened = X11Connection::open(m_display);
+        if (!opened)
+            return nullptr;
+        m_connection = std::move(*opened);
+        internWindowAtoms(*m_connection);
+    }
+    return m_connection.get();
+}
+
+} // namespace ostrel

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <QByteArray>
+#include <QRect>
+#include <QString>
+#include <QtGlobal>
+
+#include <optional>
+#include <xcb/xcb.h>
+
+namespace ostrel {
+
+class X11Connection;
+
+/// One property of a window: asked for at construction, collected once.
+class X11PropertyRequest
+{
+public:
+    struct Value {
+        xcb_atom_t type = XCB_ATOM_NONE;
+        int format = 0;   ///< bits of an item: 8, 16 or 32
+        QByteArray bytes; ///< items of 32 bits in this machine's byte order
+
+        /// The item as an unsigned number; absent where there are fewer or where they have another size.
+        std::optional<quint32> cardinal(qsizetype index) const;
+    };
+
+    /// At most 64 KiB of it: a title can be of any length.
+    X11PropertyRequest(X11Connection &connection, xcb_window_t window, xcb_atom_t property);
+    std::optional<Value> collect();
+
+private:
+    X11Connection &m_connection;
+    xcb_get_property_cookie_t m_cookie;
+};
+
+/// The window that the window manager says is active; absent where none is, or nobody says.
+std::optional<xcb_window_t> readActiveWindow(X11Connection &connection);
+
+/// Who a window belongs to.
+struct X11WindowOwner {
+    QString windowClass; ///< the class part of WM_CLASS; empty where there is none
+    qint32 pid = 0;      ///< 0 where it runs on another machine or the window doesn't say
+};
+X11WindowOwner readWindowOwner(X11Connection &connection, xcb_window_t window);
+
+/// What a window shows and where.
+struct X11WindowLook {
+    std::optional<QString> title;
+    /// With the window manager's decorations, without the shadow that a program draws itself; X screen pixels from the
+    /// main monitor's corner.
+    std::optional<QRect> frame;
+};
+X11WindowLook readWindowLook(X11Connection &connection, xcb_window_t window);
+
+/// The atoms that the functions above need, in one round trip.
+void internWindowAtoms(X11Connection &connection);
+
+} // namespace ostrel
