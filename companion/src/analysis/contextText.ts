@@ -1,0 +1,44 @@
+import { plainLine } from "../journal/bulletText.ts";
+
+/** The facts of one context text, each made fit for a journal line; absent facts are undefined. */
+export interface ContextFacts {
+  readonly app: string | undefined;
+  readonly website: string | undefined;
+  readonly page: string | undefined;
+  readonly window: string | undefined;
+}
+
+const HEADING = "Active context:";
+const FACT = /^- (App|Website|Page|Window): (.*)$/;
+
+/**
+ * Reads the context text that the application attaches to a frame. Without the heading the text is
+ * an application's name. Undefined when there is no fact in it at all. The focused control is not
+ * read: it says where the keyboard points, not what was done.
+ */
+export function parseContextText(text: string | undefined): ContextFacts | undefined {
+  const trimmed = text?.trim() ?? "";
+  if (!trimmed.startsWith(HEADING)) {
+    const app = plainLine(trimmed);
+    return app === "" ? undefined : { app, website: undefined, page: undefined, window: undefined };
+  }
+  const facts = new Map<string, string>();
+  for (const line of trimmed.split("\n")) {
+    const match = FACT.exec(line);
+    const label = match?.[1];
+    const value = plainLine(match?.[2] ?? "");
+    // The first of each counts: the application writes none twice, so a second is not its own.
+    if (label !== undefined && value !== "" && !facts.has(label)) {
+      facts.set(label, value);
+    }
+  }
+  if (facts.size === 0) {
+    return undefined;
+  }
+  return {
+    app: facts.get("App"),
+    website: facts.get("Website"),
+    page: facts.get("Page"),
+    window: facts.get("Window"),
+  };
+}

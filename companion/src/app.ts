@@ -1,0 +1,143 @@
+import type { IncomingMessage, RequestListener, ServerResponse } from "node:http";
+import { describeFailure, isDiskFull } from "./base/failure.ts";
+import { bodyPieces, readJson } from "./http/body.ts";
+import { RequestError } from "./http/errors.ts";
+import { Guard } from "./http/guards.ts";
+import { JsonError } from "./json/tokenizer.ts";
+import { writeJson } from "./json/writer.ts";
+import { NotRecording, type Observer, ShuttingDown } from "./observer/observer.ts";
+import { ObserverSettings, StartRequest } from "./wire/records.ts";
+import { InvalidRecord, parseRecord } from "./wire/schema.ts";
+
+export interface AppDependencies {
+  readonly observer: Pick<
+    Observer,
+    "status" | "start" | "stop" | "receiveFrames" | "replaceSettings"
+  >;
+  readonly token: string;
+  /** The port that requests have to name as their host's. */
+  port(): number;
+  /** How long a body may take to arrive. */
+  readonly bodyDeadlineMs: number;
+  /** An error that nobody foresaw. */
+  onUnexpected(error: unknown): void;
+}
+
+/** Answers with the record that becomes the body. */
+type Handler = (request: IncomingMessage) => Promise<unknown> | unknown;
+type Routes = ReadonlyMap<string, ReadonlyMap<string, Handler>>;
+
+/** How long the rest of a refused body may go on arriving before the connection is cut. */
+const lingerMs = 2_000;
+
+/** The loopback API as a request listener; everything that it touches is in its dependencies. */
+export function createApp(dependencies: AppDependencies): RequestListener {
+  const guard = new Guard(dependencies.token);
+  const routes = createRoutes(dependencies);
+  return (request, response) => {
+    const answer = async () => {
+      guard.check(request, dependencies.port());
+      return findHandler(routes, request)(request);
+    };
+    answer().then(
+      (record) => send(request, response, 200, record),
+      (error: unknown) => {
+        const refusal = asRequestError(error, dependencies);
+        send(request, response, refusal.status, refusal.body);
+      },
+    );
+  };
+}
+
+function createRoutes({ observer, bodyDeadlineMs }: AppDependencies): Routes {
+  const json = (request: IncomingMessage) => readJson(request, bodyDeadlineMs);
+  const later: Handler = () => {
+    throw new RequestError("notImplemented", "This version of the observer has no archive.");
+  };
+  const route = (method: string, handler: Handler) => new Map([[method, handler]]);
+  return new Map([
+    ["/api/status", route("GET", () => observer.status())],
+    [
+      "/api/start",
+      route("POST", async (request) => {
+        parseRecord(StartRequest, await json(request));
+        return observer.start();
+      }),
+    ],
+    ["/api/stop", route("POST", () => observer.stop())],
+    [
+      "/api/frames",
+      route("POST", (request) => observer.receiveFrames(bodyPieces(request, bodyDeadlineMs))),
+    ],
+    [
+      "/api/settings",
+      route("PUT", async (request) =>
+        observer.replaceSettings(parseRecord(ObserverSettings, await json(request))),
+      ),
+    ],
+    ["/api/archive/status", route("GET", later)],
+    ["/api/archive/prepare", route("POST", later)],
+    ["/api/archive/enable", route("POST", later)],
+    ["/api/archive/disable", route("POST", later)],
+    ["/api/archive/recover", route("POST", later)],
+    ["/api/archive/export/estimate", route("POST", later)],
+    ["/api/archive/export", route("POST", later)],
+    ["/api/archive/export/status", route("GET", later)],
+    ["/api/archive/export/cancel", route("POST", later)],
+  ]);
+}
+
+function findHandler(routes: Routes, request: IncomingMessage): Handler {
+  const [path = ""] = (request.url ?? "").split("?", 1);
+  const methods = routes.get(path);
+  if (methods === undefined) throw new RequestError("unknownRoute", "There is no such endpoint.");
+  const handler = methods.get(request.method ?? "");
+  if (handler === undefined) {
+    const allowed = [...methods.keys()].join(", ");
+    throw new RequestError("methodNotAllowed", `This endpoint takes only ${allowed}.`);
+  }
+  return handler;
+}
+
+function asRequestError(error: unknown, { onUnexpected }: AppDependencies): RequestError {
+  if (error instanceof RequestError) return error;
+  if (error instanceof JsonError) {
+    return new RequestError("invalidJson", `The body is not JSON: ${error.message}.`);
+  }
+  if (error instanceof InvalidRecord) {
+    return new RequestError("invalidRecord", error.message, error.path);
+  }
+  if (error instanceof NotRecording) return new RequestError("notRecording", error.message);
+  if (error instanceof ShuttingDown) return new RequestError("shuttingDown", error.message);
+  if (isDiskFull(error)) {
+    return new RequestError("diskFull", `${describeFailure("Nothing was kept", error)}.`);
+  }
+  onUnexpected(error);
+  return new RequestError("internal", "The observer failed to do this.");
+}
+
+function send(
+  request: IncomingMessage,
+  response: ServerResponse,
+  status: number,
+  record: unknown,
+): void {
+  const body = Buffer.from(writeJson(record));
+  response.statusCode = status;
+  response.setHeader("Content-Type", "application/json");
+  response.setHeader("Content-Length", body.length);
+  response.setHeader("Cache-Control", "no-store");
+  if (!request.complete) dropRest(request, response);
+  response.end(body);
+}
+
+/**
+ * The body of a refused request is still arriving. Closing at once would reset the connection and
+ * take the answer with it, so the rest is read and thrown away for a while.
+ */
+function dropRest(request: IncomingMessage, response: ServerResponse): void {
+  response.setHeader("Connection", "close");
+  request.resume();
+  const cut = setTimeout(() => request.destroy(), lingerMs);
+  request.once("close", () => clearTimeout(cut));
+}

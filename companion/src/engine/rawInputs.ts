@@ -1,0 +1,33 @@
+import { join } from "node:path";
+import { errorCode } from "../base/failure.ts";
+import type { Disk } from "../spool/disk.ts";
+import type { SpoolLayout } from "../spool/layout.ts";
+import { type Chunk, pictureName } from "../spool/records.ts";
+
+/**
+ * Keeps what an analyser was shown of a chunk: `<directory>/<chunk id>/` with each picture and,
+ * under the same name ending in .txt, the context text of its frame. May be repeated.
+ */
+export async function saveRawInputs(
+  disk: Disk,
+  layout: SpoolLayout,
+  directory: string,
+  chunk: Chunk,
+): Promise<void> {
+  if (chunk.frames.length === 0) return;
+  const folder = join(directory, String(chunk.id));
+  await disk.makeFolder(folder);
+  for (const frame of chunk.frames) {
+    const name = pictureName(frame);
+    if (frame.text !== undefined) {
+      await disk.replaceFile(join(folder, `${frame.batch}-${frame.frame}.txt`), frame.text);
+    }
+    if (frame.pictureBytes === 0) continue;
+    try {
+      await disk.copy(join(layout.chunk(chunk.id), name), join(folder, name));
+    } catch (error) {
+      // The quota may have taken the picture.
+      if (errorCode(error) !== "ENOENT") throw error;
+    }
+  }
+}

@@ -1,0 +1,125 @@
+import { constants } from "node:fs";
+import * as fs from "node:fs/promises";
+import { dirname } from "node:path";
+import { errorCode } from "../base/failure.ts";
+import { makeFolder } from "../base/makeFolder.ts";
+
+/** One day's file, open for reading and appending. */
+export interface JournalFile {
+  /** Whether opening made it. */
+  readonly created: boolean;
+  read(): Promise<Buffer>;
+  /** One write at the file's end, wherever that is by then; answers how many bytes it took. */
+  append(bytes: Buffer): Promise<number>;
+  size(): Promise<number>;
+  truncate(size: number): Promise<void>;
+  /** Makes the contents durable. */
+  sync(): Promise<void>;
+  /** Whether this is the file that now stands at the path: editors save by replacing it. */
+  standsAt(path: string): Promise<boolean>;
+  close(): Promise<void>;
+}
+
+/** The file operations of which the journal is made. Errors of the system are passed on as they are. */
+export interface JournalFiles {
+  /** Makes the folder and its parents durably, for this user's eyes only; one that exists stays as it is. */
+  makeFolder(path: string): Promise<void>;
+  /** Opens the file, or makes it, for this user's eyes only. */
+  open(path: string): Promise<JournalFile>;
+  remove(path: string): Promise<void>;
+  syncFolder(path: string): Promise<void>;
+}
+
+// Without blocking, because opening a named pipe would wait for somebody at its other end.
+const OPEN = constants.O_RDWR | constants.O_APPEND | constants.O_NONBLOCK;
+const CREATE = OPEN | constants.O_CREAT | constants.O_EXCL;
+
+async function openOrCreate(path: string): Promise<{ handle: fs.FileHandle; created: boolean }> {
+  try {
+    return { handle: await fs.open(path, OPEN), created: false };
+  } catch (error) {
+    if (errorCode(error) !== "ENOENT") throw error;
+  }
+  try {
+    return { handle: await fs.open(path, CREATE, 0o600), created: true };
+  } catch (error) {
+    // Somebody else made it in between.
+    if (errorCode(error) !== "EEXIST") throw error;
+    return { handle: await fs.open(path, OPEN), created: false };
+  }
+}
+
+class RealJournalFile implements JournalFile {
+  readonly created: boolean;
+  readonly #handle: fs.FileHandle;
+
+  constructor(handle: fs.FileHandle, created: boolean) {
+    this.#handle = handle;
+    this.created = created;
+  }
+
+  read(): Promise<Buffer> {
+    return this.#handle.readFile();
+  }
+
+  async append(bytes: Buffer): Promise<number> {
+    return (await this.#handle.write(bytes)).bytesWritten;
+  }
+
+  async size(): Promise<number> {
+    return (await this.#handle.stat()).size;
+  }
+
+  truncate(size: number): Promise<void> {
+    return this.#handle.truncate(size);
+  }
+
+  sync(): Promise<void> {
+    return this.#handle.sync();
+  }
+
+  async standsAt(path: string): Promise<boolean> {
+    const own = await this.#handle.stat({ bigint: true });
+    try {
+      const there = await fs.stat(path, { bigint: true });
+      return there.ino === own.ino && there.dev === own.dev;
+    } catch (error) {
+      if (errorCode(error) === "ENOENT") return false;
+      throw error;
+    }
+  }
+
+  close(): Promise<void> {
+    return this.#handle.close();
+  }
+}
+
+async function syncFolder(path: string): Promise<void> {
+  const folder = await fs.open(path, constants.O_RDONLY | constants.O_DIRECTORY);
+  try {
+    await folder.sync();
+  } finally {
+    await folder.close();
+  }
+}
+
+export const realJournalFiles: JournalFiles = {
+  async makeFolder(path) {
+    const firstMade = await makeFolder(path);
+    if (firstMade === undefined) return;
+    // A new name is durable once the folder that holds it is.
+    const top = dirname(firstMade);
+    for (let folder = dirname(path); folder.length >= top.length; folder = dirname(folder)) {
+      await syncFolder(folder);
+      if (folder === dirname(folder)) return;
+    }
+  },
+  async open(path) {
+    const { handle, created } = await openOrCreate(path);
+    if ((await handle.stat()).isFile()) return new RealJournalFile(handle, created);
+    await handle.close();
+    throw new Error(`Not a regular file: ${path}`);
+  },
+  remove: (path) => fs.unlink(path),
+  syncFolder,
+};

@@ -1,0 +1,88 @@
+import type { Session, SpooledFrame } from "./records.ts";
+import type { Spool } from "./spool.ts";
+
+const greatestGapMs = 60_000;
+/** Whatever the settings say, a chunk has to fit into memory and into a model's request. */
+const greatestChunkMs = 3_600_000;
+
+/** Whether a chunk that runs from `first` to `last` closes before `next`. */
+function closesBefore(
+  first: SpooledFrame,
+  last: SpooledFrame,
+  next: SpooledFrame,
+  chunkSizeMs: number,
+): boolean {
+  const gapMs = next.receivedAtMs - last.receivedAtMs;
+  const lengthMs = next.receivedAtMs - first.receivedAtMs;
+  return gapMs < 0 || gapMs > greatestGapMs || lengthMs >= chunkSizeMs;
+}
+
+/** The frames of one session that are in no chunk yet, and the rule by which chunks close. */
+export class Chunker {
+  readonly session: Session;
+  readonly #spool: Spool;
+  #frames: SpooledFrame[] = [];
+  #closedCount = 0;
+  #lastFrameAtMs: number | undefined;
+
+  constructor(spool: Spool, session: Session) {
+    this.#spool = spool;
+    this.session = session;
+  }
+
+  /** How many chunks of the session are closed: the index of the one that is open. */
+  get closedCount(): number {
+    return this.#closedCount;
+  }
+
+  get hasFrames(): boolean {
+    return this.#frames.length > 0;
+  }
+
+  get lastFrameAtMs(): number | undefined {
+    return this.#lastFrameAtMs;
+  }
+
+  /** Adds committed frames in their order of arrival. */
+  add(frames: readonly SpooledFrame[]): void {
+    this.#frames.push(...frames);
+    this.#lastFrameAtMs = frames.at(-1)?.receivedAtMs ?? this.#lastFrameAtMs;
+  }
+
+  /** Closes every chunk that is complete. What fails stays open and is tried again next time. */
+  async closeComplete(chunkSizeMs: number | bigint): Promise<void> {
+    const sizeMs = Math.min(Number(chunkSizeMs), greatestChunkMs);
+    for (let end = this.#firstEnd(sizeMs); end > 0; end = this.#firstEnd(sizeMs)) {
+      await this.#close(end, undefined);
+    }
+    await this.#spool.finishClosing();
+  }
+
+  /** Closes what is open, however short. */
+  async closeOpen(): Promise<void> {
+    if (this.#frames.length > 0) await this.#close(this.#frames.length, undefined);
+    await this.#spool.finishClosing();
+  }
+
+  /** Closes the session's last chunk, which bears the stop even when it has no frame. */
+  async finish(stoppedAtMs: number): Promise<void> {
+    await this.#close(this.#frames.length, stoppedAtMs);
+    await this.#spool.finishClosing();
+  }
+
+  #firstEnd(chunkSizeMs: number): number {
+    const [first] = this.#frames;
+    if (first === undefined) return 0;
+    for (let index = 1; index < this.#frames.length; index += 1) {
+      const [last, next] = [this.#frames[index - 1], this.#frames[index]];
+      if (last && next && closesBefore(first, last, next, chunkSizeMs)) return index;
+    }
+    return 0;
+  }
+
+  async #close(frameCount: number, stoppedAtMs: number | undefined): Promise<void> {
+    await this.#spool.closeChunk(this.session, this.#frames.slice(0, frameCount), stoppedAtMs);
+    this.#frames = this.#frames.slice(frameCount);
+    this.#closedCount += 1;
+  }
+}

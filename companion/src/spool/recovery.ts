@@ -1,0 +1,253 @@
+import { join } from "node:path";
+import { errorCode } from "../base/failure.ts";
+import { parseJson } from "../json/value.ts";
+import { parseRecord } from "../wire/schema.ts";
+import { Chunker } from "./chunker.ts";
+import type { Disk } from "./disk.ts";
+import { chunkFileName, folderIds, frameListName, type SpoolLayout, unfinished } from "./layout.ts";
+import { PictureStore } from "./pictureStore.ts";
+import {
+  BatchHeader,
+  Chunk,
+  type Cursor,
+  isAfter,
+  pictureName,
+  QueueState,
+  type Session,
+  SpooledFrame,
+} from "./records.ts";
+import { discard, moveIntoPending, Spool, setAside } from "./spool.ts";
+
+/** Frames of one session that were accepted and are in no chunk. */
+interface LooseRun {
+  readonly session: Session;
+  readonly frames: SpooledFrame[];
+}
+
+/** What is worth remembering of a waiting chunk; there may be days of them. */
+type ChunkSummary = Pick<QueueState, "through" | "sessionId" | "sessionEnded" | "lastFrameAtMs"> & {
+  readonly id: number;
+};
+
+/** What a start found, besides the spool that works on. */
+export interface Recovery {
+  readonly spool: Spool;
+  /** Sentences about what could not be read and was put aside. */
+  readonly complaints: readonly string[];
+  /** What no kill may leave behind, and still has to be put right. */
+  readonly leftovers: Leftovers;
+}
+
+/** Opens the spool and brings to its end what a kill has left half done. */
+export async function recover(disk: Disk, layout: SpoolLayout, nowMs: number): Promise<Recovery> {
+  return new RecoveryRun(disk, layout, nowMs).run();
+}
+
+/** Frames without a chunk and a session without an end: a new session has to wait for both. */
+export class Leftovers {
+  readonly #spool: Spool;
+  readonly #chunkers: Chunker[];
+  readonly #last: Omit<ChunkSummary, "id"> | undefined;
+
+  constructor(spool: Spool, runs: readonly LooseRun[], last: Omit<ChunkSummary, "id"> | undefined) {
+    this.#spool = spool;
+    this.#last = last;
+    this.#chunkers = runs.map(({ session, frames }) => {
+      const chunker = new Chunker(spool, session);
+      chunker.add(frames);
+      return chunker;
+    });
+  }
+
+  /**
+   * Makes chunks of the frames. A session that a kill has ended ends with its last frame; `open` is
+   * the one that was running, if any. After a failure it may be called again.
+   */
+  async putRight(open: Session | undefined, chunkSizeMs: number | bigint): Promise<void> {
+    const isLoose = this.#chunkers.some((chunker) => chunker.session.id === open?.id);
+    if (open !== undefined && !isLoose) await this.#endSession(open);
+    for (let chunker = this.#chunkers[0]; chunker; chunker = this.#chunkers[0]) {
+      await chunker.closeComplete(chunkSizeMs);
+      await chunker.finish(chunker.lastFrameAtMs ?? chunker.session.startedAtMs);
+      this.#chunkers.shift();
+    }
+  }
+
+  /** All its frames are in chunks; the last of these has the end already, or needs one. */
+  async #endSession(session: Session): Promise<void> {
+    const hasChunks = this.#last?.sessionId === session.id;
+    if (hasChunks && this.#last?.sessionEnded) return;
+    const lastFrameAtMs = hasChunks ? this.#last?.lastFrameAtMs : undefined;
+    await new Chunker(this.#spool, session).finish(lastFrameAtMs ?? session.startedAtMs);
+  }
+}
+
+class RecoveryRun {
+  readonly #disk: Disk;
+  readonly #layout: SpoolLayout;
+  readonly #nowMs: number;
+  readonly #pictures: PictureStore;
+  readonly #complaints: string[] = [];
+
+  constructor(disk: Disk, layout: SpoolLayout, nowMs: number) {
+    this.#disk = disk;
+    this.#layout = layout;
+    this.#nowMs = nowMs;
+    this.#pictures = new PictureStore(disk, layout);
+  }
+
+  async run(): Promise<Recovery> {
+    const layout = this.#layout;
+    for (const folder of [layout.root, layout.incoming, layout.pending, layout.trash]) {
+      await this.#disk.makeFolder(folder);
+    }
+    for (const name of await this.#disk.list(layout.trash)) {
+      await this.#disk.remove(join(layout.trash, name));
+    }
+    const queueState = await this.#readQueueState();
+    const chunks = await this.#recoverChunks(queueState);
+    const last = chunks.at(-1) ?? queueState;
+    const loose = await this.#recoverBatches(last?.through);
+    const spool = new Spool(this.#disk, layout, {
+      queueState,
+      pendingChunks: chunks.map((chunk) => chunk.id),
+      pictures: this.#pictures,
+      cursor: last?.through,
+      looseFrames: loose.counts,
+      nextBatch: Math.max(last?.through.batch ?? 0, ...loose.ids) + 1,
+      nextChunk: this.#nextChunk(queueState, chunks.at(-1)?.id),
+    });
+    const leftovers = new Leftovers(spool, loose.runs, last);
+    return { spool, complaints: this.#complaints, leftovers };
+  }
+
+  /**
+   * Chunk ids count on from the last one. Where that is lost they go on from the clock's seconds,
+   * which no count of chunks has ever reached, so that no key of the journal occurs twice.
+   */
+  #nextChunk(queueState: QueueState | undefined, lastPending: number | undefined): number {
+    const last = Math.max(queueState?.lastChunk ?? 0, lastPending ?? 0);
+    const lost = queueState === undefined && this.#complaints.length > 0;
+    return lost ? Math.max(last + 1, Math.floor(this.#nowMs / 1000)) : last + 1;
+  }
+
+  async #readQueueState(): Promise<QueueState | undefined> {
+    try {
+      const text = await this.#disk.readText(this.#layout.stateFile);
+      return parseRecord(QueueState, parseJson(text));
+    } catch (error) {
+      if (errorCode(error) !== "ENOENT") this.#complain("the state of the queue", error);
+      return undefined;
+    }
+  }
+
+  async #recoverChunks(queueState: QueueState | undefined): Promise<ChunkSummary[]> {
+    const ids = folderIds(await this.#disk.list(this.#layout.pending));
+    for (const id of ids.partial) await this.#finishChunk(id);
+    const chunks: ChunkSummary[] = [];
+    for (const id of folderIds(await this.#disk.list(this.#layout.pending)).finished) {
+      const folder = this.#layout.chunk(id);
+      if (queueState !== undefined && id <= queueState.lastChunk) {
+        await discard(this.#disk, this.#layout, folder);
+        continue;
+      }
+      const chunk = await this.#readChunk(folder);
+      if (chunk === undefined) {
+        await this.#setAside(folder, `chunk-${id}`);
+      } else {
+        chunks.push(summary(chunk));
+        this.#pictures.add(chunk, await this.#pictureSizes(chunk));
+      }
+    }
+    return chunks;
+  }
+
+  /** A chunk whose record was written gets its pictures; before that nothing had been moved. */
+  async #finishChunk(id: number): Promise<void> {
+    const folder = unfinished(this.#layout.chunk(id));
+    const hasRecord = (await this.#disk.list(folder)).includes(chunkFileName);
+    const chunk = hasRecord ? await this.#readChunk(folder) : undefined;
+    if (chunk !== undefined) await moveIntoPending(this.#disk, this.#layout, chunk);
+    else if (hasRecord) await this.#setAside(folder, `chunk-${id}`);
+    else await this.#disk.remove(folder);
+  }
+
+  async #readChunk(folder: string): Promise<Chunk | undefined> {
+    try {
+      const text = await this.#disk.readText(join(folder, chunkFileName));
+      return parseRecord(Chunk, parseJson(text));
+    } catch (error) {
+      this.#complain("a waiting chunk", error);
+      return undefined;
+    }
+  }
+
+  async #recoverBatches(cursor: Cursor | undefined) {
+    const names = await this.#disk.list(this.#layout.incoming);
+    const ids = folderIds(names);
+    for (const id of ids.partial) await this.#disk.remove(unfinished(this.#layout.batch(id)));
+    const runs: LooseRun[] = [];
+    const counts = new Map<number, number>();
+    for (const id of ids.finished) {
+      const batch = await this.#readBatch(id);
+      const frames = batch?.frames.filter((frame) => !cursor || isAfter(frame, cursor)) ?? [];
+      if (batch === undefined) {
+        await this.#setAside(this.#layout.batch(id), `batch-${id}`);
+      } else if (frames.length === 0) {
+        await discard(this.#disk, this.#layout, this.#layout.batch(id));
+      } else {
+        counts.set(id, frames.length);
+        appendRun(runs, batch.session, frames);
+      }
+    }
+    return { ids: ids.finished, counts, runs };
+  }
+
+  async #readBatch(id: number): Promise<LooseRun | undefined> {
+    try {
+      const text = await this.#disk.readText(join(this.#layout.batch(id), frameListName));
+      const [header = "", ...lines] = text.split("\n").filter((line) => line !== "");
+      const { session } = parseRecord(BatchHeader, parseJson(header));
+      const frames = lines.map((line) => parseRecord(SpooledFrame, parseJson(line)));
+      return { session, frames };
+    } catch (error) {
+      this.#complain("a batch of frames", error);
+      return undefined;
+    }
+  }
+
+  async #pictureSizes(chunk: Chunk): Promise<number[]> {
+    const folder = this.#layout.chunk(chunk.id);
+    const sizes: number[] = [];
+    for (const frame of chunk.frames) {
+      const path = join(folder, pictureName(frame));
+      sizes.push(frame.pictureBytes === 0 ? 0 : ((await this.#disk.size(path)) ?? 0));
+    }
+    return sizes;
+  }
+
+  #setAside(folder: string, name: string): Promise<void> {
+    return setAside(this.#disk, this.#layout, folder, `${name}-${this.#nowMs}`);
+  }
+
+  #complain(what: string, error: unknown): void {
+    const why = error instanceof Error ? error.message : String(error);
+    this.#complaints.push(`Could not read ${what} (${why}); the work goes on without it.`);
+  }
+}
+
+function appendRun(runs: LooseRun[], session: Session, frames: SpooledFrame[]): void {
+  const last = runs.at(-1);
+  if (last?.session.id === session.id) last.frames.push(...frames);
+  else runs.push({ session, frames: [...frames] });
+}
+
+function summary({ id, through, session, stoppedAtMs, frames }: Chunk): ChunkSummary {
+  return {
+    id,
+    through,
+    sessionId: session.id,
+    sessionEnded: stoppedAtMs !== undefined,
+    lastFrameAtMs: frames.at(-1)?.receivedAtMs,
+  };
+}

@@ -1,0 +1,228 @@
+import { join } from "node:path";
+import { errorCode } from "../base/failure.ts";
+import { parseJson } from "../json/value.ts";
+import { writeJson } from "../json/writer.ts";
+import { parseRecord } from "../wire/schema.ts";
+import { BatchWriter } from "./batchWriter.ts";
+import type { Disk } from "./disk.ts";
+import { chunkFileName, resultFileName, type SpoolLayout, unfinished } from "./layout.ts";
+import type { PictureStore } from "./pictureStore.ts";
+import {
+  Chunk,
+  ChunkResult,
+  type Cursor,
+  cursorOf,
+  pictureName,
+  type QueueState,
+  type Session,
+  type SpooledFrame,
+} from "./records.ts";
+
+/** What a start found on the disk. */
+export interface SpoolContents {
+  readonly queueState: QueueState | undefined;
+  /** The chunks that wait, in order, and their pictures. */
+  readonly pendingChunks: readonly number[];
+  readonly pictures: PictureStore;
+  /** The last frame that is in a chunk; undefined when none ever was. */
+  readonly cursor: Cursor | undefined;
+  readonly nextBatch: number;
+  readonly nextChunk: number;
+  /** How many frames of each batch are in no chunk yet. */
+  readonly looseFrames: ReadonlyMap<number, number>;
+}
+
+/**
+ * The frames on the disk, on their way from `incoming/` through `pending/` and `trash/`. Every
+ * step is one rename or one replaced file, and what a kill leaves half done is found by the next
+ * start. Callers run one operation at a time; only reading and completing a pending chunk may
+ * overlap with the receiving side.
+ */
+export class Spool {
+  readonly disk: Disk;
+  readonly layout: SpoolLayout;
+  readonly pictures: PictureStore;
+  #queueState: QueueState | undefined;
+  #nextBatch: number;
+  #nextChunk: number;
+  readonly #looseFrames: Map<number, number>;
+  readonly #pending: number[];
+  /** Chunks whose record is durable and whose pictures have not all been moved yet. */
+  readonly #closing: Chunk[] = [];
+  #lastCursor: Cursor;
+
+  constructor(disk: Disk, layout: SpoolLayout, contents: SpoolContents) {
+    this.disk = disk;
+    this.layout = layout;
+    this.pictures = contents.pictures;
+    this.#queueState = contents.queueState;
+    this.#nextBatch = contents.nextBatch;
+    this.#nextChunk = contents.nextChunk;
+    this.#looseFrames = new Map(contents.looseFrames);
+    this.#pending = [...contents.pendingChunks];
+    this.#lastCursor = contents.cursor ?? { batch: -1, frame: -1 };
+  }
+
+  get queueState(): QueueState | undefined {
+    return this.#queueState;
+  }
+
+  /** The chunks that wait for analysis, in order. */
+  get pendingChunks(): readonly number[] {
+    return this.#pending;
+  }
+
+  /** Begins a batch; the caller commits or abandons it, and then calls `accepted` or nothing. */
+  beginBatch(session: Session): Promise<BatchWriter> {
+    const id = this.#nextBatch;
+    this.#nextBatch += 1;
+    return BatchWriter.begin(this.disk, this.layout, id, session);
+  }
+
+  /** The batch is committed: its folder goes when its last frame is in a chunk. */
+  accepted(batch: number, frameCount: number): void {
+    this.#looseFrames.set(batch, frameCount);
+  }
+
+  /**
+   * Makes a chunk of the frames, which are the oldest loose ones. When it throws, they are as
+   * loose as before. `finishClosing` does the rest, and has to follow.
+   */
+  async closeChunk(
+    session: Session,
+    frames: readonly SpooledFrame[],
+    stoppedAtMs: number | undefined,
+  ): Promise<void> {
+    await this.finishClosing();
+    const last = frames.at(-1);
+    const id = this.#nextChunk;
+    const through = last === undefined ? this.#lastCursor : cursorOf(last);
+    const chunk: Chunk = { version: 1, id, session, stoppedAtMs, through, frames: [...frames] };
+    const folder = unfinished(this.layout.chunk(id));
+    try {
+      await this.disk.makeFolder(folder);
+      await this.disk.replaceFile(join(folder, chunkFileName), writeJson(chunk));
+    } catch (error) {
+      await this.disk.remove(folder).catch(() => undefined);
+      throw error;
+    }
+    this.#nextChunk += 1;
+    this.#lastCursor = through;
+    this.#closing.push(chunk);
+  }
+
+  /** Moves the pictures of closed chunks and hands the chunks to the queue. */
+  async finishClosing(): Promise<void> {
+    for (let chunk = this.#closing[0]; chunk !== undefined; chunk = this.#closing[0]) {
+      await moveIntoPending(this.disk, this.layout, chunk);
+      this.#closing.shift();
+      this.pictures.add(
+        chunk,
+        chunk.frames.map((frame) => frame.pictureBytes),
+      );
+      this.#pending.push(chunk.id);
+      await this.#dropEmptyBatches(chunk.frames);
+    }
+  }
+
+  async readChunk(id: number): Promise<Chunk> {
+    const text = await this.disk.readText(join(this.layout.chunk(id), chunkFileName));
+    return parseRecord(Chunk, parseJson(text));
+  }
+
+  /** The stored result; undefined while the chunk has none. */
+  async readResult(id: number): Promise<ChunkResult | undefined> {
+    try {
+      const text = await this.disk.readText(join(this.layout.chunk(id), resultFileName));
+      return parseRecord(ChunkResult, parseJson(text));
+    } catch (error) {
+      if (errorCode(error) === "ENOENT") return undefined;
+      throw error;
+    }
+  }
+
+  storeResult(id: number, result: ChunkResult): Promise<void> {
+    return this.disk.replaceFile(join(this.layout.chunk(id), resultFileName), writeJson(result));
+  }
+
+  /** The chunk's lines stand in the journal: remembers that, then lets go of the chunk. */
+  async complete(chunk: Chunk, state: unknown): Promise<void> {
+    const lastFrameAtMs = chunk.frames.at(-1)?.receivedAtMs ?? this.#queueState?.lastFrameAtMs;
+    const queueState: QueueState = {
+      version: 1,
+      lastChunk: chunk.id,
+      through: chunk.through,
+      sessionId: chunk.session.id,
+      sessionEnded: chunk.stoppedAtMs !== undefined,
+      lastFrameAtMs,
+      state,
+    };
+    await this.disk.replaceFile(this.layout.stateFile, writeJson(queueState));
+    this.#queueState = queueState;
+    this.#forget(chunk.id);
+    await discard(this.disk, this.layout, this.layout.chunk(chunk.id));
+  }
+
+  /** Puts a chunk aside that can't be analysed, so that the ones behind it can. */
+  async setAside(id: number, nowMs: number): Promise<void> {
+    await setAside(this.disk, this.layout, this.layout.chunk(id), `chunk-${id}-${nowMs}`);
+    this.#forget(id);
+  }
+
+  #forget(id: number): void {
+    const index = this.#pending.indexOf(id);
+    if (index >= 0) this.#pending.splice(index, 1);
+    this.pictures.forget(id);
+  }
+
+  async #dropEmptyBatches(taken: readonly SpooledFrame[]): Promise<void> {
+    for (const { batch } of taken) {
+      const left = this.#looseFrames.get(batch);
+      if (left !== undefined) this.#looseFrames.set(batch, left - 1);
+    }
+    for (const [batch, left] of this.#looseFrames) {
+      if (left > 0) continue;
+      this.#looseFrames.delete(batch);
+      await discard(this.disk, this.layout, this.layout.batch(batch));
+    }
+  }
+}
+
+/** The second half of closing a chunk; it may be repeated from any point at which it ended. */
+export async function moveIntoPending(
+  disk: Disk,
+  layout: SpoolLayout,
+  chunk: Chunk,
+): Promise<void> {
+  const folder = unfinished(layout.chunk(chunk.id));
+  for (const frame of chunk.frames) {
+    if (frame.pictureBytes === 0) continue;
+    const name = pictureName(frame);
+    await disk.moveIfThere(join(layout.batch(frame.batch), name), join(folder, name));
+  }
+  await disk.syncFolder(folder);
+  await disk.move(folder, layout.chunk(chunk.id));
+}
+
+/**
+ * Removes a folder by way of the trash: deleting in place is not one step, and a kill in the
+ * middle would leave something that looks like a chunk without its record.
+ */
+export async function discard(disk: Disk, layout: SpoolLayout, folder: string): Promise<void> {
+  const name = folder.slice(layout.root.length).replaceAll("/", "-").slice(1);
+  const target = join(layout.trash, name);
+  await disk.remove(target);
+  await disk.move(folder, target);
+  await disk.remove(target);
+}
+
+/** Keeps a folder that can't be used, out of everybody's way, for whoever wants to look at it. */
+export async function setAside(
+  disk: Disk,
+  layout: SpoolLayout,
+  folder: string,
+  name: string,
+): Promise<void> {
+  await disk.makeFolder(layout.quarantine);
+  await disk.move(folder, join(layout.quarantine, name));
+}

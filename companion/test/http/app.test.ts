@@ -1,0 +1,325 @@
+import assert from "node:assert/strict";
+import { once } from "node:events";
+import { createServer } from "node:http";
+import { type AddressInfo, connect } from "node:net";
+import { describe, it, type TestContext } from "node:test";
+import { type AppDependencies, createApp } from "../../src/app.ts";
+import { errorStatus } from "../../src/http/errors.ts";
+import { defaultSettings, ObserverStatus } from "../../src/wire/records.ts";
+import { type RequestOptions, send, testToken } from "../support/observerProcess.ts";
+
+type FakeObserver = AppDependencies["observer"];
+
+const idle = ObserverStatus.parse({ running: false, chunkIndex: 7 });
+
+function unexpected(): never {
+  throw new Error("nobody expected this call");
+}
+
+/** Every call that a test doesn't name fails. */
+const silentObserver: FakeObserver = {
+  status: unexpected,
+  start: unexpected,
+  stop: unexpected,
+  receiveFrames: unexpected,
+  replaceSettings: unexpected,
+};
+
+/** A server around the app; the result is its port. */
+async function serve(
+  test: TestContext,
+  observer: Partial<FakeObserver> = {},
+  options: Partial<AppDependencies> = {},
+): Promise<number> {
+  let port = 0;
+  const app = createApp({
+    observer: { ...silentObserver, ...observer },
+    token: testToken,
+    port: () => port,
+    bodyDeadlineMs: 10_000,
+    onUnexpected: () => undefined,
+    ...options,
+  });
+  const server = createServer({ requestTimeout: 0 }, app);
+  server.listen(0, "127.0.0.1");
+  await once(server, "listening");
+  test.after(() => {
+    server.closeAllConnections();
+    server.close();
+  });
+  port = (server.address() as AddressInfo).port;
+  return port;
+}
+
+/** The status, and the code of the error where it is one. */
+async function outcome(port: number, method: string, path: string, options?: RequestOptions) {
+  const answer = await send(port, method, path, options);
+  const error = answer.body["error"] as { code: string; path?: string } | undefined;
+  return [answer.status, error?.code, error?.path].filter((part) => part !== undefined);
+}
+
+it("errorCodes_andTheirStatus_arePinned", () => {
+  assert.deepEqual(errorStatus, {
+    invalidJson: 400,
+    bodyCutOff: 400,
+    unauthorized: 401,
+    foreignHost: 403,
+    foreignOrigin: 403,
+    unknownRoute: 404,
+    methodNotAllowed: 405,
+    bodyTimeout: 408,
+    notRecording: 409,
+    bodyTooLarge: 413,
+    invalidRecord: 422,
+    internal: 500,
+    notImplemented: 501,
+    shuttingDown: 503,
+    diskFull: 507,
+  });
+});
+
+describe("guards", () => {
+  it("guard_ownHostNames_pass", async (test) => {
+    const port = await serve(test, { status: () => idle });
+    for (const host of [`127.0.0.1:${port}`, `localhost:${port}`]) {
+      const answer = await send(port, "GET", "/api/status", { headers: { Host: host } });
+      assert.equal(answer.status, 200);
+      assert.deepEqual(answer.body, { running: false, chunkIndex: 7 });
+    }
+  });
+
+  it("guard_foreignHost_isRefusedBeforeAllElse", async (test) => {
+    const port = await serve(test);
+    for (const host of [
+      "evil.example",
+      `evil.example:${port}`,
+      "127.0.0.1",
+      `127.0.0.1:${port + 1}`,
+      `localhost:${port}.evil.example`,
+      `LOCALHOST:${port}`,
+      `[::1]:${port}`,
+    ]) {
+      const headers = { Host: host, Origin: "http://x", "X-Ostrel-Local-Token": "wrong" };
+      assert.deepEqual(await outcome(port, "GET", "/nope", { headers }), [403, "foreignHost"]);
+    }
+  });
+
+  it("guard_anyOrigin_isRefusedBeforeTheToken", async (test) => {
+    const port = await serve(test);
+    for (const origin of ["null", "http://evil.example", `http://127.0.0.1:${port}`]) {
+      const headers = { Origin: origin, "X-Ostrel-Local-Token": "wrong" };
+      assert.deepEqual(await outcome(port, "GET", "/nope", { headers }), [403, "foreignOrigin"]);
+    }
+  });
+
+  it("guard_wrongToken_isRefusedBeforeTheRoute", async (test) => {
+    const port = await serve(test);
+    for (const token of [
+      "",
+      "wrong",
+      `${testToken}x`,
+      testToken.slice(1),
+      testToken.toUpperCase(),
+    ]) {
+      const headers = { "X-Ostrel-Local-Token": token };
+      for (const path of ["/api/status", "/nope", "//api/status", "/api/frames"]) {
+        assert.deepEqual(await outcome(port, "GET", path, { headers }), [401, "unauthorized"]);
+      }
+    }
+  });
+
+  it("guard_refusedBody_isNotWaitedFor", async (test) => {
+    const port = await serve(test);
+    const socket = connect(port, "127.0.0.1");
+    socket.write(
+      `POST /api/frames HTTP/1.1\r\nHost: 127.0.0.1:${port}\r\nContent-Length: 1000000\r\n\r\n{`,
+    );
+    const [answer] = (await once(socket, "data")) as [Buffer];
+    assert.match(answer.toString(), /^HTTP\/1.1 401 [\s\S]*Connection: close/);
+    socket.destroy();
+  });
+});
+
+describe("routes", () => {
+  it("route_unknown_is404", async (test) => {
+    const port = await serve(test);
+    for (const path of [
+      "/",
+      "/api",
+      "/api/status/",
+      "/API/status",
+      "/api//status",
+      "/api/%73tatus",
+      "/api/x/../status",
+    ]) {
+      assert.deepEqual(await outcome(port, "GET", path), [404, "unknownRoute"], path);
+    }
+  });
+
+  it("route_wrongMethod_is405", async (test) => {
+    const port = await serve(test);
+    for (const [method, path] of [
+      ["POST", "/api/status"],
+      ["GET", "/api/start"],
+      ["GET", "/api/frames"],
+      ["POST", "/api/settings"],
+      ["DELETE", "/api/stop"],
+      ["POST", "/api/archive/status"],
+    ] as const) {
+      assert.deepEqual(await outcome(port, method, path), [405, "methodNotAllowed"], path);
+    }
+  });
+
+  it("route_archiveAndExport_are501", async (test) => {
+    const port = await serve(test);
+    const gets = ["/api/archive/status", "/api/archive/export/status"];
+    const posts = [
+      "prepare",
+      "enable",
+      "disable",
+      "recover",
+      "export",
+      "export/estimate",
+      "export/cancel",
+    ];
+    for (const path of gets) {
+      assert.deepEqual(await outcome(port, "GET", path), [501, "notImplemented"], path);
+    }
+    for (const path of posts) {
+      const body = '{"recoveryKey":"secret"}';
+      const answer = await outcome(port, "POST", `/api/archive/${path}`, { body });
+      assert.deepEqual(answer, [501, "notImplemented"], path);
+    }
+  });
+
+  it("stop_withoutBody_stops", async (test) => {
+    const port = await serve(test, { stop: async () => idle });
+    assert.deepEqual(await outcome(port, "POST", "/api/stop"), [200]);
+  });
+
+  it("start_external_starts", async (test) => {
+    const port = await serve(test, { start: async () => idle });
+    const body = '{"captureMode":"external","more":1}';
+    assert.deepEqual(await outcome(port, "POST", "/api/start", { body }), [200]);
+  });
+
+  it("start_otherCaptureModes_areRefusedWithThePath", async (test) => {
+    const port = await serve(test);
+    for (const body of [
+      '{"captureMode":"screen"}',
+      "{}",
+      '{"captureMode":null}',
+      '{"captureMode":1}',
+    ]) {
+      const answer = await outcome(port, "POST", "/api/start", { body });
+      assert.deepEqual(answer, [422, "invalidRecord", "captureMode"]);
+    }
+  });
+
+  it("settings_put_answersTheRecordInUse", async (test) => {
+    const port = await serve(test, {
+      replaceSettings: (given) => ({ ...given, archiveVaultId: "own" }),
+    });
+    const answer = await send(port, "PUT", "/api/settings", { body: '{"model":"m"}' });
+    assert.equal(answer.status, 200);
+    assert.deepEqual(answer.body, { ...defaultSettings, model: "m", archiveVaultId: "own" });
+  });
+
+  it("settings_wrongType_isRefusedWithThePath", async (test) => {
+    const port = await serve(test);
+    const answer = await outcome(port, "PUT", "/api/settings", { body: '{"chunkSizeMs":"1"}' });
+    assert.deepEqual(answer, [422, "invalidRecord", "chunkSizeMs"]);
+  });
+
+  it("unexpectedError_is500AndTellsNothing", async (test) => {
+    const seen: unknown[] = [];
+    const port = await serve(
+      test,
+      { stop: () => Promise.reject(new Error("secret detail")) },
+      { onUnexpected: (error) => seen.push(error) },
+    );
+    const answer = await send(port, "POST", "/api/stop");
+    assert.equal(answer.status, 500);
+    assert.doesNotMatch(JSON.stringify(answer.body), /secret detail/);
+    assert.equal(seen.length, 1);
+  });
+
+  it("diskFull_is507", async (test) => {
+    const full = Object.assign(new Error("ENOSPC"), { code: "ENOSPC" });
+    const port = await serve(test, { stop: () => Promise.reject(full) });
+    assert.deepEqual(await outcome(port, "POST", "/api/stop"), [507, "diskFull"]);
+  });
+});
+
+describe("bodies", () => {
+  it("body_noJson_is400", async (test) => {
+    const port = await serve(test);
+    for (const body of ["", "{", "captureMode=external", "{} {}"]) {
+      assert.deepEqual(await outcome(port, "POST", "/api/start", { body }), [400, "invalidJson"]);
+    }
+  });
+
+  it("body_of1MiB_passes", async (test) => {
+    const port = await serve(test, { start: async () => idle });
+    const body = '{"captureMode":"external"}'.padEnd(1024 * 1024);
+    assert.deepEqual(await outcome(port, "POST", "/api/start", { body }), [200]);
+  });
+
+  it("body_largerThan1MiB_is413", async (test) => {
+    const port = await serve(test);
+    const body = '{"captureMode":"external"}'.padEnd(1024 * 1024 + 1);
+    assert.deepEqual(await outcome(port, "POST", "/api/start", { body }), [413, "bodyTooLarge"]);
+  });
+
+  it("body_largerThan1MiBWithoutALength_is413", async (test) => {
+    const port = await serve(test);
+    const body = Array.from({ length: 20 }, () => Buffer.alloc(100_000, " "));
+    assert.deepEqual(await outcome(port, "POST", "/api/start", { body }), [413, "bodyTooLarge"]);
+  });
+
+  for (const path of ["/api/start", "/api/frames"]) {
+    it(`body_thatDrips_is408: ${path}`, async (test) => {
+      const receiveFrames: FakeObserver["receiveFrames"] = async (body) => {
+        for await (const piece of body) assert.ok(piece.length > 0);
+        return idle;
+      };
+      const port = await serve(test, { receiveFrames }, { bodyDeadlineMs: 50 });
+      const socket = connect(port, "127.0.0.1");
+      socket.write(
+        `POST ${path} HTTP/1.1\r\nHost: 127.0.0.1:${port}\r\nX-Ostrel-Local-Token: ${testToken}\r\nContent-Length: 1000\r\n\r\n{`,
+      );
+      const drip = setInterval(() => socket.write(" "), 10);
+      const [answer] = (await once(socket, "data")) as [Buffer];
+      clearInterval(drip);
+      socket.destroy();
+      assert.match(answer.toString(), /^HTTP\/1.1 408 [\s\S]*bodyTimeout/);
+    });
+  }
+
+  it("body_cutOff_endsTheReceiverWithAnError", async (test) => {
+    let seen: unknown;
+    let isOver = () => {};
+    const over = new Promise<void>((resolve) => {
+      isOver = resolve;
+    });
+    const receiveFrames: FakeObserver["receiveFrames"] = async (body) => {
+      try {
+        for await (const piece of body) assert.ok(piece.length > 0);
+      } catch (error) {
+        seen = error;
+        throw error;
+      } finally {
+        isOver();
+      }
+      return idle;
+    };
+    const port = await serve(test, { receiveFrames });
+    const socket = connect(port, "127.0.0.1");
+    socket.write(
+      `POST /api/frames HTTP/1.1\r\nHost: 127.0.0.1:${port}\r\nX-Ostrel-Local-Token: ${testToken}\r\nContent-Length: 1000\r\n\r\n{`,
+      () => socket.destroy(),
+    );
+    await over;
+    assert.match(String(seen), /ended too early/);
+  });
+});

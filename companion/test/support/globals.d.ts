@@ -1,0 +1,4 @@
+/** The bundled observer that this test run belongs to. */
+declare const TEST_OBSERVER_PATH: string;
+/** The folder of the fixtures that the application's tests read too. */
+declare const TEST_FIXTURES_PATH: string;
