@@ -5,6 +5,8 @@
 #include <QPointer>
 #include <QTimer>
 
+#include <algorithm>
+#include <limits>
 #include <memory>
 #include <variant>
 
@@ -36,7 +38,8 @@ std::function<void()> SystemClock::schedule(milliseconds delay, std::function<vo
         timer->deleteLater();
         call();
     });
-    timer->start(delay);
+    // A timer of Qt counts 31 bits, 24 days; no program runs that long without being woken for something else.
+    timer->start(std::clamp(delay, milliseconds(0), milliseconds(std::numeric_limits<int>::max())));
     return [timer = QPointer(timer)] { delete timer.data(); };
 }
 

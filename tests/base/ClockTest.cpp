@@ -79,6 +79,19 @@ TEST(SystemClock, now_isTheWallClock)
     EXPECT_LE(now, QDateTime::currentMSecsSinceEpoch());
 }
 
+TEST(SystemClock, timerBeyondAllRange_doesNotFireAtOnce)
+{
+    SystemClock clock;
+    bool fired = false;
+    const auto withdraw = clock.schedule(std::chrono::milliseconds::max(), [&] { fired = true; });
+    bool marker = false;
+    clock.schedule(1ms, [&] { marker = true; });
+    while (!marker)
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    EXPECT_FALSE(fired);
+    withdraw();
+}
+
 TEST(SystemClock, timers_fireInOrder_andWithdrawnOnesNever)
 {
     SystemClock clock;

@@ -84,7 +84,7 @@ public:
 private:
     Window waitForMatch(const QString &titlePattern);
     void makeFolders();
-    void startServer(const QStringList &displayArguments);
+    void startServer();
     void startBus();
     void startWindowManager();
     void endStragglers() const;
