@@ -1,0 +1,45 @@
+#pragma once
+
+#include "base/Error.h"
+#include "observer/HttpTransport.h"
+
+#include <QNetworkReply>
+#include <QPointer>
+
+#include <array>
+#include <functional>
+#include <memory>
+
+QT_BEGIN_NAMESPACE
+class QNetworkAccessManager;
+QT_END_NAMESPACE
+
+namespace ostrel {
+
+class Clock;
+
+/// One request on its way, and its answer. Lives until it is answered, withdrawn, or its manager is gone.
+class NetworkExchange : public std::enable_shared_from_this<NetworkExchange>
+{
+public:
+    using Answer = std::function<void(Result<HttpAnswer>)>;
+
+    NetworkExchange(Clock &clock, Answer answer);
+
+    void begin(QNetworkAccessManager &manager, HttpRequest request);
+    /// Closes the connection; nothing is answered any more.
+    void withdraw();
+
+private:
+    void onHead();
+    void onFinished();
+    void finish(Result<HttpAnswer> answer);
+
+    Clock &m_clock;
+    Answer m_answer;
+    QPointer<QNetworkReply> m_reply;
+    std::array<QMetaObject::Connection, 2> m_connections;
+    std::function<void()> m_cancelDeadline;
+};
+
+} // namespace ostrel

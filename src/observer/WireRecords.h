@@ -1,0 +1,85 @@
+#pragma once
+
+#include "base/Error.h"
+
+#include <QByteArray>
+#include <QString>
+#include <optional>
+
+namespace ostrel {
+
+/// The records of the loopback API. Decoding is strict: a missing required key or a wrong type fails, an unknown key
+/// is ignored, null counts as absent where a key is optional. Encoding is compact, in declaration order, without the
+/// keys of absent values.
+
+struct ObserverStatus {
+    bool running = false;
+    std::optional<QString> sessionId;
+    qint64 chunkIndex = 0;
+    std::optional<QString> lastAction;
+    std::optional<QString> lastError;
+    std::optional<QString> lastChunkAt;
+    std::optional<qint64> pendingAnalysisChunks;
+    std::optional<bool> analysisBackfillActive;
+    std::optional<bool> analysisBackfillBlocked;
+    std::optional<QString> analysisBackfillLastError;
+
+    bool operator==(const ObserverStatus &) const = default;
+    static Result<ObserverStatus> fromJson(const QByteArray &json);
+    QByteArray toJson() const;
+};
+
+/// One accepted frame on its way to the observer.
+struct CapturedFramePayload {
+    qint64 receivedAtMs = 0; ///< wall-clock milliseconds since 1970
+    qint64 frameIndex = 0;   ///< 0, 1, 2, ... across all displays since the recorder's start
+    QByteArray videoBase64;  ///< the JPEG in standard base64, no line breaks
+    QString videoMimeType;
+    std::optional<QString> text;
+    QString displayId;
+    QString displayLabel;
+    qint64 displayWidth = 0;
+    qint64 displayHeight = 0;
+    std::optional<QString> activeDisplayId;
+    std::optional<QString> activeDisplayLabel;
+    std::optional<QString> activeDisplayReason;
+
+    bool operator==(const CapturedFramePayload &) const = default;
+    static Result<CapturedFramePayload> fromJson(const QByteArray &json);
+    QByteArray toJson() const;
+};
+
+struct ArchiveStatus {
+    bool archiveEnabled = false;
+    QString archiveVaultId;
+    bool hasRecoveryKey = false;
+    std::optional<QString> recoveryKey;
+
+    bool operator==(const ArchiveStatus &) const = default;
+    static Result<ArchiveStatus> fromJson(const QByteArray &json);
+    QByteArray toJson() const;
+};
+
+struct ArchiveExportStatus {
+    QString state; ///< "idle", "running", "done", "failed" or "cancelled"
+    qint64 exported = 0;
+    qint64 total = 0;
+    qint64 skipped = 0;
+    std::optional<QString> currentDay;
+    std::optional<QString> error;
+
+    bool operator==(const ArchiveExportStatus &) const = default;
+    static Result<ArchiveExportStatus> fromJson(const QByteArray &json);
+    QByteArray toJson() const;
+};
+
+struct ArchiveExportEstimate {
+    qint64 clips = 0;
+    qint64 bytes = 0;
+
+    bool operator==(const ArchiveExportEstimate &) const = default;
+    static Result<ArchiveExportEstimate> fromJson(const QByteArray &json);
+    QByteArray toJson() const;
+};
+
+} // namespace ostrel

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "observer/SecretStore.h"
+
+#include <QMap>
+#include <QString>
+
+#include <chrono>
+
+namespace ostrel {
+
+/// Secrets in a file of our own, `~/.ostrel/secrets.json`, that only its user can read. For desktops without a
+/// keyring. Every change is made under a lock file and by renaming a complete new file, so that two processes, two
+/// threads or a crash lose nothing. Any thread; blocks on the disk and, for a limited time, on the lock.
+class FileSecretStore final : public SecretStore
+{
+public:
+    /// @param file         the secrets' file; its folder is made when the first secret is written, for the user alone
+    /// @param lockPatience how long a change waits for another process's
+    explicit FileSecretStore(QString file = defaultFile(),
+                             std::chrono::milliseconds lockPatience = defaultLockPatience);
+
+    /// A change takes milliseconds, so whoever keeps the lock for longer is stuck.
+    static constexpr std::chrono::milliseconds defaultLockPatience{2000};
+    static QString defaultFile();
+
+    /// A file that others may read is closed to them first; one that belongs to another user is not read at all.
+    std::optional<QString> read(const QString &service, const QString &account) override;
+
+    /// A file that can't be understood is kept beside the new one as "secrets.json.damaged".
+    /// @return the file's error, or Fault::FileFailed when another process keeps the lock; nothing has changed then
+    Result<> write(const QString &service, const QString &account, const QString &value) override;
+    Result<> remove(const QString &service, const QString &account) override;
+
+private:
+    /// Values by account by service.
+    using Secrets = QMap<QString, QMap<QString, QString>>;
+    struct Content {
+        Secrets secrets;
+        bool damaged = false;
+    };
+
+    Result<Content> readContent() const;
+    Result<> writeContent(const Content &content) const;
+
+    const QString m_file;
+    const std::chrono::milliseconds m_lockPatience;
+};
+
+} // namespace ostrel

@@ -1,0 +1,130 @@
+#include "observer/PortOwner.h"
+
+#include "base/Fault.h"
+#include "base/Files.h"
+#include "support/Printers.h"
+
+#include "StrangersListener.h"
+
+#include <QTcpServer>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <bit>
+
+using namespace ostrel;
+
+namespace {
+
+/// Tables as the kernel prints them, with a few lines of a busy machine.
+class PortOwnerTables : public testing::Test
+{
+protected:
+    static constexpr uid_t us = 1000;
+    static constexpr quint16 port = 0x225F; // 8799
+
+    void SetUp() override
+    {
+        static_assert(std::endian::native == std::endian::little, "the lines below are those of such a machine");
+        write("tcp", {});
+    }
+
+    static QByteArray line(const char *local, const char *state, int user)
+    {
+        return QByteArray("   0: ") + local + " 00000000:0000 " + state + " 00000000:00000000 00:00000000 00000000 " +
+               QByteArray::number(user).rightJustified(5) + "        0 12345 1 0000000000000000 100 0 0 10 0\n";
+    }
+    void write(const char *table, const QByteArray &lines)
+    {
+        const QByteArray head = "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid\n";
+        ASSERT_TRUE(writeFileAtomically(m_folder.filePath(QString::fromLatin1(table)), head + lines).has_value());
+    }
+    PortOwner owner() const { return portOwner(port, us, m_folder.path()).value(); }
+
+    QTemporaryDir m_folder;
+};
+
+TEST_F(PortOwnerTables, listenerOnLoopback_isToldByItsUser)
+{
+    EXPECT_EQ(owner(), PortOwner::Nobody);
+    write("tcp", line("0100007F:225F", "0A", 1000));
+    EXPECT_EQ(owner(), PortOwner::OurUser);
+    write("tcp", line("0100007F:225F", "0A", 1001));
+    EXPECT_EQ(owner(), PortOwner::AnotherUser);
+    write("tcp", line("0100007F:225F", "0A", 0));
+    EXPECT_EQ(owner(), PortOwner::AnotherUser) << "root is not us either";
+}
+
+TEST_F(PortOwnerTables, otherPortsAddressesAndStates_areNoListenersOfOurs)
+{
+    write("tcp", line("0100007F:2260", "0A", 1001) + line("0100007F:225F", "01", 1001) +
+                     line("0100007F:225F", "06", 0) + line("0101A8C0:225F", "0A", 1001) +
+                     line("0100007F:AAAA", "0A", 1001));
+    EXPECT_EQ(owner(), PortOwner::Nobody);
+}
+
+TEST_F(PortOwnerTables, listenerOnEveryAddress_countsInBothTables)
+{
+    write("tcp", line("00000000:225F", "0A", 1001));
+    EXPECT_EQ(owner(), PortOwner::AnotherUser);
+    write("tcp", {});
+    write("tcp6", line("00000000000000000000000000000000:225F", "0A", 1001));
+    EXPECT_EQ(owner(), PortOwner::AnotherUser);
+    write("tcp6", line("00000000000000000000000000000000:225F", "0A", 1000));
+    EXPECT_EQ(owner(), PortOwner::OurUser);
+}
+
+TEST_F(PortOwnerTables, mappedLoopbackAddress_countsAsLoopback)
+{
+    write("tcp6", line("0000000000000000FFFF00000100007F:225F", "0A", 1001));
+    EXPECT_EQ(owner(), PortOwner::AnotherUser);
+    write("tcp6", line("00000000000000000000000001000000:225F", "0A", 1001));
+    EXPECT_EQ(owner(), PortOwner::Nobody) << "::1 is never reached by 127.0.0.1";
+}
+
+TEST_F(PortOwnerTables, ourLoopbackListener_beatsAStrangersOnEveryAddress)
+{
+    write("tcp", line("0100007F:225F", "0A", 1000));
+    write("tcp6", line("00000000000000000000000000000000:225F", "0A", 1001));
+    EXPECT_EQ(owner(), PortOwner::OurUser);
+}
+
+TEST_F(PortOwnerTables, strangerOnEveryAddressBesideOurs_isOneTooMany)
+{
+    write("tcp", line("00000000:225F", "0A", 1000) + line("00000000:225F", "0A", 1001));
+    EXPECT_EQ(owner(), PortOwner::AnotherUser);
+}
+
+TEST_F(PortOwnerTables, tableThatCannotBeRead_isAnErrorRatherThanNobody)
+{
+    const auto answer = portOwner(port, us, m_folder.filePath(QStringLiteral("gone")));
+    ASSERT_FALSE(answer.has_value());
+    EXPECT_TRUE(isFault(answer.error(), Fault::NoSuchFile));
+}
+
+TEST(PortOwnerOfTheSystem, realListeners_areFoundWithTheirUser)
+{
+    QTcpServer ours;
+    ASSERT_TRUE(ours.listen(QHostAddress::LocalHost));
+    EXPECT_EQ(portOwner(ours.serverPort(), ::geteuid()), PortOwner::OurUser);
+    EXPECT_EQ(portOwner(ours.serverPort(), ::geteuid() + 1), PortOwner::AnotherUser);
+    const quint16 port = ours.serverPort();
+    ours.close();
+    EXPECT_EQ(portOwner(port, ::geteuid()), PortOwner::Nobody);
+    const StrangersListener stranger;
+    ASSERT_NE(stranger.port(), 0);
+    EXPECT_EQ(portOwner(stranger.port(), StrangersListener::user()), PortOwner::OurUser);
+    EXPECT_EQ(portOwner(stranger.port(), StrangersListener::user() + 1), PortOwner::AnotherUser);
+}
+
+TEST(PortOwnerOfTheSystem, listenersOnEveryAddressAndOnIpv6_areFound)
+{
+    QTcpServer everywhere, dual;
+    ASSERT_TRUE(everywhere.listen(QHostAddress::AnyIPv4));
+    EXPECT_EQ(portOwner(everywhere.serverPort(), ::geteuid()), PortOwner::OurUser);
+    ASSERT_TRUE(dual.listen(QHostAddress::Any));
+    EXPECT_EQ(portOwner(dual.serverPort(), ::geteuid()), PortOwner::OurUser);
+}
+
+} // namespace
