@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QByteArray>
+#include <QProcess>
+#include <QSize>
+
+namespace ostrel {
+
+/// An X server without a screen, for the measurements alone. Ends the program with the reason when it does not start.
+class VirtualScreen
+{
+public:
+    explicit VirtualScreen(QSize size);
+    ~VirtualScreen();
+
+    const QByteArray &display() const { return m_display; } ///< as in $DISPLAY
+    qint64 pid() const { return m_server.processId(); }
+
+private:
+    QProcess m_server;
+    QByteArray m_display;
+};
+
+} // namespace ostrel

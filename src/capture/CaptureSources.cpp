@@ -1,0 +1,152 @@
+#include "capture/CaptureSources.h"
+
+#include "base/Checked.h"
+#include "base/Clock.h"
+#include "base/Log.h"
+#include "base/SerialQueue.h"
+#include "capture/CaptureError.h"
+
+#include <utility>
+
+namespace ostrel {
+
+/// One display in screenshot mode.
+struct CaptureSources::DisplayCaptureSource {
+    DisplayContentFilter filter;
+    DisplayCaptureConfiguration configuration;
+    std::shared_ptr<DisplayCaptureContext> context;
+    std::unique_ptr<DisplayScreenshotter> screenshotter;
+};
+
+namespace {
+
+Result<FrameView> takePicture(DisplayScreenshotter &screenshotter)
+{
+    const auto picture = screenshotter.capture();
+    if (!picture)
+        return std::unexpected(picture.error());
+    if (!*picture)
+        return std::unexpected(captureError(CaptureErrorCode::NoImage));
+    return **picture;
+}
+
+void logStarted(const DisplayCaptureContext &context)
+{
+    qCInfo(logScreenCapture, "screen capture stream started displayId=%s label=%s size=%lldx%lld",
+           qUtf8Printable(context.displayId), qUtf8Printable(context.displayLabel), context.width, context.height);
+}
+
+void logFailed(quint32 displayId, const Error &error)
+{
+    qCCritical(logScreenCapture, "screen capture stream failed displayId=%u error=%s", displayId,
+               qUtf8Printable(error.localizedDescription));
+}
+
+} // namespace
+
+CaptureSources::CaptureSources(const Clock &clock, DisplaySource &displays, SerialQueue &sampleQueue)
+    : m_clock(clock), m_displays(displays), m_sampleQueue(sampleQueue), m_gate(clock)
+{}
+
+CaptureSources::~CaptureSources() = default;
+
+Result<> CaptureSources::openScreenshotSources(const CapturePlan &plan)
+{
+    std::vector<DisplayCaptureSource> sources;
+    for (const CapturePlan::Display &display : plan.displays) {
+        auto screenshotter = m_displays.makeScreenshotter(display.filter, display.configuration);
+        if (!screenshotter)
+            return std::unexpected(screenshotter.error());
+        sources.push_back(
+            DisplayCaptureSource{display.filter, display.configuration, display.context, std::move(*screenshotter)});
+    }
+    m_screenshotSources = std::move(sources);
+    qCInfo(logScreenCapture, "screen capture screenshot polling started sources=%zu", m_screenshotSources.size());
+    return {};
+}
+
+Result<> CaptureSources::captureScreenshot(std::size_t index)
+{
+    // The poller's last job may come after the sources have gone.
+    if (index >= m_screenshotSources.size())
+        return {};
+    DisplayCaptureSource &source = m_screenshotSources[index];
+    const auto picture = takePicture(*source.screenshotter);
+    if (!picture)
+        return std::unexpected(picture.error());
+    m_gate.processCapturedImage(*picture, *source.context, m_clock.nowMs());
+    return {};
+}
+
+Result<> CaptureSources::startStreams(const CapturePlan &plan, StreamsDied streamsDied)
+{
+    m_streamsDied = std::move(streamsDied);
+    for (const CapturePlan::Display &display : plan.displays) {
+        checkedIncrement(m_lastStreamId);
+        const StreamId id = m_lastStreamId;
+        m_gate.contexts.insert(id, display.context);
+        auto stream = startStream(display, id);
+        if (!stream) {
+            m_gate.contexts.remove(id);
+            logFailed(display.displayId, stream.error());
+            continue;
+        }
+        logStarted(*display.context);
+        m_streams.push_back(RunningStream{id, std::move(*stream)});
+    }
+    if (m_streams.empty())
+        return std::unexpected(captureError(CaptureErrorCode::NoStream));
+    return {};
+}
+
+Result<std::shared_ptr<DisplayStream>> CaptureSources::startStream(const CapturePlan::Display &display, StreamId id)
+{
+    auto stream = m_displays.makeStream(display.filter, display.configuration, delegateFor(id),
+                                        [&queue = m_sampleQueue](auto job) { queue.post(std::move(job)); });
+    if (!stream)
+        return std::unexpected(stream.error());
+    if (const auto started = (*stream)->start(); !started)
+        return std::unexpected(started.error());
+    return std::shared_ptr(std::move(*stream));
+}
+
+DisplaySource::StreamDelegate CaptureSources::delegateFor(StreamId id)
+{
+    const auto weak = weak_from_this();
+    return {
+        .didOutputSample =
+            [weak, id](const StreamSample &sample) {
+                if (const auto sources = weak.lock())
+                    sources->m_gate.streamDidOutputSample(id, sample);
+            },
+        .didStopWithError =
+            [weak, id](const Error &error) {
+                if (const auto sources = weak.lock())
+                    sources->streamDidStop(id, error);
+            },
+    };
+}
+
+void CaptureSources::streamDidStop(StreamId id, const Error &error)
+{
+    m_gate.contexts.remove(id);
+    const auto stopped = std::find_if(m_streams.begin(), m_streams.end(), [id](auto &s) { return s.id == id; });
+    if (stopped == m_streams.end())
+        return;
+    // The stream may be what is calling; it goes when it has returned.
+    m_sampleQueue.post([stream = std::move(stopped->stream)] {});
+    m_streams.erase(stopped);
+    if (m_streams.empty() && m_streamsDied)
+        m_streamsDied(error.localizedDescription);
+}
+
+void CaptureSources::tearDown()
+{
+    m_gate.contexts.clear();
+    m_screenshotSources.clear();
+    m_streamsDied = nullptr;
+    for (const RunningStream &running : std::exchange(m_streams, {}))
+        running.stream->stop();
+}
+
+} // namespace ostrel

@@ -1,0 +1,118 @@
+#pragma once
+
+#include "base/Error.h"
+#include "capture/DisplayFilter.h"
+
+#include <QList>
+#include <QRectF>
+#include <QString>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace ostrel {
+
+/// A display that can be captured.
+struct CapturableDisplay {
+    quint32 displayId = 0; ///< stable over restarts: derived from the connector's name
+    qint64 width = 0;      ///< pixels
+    qint64 height = 0;
+    QRectF bounds; ///< desktop coordinates, origin at the main display's top-left corner, y downwards
+};
+
+/// What can be captured at this moment.
+struct ShareableContent {
+    QList<CapturableDisplay> displays; ///< in no particular order
+    quint32 mainDisplayId = 0;
+    QList<ScreenCaptureApplicationIdentity> applications; ///< those that run and have windows, as far as known
+};
+
+/// How one display is captured.
+struct DisplayCaptureConfiguration {
+    qint64 width = 0; ///< pixels, the display's own
+    qint64 height = 0;
+    /// Shortest time between two frames, in 600ths of a second: 1200 is 2 s.
+    qint64 minimumFrameInterval600 = 0;
+    int queueDepth = 3;
+    bool showsCursor = true;
+    bool capturesAudio = false;
+};
+
+/// What one capture of a display contains: all of it, less the windows of these processes.
+struct DisplayContentFilter {
+    quint32 displayId = 0;
+    DisplayFilterMode mode;
+};
+
+/// Pixels that belong to somebody else: rows of B, G, R and an unused byte, `stride` bytes apart, top row first.
+struct FrameView {
+    const std::uint8_t *pixels = nullptr;
+    int width = 0;
+    int height = 0;
+    std::ptrdiff_t stride = 0;
+};
+
+/// Takes still pictures of one display. Used on one thread.
+class DisplayScreenshotter
+{
+public:
+    virtual ~DisplayScreenshotter() = default;
+
+    /// Takes one picture; blocks until it is there. The view is valid until the next call or destruction.
+    /// An empty answer means that the platform gave neither a picture nor a reason.
+    virtual Result<std::optional<FrameView>> capture() = 0;
+};
+
+enum class StreamOutputKind { Screen, Audio };
+
+/// One delivery of a stream.
+struct StreamSample {
+    StreamOutputKind kind = StreamOutputKind::Screen;
+    bool valid = true;
+    std::optional<FrameView> image; ///< valid during the delivery only
+};
+
+/// A running series of pictures of one display. Deliveries come on the thread that the source was told to use.
+class DisplayStream
+{
+public:
+    virtual ~DisplayStream() = default;
+
+    virtual Result<> start() = 0;
+    /// When it returns, no delivery comes any more.
+    virtual void stop() = 0;
+};
+
+enum class CaptureMode { Screenshots, Streams };
+
+/// The displays of a session and the means to capture them. All calls come from one worker thread at a time, which is
+/// also where screenshotters and streams made here are used and destroyed.
+class DisplaySource
+{
+public:
+    virtual ~DisplaySource() = default;
+
+    /// How displays are captured in this session. Screenshots are the primary means.
+    virtual CaptureMode captureMode() const = 0;
+
+    /// Reads the list afresh. An empty list of displays is an answer, not an error.
+    virtual Result<ShareableContent> shareableContent() = 0;
+
+    /// Screenshot mode only.
+    virtual Result<std::unique_ptr<DisplayScreenshotter>>
+    makeScreenshotter(const DisplayContentFilter &filter, const DisplayCaptureConfiguration &configuration) = 0;
+
+    struct StreamDelegate {
+        std::function<void(const StreamSample &)> didOutputSample;
+        std::function<void(const Error &)> didStopWithError;
+    };
+    /// Stream mode only. `post` runs a callback on the thread that deliveries are wanted on.
+    virtual Result<std::unique_ptr<DisplayStream>> makeStream(const DisplayContentFilter &filter,
+                                                              const DisplayCaptureConfiguration &configuration,
+                                                              StreamDelegate delegate,
+                                                              std::function<void(std::function<void()>)> post) = 0;
+};
+
+} // namespace ostrel

@@ -1,0 +1,28 @@
+#include "capture/ForegroundSampler.h"
+
+#include "base/Clock.h"
+#include "base/SerialQueue.h"
+#include "capture/CaptureSources.h"
+#include "context/ActiveApplicationContext.h"
+
+#include <chrono>
+
+namespace ostrel {
+
+using namespace std::chrono_literals;
+
+Task<> sampleForegroundApp(ForegroundSampling sampling, std::stop_token stop)
+{
+    do {
+        const auto sample =
+            co_await sampling.contextQueue.run(stop, [&context = sampling.context, displays = sampling.displays] {
+                return context.currentRecordingContext(displays);
+            });
+        if (!sample)
+            co_return;
+        sampling.sampleQueue.post(
+            [sources = sampling.sources, sample = *sample] { sources->gate().setRecordingContext(sample); });
+    } while (co_await sampling.clock.sleepFor(500ms, stop));
+}
+
+} // namespace ostrel

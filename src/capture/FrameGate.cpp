@@ -1,0 +1,112 @@
+#include "capture/FrameGate.h"
+
+#include "base/Checked.h"
+#include "base/Clock.h"
+#include "capture/Base64.h"
+#include "capture/FrameChangeDetector.h"
+
+#include <utility>
+
+namespace ostrel {
+
+namespace {
+
+/// A source that delivers at exactly the configured rate is not to lose frames to jitter.
+constexpr double throttleSlack = 0.8;
+
+} // namespace
+
+FrameGate::FrameGate(const Clock &clock) : m_clock(clock) {}
+
+void FrameGate::reset(qint64 intervalMs, const ActiveRecordingContext &context)
+{
+    counters = {};
+    contexts.clear();
+    bufferedFrames.clear();
+    frameIndex = 0;
+    minFrameIntervalMs = intervalMs;
+    setRecordingContext(context);
+}
+
+void FrameGate::setRecordingContext(const ActiveRecordingContext &context)
+{
+    latestForegroundAppText = context.appContextText;
+    latestActiveDisplay = context.activeDisplay;
+}
+
+void FrameGate::streamDidOutputSample(StreamId stream, const StreamSample &sample)
+{
+    if (sample.kind != StreamOutputKind::Screen || !sample.valid)
+        return checkedIncrement(counters.invalidSampleCount);
+    checkedIncrement(counters.callbackCount);
+    const auto context = contexts.value(stream);
+    if (!context)
+        return checkedIncrement(counters.missingContextCount);
+    if (!sample.image)
+        return checkedIncrement(counters.missingPixelBufferCount);
+    judge(*sample.image, *context, m_clock.nowMs());
+}
+
+void FrameGate::processCapturedImage(const FrameView &image, DisplayCaptureContext &context, qint64 receivedAtMs)
+{
+    checkedIncrement(counters.callbackCount);
+    judge(image, context, receivedAtMs);
+}
+
+void FrameGate::judge(const FrameView &image, DisplayCaptureContext &context, qint64 nowMs)
+{
+    if (isThrottled(context, nowMs))
+        return checkedIncrement(counters.throttledFrameCount);
+    auto downsample = m_downsampler.makeDownsample(image);
+    if (!downsample)
+        return checkedIncrement(counters.downsampleFailureCount);
+    if (!FrameChangeDetector::hasMeaningfulChange(*downsample, context.lastSentDownsample)) {
+        // The throttle window starts again, but the reference stays the frame that was sent.
+        context.lastAcceptedFrameMs = nowMs;
+        return checkedIncrement(counters.unchangedFrameCount);
+    }
+    const auto jpeg = m_encoder.makeJPEGData(image);
+    if (!jpeg)
+        return checkedIncrement(counters.jpegFailureCount);
+    CapturedFramePayload payload = makePayload(*jpeg, context, nowMs);
+    checkedIncrement(frameIndex);
+    context.lastAcceptedFrameMs = nowMs;
+    context.lastSentDownsample = std::move(downsample);
+    checkedIncrement(counters.acceptedFrameCount);
+    bufferedFrames.append(std::move(payload));
+}
+
+bool FrameGate::isThrottled(const DisplayCaptureContext &context, qint64 nowMs) const
+{
+    const qint64 elapsedMs = checkedSubtract(nowMs, context.lastAcceptedFrameMs);
+    return elapsedMs < checkedTruncate(double(minFrameIntervalMs) * throttleSlack);
+}
+
+CapturedFramePayload FrameGate::makePayload(std::span<const std::uint8_t> jpeg, const DisplayCaptureContext &context,
+                                            qint64 nowMs) const
+{
+    CapturedFramePayload payload;
+    payload.receivedAtMs = nowMs;
+    payload.frameIndex = frameIndex;
+    payload.videoBase64 = base64Encoded(jpeg);
+    payload.videoMimeType = QStringLiteral("image/jpeg");
+    payload.text = latestForegroundAppText;
+    payload.displayId = context.displayId;
+    payload.displayLabel = context.displayLabel;
+    payload.displayWidth = context.width;
+    payload.displayHeight = context.height;
+    if (latestActiveDisplay) {
+        payload.activeDisplayId = latestActiveDisplay->displayId;
+        payload.activeDisplayLabel = latestActiveDisplay->displayLabel;
+        payload.activeDisplayReason = latestActiveDisplay->reason;
+    }
+    return payload;
+}
+
+FrameGate::Batch FrameGate::takeBufferedFrames()
+{
+    const QString summary = diagnosticSummary();
+    return Batch{std::exchange(bufferedFrames, {}), summary};
+}
+
+} // namespace ostrel

@@ -1,0 +1,295 @@
+#include "capture/ScreenCaptureRecorder.h"
+
+#include "base/AsyncLock.h"
+#include "base/Clock.h"
+#include "base/Fault.h"
+#include "base/Log.h"
+#include "base/Mailbox.h"
+#include "base/SerialQueue.h"
+#include "base/TaskSlot.h"
+#include "capture/BatchSubmitter.h"
+#include "capture/CaptureConfiguration.h"
+#include "capture/CaptureSources.h"
+#include "capture/ForegroundSampler.h"
+#include "capture/ScreenshotPoller.h"
+
+#include <QCoreApplication>
+#include <QMetaObject>
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+namespace ostrel {
+
+/// The recorder's inside, shared with its coroutines: each holds it until it has ended, so that the recorder may go at
+/// any moment. Main thread.
+class ScreenCaptureRecorder::Session : public std::enable_shared_from_this<Session>
+{
+public:
+    Session(ScreenCaptureRecorder *owner, Dependencies dependencies);
+
+    static Task<Result<>> start(std::shared_ptr<Session> self, ObserverSettings settings,
+                                std::shared_ptr<LocalObserverAPI> api);
+    static Task<> stop(std::shared_ptr<Session> self, bool skipFlush);
+    static Task<QString> diagnosticSummary(std::shared_ptr<Session> self);
+    bool isCapturing() const { return m_isCapturing; }
+
+    /// The owner goes: ends everything, and returns when no job refers to what the dependencies name.
+    void shutDown();
+
+private:
+    enum class LastFlush { Post, Skip };
+
+    Task<Result<>> beginRecording(ObserverSettings settings, std::shared_ptr<LocalObserverAPI> api);
+    Task<Result<>> openSources(CapturePlan plan, ActiveRecordingContext context, qint64 intervalMs);
+    void startTasks(const CapturePlan &plan, qint64 intervalMs, qint64 chunkSizeMs);
+    Task<> endRecording(LastFlush lastFlush);
+
+    static Task<> flushChunks(std::shared_ptr<Session> self, qint64 chunkSizeMs, std::stop_token stop);
+    static Task<> endAfterFailedBatch(std::shared_ptr<Session> self, qint64 recording);
+
+    /// Calls back from the event loop, unless the owner has gone by then.
+    void publish(std::function<void(const ScreenCaptureRecorder &)> call);
+    void publishStreamsDied(const QString &message);
+    CaptureSources::StreamsDied streamsDiedOutlet();
+
+    bool isGone() const { return m_lifetime.stop_requested(); }
+    /// For what must not be cut off by the task that does it.
+    std::stop_token lifetime() const { return m_lifetime.get_token(); }
+
+    ScreenCaptureRecorder *m_owner;
+    const Dependencies m_dependencies;
+    const std::shared_ptr<CaptureSources> m_sources;
+    /// Brings word from the sample queue.
+    const std::shared_ptr<Mailbox> m_home = std::make_shared<Mailbox>();
+    std::stop_source m_lifetime;
+    AsyncLock m_turn; ///< of starts and stops
+    BatchSubmitter m_submitter;
+    qint64 m_recording = 0; ///< counts starts, so that a late end never hits the next recording
+    bool m_isCapturing = false;
+    TaskSlot m_chunkTask;
+    TaskSlot m_screenshotTask;
+    TaskSlot m_foregroundAppTask;
+};
+
+ScreenCaptureRecorder::Session::Session(ScreenCaptureRecorder *owner, Dependencies dependencies)
+    : m_owner(owner), m_dependencies(std::move(dependencies)),
+      m_sources(
+          std::make_shared<CaptureSources>(m_dependencies.clock, m_dependencies.displays, m_dependencies.sampleQueue)),
+      m_submitter(m_dependencies.sampleQueue, m_sources,
+                  {.publishStatus =
+                       [this](ObserverStatus status) {
+                           publish([status = std::move(status)](const auto &owner) {
+                               if (const auto call = owner.onStatus)
+                                   call(status);
+                           });
+                       },
+                   .publishError =
+                       [this](QString message) {
+                           publish([message = std::move(message)](const auto &owner) {
+                               if (const auto call = owner.onError)
+                                   call(message);
+                           });
+                       }})
+{}
+
+Task<Result<>> ScreenCaptureRecorder::Session::start(std::shared_ptr<Session> self, ObserverSettings settings,
+                                                     std::shared_ptr<LocalObserverAPI> api)
+{
+    const auto turn = co_await self->m_turn.acquire(self->lifetime());
+    if (!turn)
+        co_return std::unexpected(faultError(Fault::Cancelled));
+    co_await self->endRecording(LastFlush::Post);
+    co_return co_await self->beginRecording(std::move(settings), std::move(api));
+}
+
+Task<> ScreenCaptureRecorder::Session::stop(std::shared_ptr<Session> self, bool skipFlush)
+{
+    const auto turn = co_await self->m_turn.acquire(self->lifetime());
+    if (turn)
+        co_await self->endRecording(skipFlush ? LastFlush::Skip : LastFlush::Post);
+}
+
+Task<QString> ScreenCaptureRecorder::Session::diagnosticSummary(std::shared_ptr<Session> self)
+{
+    const auto summary = co_await self->m_dependencies.sampleQueue.run(
+        self->lifetime(), [sources = self->m_sources] { return sources->gate().diagnosticSummary(); });
+    co_return summary.value_or(QString());
+}
+
+Task<Result<>> ScreenCaptureRecorder::Session::beginRecording(ObserverSettings settings,
+                                                              std::shared_ptr<LocalObserverAPI> api)
+{
+    const qint64 intervalMs = minFrameIntervalMs(settings.frameFps);
+    const Dependencies &given = m_dependencies;
+    auto plan = co_await given.sampleQueue.run(lifetime(), [given, frameFps = settings.frameFps] {
+        return planCapture(given.displays, frameFps, given.processID, given.bundleIdentifier);
+    });
+    if (!plan)
+        co_return std::unexpected(faultError(Fault::Cancelled));
+    if (!*plan)
+        co_return std::unexpected(plan->error());
+    qCInfo(logScreenCapture, "screen capture starting displays=%lld fps=%f chunkMs=%lld filter=%s",
+           qint64((*plan)->displays.size()), settings.frameFps, settings.chunkSizeMs,
+           qUtf8Printable((*plan)->filterMode.diagnosticDescription()));
+
+    auto context =
+        co_await given.contextQueue.run(lifetime(), [&reader = given.context, displays = (*plan)->candidates] {
+            return reader.currentRecordingContext(displays);
+        });
+    if (!context)
+        co_return std::unexpected(faultError(Fault::Cancelled));
+    if (auto opened = co_await openSources(**plan, std::move(*context), intervalMs); !opened)
+        co_return opened;
+
+    m_submitter.open(std::move(api));
+    m_isCapturing = true;
+    startTasks(**plan, intervalMs, settings.chunkSizeMs);
+    co_return Result<>{};
+}
+
+Task<Result<>> ScreenCaptureRecorder::Session::openSources(CapturePlan plan, ActiveRecordingContext context,
+                                                           qint64 intervalMs)
+{
+    const auto opened = co_await m_dependencies.sampleQueue.run(
+        lifetime(), [sources = m_sources, died = streamsDiedOutlet(), plan, context, intervalMs] {
+            sources->gate().reset(intervalMs, context);
+            return plan.mode == CaptureMode::Screenshots ? sources->openScreenshotSources(plan)
+                                                         : sources->startStreams(plan, died);
+        });
+    if (!opened)
+        co_return std::unexpected(faultError(Fault::Cancelled));
+    co_return *opened;
+}
+
+void ScreenCaptureRecorder::Session::startTasks(const CapturePlan &plan, qint64 intervalMs, qint64 chunkSizeMs)
+{
+    ++m_recording;
+    const auto self = shared_from_this();
+    const Dependencies &given = m_dependencies;
+    m_foregroundAppTask.start([sampling = ForegroundSampling{given.clock, given.context, given.contextQueue,
+                                                             given.sampleQueue, m_sources, plan.candidates}](
+                                  std::stop_token stop) { return sampleForegroundApp(sampling, stop); });
+    if (plan.mode == CaptureMode::Screenshots) {
+        ScreenshotPolling polling{given.clock, given.sampleQueue,
+                                  m_sources,   {},
+                                  intervalMs,  [self](const QString &message) { self->publishStreamsDied(message); }};
+        for (const CapturePlan::Display &display : plan.displays)
+            polling.displays.append({display.context->displayId, display.context->displayLabel});
+        m_screenshotTask.start([polling](std::stop_token stop) { return pollScreenshots(polling, stop); });
+    }
+    m_chunkTask.start([self, chunkSizeMs](std::stop_token stop) { return flushChunks(self, chunkSizeMs, stop); });
+}
+
+Task<> ScreenCaptureRecorder::Session::flushChunks(std::shared_ptr<Session> self, qint64 chunkSizeMs,
+                                                   std::stop_token stop)
+{
+    const qint64 recording = self->m_recording;
+    const std::chrono::milliseconds interval(std::max<qint64>(chunkSizeMs, 1));
+    while (co_await self->m_dependencies.clock.sleepFor(interval, stop)) {
+        // A batch that has left the buffer is never cut off, so it does not run on our own token.
+        if (co_await self->m_submitter.flush(self->lifetime()))
+            continue;
+        co_await endAfterFailedBatch(self, recording);
+        co_return;
+    }
+}
+
+Task<> ScreenCaptureRecorder::Session::endAfterFailedBatch(std::shared_ptr<Session> self, qint64 recording)
+{
+    const auto turn = co_await self->m_turn.acquire(self->lifetime());
+    if (turn && self->m_recording == recording)
+        co_await self->endRecording(LastFlush::Skip);
+}
+
+Task<> ScreenCaptureRecorder::Session::endRecording(LastFlush lastFlush)
+{
+    if (!std::exchange(m_isCapturing, false))
+        co_return;
+    m_chunkTask.cancel();
+    m_screenshotTask.cancel();
+    m_foregroundAppTask.cancel();
+    // Jobs that these tasks have handed over come first; a picture that is just being taken is in the last batch.
+    static_cast<void>(
+        co_await m_dependencies.sampleQueue.run(lifetime(), [sources = m_sources] { sources->tearDown(); }));
+    if (lastFlush == LastFlush::Post)
+        static_cast<void>(co_await m_submitter.flush(lifetime()));
+    else
+        co_await m_submitter.settled(lifetime());
+    m_submitter.close();
+}
+
+void ScreenCaptureRecorder::Session::publish(std::function<void(const ScreenCaptureRecorder &)> call)
+{
+    // By way of the application object: a receiver of our own would be destroyed within its own event by a callback
+    // that destroys the recorder.
+    QMetaObject::invokeMethod(
+        QCoreApplication::instance(),
+        [weak = weak_from_this(), call = std::move(call)] {
+            if (const auto session = weak.lock(); session && session->m_owner)
+                call(*session->m_owner);
+        },
+        Qt::QueuedConnection);
+}
+
+void ScreenCaptureRecorder::Session::publishStreamsDied(const QString &message)
+{
+    publish([message](const auto &owner) {
+        if (const auto call = owner.onStreamsDied ? owner.onStreamsDied : owner.onError)
+            call(message);
+    });
+}
+
+CaptureSources::StreamsDied ScreenCaptureRecorder::Session::streamsDiedOutlet()
+{
+    return [home = m_home.get(), weak = weak_from_this()](const QString &message) {
+        home->post([weak, message] {
+            if (const auto session = weak.lock())
+                session->publishStreamsDied(message);
+        });
+    };
+}
+
+void ScreenCaptureRecorder::Session::shutDown()
+{
+    m_owner = nullptr;
+    m_chunkTask.cancel();
+    m_screenshotTask.cancel();
+    m_foregroundAppTask.cancel();
+    m_isCapturing = false;
+    m_lifetime.request_stop();
+    m_dependencies.sampleQueue.sync([sources = m_sources] { sources->tearDown(); });
+    m_dependencies.contextQueue.sync([] {});
+}
+
+ScreenCaptureRecorder::ScreenCaptureRecorder(Dependencies dependencies)
+    : m_session(std::make_shared<Session>(this, std::move(dependencies)))
+{}
+
+ScreenCaptureRecorder::~ScreenCaptureRecorder()
+{
+    m_session->shutDown();
+}
+
+Task<Result<>> ScreenCaptureRecorder::start(ObserverSettings settings, std::shared_ptr<LocalObserverAPI> api)
+{
+    return Session::start(m_session, std::move(settings), std::move(api));
+}
+
+Task<> ScreenCaptureRecorder::stop(bool skipFlush)
+{
+    return Session::stop(m_session, skipFlush);
+}
+
+bool ScreenCaptureRecorder::isCapturing() const
+{
+    return m_session->isCapturing();
+}
+
+Task<QString> ScreenCaptureRecorder::diagnosticSummary()
+{
+    return Session::diagnosticSummary(m_session);
+}
+
+} // namespace ostrel

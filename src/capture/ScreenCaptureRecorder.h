@@ -1,0 +1,71 @@
+#pragma once
+
+#include "base/Error.h"
+#include "base/Task.h"
+#include "observer/ObserverSettings.h"
+#include "observer/WireRecords.h"
+
+#include <QString>
+#include <functional>
+#include <memory>
+
+namespace ostrel {
+
+class ActiveApplicationContext;
+class Clock;
+class DisplaySource;
+class LocalObserverAPI;
+class SerialQueue;
+
+/// Captures the displays, keeps the frames that changed, and posts them to the observer in batches. Main thread; all
+/// work on pixels happens on a queue of its own, and nothing here blocks the main thread.
+///
+/// Starts and stops are serialised: a second one waits for the first. Both run to their end even when nobody waits.
+class ScreenCaptureRecorder
+{
+public:
+    struct Dependencies {
+        Clock &clock;
+        DisplaySource &displays;
+        ActiveApplicationContext &context;
+        /// "com.tamsk.ostrel.screen-capture.samples": frames are taken and judged here, all mutable state lives here
+        SerialQueue &sampleQueue;
+        /// Where the foreground sampler reads the context, which may take long
+        SerialQueue &contextQueue;
+        qint32 processID = 0;
+        std::optional<QString> bundleIdentifier;
+    };
+
+    /// What `dependencies` names outlives this object.
+    explicit ScreenCaptureRecorder(Dependencies dependencies);
+    /// Ends all tasks without a final flush, and waits for what is under way on both queues. Await `stop` first where
+    /// frames must not be lost.
+    ~ScreenCaptureRecorder();
+    ScreenCaptureRecorder(const ScreenCaptureRecorder &) = delete;
+    ScreenCaptureRecorder &operator=(const ScreenCaptureRecorder &) = delete;
+
+    /// All three are called on the main thread, from the event loop, never from within `start` or `stop`.
+    std::function<void(const ObserverStatus &)> onStatus;
+    std::function<void(const QString &message)> onError;
+    std::function<void(const QString &message)> onStreamsDied; ///< where it is unset, `onError` is called instead
+
+    /// Begins a recording. Fails with domain "TamskOstrel.ScreenCapture": 1 no display, 2 no stream could be started;
+    /// or with the display source's error. Nothing runs after a failure. A recording under way is stopped first.
+    Task<Result<>> start(ObserverSettings settings, std::shared_ptr<LocalObserverAPI> api);
+
+    /// Ends capture. Waits for a batch on its way; unless `skipFlush`, then posts what is buffered. Never fails, and
+    /// does nothing when nothing runs.
+    Task<> stop(bool skipFlush);
+
+    /// Whether capture runs (from a successful `start` until `stop` has ended it).
+    bool isCapturing() const;
+
+    /// The counters since the last start in one line. Main thread; waits for the frame under way, a few milliseconds.
+    Task<QString> diagnosticSummary();
+
+private:
+    class Session;
+    std::shared_ptr<Session> m_session;
+};
+
+} // namespace ostrel

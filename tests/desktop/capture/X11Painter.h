@@ -1,0 +1,124 @@
+#pragma once
+
+#include "platform/x11/base/X11Connection.h"
+#include "support/TestProcess.h"
+
+#include <QList>
+#include <QPoint>
+#include <QRect>
+
+#include <memory>
+#include <random>
+#include <vector>
+
+namespace ostrel {
+
+/// Puts known pixels on a screen and moves its pointer, by way of a connection of its own. Everything has happened
+/// when a call returns.
+class X11Painter
+{
+public:
+    explicit X11Painter(const QByteArray &display)
+    {
+        auto opened = X11Connection::open(display);
+        if (!opened)
+            failTest(opened.error().localizedDescription);
+        m_connection = std::move(*opened);
+        m_context = xcb_generate_id(server());
+        xcb_create_gc(server(), m_context, root(), 0, nullptr);
+    }
+
+    void fill(const QRect &area, std::uint32_t rgb)
+    {
+        xcb_change_gc(server(), m_context, XCB_GC_FOREGROUND, &rgb);
+        const xcb_rectangle_t rectangle{int16_t(area.x()), int16_t(area.y()), uint16_t(area.width()),
+                                        uint16_t(area.height())};
+        xcb_poly_fill_rectangle(server(), root(), m_context, 1, &rectangle);
+        sync();
+    }
+
+    /// Covers an area with noise. @return what was put there: rows of B, G, R, 0
+    std::vector<std::uint8_t> paintNoise(const QRect &area, unsigned seed)
+    {
+        std::mt19937 random(seed);
+        const std::size_t rowBytes = std::size_t(area.width()) * 4;
+        std::vector<std::uint8_t> pixels(rowBytes * std::size_t(area.height()));
+        for (std::size_t i = 0; i < pixels.size(); ++i)
+            pixels[i] = i % 4 == 3 ? 0 : std::uint8_t(random());
+        for (int y = 0; y < area.height(); ++y) { // a row a request: none is longer than the server takes
+            xcb_put_image(server(), XCB_IMAGE_FORMAT_Z_PIXMAP, root(), m_context, uint16_t(area.width()), 1,
+                          int16_t(area.x()), int16_t(area.y() + y), 0, m_connection->screen().root_depth,
+                          uint32_t(rowBytes), pixels.data() + std::size_t(y) * rowBytes);
+        }
+        sync();
+        return pixels;
+    }
+
+    /// Draws one character in the small font that every server has, black on white.
+    void drawCharacter(char character, QPoint baseline)
+    {
+        const xcb_font_t font = xcb_generate_id(server());
+        xcb_open_font(server(), font, 5, "fixed");
+        const std::uint32_t values[] = {0x000000, 0xffffff, font};
+        xcb_change_gc(server(), m_context, XCB_GC_FOREGROUND | XCB_GC_BACKGROUND | XCB_GC_FONT, values);
+        xcb_image_text_8(server(), 1, root(), m_context, int16_t(baseline.x()), int16_t(baseline.y()), &character);
+        xcb_close_font(server(), font);
+        sync();
+    }
+
+    void movePointer(QPoint position)
+    {
+        xcb_warp_pointer(server(), XCB_NONE, root(), 0, 0, 0, 0, int16_t(position.x()), int16_t(position.y()));
+        sync();
+    }
+
+    /// Gives the screen a pointer from the server's cursor font, of one colour.
+    void setCursor(std::uint16_t glyph, std::uint32_t rgb)
+    {
+        const auto channel = [rgb](int shift) { return std::uint16_t(((rgb >> shift) & 0xff) * 257); };
+        const xcb_font_t font = xcb_generate_id(server());
+        const xcb_cursor_t cursor = xcb_generate_id(server());
+        xcb_open_font(server(), font, 6, "cursor");
+        xcb_create_glyph_cursor(server(), cursor, font, font, glyph, std::uint16_t(glyph + 1), channel(16), channel(8),
+                                channel(0), channel(16), channel(8), channel(0));
+        xcb_change_window_attributes(server(), root(), XCB_CW_CURSOR, &cursor);
+        xcb_free_cursor(server(), cursor);
+        xcb_close_font(server(), font);
+        sync();
+    }
+
+    /// Says what a window manager would: which windows there are, each with the process that it belongs to. 0 leaves
+    /// the process out.
+    void announceWindows(const QList<std::uint32_t> &processes)
+    {
+        std::vector<xcb_window_t> windows;
+        for (const std::uint32_t process : processes) {
+            windows.push_back(xcb_generate_id(server()));
+            xcb_create_window(server(), XCB_COPY_FROM_PARENT, windows.back(), root(), 0, 0, 10, 10, 0,
+                              XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT, 0, nullptr);
+            if (process != 0)
+                setProperty(windows.back(), "_NET_WM_PID", XCB_ATOM_CARDINAL, {process});
+        }
+        setProperty(root(), "_NET_CLIENT_LIST", XCB_ATOM_WINDOW, windows);
+        sync();
+    }
+
+    X11Connection &connection() { return *m_connection; }
+
+private:
+    xcb_connection_t *server() const { return m_connection->get(); }
+    xcb_window_t root() const { return m_connection->root(); }
+
+    void setProperty(xcb_window_t window, const char *name, xcb_atom_t type, const std::vector<std::uint32_t> &values)
+    {
+        xcb_change_property(server(), XCB_PROP_MODE_REPLACE, window, m_connection->atom(name), type, 32,
+                            std::uint32_t(values.size()), values.data());
+    }
+
+    void sync() const { m_connection->reply<xcb_get_input_focus_reply>(xcb_get_input_focus(server())); }
+
+    std::unique_ptr<X11Connection> m_connection;
+    xcb_gcontext_t m_context = 0;
+};
+
+} // namespace ostrel

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <QLoggingCategory>
+#include <QString>
+#include <QStringList>
+
+#include <mutex>
+
+namespace ostrel {
+
+/// Switches all of a category's messages on and keeps them instead of printing them. One at a time; main thread, but
+/// messages may come from any.
+class LogRecorder
+{
+public:
+    explicit LogRecorder(const char *category)
+    {
+        s_current = this;
+        m_category = category;
+        QLoggingCategory::setFilterRules(QStringLiteral("%1=true").arg(QLatin1String(category)));
+        m_previous = qInstallMessageHandler(&LogRecorder::handle);
+    }
+    LogRecorder(const LogRecorder &) = delete;
+    LogRecorder &operator=(const LogRecorder &) = delete;
+    ~LogRecorder()
+    {
+        qInstallMessageHandler(m_previous);
+        QLoggingCategory::setFilterRules(QString());
+        s_current = nullptr;
+    }
+
+    /// What was logged at a level since the last call for it.
+    QStringList take(QtMsgType level)
+    {
+        const std::lock_guard lock(m_mutex);
+        QStringList taken;
+        QList<Message> kept;
+        for (const Message &message : m_messages) {
+            if (message.level == level)
+                taken.append(message.text);
+            else
+                kept.append(message);
+        }
+        m_messages = kept;
+        return taken;
+    }
+
+private:
+    struct Message {
+        QtMsgType level;
+        QString text;
+    };
+
+    static void handle(QtMsgType level, const QMessageLogContext &context, const QString &text)
+    {
+        LogRecorder *recorder = s_current;
+        if (context.category && qstrcmp(context.category, recorder->m_category) == 0) {
+            const std::lock_guard lock(recorder->m_mutex);
+            recorder->m_messages.append({level, text});
+        } else if (recorder->m_previous) {
+            recorder->m_previous(level, context, text);
+        }
+    }
+
+    static inline LogRecorder *s_current = nullptr;
+
+    const char *m_category = nullptr;
+    QtMessageHandler m_previous = nullptr;
+    std::mutex m_mutex;
+    QList<Message> m_messages;
+};
+
+} // namespace ostrel
