@@ -1,0 +1,173 @@
+#include "model/AppModel.h"
+
+#include "base/Clock.h"
+#include "base/SerialQueue.h"
+#include "capture/ScreenCaptureRecorder.h"
+#include "journal/JournalReader.h"
+
+namespace ostrel {
+
+using std::chrono::milliseconds;
+
+namespace {
+
+constexpr milliseconds pollPause{1500};
+
+} // namespace
+
+AppModel::AppModel(Dependencies with)
+    : m_clock(with.clock), m_worker(with.worker), m_terminate(std::move(with.terminate)),
+      m_state(std::move(with.settings)), m_observer({.clock = with.clock,
+                                                     .state = m_state,
+                                                     .launcher = with.launcher,
+                                                     .transport = with.transport,
+                                                     .worker = with.observerQueue,
+                                                     .localAPIToken = std::move(with.localAPIToken),
+                                                     .repoRoot = std::move(with.repoRoot)}),
+      m_permissions({.state = m_state,
+                     .worker = with.worker,
+                     .screenCapture = with.screenCapture,
+                     .accessibility = with.accessibility,
+                     .defaults = with.defaults,
+                     .systemSettings = with.systemSettings}),
+      m_recorder(std::move(with.recorder)),
+      m_recording({.state = m_state, .observer = m_observer, .permissions = m_permissions, .recorder = *m_recorder})
+{
+    m_observer.hooks = {.applyObserverStatus = [this](const ObserverStatus &status) { applyObserverStatus(status); },
+                        .stopCapture = [this] { m_recording.stopCapture(); },
+                        .startPolling = [this] { startPolling(); }};
+    forwardSignals();
+    m_observer.startHelper();
+    startPolling();
+}
+
+AppModel::~AppModel() = default;
+
+void AppModel::forwardSignals()
+{
+    connect(&m_state, &ModelState::settingsChanged, this, &AppModel::settingsChanged);
+    connect(&m_state, &ModelState::draftSettingsChanged, this, &AppModel::draftSettingsChanged);
+    connect(&m_state, &ModelState::statusChanged, this, &AppModel::statusChanged);
+    connect(&m_state, &ModelState::statusChanged, this, &AppModel::announceRecording);
+    connect(&m_state, &ModelState::helperErrorChanged, this, &AppModel::helperErrorChanged);
+    connect(&m_permissions, &PermissionsArea::permissionsChanged, this, &AppModel::permissionsChanged);
+    connect(&m_permissions, &PermissionsArea::dismissedRecommendedPermissionKindsChanged, this,
+            &AppModel::dismissedRecommendedPermissionKindsChanged);
+    connect(&m_recording, &RecordingControl::stoppingRecordingChanged, this, &AppModel::stoppingRecordingChanged);
+    connect(&m_recording, &RecordingControl::stoppingRecordingChanged, this, &AppModel::announceRecording);
+    connect(&m_recording, &RecordingControl::pendingRecordingRestartChanged, this,
+            &AppModel::pendingRecordingRestartChanged);
+    connect(&m_recording, &RecordingControl::recordingStarted, this, &AppModel::recordingStarted);
+    connect(&m_recording, &RecordingControl::recordingEnded, this, &AppModel::recordingEnded);
+    connect(&m_recording, &RecordingControl::observerStatusReceived, this, &AppModel::applyObserverStatus);
+}
+
+bool AppModel::isRecording() const
+{
+    return m_state.observerIsRunning() && !m_recording.stoppingRecording();
+}
+
+void AppModel::announceRecording()
+{
+    if (isRecording() == m_wasRecording)
+        return;
+    m_wasRecording = isRecording();
+    Q_EMIT recordingChanged(m_wasRecording);
+}
+
+void AppModel::startPolling()
+{
+    if (!m_quitting)
+        m_pollTask.start([this](std::stop_token stop) { return poll(std::move(stop)); });
+}
+
+Task<> AppModel::poll(std::stop_token stop)
+{
+    do {
+        co_await m_observer.refreshStatus(stop);
+        if (stop.stop_requested())
+            co_return;
+        co_await m_permissions.refreshPermissions(stop);
+        if (stop.stop_requested())
+            co_return;
+    } while (co_await m_clock.sleepFor(pollPause, stop));
+}
+
+void AppModel::applyObserverStatus(const ObserverStatus &status)
+{
+    const bool wasRunning = m_state.observerIsRunning();
+    m_state.setStatus(status);
+    if (wasRunning && !status.running && !m_recording.stoppingRecording())
+        m_recording.observerStopped();
+}
+
+void AppModel::quit()
+{
+    if (std::exchange(m_quitting, true))
+        return;
+    // A poll that finds the child gone would start it again.
+    m_pollTask.cancel();
+    m_tasks.spawn([this](std::stop_token stop) { return runQuit(std::move(stop)); });
+}
+
+Task<> AppModel::runQuit(std::stop_token stop)
+{
+    co_await m_recording.close(stop);
+    if (stop.stop_requested())
+        co_return;
+    m_observer.stopHelper();
+    const auto terminate = m_terminate; // may destroy this object
+    terminate();
+}
+
+Task<QString> AppModel::diagnosticSummary()
+{
+    return m_recorder->diagnosticSummary();
+}
+
+void AppModel::refreshJournal()
+{
+    if (m_journalTask.isRunning())
+        m_journalReadAgain = true;
+    else
+        m_journalTask.start([this](std::stop_token stop) { return readJournal(std::move(stop)); });
+}
+
+Task<> AppModel::readJournal(std::stop_token stop)
+{
+    do {
+        m_journalReadAgain = false;
+        auto days = co_await m_worker.run(
+            stop, [folder = settings().outputDirectory] { return JournalReader(folder).readDays(journalDayLimit); });
+        if (!days)
+            co_return;
+        if (*days != m_journalDays) {
+            m_journalDays = std::move(*days);
+            Q_EMIT journalDaysChanged();
+        }
+    } while (m_journalReadAgain);
+}
+
+void AppModel::refreshPermissions()
+{
+    m_tasks.spawn(
+        [this](std::stop_token stop) -> Task<> { co_await m_permissions.refreshPermissions(std::move(stop)); });
+}
+
+void AppModel::requestPermission(AppPermissionKind kind)
+{
+    m_tasks.spawn(
+        [this, kind](std::stop_token stop) { return m_permissions.requestPermission(kind, std::move(stop)); });
+}
+
+QString AppModel::recordButtonTitle() const
+{
+    return StatusTexts::recordButtonTitle(isRecording(), pendingRecordingRestart());
+}
+
+std::optional<QString> AppModel::recordingProviderIndicatorText() const
+{
+    return StatusTexts::recordingProviderIndicatorText(settings());
+}
+
+} // namespace ostrel

@@ -1,0 +1,158 @@
+#pragma once
+
+#include "base/Task.h"
+#include "base/TaskScope.h"
+#include "base/TaskSlot.h"
+#include "journal/JournalRecords.h"
+#include "model/ModelState.h"
+#include "model/ObserverControl.h"
+#include "model/Permissions.h"
+#include "model/PermissionsArea.h"
+#include "model/RecordingControl.h"
+#include "model/StatusTexts.h"
+
+#include <QList>
+#include <QObject>
+#include <QString>
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace ostrel {
+
+class ScreenCaptureRecorder;
+
+/// The one object that a user interface binds to, be it a window or the command line. It starts the observer and keeps
+/// it running, polls its status every 1.5 seconds, and starts and stops recordings. Main thread, which it never blocks:
+/// operations only start; what comes of them shows in the state and its signals.
+///
+/// How a caller without a window follows a recording: `toggleRecording()` ends in exactly one `recordingEnded`, before
+/// which `recordingStarted` tells that both sides run. Every reason but RecordingEnd::Requested is a failure, and
+/// except for ObserverStopped `helperError` then holds its text. What went wrong at construction (no observer folder,
+/// no node) makes the start fail at once with the same text, so there is no need to look for it before: a helper error
+/// that is there early may as well be the harmless "Starting recording service…".
+class AppModel : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// What it is built from. References outlive the model.
+    struct Dependencies {
+        Clock &clock;
+        ObserverSettings settings; ///< as loaded
+        QString localAPIToken;     ///< see localApiTokenOrFallback
+        std::optional<QString> repoRoot;
+        ProcessLauncher &launcher;
+        HttpTransport &transport;
+        SerialQueue &observerQueue; ///< builds and decodes large bodies of the observer's calls
+        SerialQueue &worker;        ///< permission checks, journal: whatever may hang on a disk or a daemon
+        std::unique_ptr<ScreenCaptureRecorder> recorder;
+        ScreenCaptureAccess &screenCapture; ///< used on `worker`
+        AccessibilityAccess &accessibility; ///< used on `worker`
+        UserDefaults &defaults;
+        SystemSettingsOpener &systemSettings;
+        std::function<void()> terminate; ///< ends the program; called once, at the end of `quit`
+    };
+
+    static constexpr int journalDayLimit = 7;
+
+    /// Takes the first permissions snapshot (waiting for the worker), starts the observer and the polling.
+    explicit AppModel(Dependencies dependencies);
+    /// Drops what is under way. Await the end of `quit` where nothing must be lost.
+    ~AppModel() override;
+
+    // What the observer and the settings say.
+    const ObserverSettings &settings() const { return m_state.settings(); }
+    const ObserverSettings &draftSettings() const { return m_state.draftSettings(); }
+    const std::optional<ObserverStatus> &status() const { return m_state.status(); }
+    const std::optional<QString> &helperError() const { return m_state.helperError(); }
+
+    // Recording.
+    bool isRecording() const;
+    bool stoppingRecording() const { return m_recording.stoppingRecording(); }
+    bool pendingRecordingRestart() const { return m_recording.pendingRecordingRestart(); }
+    /// The record button: see RecordingControl::toggleRecording.
+    void toggleRecording() { m_recording.toggleRecording(); }
+    void stopRecording() { m_recording.stopRecording(); }
+    /// Ends the recording with its final flush, asks the observer to stop, ends its process, then terminates the
+    /// program. Whatever fails on the way, it goes on. A second call changes nothing.
+    void quit();
+    /// The recorder's counters since the last start, one line.
+    Task<QString> diagnosticSummary();
+
+    // The observer's process.
+    void startHelper() { m_observer.startHelper(); }
+    void restartHelper() { m_observer.restartHelper(); }
+
+    // The journal.
+    const QList<JournalDay> &journalDays() const { return m_journalDays; }
+    /// Reads the last seven days anew. Calls during a reading are answered by one more after it.
+    void refreshJournal();
+
+    // Permissions.
+    const PermissionsSnapshot &permissions() const { return m_permissions.permissions(); }
+    const QSet<AppPermissionKind> &dismissedRecommendedPermissionKinds() const
+    {
+        return m_permissions.dismissedRecommendedPermissionKinds();
+    }
+    QList<PermissionPromptItem> permissionPromptItems() const { return m_permissions.permissionPromptItems(); }
+    bool shouldShowPermissionsGate() const { return m_permissions.shouldShowPermissionsGate(); }
+    bool canContinuePastPermissions() const { return m_permissions.canContinuePastPermissions(); }
+    void continueWithoutRecommendedPermissions() { m_permissions.continueWithoutRecommendedPermissions(); }
+    void refreshPermissions();
+    /// The button of a row.
+    void requestPermission(AppPermissionKind kind);
+    void requestAccessibilityPermission() { requestPermission(AppPermissionKind::recordingContext); }
+
+    // Texts derived from the state: see StatusTexts.
+    QString recordButtonTitle() const;
+    std::optional<QString> visibleHelperError() const { return StatusTexts::visibleHelperError(helperError()); }
+    std::optional<QString> analysisBackfillNotice() const { return StatusTexts::analysisBackfillNotice(status()); }
+    QString recorderSubtext() const { return subtext().text; }
+    bool recorderSubtextIsError() const { return subtext().isError(); }
+    bool recorderSubtextIsBackfillNotice() const { return subtext().isBackfillNotice(); }
+    std::optional<QString> recordingProviderIndicatorText() const;
+
+Q_SIGNALS:
+    void settingsChanged();
+    void draftSettingsChanged();
+    void statusChanged();
+    void helperErrorChanged();
+    void stoppingRecordingChanged();
+    void pendingRecordingRestartChanged();
+    void journalDaysChanged();
+    void permissionsChanged();
+    void dismissedRecommendedPermissionKindsChanged();
+    /// `isRecording` has changed.
+    void recordingChanged(bool recording);
+    void recordingStarted();
+    void recordingEnded(ostrel::RecordingEnd reason);
+
+private:
+    void forwardSignals();
+    void announceRecording();
+    void startPolling();
+    Task<> poll(std::stop_token stop);
+    void applyObserverStatus(const ObserverStatus &status);
+    Task<> readJournal(std::stop_token stop);
+    Task<> runQuit(std::stop_token stop);
+    RecorderSubtext subtext() const { return StatusTexts::recorderSubtext(helperError(), status(), settings()); }
+
+    Clock &m_clock;
+    SerialQueue &m_worker;
+    const std::function<void()> m_terminate;
+    ModelState m_state;
+    ObserverControl m_observer;
+    PermissionsArea m_permissions;
+    const std::unique_ptr<ScreenCaptureRecorder> m_recorder;
+    RecordingControl m_recording;
+    QList<JournalDay> m_journalDays;
+    bool m_wasRecording = false;
+    bool m_quitting = false;
+    bool m_journalReadAgain = false;
+    TaskSlot m_journalTask;
+    TaskSlot m_pollTask;
+    TaskScope m_tasks;
+};
+
+} // namespace ostrel

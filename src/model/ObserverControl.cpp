@@ -1,0 +1,179 @@
+#include "model/ObserverControl.h"
+
+#include "base/Checked.h"
+#include "base/Clock.h"
+#include "base/Fault.h"
+#include "model/ModelState.h"
+#include "observer/LocalObserverAPI.h"
+
+namespace ostrel {
+
+using std::chrono::milliseconds;
+
+namespace {
+
+constexpr qint64 shortestRestartPauseMs = 5000;
+constexpr milliseconds reachableRetryPause{250};
+
+QString startingText()
+{
+    return QStringLiteral("Starting recording service\u2026");
+}
+
+/// Says only that the observer is on its way, so anything that is known better may take its place.
+bool isTransient(const QString &message)
+{
+    return message == startingText() || message == QLatin1String("Helper stopped") ||
+           message == QLatin1String("Starting helper");
+}
+
+Error repoRootNotFound()
+{
+    return {.domain = QStringLiteral("TamskOstrel.Observer"),
+            .code = 1,
+            .localizedDescription = QStringLiteral("Repo root not found")};
+}
+
+} // namespace
+
+ObserverControl::ObserverControl(Dependencies dependencies)
+    : m_with(std::move(dependencies)), m_helper(m_with.launcher),
+      m_api(std::make_shared<LocalObserverAPI>(m_with.state.settings().localhostBaseURL(), m_with.localAPIToken,
+                                               m_with.transport, m_with.worker))
+{}
+
+ObserverControl::~ObserverControl() = default;
+
+Result<> ObserverControl::startHelper()
+{
+    Result<> started = std::unexpected(repoRootNotFound());
+    if (m_with.repoRoot) {
+        const ObserverSettings &settings = m_with.state.settings();
+        started = m_helper.start(
+            *m_with.repoRoot, m_with.localAPIToken,
+            {.analysisApiToken = settings.analysisApiToken, .byokGoogleVertexApiKey = settings.byokGoogleVertexApiKey});
+    }
+    if (!started) {
+        m_startFailure = started.error().localizedDescription;
+        m_with.state.setHelperError(m_startFailure);
+        return started;
+    }
+    m_startFailure.reset();
+    m_with.state.setHelperError(std::nullopt);
+    return {};
+}
+
+void ObserverControl::restartHelper()
+{
+    hooks.stopCapture();
+    m_helper.stop();
+    startHelper();
+    hooks.startPolling();
+}
+
+void ObserverControl::stopHelper()
+{
+    m_helper.stop();
+}
+
+Task<> ObserverControl::refreshStatus(std::stop_token stop)
+{
+    const auto api = m_api;
+    const qint64 sentAfter = m_commandEvents;
+    const auto answer = co_await api->status(stop);
+    if (stop.stop_requested())
+        co_return;
+    if (!answer) {
+        noteUnreachable(answer.error());
+        co_return;
+    }
+    noteReachable();
+    if (sentAfter == m_commandEvents)
+        hooks.applyObserverStatus(*answer);
+}
+
+Task<Result<>> ObserverControl::waitUntilReachable(int attempts, std::stop_token stop)
+{
+    const auto api = m_api;
+    for (int attempt = 1;; ++attempt) {
+        const auto answer = co_await api->status(stop);
+        if (stop.stop_requested())
+            break;
+        if (answer) {
+            noteReachable();
+            co_return {};
+        }
+        if (attempt == attempts) {
+            m_waitFailure = answer.error().localizedDescription;
+            co_return std::unexpected(answer.error());
+        }
+        if (!co_await m_with.clock.sleepFor(reachableRetryPause, stop))
+            break;
+    }
+    co_return std::unexpected(faultError(Fault::Cancelled));
+}
+
+Task<Result<ObserverStatus>> ObserverControl::startRecording(std::stop_token stop)
+{
+    const auto api = m_api;
+    checkedIncrement(m_commandEvents);
+    const auto answer = co_await api->startRecording(QStringLiteral("external"), stop);
+    if (!stop.stop_requested())
+        noteAnswered(answer);
+    co_return answer;
+}
+
+Task<Result<ObserverStatus>> ObserverControl::stopRecording(std::stop_token stop)
+{
+    const auto api = m_api;
+    checkedIncrement(m_commandEvents);
+    const auto answer = co_await api->stopRecording(stop);
+    if (!stop.stop_requested())
+        noteAnswered(answer);
+    co_return answer;
+}
+
+void ObserverControl::noteAnswered(const Result<ObserverStatus> &answer)
+{
+    checkedIncrement(m_commandEvents);
+    if (answer)
+        m_with.state.setStatus(*answer);
+}
+
+void ObserverControl::startHelperAgainIfDead()
+{
+    if (m_helper.isRunning())
+        return;
+    const qint64 nowMs = m_with.clock.nowMs();
+    if (checkedSubtract(nowMs, m_lastHelperRestartMs) <= shortestRestartPauseMs)
+        return;
+    m_lastHelperRestartMs = nowMs;
+    startHelper();
+}
+
+void ObserverControl::noteUnreachable(const Error &error)
+{
+    startHelperAgainIfDead();
+    const auto shown = m_with.state.helperError();
+    if (isFault(error, Fault::PortTaken)) {
+        m_portTaken = error.localizedDescription;
+        // Without a child of our own there is no use for the port: that failure is the one to see to first.
+        if (!m_startFailure || shown != m_startFailure)
+            m_with.state.setHelperError(m_portTaken);
+        return;
+    }
+    if (!shown || isTransient(*shown) || shown == m_portTaken)
+        m_with.state.setHelperError(startingText());
+    m_portTaken.reset();
+}
+
+void ObserverControl::noteReachable()
+{
+    const auto shown = m_with.state.helperError();
+    if (shown && (isTransient(*shown) || shown == m_portTaken || shown == m_waitFailure))
+        m_with.state.setHelperError(std::nullopt);
+    m_portTaken.reset();
+    m_waitFailure.reset();
+}
+
+} // namespace ostrel

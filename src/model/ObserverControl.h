@@ -1,0 +1,94 @@
+#pragma once
+
+#include "base/Error.h"
+#include "base/Task.h"
+#include "observer/HelperProcess.h"
+#include "observer/WireRecords.h"
+
+#include <QString>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stop_token>
+
+namespace ostrel {
+
+class Clock;
+class HttpTransport;
+class LocalObserverAPI;
+class ModelState;
+class ProcessLauncher;
+class SerialQueue;
+
+/// What the areas of the model ask of the observer: that its process runs, that it answers, and that it records or
+/// stops. Keeps the helper error true to what it finds. Main thread.
+///
+/// Every task here ends inline when its token is stopped, and touches nothing afterwards; stop them before this object
+/// goes.
+class ObserverControl
+{
+public:
+    struct Dependencies {
+        Clock &clock;
+        ModelState &state;
+        ProcessLauncher &launcher;
+        HttpTransport &transport;
+        SerialQueue &worker; ///< builds and decodes large bodies
+        QString localAPIToken;
+        std::optional<QString> repoRoot; ///< the observer's folder, where one was found
+    };
+
+    /// What it asks of the model around it. Set all three before anything else is called.
+    struct Hooks {
+        std::function<void(const ObserverStatus &)> applyObserverStatus;
+        /// Starts to end capture with its final flush; does not wait.
+        std::function<void()> stopCapture;
+        /// Begins the polling afresh.
+        std::function<void()> startPolling;
+    };
+
+    static constexpr int reachableAttempts = 30;
+
+    explicit ObserverControl(Dependencies dependencies);
+    ~ObserverControl();
+    Hooks hooks;
+
+    /// Makes sure that a child exists. A failure is also the helper error; success clears the helper error.
+    Result<> startHelper();
+    /// Ends capture in the background, and at once replaces the child and begins the polling afresh.
+    void restartHelper();
+    /// Asks the child to end; does not wait.
+    void stopHelper();
+
+    /// Asks for the status once. An answer goes to `applyObserverStatus`, unless a start or stop was sent meanwhile:
+    /// then it may be older than theirs. A failure starts a dead child again, at most once every 5 seconds.
+    Task<> refreshStatus(std::stop_token stop);
+    /// Asks for the status, 250 ms after each failure again, until it is answered.
+    /// @return the last failure when all attempts failed; Fault::Cancelled when stopped
+    Task<Result<>> waitUntilReachable(int attempts, std::stop_token stop);
+
+    /// Tell the observer to record frames that we send it, or to stop. The answer becomes the model's status.
+    Task<Result<ObserverStatus>> startRecording(std::stop_token stop);
+    Task<Result<ObserverStatus>> stopRecording(std::stop_token stop);
+
+    const std::shared_ptr<LocalObserverAPI> &api() const { return m_api; }
+
+private:
+    void startHelperAgainIfDead();
+    void noteUnreachable(const Error &error);
+    void noteReachable();
+    void noteAnswered(const Result<ObserverStatus> &answer);
+
+    const Dependencies m_with;
+    HelperProcess m_helper;
+    std::shared_ptr<LocalObserverAPI> m_api;
+    qint64 m_lastHelperRestartMs = 0; ///< wall clock
+    /// How often a start or stop was sent or answered; tells which status answers are out of date.
+    qint64 m_commandEvents = 0;
+    // The helper errors of our own making, to know which one is on show and when its cause is gone.
+    std::optional<QString> m_startFailure;
+    std::optional<QString> m_portTaken;
+    std::optional<QString> m_waitFailure;
+};
+
+} // namespace ostrel

@@ -1,0 +1,269 @@
+#include "model/RecordingControl.h"
+
+#include "base/Fault.h"
+#include "capture/ScreenCaptureRecorder.h"
+#include "model/ModelState.h"
+#include "model/PermissionsArea.h"
+
+namespace ostrel {
+
+namespace {
+
+QString permissionNeededText()
+{
+    return QStringLiteral("Screen Recording permission needed in System Settings");
+}
+
+/// Whether a start whose answer never came, or made no sense, may all the same have reached the observer.
+bool mayHaveBeenDone(const Error &error)
+{
+    return !isFault(error, Fault::ConnectionRefused) && !isFault(error, Fault::PortTaken) &&
+           !isFault(error, Fault::BadUrl) && !isFault(error, Fault::BadServerResponse);
+}
+
+} // namespace
+
+RecordingControl::RecordingControl(Dependencies dependencies) : m_with(dependencies)
+{
+    takeCallbacks();
+    connect(&m_with.permissions, &PermissionsArea::permissionsChanged, this, [this] {
+        const bool granted = m_with.permissions.permissions().screenCaptureAuthorized;
+        if (granted && m_with.state.helperError() == permissionNeededText())
+            m_with.state.setHelperError(std::nullopt);
+    });
+}
+
+RecordingControl::~RecordingControl()
+{
+    m_with.recorder.onStatus = nullptr;
+    m_with.recorder.onError = nullptr;
+    m_with.recorder.onStreamsDied = nullptr;
+    // The start first: when its request is let go of, it already knows that it is cancelled.
+    m_start.cancel();
+    m_life.request_stop();
+}
+
+void RecordingControl::takeCallbacks()
+{
+    m_with.recorder.onStatus = [this](const ObserverStatus &status) {
+        // The answer to a final flush says "running" and may come after that of the stop.
+        if (m_phase == Phase::Capturing)
+            Q_EMIT observerStatusReceived(status);
+    };
+    m_with.recorder.onStreamsDied = [this](const QString &message) {
+        captureFailed(message, {.skipFlush = false, .observer = ObserverStop::Ask});
+    };
+    // A batch was refused: the recorder has dropped it, asked the observer to stop, and stops itself.
+    m_with.recorder.onError = [this](const QString &message) {
+        captureFailed(message, {.skipFlush = true, .observer = ObserverStop::AskIfRunning});
+    };
+}
+
+void RecordingControl::toggleRecording()
+{
+    if (m_closed)
+        return;
+    if (m_stoppingRecording) {
+        setPendingRecordingRestart(true);
+        return;
+    }
+    if (m_with.state.observerIsRunning())
+        stopRecording();
+    else if (!m_starting)
+        beginStart();
+}
+
+void RecordingControl::beginStart()
+{
+    m_starting = true;
+    m_start.start([this](std::stop_token stop) { return startRecording(std::move(stop)); });
+}
+
+/// Whoever cancels this also brings both sides to rest, so a cancelled start only returns.
+Task<> RecordingControl::startRecording(std::stop_token stop)
+{
+    const auto life = m_life.get_token();
+    const auto turn = co_await m_turn.acquire(stop);
+    if (!turn)
+        co_return;
+    m_phase = Phase::Preparing;
+    m_failedWhileEnding = false;
+    const auto started = co_await startBothSides(stop);
+    if (stop.stop_requested())
+        co_return;
+    m_starting = false;
+    if (started) {
+        Q_EMIT recordingStarted();
+        co_return;
+    }
+    m_phase = Phase::Ending;
+    m_with.state.setHelperError(started.error().message);
+    if (started.error().observerMayRun) {
+        co_await m_with.observer.stopRecording(life);
+        if (stop.stop_requested())
+            co_return;
+    }
+    finish({.reason = RecordingEnd::StartFailed});
+}
+
+Task<std::expected<void, RecordingControl::StartFailure>> RecordingControl::startBothSides(std::stop_token stop)
+{
+    const auto permissions = co_await m_with.permissions.refreshPermissions(stop);
+    if (!permissions)
+        co_return {};
+    if (!permissions->screenCaptureAuthorized)
+        co_return std::unexpected(StartFailure{.message = permissionNeededText()});
+    const auto observing = co_await startObserver(stop);
+    if (!observing || stop.stop_requested())
+        co_return observing;
+    m_phase = Phase::Capturing;
+    const auto capturing = co_await m_with.recorder.start(m_with.state.settings(), m_with.observer.api());
+    if (!capturing)
+        co_return std::unexpected(
+            StartFailure{.message = capturing.error().localizedDescription, .observerMayRun = true});
+    co_return {};
+}
+
+Task<std::expected<void, RecordingControl::StartFailure>> RecordingControl::startObserver(std::stop_token stop)
+{
+    const auto life = m_life.get_token();
+    const auto helper = m_with.observer.startHelper();
+    // Without a child, the only observer that can answer is one that somebody else runs: it is there or it isn't.
+    const int attempts = helper ? ObserverControl::reachableAttempts : 1;
+    const auto reachable = co_await m_with.observer.waitUntilReachable(attempts, stop);
+    if (stop.stop_requested())
+        co_return {};
+    if (!reachable) {
+        const Error &error = helper ? reachable.error() : helper.error();
+        co_return std::unexpected(StartFailure{.message = error.localizedDescription});
+    }
+    const auto answer = co_await m_with.observer.startRecording(life);
+    if (stop.stop_requested())
+        co_return {};
+    if (!answer)
+        co_return std::unexpected(StartFailure{.message = answer.error().localizedDescription,
+                                               .observerMayRun = mayHaveBeenDone(answer.error())});
+    if (!answer->running) {
+        const QString reason = answer->lastError.value_or(QString());
+        const QString generic = faultError(Fault::BadServerResponse).localizedDescription;
+        co_return std::unexpected(StartFailure{.message = reason.isEmpty() ? generic : reason});
+    }
+    co_return {};
+}
+
+void RecordingControl::stopRecording()
+{
+    if (m_stoppingRecording) {
+        setPendingRecordingRestart(false);
+        return;
+    }
+    setStoppingRecording(true);
+    setPendingRecordingRestart(false);
+    beginEnding({.reason = RecordingEnd::Requested});
+}
+
+void RecordingControl::captureFailed(const QString &message, Ending ending)
+{
+    m_with.state.setHelperError(message);
+    if (m_phase != Phase::Capturing) {
+        // The last batch of a stop under way, or news of a recording that has ended already.
+        m_failedWhileEnding = m_phase == Phase::Ending;
+        return;
+    }
+    setStoppingRecording(true);
+    ending.reason = RecordingEnd::CaptureFailed;
+    ending.message = message;
+    beginEnding(std::move(ending));
+}
+
+void RecordingControl::observerStopped()
+{
+    if (m_phase == Phase::Capturing)
+        beginEnding({.reason = RecordingEnd::ObserverStopped, .skipFlush = true, .observer = ObserverStop::Leave});
+}
+
+void RecordingControl::stopCapture()
+{
+    m_endings.spawn([this](std::stop_token stop) -> Task<> {
+        const auto turn = co_await m_turn.acquire(std::move(stop));
+        if (turn)
+            co_await m_with.recorder.stop(false);
+    });
+}
+
+Task<> RecordingControl::close(std::stop_token stop)
+{
+    m_closed = true;
+    setPendingRecordingRestart(false);
+    const bool active = m_starting || m_phase == Phase::Preparing || m_phase == Phase::Capturing;
+    setStoppingRecording(true);
+    m_phase = Phase::Ending;
+    m_starting = false;
+    m_start.cancel();
+    co_await runEnding({.reason = RecordingEnd::Requested, .announced = active}, std::move(stop));
+}
+
+void RecordingControl::beginEnding(Ending ending)
+{
+    m_phase = Phase::Ending;
+    m_starting = false;
+    m_start.cancel();
+    m_endings.spawn([this, ending](std::stop_token stop) { return runEnding(ending, std::move(stop)); });
+}
+
+Task<> RecordingControl::runEnding(Ending ending, std::stop_token stop)
+{
+    const auto turn = co_await m_turn.acquire(stop);
+    if (!turn)
+        co_return;
+    co_await m_with.recorder.stop(ending.skipFlush);
+    if (stop.stop_requested())
+        co_return;
+    if (ending.observer == ObserverStop::AskIfRunning) {
+        co_await m_with.observer.refreshStatus(stop);
+        if (stop.stop_requested())
+            co_return;
+    }
+    const bool ask = ending.observer == ObserverStop::Ask ||
+                     (ending.observer == ObserverStop::AskIfRunning && m_with.state.observerIsRunning());
+    if (ask) {
+        co_await m_with.observer.stopRecording(stop);
+        if (stop.stop_requested())
+            co_return;
+    }
+    finish(std::move(ending));
+}
+
+void RecordingControl::finish(Ending ending)
+{
+    m_phase = Phase::Idle;
+    if (ending.message)
+        m_with.state.setHelperError(ending.message);
+    if (ending.reason == RecordingEnd::Requested && m_failedWhileEnding)
+        ending.reason = RecordingEnd::CaptureFailed;
+    const bool restart = m_pendingRecordingRestart;
+    setPendingRecordingRestart(false);
+    setStoppingRecording(false);
+    if (ending.announced)
+        Q_EMIT recordingEnded(ending.reason);
+    if (restart && !m_closed)
+        beginStart();
+}
+
+void RecordingControl::setStoppingRecording(bool stopping)
+{
+    if (stopping == m_stoppingRecording)
+        return;
+    m_stoppingRecording = stopping;
+    Q_EMIT stoppingRecordingChanged();
+}
+
+void RecordingControl::setPendingRecordingRestart(bool pending)
+{
+    if (pending == m_pendingRecordingRestart)
+        return;
+    m_pendingRecordingRestart = pending;
+    Q_EMIT pendingRecordingRestartChanged();
+}
+
+} // namespace ostrel

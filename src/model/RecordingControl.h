@@ -1,0 +1,117 @@
+#pragma once
+
+#include "base/AsyncLock.h"
+#include "base/Task.h"
+#include "base/TaskScope.h"
+#include "base/TaskSlot.h"
+#include "model/ObserverControl.h"
+
+#include <QObject>
+#include <QString>
+#include <expected>
+#include <optional>
+#include <stop_token>
+
+namespace ostrel {
+
+class ModelState;
+class PermissionsArea;
+class ScreenCaptureRecorder;
+
+/// Why a recording, or the attempt to start one, is over.
+enum class RecordingEnd {
+    Requested,       ///< the user stopped it, or the program ends
+    StartFailed,     ///< it never ran; the helper error says why
+    CaptureFailed,   ///< frames could no longer be taken or delivered; the helper error says why
+    ObserverStopped, ///< the observer stopped by itself, or was started anew
+};
+
+/// Starts and stops a recording on both sides, the observer's and our own capture, so that neither runs without the
+/// other for longer than it takes to notice. Main thread.
+///
+/// Starts and endings wait for each other: an ending cancels a start under way, but never in the middle of a request to
+/// the observer, whose outcome would then be unknown. Endings run to their end.
+class RecordingControl : public QObject
+{
+    Q_OBJECT
+
+public:
+    struct Dependencies {
+        ModelState &state;
+        ObserverControl &observer;
+        PermissionsArea &permissions;
+        ScreenCaptureRecorder &recorder;
+    };
+
+    /// Takes the recorder's callbacks. What the dependencies name outlives this object.
+    explicit RecordingControl(Dependencies dependencies);
+    ~RecordingControl() override;
+
+    /// The record button. A press while a start is under way changes nothing; one during a stop asks for a recording
+    /// after it.
+    void toggleRecording();
+    /// Ends the recording, or the start of one: capture with its final flush, then the observer. Also gives up a
+    /// recording that was to follow a stop under way.
+    void stopRecording();
+    /// Ends capture with its final flush in the background, without a word to the observer.
+    void stopCapture();
+    /// Ends everything, as `stopRecording` does, and starts nothing any more.
+    Task<> close(std::stop_token stop);
+
+    /// The observer reported that it records no more.
+    void observerStopped();
+
+    bool stoppingRecording() const { return m_stoppingRecording; }
+    bool pendingRecordingRestart() const { return m_pendingRecordingRestart; }
+
+Q_SIGNALS:
+    void stoppingRecordingChanged();
+    void pendingRecordingRestartChanged();
+    /// Both sides run.
+    void recordingStarted();
+    /// Both sides are stopped, as far as they could be reached.
+    void recordingEnded(ostrel::RecordingEnd reason);
+    /// The observer answered a batch of this recording.
+    void observerStatusReceived(const ostrel::ObserverStatus &status);
+
+private:
+    enum class Phase { Idle, Preparing, Capturing, Ending };
+    enum class ObserverStop { Ask, AskIfRunning, Leave };
+    struct Ending {
+        RecordingEnd reason = RecordingEnd::Requested;
+        bool skipFlush = false;
+        ObserverStop observer = ObserverStop::Ask;
+        std::optional<QString> message = {}; ///< the helper error in the end
+        bool announced = true;
+    };
+    struct StartFailure {
+        QString message;
+        bool observerMayRun = false;
+    };
+
+    void beginStart();
+    Task<> startRecording(std::stop_token stop);
+    Task<std::expected<void, StartFailure>> startBothSides(std::stop_token stop);
+    Task<std::expected<void, StartFailure>> startObserver(std::stop_token stop);
+    void beginEnding(Ending ending);
+    Task<> runEnding(Ending ending, std::stop_token stop);
+    void finish(Ending ending);
+    void captureFailed(const QString &message, Ending ending);
+    void takeCallbacks();
+    void setStoppingRecording(bool stopping);
+    void setPendingRecordingRestart(bool pending);
+
+    const Dependencies m_with;
+    Phase m_phase = Phase::Idle;
+    bool m_starting = false; ///< a start was asked for and is neither done nor given up
+    bool m_closed = false;
+    bool m_failedWhileEnding = false;
+    bool m_stoppingRecording = false;
+    bool m_pendingRecordingRestart = false;
+    AsyncLock m_turn;
+    std::stop_source m_life; ///< what a cancelled start still has to finish ends with this object only
+    TaskSlot m_start;
+    TaskScope m_endings;
+};
+
+} // namespace ostrel
