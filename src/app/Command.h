@@ -1,0 +1,36 @@
+#pragma once
+
+#include "app/CommandResult.h"
+#include "app/Platform.h"
+
+#include <QCommandLineOption>
+#include <QCommandLineParser>
+#include <QList>
+#include <QString>
+#include <functional>
+
+namespace ostrel {
+
+/// A word after the command's name.
+struct CommandArgument {
+    QString name;
+    QString description;
+    QString syntax; ///< as help shows it, in brackets where it may be left out
+};
+
+/// One command of the program, as data for the parser and for help.
+struct Command {
+    QString name;
+    QString description;
+    QList<CommandArgument> arguments;
+    QList<QCommandLineOption> options;
+    std::function<CommandResult(const QCommandLineParser &, const Platform &)> run;
+};
+
+/// "--json", which every command that prints data has.
+QCommandLineOption jsonOption();
+
+/// The command was called with words that it doesn't take.
+CommandResult usageError(const QString &command, const QString &message);
+
+} // namespace ostrel

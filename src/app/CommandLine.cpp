@@ -1,0 +1,95 @@
+#include "app/CommandLine.h"
+
+#include "app/commands/Commands.h"
+
+#include <QCoreApplication>
+
+#include <algorithm>
+#include <cstdio>
+
+namespace ostrel {
+
+namespace {
+
+QList<Command> allCommands()
+{
+    return {recordCommand(),  journalCommand(),     displaysCommand(),
+            contextCommand(), permissionsCommand(), settingsCommand()};
+}
+
+QString generalHelp(const QList<Command> &commands)
+{
+    QString text = QStringLiteral("Tamsk Ostrel keeps a private, automatic journal of your work.\n\n"
+                                  "Usage: ostrel COMMAND [OPTIONS]\n\n");
+    for (const Command &command : commands)
+        text += QStringLiteral("  %1 %2\n").arg(command.name, -12).arg(command.description);
+    text += QStringLiteral("\n`ostrel COMMAND --help` tells more. `ostrel --version` prints the version.\n"
+                           "Data goes to standard output, messages to standard error.\n"
+                           "Exit status: 0 done, 1 failed, 2 wrong usage.\n");
+    return text;
+}
+
+void describe(QCommandLineParser &parser, const Command &command)
+{
+    parser.setApplicationDescription(command.description);
+    parser.addHelpOption();
+    parser.addPositionalArgument(command.name, command.description, command.name);
+    for (const CommandArgument &argument : command.arguments)
+        parser.addPositionalArgument(argument.name, argument.description, argument.syntax);
+    parser.addOptions(command.options);
+}
+
+CommandResult runCommand(const Command &command, const QStringList &arguments, const Platform &platform)
+{
+    QCommandLineParser parser;
+    describe(parser, command);
+    if (!parser.parse(arguments))
+        return usageError(command.name, parser.errorText());
+    if (parser.isSet(QStringLiteral("help")))
+        return CommandResult::data(parser.helpText());
+    if (parser.positionalArguments().size() > command.arguments.size() + 1)
+        return usageError(command.name, QStringLiteral("\"%1\" is one word too many.")
+                                            .arg(parser.positionalArguments().value(command.arguments.size() + 1)));
+    return command.run(parser, platform);
+}
+
+void print(std::FILE *stream, const QString &text)
+{
+    const QByteArray bytes = text.toUtf8();
+    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stream);
+    std::fflush(stream);
+}
+
+} // namespace
+
+CommandResult runCommandLine(const QStringList &arguments, const Platform &platform)
+{
+    const QList<Command> commands = allCommands();
+    const QString first = arguments.value(1);
+    if (first == QLatin1String("--version"))
+        return CommandResult::data(QStringLiteral("ostrel %1\n").arg(QCoreApplication::applicationVersion()));
+    if (first == QLatin1String("--help") || first == QLatin1String("-h"))
+        return CommandResult::data(generalHelp(commands));
+    if (first.isEmpty())
+        return CommandResult::failure(ExitUsage,
+                                      QStringLiteral("This version has no tray application yet; `ostrel record` "
+                                                     "records in the foreground. `ostrel --help` lists the "
+                                                     "commands."));
+    const auto command = std::ranges::find(commands, first, &Command::name);
+    if (command == commands.end())
+        return CommandResult::failure(
+            ExitUsage, QStringLiteral("There is no command \"%1\". `ostrel --help` lists them.").arg(first));
+    return runCommand(*command, arguments, platform);
+}
+
+void printOutput(const QString &text)
+{
+    print(stdout, text);
+}
+
+void printMessage(const QString &text)
+{
+    print(stderr, text);
+}
+
+} // namespace ostrel

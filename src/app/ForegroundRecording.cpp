@@ -1,0 +1,108 @@
+#include "app/ForegroundRecording.h"
+
+#include "app/CommandLine.h"
+#include "app/TerminationSignals.h"
+#include "base/Paths.h"
+
+#include <unistd.h>
+
+namespace ostrel {
+
+namespace {
+
+QString withHomeAsTilde(const QString &path)
+{
+    const QString home = homeDirectory();
+    return path.startsWith(home + QLatin1Char('/')) ? QLatin1Char('~') + path.mid(home.size()) : path;
+}
+
+} // namespace
+
+ForegroundRecording::ForegroundRecording(const Platform &platform, std::optional<std::chrono::seconds> duration)
+    : m_duration(duration), m_host(platform, [this] { finish(); })
+{}
+
+int ForegroundRecording::run()
+{
+    const TerminationSignals signals(
+        [this] { m_host.model().quit(); },
+        [] {
+            printMessage(QStringLiteral("ostrel: ended at once; frames not yet sent to the observer are lost\n"));
+            ::_exit(ExitFailed); // the observer notices that we are gone and finishes what it has
+        });
+    QObject::connect(&m_host.model(), &AppModel::recordingStarted, &m_loop, [this] { onStarted(); });
+    QObject::connect(&m_host.model(), &AppModel::recordingEnded, &m_loop,
+                     [this](RecordingEnd reason) { onEnded(reason); });
+    QObject::connect(&m_host.model(), &AppModel::statusChanged, &m_loop, [this] { onStatus(); });
+    QMetaObject::invokeMethod(&m_loop, [this] { m_host.model().toggleRecording(); }, Qt::QueuedConnection);
+    m_loop.exec();
+    return m_status;
+}
+
+void ForegroundRecording::onStarted()
+{
+    m_started = true;
+    printMessage(QStringLiteral("Recording into %1. Ctrl+C stops.\n")
+                     .arg(withHomeAsTilde(expandedPath(m_host.model().settings().outputDirectory))));
+    if (m_duration)
+        m_tasks.spawn([this, duration = *m_duration](std::stop_token stop) { return stopAfter(duration, stop); });
+}
+
+Task<> ForegroundRecording::stopAfter(std::chrono::seconds duration, std::stop_token stop)
+{
+    const bool elapsed = co_await m_host.clock().sleepFor(duration, stop);
+    if (elapsed)
+        m_host.model().quit();
+}
+
+void ForegroundRecording::onEnded(RecordingEnd reason)
+{
+    if (reason != RecordingEnd::Requested) {
+        m_status = ExitFailed;
+        printMessage(QStringLiteral("ostrel: %1\n").arg(failureText(reason)));
+    }
+    m_host.model().quit();
+}
+
+void ForegroundRecording::onStatus()
+{
+    // The recording goes on, but the journal would stay empty and nobody would know why.
+    const AppModel &model = m_host.model();
+    const auto &status = model.status();
+    QString complaint;
+    if (status && status->analysisBackfillBlocked.value_or(false))
+        complaint = model.analysisBackfillNotice().value_or(QString());
+    else if (status)
+        complaint = status->lastError.value_or(QString());
+    if (complaint != m_complaint && !complaint.isEmpty())
+        printMessage(QStringLiteral("ostrel: the observer says: %1\n").arg(complaint));
+    m_complaint = complaint;
+}
+
+QString ForegroundRecording::failureText(RecordingEnd reason)
+{
+    const AppModel &model = m_host.model();
+    const auto &status = model.status();
+    if (reason == RecordingEnd::ObserverStopped)
+        return QStringLiteral("The observer ended the recording%1")
+            .arg(status && status->lastError ? QStringLiteral(": %1").arg(*status->lastError) : QStringLiteral("."));
+    return model.helperError().value_or(QStringLiteral("The recording ended by itself."));
+}
+
+void ForegroundRecording::finish()
+{
+    m_tasks.spawn([this](std::stop_token stop) { return printSummaryAndLeave(stop); });
+}
+
+Task<> ForegroundRecording::printSummaryAndLeave(std::stop_token stop)
+{
+    if (m_started) {
+        const QString summary = co_await m_host.model().diagnosticSummary();
+        if (stop.stop_requested())
+            co_return;
+        printMessage(summary + QLatin1Char('\n'));
+    }
+    m_loop.quit();
+}
+
+} // namespace ostrel

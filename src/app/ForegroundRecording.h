@@ -1,0 +1,45 @@
+#pragma once
+
+#include "app/ModelHost.h"
+#include "app/Platform.h"
+#include "base/TaskScope.h"
+
+#include <QEventLoop>
+#include <QString>
+#include <chrono>
+#include <optional>
+
+namespace ostrel {
+
+/// One recording from a terminal: the model without a window, from its start to its last flush.
+class ForegroundRecording
+{
+public:
+    /// @param duration how long to record, counted from the recorder's start; nothing means until a signal comes
+    ForegroundRecording(const Platform &platform, std::optional<std::chrono::seconds> duration);
+
+    /// Records until the time is over, SIGINT, SIGTERM or SIGHUP comes, or recording is no longer possible. Says on
+    /// standard error what happens.
+    /// @return the exit status: 1 when it could not start, or capture or the observer ended by itself
+    int run();
+
+private:
+    void onStarted();
+    void onEnded(RecordingEnd reason);
+    void onStatus();
+    void finish();
+    Task<> stopAfter(std::chrono::seconds duration, std::stop_token stop);
+    Task<> printSummaryAndLeave(std::stop_token stop);
+    QString failureText(RecordingEnd reason);
+
+    const std::optional<std::chrono::seconds> m_duration;
+    QEventLoop m_loop;
+    bool m_started = false;
+    int m_status = 0;
+    /// What the observer's last status complained of.
+    QString m_complaint;
+    ModelHost m_host;
+    TaskScope m_tasks;
+};
+
+} // namespace ostrel

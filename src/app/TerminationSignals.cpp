@@ -1,0 +1,68 @@
+#include "app/TerminationSignals.h"
+
+#include "base/Fatal.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace ostrel {
+
+namespace {
+
+constexpr int handledSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
+/// A handler may do next to nothing; it writes one byte, and the event loop does the rest.
+int writeEnd = -1;
+
+void onSignal(int /*number*/)
+{
+    const char byte = 0;
+    // A full pipe means that a signal is waiting to be handled already.
+    [[maybe_unused]] const ssize_t written = ::write(writeEnd, &byte, 1);
+}
+
+} // namespace
+
+TerminationSignals::TerminationSignals(std::function<void()> firstSignal, std::function<void()> laterSignal)
+    : m_firstSignal(std::move(firstSignal)), m_laterSignal(std::move(laterSignal))
+{
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0)
+        fatal("no pipe for signals could be made");
+    m_readEnd = ends[0];
+    writeEnd = ends[1];
+    m_notifier = std::make_unique<QSocketNotifier>(m_readEnd, QSocketNotifier::Read);
+    QObject::connect(m_notifier.get(), &QSocketNotifier::activated, m_notifier.get(), [this] { drain(); });
+
+    struct sigaction action = {};
+    action.sa_handler = onSignal;
+    action.sa_flags = SA_RESTART;
+    for (const int number : handledSignals)
+        ::sigaction(number, &action, nullptr);
+}
+
+TerminationSignals::~TerminationSignals()
+{
+    for (const int number : handledSignals)
+        std::signal(number, SIG_DFL);
+    m_notifier.reset();
+    ::close(m_readEnd);
+    ::close(std::exchange(writeEnd, -1));
+}
+
+void TerminationSignals::drain()
+{
+    char byte = 0;
+    int count = 0;
+    while (::read(m_readEnd, &byte, 1) == 1)
+        ++count;
+    for (; count > 0; --count) {
+        if (std::exchange(m_signalled, true))
+            m_laterSignal();
+        else
+            m_firstSignal();
+    }
+}
+
+} // namespace ostrel

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "app/Command.h"
+
+namespace ostrel {
+
+/// One function a command; what each does and prints stands in its file.
+Command recordCommand();
+Command journalCommand();
+Command displaysCommand();
+Command contextCommand();
+Command permissionsCommand();
+Command settingsCommand();
+
+} // namespace ostrel

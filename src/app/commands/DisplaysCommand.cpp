@@ -1,0 +1,77 @@
+#include "app/Json.h"
+#include "app/commands/Commands.h"
+#include "capture/CaptureError.h"
+#include "capture/DisplayList.h"
+
+#include <QJsonArray>
+#include <QJsonObject>
+
+namespace ostrel {
+
+namespace {
+
+/// A pixel or a desktop coordinate without needless decimals.
+QString number(double value)
+{
+    return QString::number(value, 'g', 10);
+}
+
+QString asText(const QList<CapturableDisplay> &displays, quint32 mainDisplayId)
+{
+    QString text;
+    for (qsizetype i = 0; i < displays.size(); ++i) {
+        const CapturableDisplay &display = displays[i];
+        text += QStringLiteral("%1  %2x%3 at %4,%5  id %6\n")
+                    .arg(displayLabel(display.displayId, i, mainDisplayId), -18)
+                    .arg(display.width)
+                    .arg(display.height)
+                    .arg(number(display.bounds.x()), number(display.bounds.y()))
+                    .arg(display.displayId);
+    }
+    return text;
+}
+
+QJsonArray asJson(const QList<CapturableDisplay> &displays, quint32 mainDisplayId)
+{
+    QJsonArray array;
+    for (qsizetype i = 0; i < displays.size(); ++i) {
+        const CapturableDisplay &display = displays[i];
+        array.append(
+            QJsonObject{{QStringLiteral("displayId"), QString::number(display.displayId)},
+                        {QStringLiteral("displayLabel"), displayLabel(display.displayId, i, mainDisplayId)},
+                        {QStringLiteral("width"), display.width},
+                        {QStringLiteral("height"), display.height},
+                        {QStringLiteral("bounds"), QJsonObject{{QStringLiteral("x"), display.bounds.x()},
+                                                               {QStringLiteral("y"), display.bounds.y()},
+                                                               {QStringLiteral("width"), display.bounds.width()},
+                                                               {QStringLiteral("height"), display.bounds.height()}}},
+                        {QStringLiteral("main"), display.displayId == mainDisplayId}});
+    }
+    return array;
+}
+
+CommandResult run(const QCommandLineParser &parser, const Platform &platform)
+{
+    const auto content = platform.displays.shareableContent();
+    if (!content)
+        return CommandResult::failure(ExitFailed, content.error().localizedDescription);
+    if (content->displays.isEmpty())
+        return CommandResult::failure(ExitFailed, captureError(CaptureErrorCode::NoDisplay).localizedDescription);
+    const auto displays = orderedDisplays(content->displays, content->mainDisplayId);
+    if (parser.isSet(jsonOption()))
+        return CommandResult::data(jsonDocument(asJson(displays, content->mainDisplayId)));
+    return CommandResult::data(asText(displays, content->mainDisplayId));
+}
+
+} // namespace
+
+Command displaysCommand()
+{
+    return {.name = QStringLiteral("displays"),
+            .description = QStringLiteral("Lists the displays that a recording captures, in its order."),
+            .arguments = {},
+            .options = {jsonOption()},
+            .run = run};
+}
+
+} // namespace ostrel

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "capture/DisplaySource.h"
+#include "capture/ScreenCaptureAccess.h"
+#include "context/AccessibilityAccess.h"
+#include "context/ForegroundSource.h"
+
+#include <QProcessEnvironment>
+#include <memory>
+
+namespace ostrel {
+
+/// The means that the running session offers. Nothing is connected before its first use.
+struct SessionPlatform {
+    std::unique_ptr<DisplaySource> displays;
+    std::unique_ptr<ScreenCaptureAccess> screenCaptureAccess;
+    std::unique_ptr<ForegroundSource> foreground;
+    /// One for the context samples and one for the permission checks, which run on different threads.
+    std::unique_ptr<AccessibilityAccess> contextAccessibility;
+    std::unique_ptr<AccessibilityAccess> permissionAccessibility;
+};
+
+/// Looks at the session's environment and chooses. Where nothing fits, the objects report no capability and why.
+SessionPlatform makeSessionPlatform(const QProcessEnvironment &environment);
+
+} // namespace ostrel

@@ -1,0 +1,30 @@
+#include "platform/session/Unavailable.h"
+
+namespace ostrel {
+
+Error UnavailableDisplaySource::unavailable() const
+{
+    return {.domain = QStringLiteral("TamskOstrel.Session"), .code = 1, .localizedDescription = m_reason};
+}
+
+Result<ShareableContent> UnavailableDisplaySource::shareableContent()
+{
+    return std::unexpected(unavailable());
+}
+
+Result<std::unique_ptr<DisplayScreenshotter>>
+UnavailableDisplaySource::makeScreenshotter(const DisplayContentFilter & /*filter*/,
+                                            const DisplayCaptureConfiguration & /*configuration*/)
+{
+    return std::unexpected(unavailable());
+}
+
+Result<std::unique_ptr<DisplayStream>>
+UnavailableDisplaySource::makeStream(const DisplayContentFilter & /*filter*/,
+                                     const DisplayCaptureConfiguration & /*configuration*/, StreamDelegate /*delegate*/,
+                                     std::function<void(std::function<void()>)> /*post*/)
+{
+    return std::unexpected(unavailable());
+}
+
+} // namespace ostrel

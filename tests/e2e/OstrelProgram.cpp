@@ -1,0 +1,121 @@
+#include "OstrelProgram.h"
+
+#include "base/Files.h"
+
+#include <QDir>
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <csignal>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace ostrel {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr int endTimeoutMs = 60'000;
+
+} // namespace
+
+int freePort()
+{
+    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    const bool bound = ::bind(socket, reinterpret_cast<sockaddr *>(&address), length) == 0 &&
+                       ::getsockname(socket, reinterpret_cast<sockaddr *>(&address), &length) == 0;
+    ::close(socket);
+    if (!bound)
+        failTest(QStringLiteral("no free port"));
+    return ntohs(address.sin_port);
+}
+
+OstrelProgram::OstrelProgram(QProcessEnvironment environment) : m_environment(std::move(environment)) {}
+
+QString OstrelProgram::file()
+{
+    return QStringLiteral(OSTREL_BUILD_DIR "/bin/ostrel");
+}
+
+OstrelProgram::Outcome OstrelProgram::run(const QStringList &arguments) const
+{
+    QProcess process;
+    process.setProcessEnvironment(m_environment);
+    process.start(file(), arguments, QIODevice::ReadOnly);
+    if (!process.waitForFinished(endTimeoutMs))
+        failTest(QStringLiteral("ostrel %1 did not end").arg(arguments.join(QLatin1Char(' '))));
+    return {.status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+            .output = process.readAllStandardOutput(),
+            .messages = process.readAllStandardError()};
+}
+
+QJsonDocument OstrelProgram::json(const QStringList &arguments) const
+{
+    const Outcome outcome = run(arguments + QStringList(QStringLiteral("--json")));
+    EXPECT_EQ(outcome.status, 0) << outcome.messages.toStdString();
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(outcome.output, &error);
+    EXPECT_EQ(error.error, QJsonParseError::NoError) << outcome.output.toStdString();
+    return document;
+}
+
+void OstrelProgram::start(const QStringList &arguments)
+{
+    m_messages.clear();
+    m_process = std::make_unique<QProcess>();
+    m_process->setProcessEnvironment(m_environment);
+    m_process->start(file(), arguments, QIODevice::ReadOnly);
+    if (!m_process->waitForStarted())
+        failTest(QStringLiteral("%1 could not be started").arg(file()));
+}
+
+void OstrelProgram::waitForMessage(const QByteArray &text)
+{
+    waitUntil(QStringLiteral("the message \"%1\"").arg(QString::fromUtf8(text)), 30s, [&] {
+        m_process->waitForReadyRead(50);
+        m_messages += m_process->readAllStandardError();
+        return m_messages.contains(text);
+    });
+}
+
+void OstrelProgram::terminate()
+{
+    ::kill(pid_t(m_process->processId()), SIGTERM);
+}
+
+OstrelProgram::Outcome OstrelProgram::waitForEnd()
+{
+    if (m_process->state() != QProcess::NotRunning && !m_process->waitForFinished(endTimeoutMs))
+        failTest(QStringLiteral("ostrel did not end; it said: %1").arg(QString::fromUtf8(m_messages)));
+    m_messages += m_process->readAllStandardError();
+    return {.status = m_process->exitStatus() == QProcess::NormalExit ? m_process->exitCode() : -1,
+            .output = m_process->readAllStandardOutput(),
+            .messages = m_messages};
+}
+
+void OstrelProgram::writeSettings(const QByteArray &otherKeys, int port)
+{
+    const QByteArray portText = QByteArray::number(port != 0 ? port : freePort());
+    const QByteArray comma = otherKeys.isEmpty() ? QByteArray() : QByteArray(", ");
+    ASSERT_TRUE(writeFileAtomically(path(QStringLiteral(".ostrel/settings.json")),
+                                    "{\"localPort\": " + portText + comma + otherKeys + "}")
+                    .has_value());
+}
+
+QByteArray OstrelProgram::journal() const
+{
+    const QDir folder(path(QStringLiteral("ostrel/journal")));
+    QByteArray text;
+    for (const QString &name : folder.entryList({QStringLiteral("*.md")}))
+        text += readFile(folder.filePath(name)).value_or(QByteArray());
+    return text;
+}
+
+} // namespace ostrel

@@ -1,0 +1,57 @@
+#pragma once
+
+#include "support/VirtualDesktop.h"
+
+#include <QByteArray>
+#include <QJsonDocument>
+#include <QString>
+#include <QStringList>
+
+namespace ostrel {
+
+/// The built program, run as its user would: in a session of its own, with its real observer.
+class OstrelProgram
+{
+public:
+    struct Outcome {
+        int status = -1;
+        QByteArray output;
+        QByteArray messages;
+    };
+
+    /// @param environment home, display and bus to run in
+    explicit OstrelProgram(QProcessEnvironment environment);
+
+    QProcessEnvironment &environment() { return m_environment; }
+    QString home() const { return m_environment.value(QStringLiteral("HOME")); }
+    /// A path below the home folder.
+    QString path(const QString &name) const { return home() + QLatin1Char('/') + name; }
+
+    /// Runs it to its end.
+    Outcome run(const QStringList &arguments) const;
+    QJsonDocument json(const QStringList &arguments) const;
+
+    /// Starts it; `messages` waits for what it says.
+    void start(const QStringList &arguments);
+    /// Waits until standard error holds this text.
+    void waitForMessage(const QByteArray &text);
+    void terminate();
+    Outcome waitForEnd();
+
+    /// Writes the settings file, with a free port unless one is given.
+    void writeSettings(const QByteArray &otherKeys = {}, int port = 0);
+    /// All the journal's files, one after the other.
+    QByteArray journal() const;
+
+    static QString file();
+
+private:
+    QProcessEnvironment m_environment;
+    std::unique_ptr<QProcess> m_process;
+    QByteArray m_messages;
+};
+
+/// A port that nobody listens on at the moment.
+int freePort();
+
+} // namespace ostrel
