@@ -2,6 +2,7 @@
 
 #include "base/Files.h"
 #include "support/Printers.h"
+#include "support/StrangersListener.h"
 
 #include <QDir>
 #include <QFile>
@@ -10,9 +11,6 @@
 #include <gmock/gmock.h>
 
 #include <csignal>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 using namespace ostrel;
@@ -181,83 +179,16 @@ TEST_F(Recording, serverGone_endsWithStatus1AndKeepsTheSpool)
     expectNoObserverStays();
 }
 
-/// A program of another user that takes every connection to our port and notes what it is sent.
-class Stranger
-{
-public:
-    Stranger()
-    {
-        int ends[2];
-        if (::pipe(ends) != 0)
-            failTest(QStringLiteral("no pipe"));
-        m_process = ::fork();
-        if (m_process == 0)
-            serve(ends[1]);
-        ::close(ends[1]);
-        m_reports = ends[0];
-        if (::read(m_reports, &m_port, sizeof m_port) != ssize_t(sizeof m_port))
-            failTest(QStringLiteral("the stranger could not listen"));
-    }
-
-    ~Stranger()
-    {
-        ::kill(m_process, SIGKILL);
-        ::waitpid(m_process, nullptr, 0);
-        ::close(m_reports);
-    }
-
-    int port() const { return m_port; }
-    /// How many bytes it was sent until now.
-    qsizetype receivedBytes() const
-    {
-        ::kill(m_process, SIGKILL); // the end of the pipe ends the reading
-        char bytes[4096];
-        qsizetype total = 0;
-        for (ssize_t n = 0; (n = ::read(m_reports, bytes, sizeof bytes)) > 0;)
-            total += n;
-        return total;
-    }
-
-private:
-    [[noreturn]] static void serve(int reports)
-    {
-        if (::setgid(65534) != 0 || ::setuid(65534) != 0)
-            ::_exit(1);
-        const int listener = ::socket(AF_INET, SOCK_STREAM, 0); // its owner is who makes it
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        if (::bind(listener, reinterpret_cast<sockaddr *>(&address), length) != 0 || ::listen(listener, 8) != 0 ||
-            ::getsockname(listener, reinterpret_cast<sockaddr *>(&address), &length) != 0)
-            ::_exit(1);
-        const int port = ntohs(address.sin_port);
-        ssize_t written = ::write(reports, &port, sizeof port);
-        while (written > 0) {
-            const int connection = ::accept(listener, nullptr, nullptr);
-            char bytes[4096];
-            for (ssize_t n = 0; (n = ::read(connection, bytes, sizeof bytes)) > 0;)
-                written = ::write(reports, bytes, size_t(n));
-            ::close(connection);
-        }
-        ::_exit(0);
-    }
-
-    int m_reports = -1;
-    int m_port = 0;
-    pid_t m_process = -1;
-};
-
 TEST_F(Recording, portTakenByAnotherUser_sendsNothingAndNamesThePort)
 {
-    ASSERT_EQ(::getuid(), 0U) << "only root can be another user for a test";
-    const Stranger stranger;
+    ASSERT_EQ(::geteuid(), 0U) << "only root can be another user for a test";
+    StrangersListener stranger;
     m_ostrel.writeSettings({}, stranger.port());
     const auto outcome = m_ostrel.run(record);
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.messages.toStdString(),
                 HasSubstr("Port " + std::to_string(stranger.port()) + " is in use by another program"));
-    EXPECT_EQ(stranger.receivedBytes(), 0);
+    EXPECT_EQ(stranger.finish(), 0) << "not even a connection";
 }
 
 } // namespace

@@ -5,7 +5,7 @@
 #include "support/Printers.h"
 
 #include "ObserverRoot.h"
-#include "TestHome.h"
+#include "support/TestHome.h"
 
 #include <QCoreApplication>
 #include <QDir>

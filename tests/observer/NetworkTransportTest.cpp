@@ -8,7 +8,7 @@
 #include "support/Printers.h"
 #include "support/RunTask.h"
 
-#include "StrangersListener.h"
+#include "support/StrangersListener.h"
 
 #include <QNetworkProxy>
 #include <QNetworkProxyFactory>

@@ -6,7 +6,7 @@
 
 #include "Fixtures.h"
 #include "ObserverRoot.h"
-#include "TestHome.h"
+#include "support/TestHome.h"
 
 #include <QCoreApplication>
 #include <QJsonArray>

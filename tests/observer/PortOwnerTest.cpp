@@ -4,7 +4,7 @@
 #include "base/Files.h"
 #include "support/Printers.h"
 
-#include "StrangersListener.h"
+#include "support/StrangersListener.h"
 
 #include <QTcpServer>
 #include <QTemporaryDir>

@@ -6,7 +6,7 @@
 #include "support/Printers.h"
 
 #include "Fixtures.h"
-#include "TestHome.h"
+#include "support/TestHome.h"
 
 #include <QDir>
 #include <QFileInfo>

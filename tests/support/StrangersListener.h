@@ -1,6 +1,6 @@
 #pragma once
 
-#include "TestHome.h"
+#include "support/TestHome.h"
 
 #include <QtGlobal>
 
