@@ -12,6 +12,7 @@ void runToEnd(F make)
 {
     QEventLoop loop;
     TaskSlot slot;
+    // The slot keeps the closure. NOLINTNEXTLINE(cppcoreguidelines-avoid-capturing-lambda-coroutines)
     slot.start([&](std::stop_token stop) -> Task<> {
         co_await make(stop);
         loop.quit();

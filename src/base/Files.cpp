@@ -98,7 +98,7 @@ Result<QString> keepDamagedFile(const QString &path)
 {
     const QByteArray from = QFile::encodeName(path);
     for (int number = 1;; ++number) {
-        const QString kept = path + QLatin1String(".damaged") + (number > 1 ? QString::number(number) : QString());
+        QString kept = path + QLatin1String(".damaged") + (number > 1 ? QString::number(number) : QString());
         const QByteArray to = QFile::encodeName(kept);
         // A link, so that the file never lacks its own name; file systems without links can only rename.
         if (::link(from.constData(), to.constData()) == 0)

@@ -45,7 +45,7 @@ public:
                 return;
             m_state->answer = std::move(answer);
             // The coroutine that is resumed here may destroy whoever holds this object.
-            const std::shared_ptr<State> keep = m_state;
+            const std::shared_ptr<State> keep = m_state; // NOLINT(performance-unnecessary-copy-initialization)
             keep->settle();
         }
 
@@ -87,8 +87,8 @@ public:
             if (state->settled)
                 return;
             state->settled = true;
-            const auto keep = state;
-            const auto withdraw = cancel;
+            const auto keep = state;      // NOLINT(performance-unnecessary-copy-initialization)
+            const auto withdraw = cancel; // NOLINT(performance-unnecessary-copy-initialization)
             if (withdraw)
                 withdraw();
             keep->settle();

@@ -59,7 +59,7 @@ void ActiveApplicationContext::readFocusedWindow(ActiveApplicationContextDetails
 
 std::optional<QString> ActiveApplicationContext::promptText(const ActiveApplicationContextDetails &details)
 {
-    const auto app = normalize(details.appName);
+    auto app = normalize(details.appName);
     if (!app)
         return std::nullopt;
     const auto website = normalize(details.website);

@@ -37,7 +37,7 @@ AppModel::AppModel(Dependencies with)
                         .stopCapture = [this] { m_recording.stopCapture(); },
                         .startPolling = [this] { startPolling(); }};
     forwardSignals();
-    m_observer.startHelper();
+    static_cast<void>(m_observer.startHelper()); // a failure is the helper error by now
     startPolling();
 }
 
@@ -151,6 +151,7 @@ Task<> AppModel::readJournal(std::stop_token stop)
 void AppModel::refreshPermissions()
 {
     m_tasks.spawn(
+        // The scope keeps the closure. NOLINTNEXTLINE(cppcoreguidelines-avoid-capturing-lambda-coroutines)
         [this](std::stop_token stop) -> Task<> { co_await m_permissions.refreshPermissions(std::move(stop)); });
 }
 

@@ -81,7 +81,7 @@ public:
     Task<QString> diagnosticSummary();
 
     // The observer's process.
-    void startHelper() { m_observer.startHelper(); }
+    void startHelper() { static_cast<void>(m_observer.startHelper()); }
     void restartHelper() { m_observer.restartHelper(); }
 
     // The journal.

@@ -67,7 +67,7 @@ void ObserverControl::restartHelper()
 {
     hooks.stopCapture();
     m_helper.stop();
-    startHelper();
+    static_cast<void>(startHelper());
     hooks.startPolling();
 }
 
@@ -148,7 +148,7 @@ void ObserverControl::startHelperAgainIfDead()
     if (checkedSubtract(nowMs, m_lastHelperRestartMs) <= shortestRestartPauseMs)
         return;
     m_lastHelperRestartMs = nowMs;
-    startHelper();
+    static_cast<void>(startHelper());
 }
 
 void ObserverControl::noteUnreachable(const Error &error)

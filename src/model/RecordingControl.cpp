@@ -184,6 +184,7 @@ void RecordingControl::observerStopped()
 
 void RecordingControl::stopCapture()
 {
+    // The scope keeps the closure. NOLINTNEXTLINE(cppcoreguidelines-avoid-capturing-lambda-coroutines)
     m_endings.spawn([this](std::stop_token stop) -> Task<> {
         const auto turn = co_await m_turn.acquire(std::move(stop));
         if (turn)

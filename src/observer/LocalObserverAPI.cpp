@@ -8,7 +8,7 @@ namespace ostrel {
 namespace {
 
 /// An answer above this size is decoded on the worker: reading it would be felt on the main thread.
-constexpr qsizetype largeAnswer = 64 * 1024;
+constexpr qsizetype largeAnswer = 65'536;
 
 QByteArray archiveRange(RecordWriter &write, const QString &fromDate, const QString &toDate)
 {
@@ -74,7 +74,7 @@ Task<Result<ObserverStatus>> LocalObserverAPI::postFrames(SharedLink link, QList
     auto body = co_await link->worker.run(stop, [frames = std::move(frames)] { return framesBody(frames); });
     if (!body)
         co_return std::unexpected(faultError(Fault::Cancelled));
-    co_return co_await request<ObserverStatus>(link, QStringLiteral("/api/frames"), "POST", *std::move(body), stop);
+    co_return co_await request<ObserverStatus>(link, QStringLiteral("/api/frames"), "POST", std::move(body), stop);
 }
 
 Task<Result<ObserverStatus>> LocalObserverAPI::status(std::stop_token stop)

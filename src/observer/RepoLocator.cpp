@@ -50,7 +50,7 @@ std::optional<QString> RepoLocator::resolveRepoRoot() const
     if (!environmentOverride.isEmpty())
         return absolute(environmentOverride);
     if (!resourcesDirectory.isEmpty()) {
-        const QString bundled = absolute(resourcesDirectory + QLatin1String("/Observer"));
+        QString bundled = absolute(resourcesDirectory + QLatin1String("/Observer"));
         if (isObserverRoot(bundled))
             return bundled;
     }

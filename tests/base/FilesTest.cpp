@@ -102,6 +102,25 @@ TEST_F(Files, read_missingOrFolder_isAnErrorThatNamesIt)
     EXPECT_TRUE(isFault(folder.error(), Fault::IsDirectory));
 }
 
+TEST_F(Files, keepDamagedFile_severalTimes_keepsEachUnderAName)
+{
+    for (const char *text : {"first", "second"}) {
+        ASSERT_TRUE(writeFileAtomically(path("file"), text).has_value());
+        const auto kept = keepDamagedFile(path("file"));
+        ASSERT_TRUE(kept.has_value());
+        EXPECT_EQ(readFile(*kept).value(), QByteArray(text));
+    }
+    EXPECT_EQ(readFile(path("file.damaged")).value(), QByteArray("first"));
+    EXPECT_EQ(readFile(path("file.damaged2")).value(), QByteArray("second"));
+    EXPECT_EQ(readFile(path("file")).value(), QByteArray("second")) << "the file itself keeps its name";
+}
+
+TEST_F(Files, keepDamagedFile_missing_isAnError)
+{
+    EXPECT_FALSE(keepDamagedFile(path("missing")).has_value());
+    EXPECT_EQ(names(), QStringList());
+}
+
 TEST_F(Files, isExecutableFile_onlyRegularFilesWithTheRight)
 {
     ASSERT_TRUE(writeFileAtomically(path("file"), "#!/bin/sh\n").has_value());
