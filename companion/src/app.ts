@@ -1,5 +1,5 @@
 import type { IncomingMessage, RequestListener, ServerResponse } from "node:http";
-import { describeFailure, isDiskFull } from "./base/failure.ts";
+import { isDiskFull } from "./base/failure.ts";
 import { bodyPieces, readJson } from "./http/body.ts";
 import { RequestError } from "./http/errors.ts";
 import { Guard } from "./http/guards.ts";
@@ -110,7 +110,7 @@ function asRequestError(error: unknown, { onUnexpected }: AppDependencies): Requ
   if (error instanceof NotRecording) return new RequestError("notRecording", error.message);
   if (error instanceof ShuttingDown) return new RequestError("shuttingDown", error.message);
   if (isDiskFull(error)) {
-    return new RequestError("diskFull", `${describeFailure("Nothing was kept", error)}.`);
+    return new RequestError("diskFull", "The disk is full.");
   }
   onUnexpected(error);
   return new RequestError("internal", "The observer failed to do this.");
@@ -127,17 +127,26 @@ function send(
   response.setHeader("Content-Type", "application/json");
   response.setHeader("Content-Length", body.length);
   response.setHeader("Cache-Control", "no-store");
-  if (!request.complete) dropRest(request, response);
-  response.end(body);
+  if (request.complete) {
+    response.end(body);
+    return;
+  }
+  response.setHeader("Connection", "close");
+  response.write(body);
+  dropRest(request, () => response.end());
 }
 
 /**
- * The body of a refused request is still arriving. Closing at once would reset the connection and
- * take the answer with it, so the rest is read and thrown away for a while.
+ * The body of a refused request is still arriving. The end of the answer closes the connection,
+ * which would break off a sender that hasn't come to reading the answer yet. So the rest is read
+ * and thrown away for a while before.
  */
-function dropRest(request: IncomingMessage, response: ServerResponse): void {
-  response.setHeader("Connection", "close");
+function dropRest(request: IncomingMessage, then: () => void): void {
+  const cut = setTimeout(then, lingerMs);
+  request.once("end", then);
+  request.once("close", () => {
+    clearTimeout(cut);
+    then();
+  });
   request.resume();
-  const cut = setTimeout(() => request.destroy(), lingerMs);
-  request.once("close", () => clearTimeout(cut));
 }

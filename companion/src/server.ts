@@ -1,3 +1,4 @@
+import { writeSync } from "node:fs";
 import { chmod } from "node:fs/promises";
 import { createServer, type Server } from "node:http";
 import { homedir } from "node:os";
@@ -42,8 +43,16 @@ class StartFailure extends Error {
   }
 }
 
+/**
+ * Not by the stream of the standard error: that ends the program when the log can't be written, and
+ * a full disk or a reader that is gone is when the frames need it most.
+ */
 function say(sentence: string): void {
-  process.stderr.write(`observer: ${sentence}\n`);
+  try {
+    writeSync(2, `observer: ${sentence}\n`);
+  } catch {
+    // There is nobody left to tell.
+  }
 }
 
 function takeToken(): string {
@@ -157,10 +166,10 @@ function takeSecrets(observer: Observer, firstLine: Promise<string | undefined>)
   });
 }
 
-async function watchOurParent(end: EndOfService): Promise<void> {
+function watchOurParent(end: EndOfService): void {
   const pid = process.env["OSTREL_PARENT_PID"] ?? "";
   if (!/^[0-9]{1,10}$/.test(pid)) return;
-  await watchParent(Number(pid), systemClock, () => end.want(`the parent ${pid} is gone`));
+  watchParent(Number(pid), systemClock, () => end.want(`the parent ${pid} is gone`));
 }
 
 /** What is acknowledged is durable already; this ends the session and what is being worked on. */
@@ -176,7 +185,7 @@ async function close(server: Server, observer: Observer): Promise<void> {
 async function serve(end: EndOfService, token: string): Promise<void> {
   const home = process.env["HOME"] || homedir();
   const firstLine = new Promise<string | undefined>((resolve) => readSecrets(end, resolve));
-  await watchOurParent(end);
+  watchOurParent(end);
   const folder = join(home, ".ostrel", "observer");
   const unlock = await lockStateFolder(folder);
   try {

@@ -34,8 +34,7 @@ Result<QString> loadOrCreateToken(SecretStore &secrets, const QString &service, 
         return std::unexpected(Error{.domain = QStringLiteral("TamskOstrel.TokenStore"),
                                      .code = status,
                                      .localizedDescription = QStringLiteral("Could not generate a secure token")});
-    QString token =
-        QString::fromLatin1(bytes.toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals));
+    QString token = QString::fromLatin1(bytes.toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals));
     if (const Result<> written = secrets.write(service, account, token); !written)
         qCWarning(logObserver, "the local token could not be stored, it holds for this run only: %ls",
                   qUtf16Printable(written.error().localizedDescription));

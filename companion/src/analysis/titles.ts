@@ -20,6 +20,8 @@ const LEADING_UNSAVED = /^(?:\*(?![*.])|[•●])\s*/u;
 const TRAILING_UNSAVED_WORD = /\s[[(](?:modified|unsaved|\+|\*)[\])]$/i;
 const TRAILING_UNSAVED = /\s[*•●]$|(?<=\.\w{1,8})\*$/u;
 const TRAILING_UNSAVED_EDITOR = /\s?[*•●]$/u;
+/** The marks that no program is known to use for anything but unsaved changes. */
+const SURELY_UNSAVED = /^\*[^\s*.]|\.\w{1,8}\*$|\s[[(](?:modified|unsaved)[\])]$/iu;
 const SEPARATOR_BEFORE_SUFFIX = /\s[-–—|·]\s$/u;
 const MAX_ROUNDS = 8;
 
@@ -73,7 +75,8 @@ export function cleanTitle(raw: string, kind: PlaceKind, names: readonly string[
     title = stripSuffix(title.replace(SPINNER, ""), names);
     if (marksAreUnsaved) {
       const unmarked = stripUnsavedMarks(title, kind);
-      unsaved ||= unmarked !== title;
+      // In a program that nobody knows, a star or a dot may as well mean an unread message.
+      unsaved ||= unmarked !== title && (kind === "editor" || SURELY_UNSAVED.test(title));
       title = unmarked;
     } else {
       title = stripUnreadMarks(title, kind);

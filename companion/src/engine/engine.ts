@@ -1,7 +1,7 @@
 import type { Clock } from "../base/clock.ts";
 import { describeFailure, isSystemError } from "../base/failure.ts";
 import type { JournalSession, KeyedBullet } from "../journal/types.ts";
-import { expandedPath } from "../settings/expandedPath.ts";
+import { expandedAbsolutePath } from "../settings/expandedPath.ts";
 import { chosenProvider } from "../settings/provider.ts";
 import type { SettingsInUse } from "../settings/settingsInUse.ts";
 import { type Chunk, type ChunkResult, observed } from "../spool/records.ts";
@@ -151,8 +151,8 @@ export class Engine {
 
   async #append(chunk: Chunk, { bullets }: ChunkResult): Promise<void> {
     const { settings, home, appendToJournal, onWritten } = this.#dependencies;
-    const directory = expandedPath(settings.record.outputDirectory, home);
     try {
+      const directory = expandedAbsolutePath(settings.record.outputDirectory, home);
       await appendToJournal(directory, chunk.session, bullets);
     } catch (error) {
       throw new JournalFailure("the journal can't be written", { cause: error });
@@ -204,8 +204,8 @@ export class Engine {
   async #saveRawInputs(chunk: Chunk): Promise<void> {
     const { spool, settings, home, onComplaint } = this.#dependencies;
     if (!settings.record.saveRawInputs) return;
-    const directory = expandedPath(settings.record.rawInputDirectory, home);
     try {
+      const directory = expandedAbsolutePath(settings.record.rawInputDirectory, home);
       await saveRawInputs(spool.disk, spool.layout, directory, chunk);
       onComplaint("raw inputs", undefined);
     } catch (error) {

@@ -12,6 +12,9 @@ export type FramePart =
   | { readonly kind: "pictureEnd" }
   | { readonly kind: "frame"; readonly record: FrameRecord };
 
+/** Far more than any context says. A page may give itself a title of any length. */
+const greatestTextBytes = 16 * 1024;
+
 /** Where in the body `{"frames": [{...}, ...]}` the reader stands. */
 type Place = "start" | "body" | "framesStart" | "frames" | "frame" | "value" | "picture" | "end";
 
@@ -115,7 +118,7 @@ export class FrameReader {
       this.#place = "picture";
     } else {
       const wanted = Object.hasOwn(CapturedFramePayload.shape, event.name);
-      this.#beginValue(wanted ? new ValueBuilder() : undefined, "frame");
+      this.#beginValue(wanted ? new ValueBuilder(greatestTextBytes) : undefined, "frame");
     }
   }
 

@@ -37,6 +37,8 @@ export async function* bodyPieces(
     throw late;
   } finally {
     clearTimeout(timer);
+    // Not waited for: it lets go of the request, unless a read that came too late still hangs.
+    void pieces.return?.();
   }
 }
 

@@ -56,9 +56,10 @@ function isNumberByte(byte: number): boolean {
 }
 
 /** Decodes UTF-8 and refuses what isn't. A byte order mark is a character like any other. */
-export function decodeUtf8(bytes: Uint8Array): string {
+export function decodeUtf8(bytes: Uint8Array, { dropsTornEnd = false } = {}): string {
   try {
-    return new TextDecoder("utf-8", { fatal: true, ignoreBOM: true }).decode(bytes);
+    const decoder = new TextDecoder("utf-8", { fatal: true, ignoreBOM: true });
+    return decoder.decode(bytes, { stream: dropsTornEnd });
   } catch {
     throw new JsonError("text is not UTF-8");
   }

@@ -20,12 +20,18 @@ export function numberFromText(text: string): number | bigint {
   return integer >= leastInt64 && integer <= greatestInt64 ? integer : asNumber;
 }
 
-/** Builds one value from the tokenizer's events. */
+/** Builds one value from the tokenizer's events. Texts beyond the greatest length are cut there. */
 export class ValueBuilder {
+  readonly #greatestTextBytes: number;
   readonly #containers: (JsonValue[] | JsonObject)[] = [];
   readonly #keys: string[] = [];
   #textParts: Uint8Array[] = [];
+  #textBytes = 0;
   #result: JsonValue | undefined;
+
+  constructor(greatestTextBytes = Number.POSITIVE_INFINITY) {
+    this.#greatestTextBytes = greatestTextBytes;
+  }
 
   /** The finished value; undefined until its last event has come. */
   get result(): JsonValue | undefined {
@@ -48,11 +54,10 @@ export class ValueBuilder {
         this.#keys.push(event.name);
         break;
       case "textPart":
-        this.#textParts.push(Uint8Array.from(event.bytes));
+        this.#addText(event.bytes);
         break;
       case "textEnd":
-        this.#place(decodeUtf8(Buffer.concat(this.#textParts)));
-        this.#textParts = [];
+        this.#place(this.#finishText());
         break;
       case "number":
         this.#place(numberFromText(event.text));
@@ -61,6 +66,20 @@ export class ValueBuilder {
         this.#place(event.value);
         break;
     }
+  }
+
+  #addText(bytes: Uint8Array): void {
+    const room = this.#greatestTextBytes - this.#textBytes;
+    if (room > 0) this.#textParts.push(Uint8Array.from(bytes.subarray(0, room)));
+    this.#textBytes += bytes.length;
+  }
+
+  #finishText(): string {
+    const isCut = this.#textBytes > this.#greatestTextBytes;
+    const text = decodeUtf8(Buffer.concat(this.#textParts), { dropsTornEnd: isCut });
+    this.#textParts = [];
+    this.#textBytes = 0;
+    return text;
   }
 
   #place(value: JsonValue): void {

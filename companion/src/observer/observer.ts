@@ -121,6 +121,8 @@ export class Observer {
     return this.#inTurn(async () => {
       await this.#putRight();
       if (this.#isStopping) await this.#endSession();
+      // The disk may have filled up since the last recording, and this one needs room.
+      await this.#keepQuota(this.#chunker);
       if (this.#chunker === undefined) await this.#beginSession();
       return this.status();
     });
@@ -159,7 +161,7 @@ export class Observer {
         await this.#closeChunks(() =>
           chunker.closeComplete(this.#dependencies.settings.record.chunkSizeMs),
         );
-        await this.#keepQuota();
+        await this.#keepQuota(chunker);
         this.#awaitQuiet(chunker);
       }
       return this.status();
@@ -200,7 +202,7 @@ export class Observer {
     const nowMs = this.#dependencies.clock.nowMs();
     try {
       const session = await this.#ledger.begin(sortableLocalTime(nowMs), nowMs);
-      this.#complaints.clear();
+      this.#forgetComplaints();
       this.#chunker = new Chunker(this.#spool, session);
       this.#sessionId = session.id;
       this.#chunkIndex = 0;
@@ -296,12 +298,16 @@ export class Observer {
     this.#lastChunkAt = isoLocalTime(this.#dependencies.clock.nowMs());
   }
 
-  async #keepQuota(): Promise<void> {
+  async #keepQuota(chunker: Chunker | undefined): Promise<void> {
     const { disk, layout, quotaBytes } = this.#dependencies;
     const { pictures } = this.#spool;
     try {
-      const free = (await disk.freeBytes(layout.root)) + pictures.bytes;
-      const thinned = await pictures.shrinkTo(quotaBytes(free));
+      const looseBytes = () => chunker?.pictureBytes ?? 0;
+      const free = (await disk.freeBytes(layout.root)) + pictures.bytes + looseBytes();
+      const quota = quotaBytes(free);
+      // Only closed chunks can be thinned, and the settings may make one of an hour.
+      if (looseBytes() > quota) await this.#closeChunks(async () => chunker?.closeOpen());
+      const thinned = await pictures.shrinkTo(Math.max(0, quota - looseBytes()));
       if (thinned > 0) {
         this.#complain(
           "quota",
@@ -329,6 +335,13 @@ export class Observer {
         }
       });
     });
+  }
+
+  /** A new recording begins without the old one's; but pictures that wait are as thin as before. */
+  #forgetComplaints(): void {
+    for (const area of this.#complaints.keys()) {
+      if (area !== "quota") this.#complaints.delete(area);
+    }
   }
 
   #complain(area: string, sentence: string | undefined): void {

@@ -40,7 +40,7 @@ export class StateLock {
     const folder = join(stateFolder, "lock");
     await makeFolder(folder);
     const boot = (await readFile("/proc/sys/kernel/random/boot_id", "latin1")).trim();
-    const claim = `${pid}.${await processStart(pid)}.${boot}`;
+    const claim = `${pid}.${processStart(pid)}.${boot}`;
     return new StateLock(folder, clock, claim).#acquire(boot, patienceMs);
   }
 
@@ -66,7 +66,7 @@ export class StateLock {
     for (const name of await readdir(this.#folder)) {
       if (name === this.#claim) continue;
       const [pid = "", start, claimBoot] = name.split(".");
-      const isLiving = claimBoot === boot && (await processStart(Number(pid))) === start;
+      const isLiving = claimBoot === boot && processStart(Number(pid)) === start;
       if (isLiving) living.push(name);
       else await rm(join(this.#folder, name), { force: true });
     }

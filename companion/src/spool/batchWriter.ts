@@ -32,16 +32,17 @@ export class BatchWriter {
 
   static async begin(disk: Disk, layout: SpoolLayout, id: number, session: Session) {
     const folder = unfinished(layout.batch(id));
-    await disk.makeFolder(folder);
-    const list = await disk.createFile(join(folder, frameListName));
-    const batch = new BatchWriter(disk, layout, id, list);
+    let list: OpenFile | undefined;
     try {
-      await batch.#writeLine({ version: 1, session });
+      await disk.makeFolder(folder);
+      list = await disk.createFile(join(folder, frameListName));
+      await writeLine(list, { version: 1, session });
+      return new BatchWriter(disk, layout, id, list);
     } catch (error) {
-      await batch.abandon();
+      await list?.abandon().catch(() => undefined);
+      await disk.remove(folder).catch(() => undefined);
       throw error;
     }
-    return batch;
   }
 
   /** Throws InvalidRecord where the picture is not base64 or the time is no date. */
@@ -105,12 +106,8 @@ export class BatchWriter {
       const name = join(this.#folder, pictureName(frame));
       await this.#disk.moveIfThere(this.#temporaryPicture(), name);
     }
-    await this.#writeLine(frame);
+    await writeLine(this.#list, frame);
     this.#frames.push(frame);
-  }
-
-  #writeLine(record: unknown): Promise<void> {
-    return this.#list.write(Buffer.from(`${writeJson(record)}\n`));
   }
 
   #decoded(decode: () => Uint8Array): Uint8Array {
@@ -122,4 +119,8 @@ export class BatchWriter {
       throw new InvalidRecord(path, `Invalid input: ${error.message}`);
     }
   }
+}
+
+function writeLine(list: OpenFile, record: unknown): Promise<void> {
+  return list.write(Buffer.from(`${writeJson(record)}\n`));
 }

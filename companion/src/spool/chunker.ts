@@ -39,6 +39,10 @@ export class Chunker {
     return this.#frames.length > 0;
   }
 
+  get pictureBytes(): number {
+    return this.#frames.reduce((sum, frame) => sum + frame.pictureBytes, 0);
+  }
+
   get lastFrameAtMs(): number | undefined {
     return this.#lastFrameAtMs;
   }

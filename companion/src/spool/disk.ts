@@ -70,9 +70,8 @@ async function createFile(path: string): Promise<OpenFile> {
   };
 }
 
-async function replaceFile(path: string, text: string): Promise<void> {
-  const temporary = `${path}.new`;
-  const file = await createFile(temporary);
+async function writeWhole(path: string, text: string): Promise<void> {
+  const file = await createFile(path);
   try {
     await file.write(Buffer.from(text));
   } catch (error) {
@@ -80,7 +79,18 @@ async function replaceFile(path: string, text: string): Promise<void> {
     throw error;
   }
   await file.finish();
-  await fs.rename(temporary, path);
+}
+
+async function replaceFile(path: string, text: string): Promise<void> {
+  const temporary = `${path}.new`;
+  try {
+    await writeWhole(temporary, text);
+    await fs.rename(temporary, path);
+  } catch (error) {
+    // On a full disk even a half-written file is in the way.
+    await fs.rm(temporary, { force: true }).catch(() => undefined);
+    throw error;
+  }
   await syncFolder(dirname(path));
 }
 

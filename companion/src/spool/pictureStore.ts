@@ -22,7 +22,7 @@ export function defaultQuotaBytes(freeBytes: number): number {
 export class PictureStore {
   readonly #disk: Disk;
   readonly #layout: SpoolLayout;
-  readonly #chunks = new Map<number, Picture[]>();
+  readonly #chunks = new Map<number, Set<Picture>>();
   #bytes = 0;
 
   constructor(disk: Disk, layout: SpoolLayout) {
@@ -44,7 +44,7 @@ export class PictureStore {
         isEdge: edges.has(index),
       }))
       .filter((picture) => picture.bytes > 0);
-    this.#chunks.set(chunk.id, pictures);
+    this.#chunks.set(chunk.id, new Set(pictures));
     for (const picture of pictures) this.#bytes += picture.bytes;
   }
 
@@ -69,15 +69,18 @@ export class PictureStore {
   }
 
   async #remove(id: number, goes: (picture: Picture) => boolean): Promise<boolean> {
-    const pictures = this.#chunks.get(id) ?? [];
-    const kept = pictures.filter((picture) => !goes(picture));
+    const pictures = this.#chunks.get(id) ?? new Set();
+    let hasLost = false;
     for (const picture of pictures) {
       if (!goes(picture)) continue;
       await this.#disk.remove(join(this.#layout.chunk(id), picture.name));
+      hasLost = true;
+      // Meanwhile the chunk may have been analysed; then its pictures are counted no more.
+      if (this.#chunks.get(id) !== pictures) break;
+      pictures.delete(picture);
       this.#bytes -= picture.bytes;
     }
-    this.#chunks.set(id, kept);
-    return kept.length < pictures.length;
+    return hasLost;
   }
 }
 

@@ -136,6 +136,22 @@ const table: readonly (readonly [string, string, string])[] = [
     '[Inkscape] Edited: "drawing.svg", unsaved changes',
   ],
   [
+    "unknownChatWithStar_isNotEdited",
+    windowOf("Mattermost", "* Town Square - Acme - Mattermost"),
+    '[Mattermost] Viewed: "Town Square - Acme"',
+  ],
+  ["unknownPlayerWithDot_isNotEdited", windowOf("Rhythm", "● A song"), '[Rhythm] Viewed: "A song"'],
+  [
+    "unknownEditorWithStarBehindTheFile_isEdited",
+    windowOf("Writer", "report.odt* — Writer"),
+    '[Writer] Edited: "report.odt", unsaved changes',
+  ],
+  [
+    "unknownEditorWithTheWordModified_isEdited",
+    windowOf("Ghostwriter", "notes.md [modified] - Ghostwriter"),
+    '[Ghostwriter] Edited: "notes.md", unsaved changes',
+  ],
+  [
     "browserWindowWithStar_isNotEdited",
     windowOf("Firefox ESR", "* general | Acme — Mozilla Firefox"),
     '[Firefox ESR] Viewed: "general | Acme"',
@@ -219,6 +235,11 @@ const table: readonly (readonly [string, string, string])[] = [
     '[Evil GitHub] Viewed: "x"',
   ],
   ["applicationNameOfBracketsOnly_isUnknown", "[]", "[Unknown] Open: [] in front"],
+  [
+    "applicationNameOfTenThousandCharacters_isCut",
+    "n".repeat(10_000),
+    `[${"n".repeat(59)}…] Open: ${"n".repeat(139)}… in front`,
+  ],
   [
     "websiteOfAKnownApplication_isThatApplication",
     contextText({ app: "Code", website: "vscode-app", window: "a.ts - b - Visual Studio Code" }),

@@ -128,6 +128,31 @@ describe("journal", () => {
   });
 });
 
+describe("directories", () => {
+  for (const directory of ["journal", "", "./journal", "~jane/journal"]) {
+    it(`directory_thatIsNotAbsolute_isRefused: "${directory}"`, async () => {
+      const harness = await ObserverHarness.open({
+        settings: { outputDirectory: directory, rawInputDirectory: directory, saveRawInputs: true },
+      });
+      await harness.observer.start();
+      await harness.send([at(0)]);
+      const status = await harness.observer.stop();
+      assert.equal(
+        status.analysisBackfillLastError,
+        `The journal can't be written: "${directory}" is not an absolute path.`,
+      );
+      assert.equal(
+        status.lastError,
+        `The model inputs can't be kept: "${directory}" is not an absolute path.`,
+      );
+      assert.deepEqual(harness.lines, []);
+      harness.observer.replaceSettings(defaultSettings);
+      await harness.observer.stop();
+      assert.deepEqual(harness.lines, ["at 0", "end of 1"]);
+    });
+  }
+});
+
 describe("chunks that can't be analysed", () => {
   const fastidious = asAnalyser<unknown>("fastidious", {
     initialState: () => ({}),
@@ -258,7 +283,7 @@ describe("quota", () => {
   it("quota_exceeded_thinsTheOldestToFirstAndLast", async () => {
     const harness = await ObserverHarness.open({
       settings: vertex,
-      quotaBytes: () => 5 * pictureBytes,
+      quotaBytes: () => 6 * pictureBytes,
     });
     await harness.observer.start();
     const status = await harness.send(frames);
@@ -273,7 +298,7 @@ describe("quota", () => {
     const status = await harness.send(frames);
     assert.deepEqual(pictures(harness, "1"), []);
     assert.deepEqual(pictures(harness, "2"), []);
-    assert.match(status.lastError ?? "", /pictures of 2 waiting chunks were removed/);
+    assert.match(status.lastError ?? "", /pictures of 3 waiting chunks were removed/);
     harness.observer.replaceSettings(defaultSettings);
     await harness.observer.stop();
     assert.equal(harness.lines.length, frames.length + 1);
@@ -283,7 +308,7 @@ describe("quota", () => {
     const both = [0, 1, 2].flatMap((second) => [at(second), { ...at(second), displayId: "2" }]);
     const harness = await ObserverHarness.open({
       settings: vertex,
-      quotaBytes: () => 4 * pictureBytes,
+      quotaBytes: () => 5 * pictureBytes,
     });
     await harness.observer.start();
     await harness.send([...both, at(20)]);
@@ -293,20 +318,46 @@ describe("quota", () => {
   it("quota_afterARestart_countsWhatIsThere", async () => {
     const first = await ObserverHarness.open({
       settings: vertex,
-      quotaBytes: () => 5 * pictureBytes,
+      quotaBytes: () => 6 * pictureBytes,
     });
     await first.observer.start();
     await first.send(frames);
     const second = await ObserverHarness.open({
       home: first.home,
       settings: vertex,
-      quotaBytes: () => 6 * pictureBytes,
+      quotaBytes: () => 8 * pictureBytes,
     });
     await second.observer.start();
     await second.send([at(100)]);
     assert.deepEqual(pictures(second, "2"), ["1-4.jpg", "1-5.jpg", "1-6.jpg"]);
     await second.send([at(120), at(140)]);
     assert.deepEqual(pictures(second, "2"), ["1-4.jpg", "1-6.jpg"]);
+  });
+
+  it("quota_exceededWithinOneChunk_thinsThatChunk", async () => {
+    const harness = await ObserverHarness.open({
+      settings: { ...vertex, chunkSizeMs: 3_600_000 },
+      quotaBytes: () => 5 * pictureBytes,
+    });
+    await harness.observer.start();
+    await harness.send(frames.slice(0, 5));
+    assert.deepEqual(harness.names("pending"), []);
+    await harness.send([at(23)]);
+    assert.deepEqual(pictures(harness, "1"), ["1-0.jpg", "2-0.jpg"]);
+  });
+
+  it("quota_ofADiskThatHasFilledUp_isKeptBeforeTheNextRecording", async () => {
+    const first = await ObserverHarness.open({ settings: vertex });
+    await first.observer.start();
+    await first.send(frames);
+    const second = await ObserverHarness.open({
+      home: first.home,
+      settings: vertex,
+      quotaBytes: () => 0,
+    });
+    const status = await second.observer.start();
+    assert.deepEqual(pictures(second, "1"), []);
+    assert.match(status.lastError ?? "", /pictures of 3 waiting chunks were removed/);
   });
 
   it("quota_isGivenWhatWouldBeFreeWithoutThePictures", async () => {

@@ -110,6 +110,21 @@ it("frameReader_noFrames_isAnEmptyBatch", () => {
   assert.deepEqual(read('{"frames":[]}'), []);
 });
 
+it("frameReader_endlessText_isCutBetweenTwoCharacters", () => {
+  for (const [start, kept] of [
+    ["", 5461],
+    ["a", 5461],
+    ["ab", 5460],
+  ] as const) {
+    const text = JSON.stringify({
+      frames: [framePayload(1, { text: start + "€".repeat(50_000) })],
+    });
+    for (const size of [7, 65_536]) {
+      assert.equal(read(text, size)[0]?.record.text, start + "€".repeat(kept));
+    }
+  }
+});
+
 const frame = (fields: Record<string, unknown>) =>
   JSON.stringify({ frames: [framePayload(1), { ...framePayload(2), ...fields }] });
 const invalid: readonly (readonly [name: string, body: string, path: string])[] = [

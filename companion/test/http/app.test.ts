@@ -5,7 +5,9 @@ import { type AddressInfo, connect } from "node:net";
 import { describe, it, type TestContext } from "node:test";
 import { type AppDependencies, createApp } from "../../src/app.ts";
 import { errorStatus } from "../../src/http/errors.ts";
+import { NotRecording } from "../../src/observer/observer.ts";
 import { defaultSettings, ObserverStatus } from "../../src/wire/records.ts";
+import { InvalidRecord } from "../../src/wire/schema.ts";
 import { type RequestOptions, send, testToken } from "../support/observerProcess.ts";
 
 type FakeObserver = AppDependencies["observer"];
@@ -247,11 +249,58 @@ describe("routes", () => {
   it("diskFull_is507", async (test) => {
     const full = Object.assign(new Error("ENOSPC"), { code: "ENOSPC" });
     const port = await serve(test, { stop: () => Promise.reject(full) });
-    assert.deepEqual(await outcome(port, "POST", "/api/stop"), [507, "diskFull"]);
+    const answer = await send(port, "POST", "/api/stop");
+    const error = { code: "diskFull", message: "The disk is full." };
+    assert.deepEqual(answer, { status: 507, body: { error } });
   });
 });
 
+/** Sends everything before it looks for an answer, as simple clients do; the answer's first line. */
+async function answerAfterSending(port: number, path: string, body: Uint8Array): Promise<string> {
+  const socket = connect(port, "127.0.0.1").pause();
+  const closed = once(socket, "close").then(() => assert.fail("closed"));
+  closed.catch(() => undefined);
+  socket.on("error", () => undefined);
+  socket.write(
+    `POST ${path} HTTP/1.1\r\nHost: 127.0.0.1:${port}\r\nX-Ostrel-Local-Token: ${testToken}\r\nContent-Length: ${body.length}\r\n\r\n`,
+  );
+  const sent = new Promise<void>((resolve, reject) => {
+    socket.write(body, (error) => (error ? reject(error) : resolve()));
+  });
+  await Promise.race([sent, closed]);
+  const answered = once(socket, "data");
+  socket.resume();
+  const [answer] = (await Promise.race([answered, closed])) as [Buffer];
+  socket.destroy();
+  return answer.toString().split("\r\n", 1)[0] ?? "";
+}
+
 describe("bodies", () => {
+  const eightMegabytes = Buffer.alloc(8_000_000, " ");
+
+  it("body_refusedUnread_isTakenToItsEnd", async (test) => {
+    const receiveFrames = () => Promise.reject(new NotRecording("not now"));
+    const port = await serve(test, { receiveFrames });
+    for (const [path, status] of [
+      ["/api/frames", 409],
+      ["/api/start", 413],
+      ["/nope", 404],
+    ] as const) {
+      const answer = await answerAfterSending(port, path, eightMegabytes);
+      assert.match(answer, new RegExp(`^HTTP/1.1 ${status} `));
+    }
+  });
+
+  it("body_refusedHalfWay_isTakenToItsEnd", async (test) => {
+    const receiveFrames: FakeObserver["receiveFrames"] = async (body) => {
+      for await (const _ of body) throw new InvalidRecord("frames.0", "Invalid input");
+      return idle;
+    };
+    const port = await serve(test, { receiveFrames });
+    const answer = await answerAfterSending(port, "/api/frames", eightMegabytes);
+    assert.match(answer, /^HTTP\/1.1 422 /);
+  });
+
   it("body_noJson_is400", async (test) => {
     const port = await serve(test);
     for (const body of ["", "{", "captureMode=external", "{} {}"]) {

@@ -341,6 +341,15 @@ describe("frames", () => {
     assert.deepEqual(harness.lines, ["at 6", "end of 1"]);
   });
 
+  it("batch_thatCannotEvenBegin_leavesNothing", async () => {
+    const { disk, state } = fillableDisk();
+    const harness = await ObserverHarness.open({ disk });
+    await harness.observer.start();
+    state.isFull = true;
+    await assert.rejects(harness.send([at(0)]), /ENOSPC/);
+    assert.deepEqual(harness.names("incoming"), []);
+  });
+
   it("status_neverTouchesTheDisk", async () => {
     const state = { isForbidden: false };
     const disk = new Proxy(realDisk, {

@@ -1,7 +1,15 @@
 import assert from "node:assert/strict";
 import { spawn } from "node:child_process";
 import { once } from "node:events";
-import { existsSync, readdirSync, readFileSync, statSync } from "node:fs";
+import {
+  closeSync,
+  existsSync,
+  openSync,
+  readdirSync,
+  readFileSync,
+  statSync,
+  writeFileSync,
+} from "node:fs";
 import { createServer } from "node:net";
 import { join } from "node:path";
 import { describe, it } from "node:test";
@@ -200,6 +208,27 @@ describe("ends", () => {
   });
 });
 
+describe("a log that can't be written", () => {
+  it("log_thatRefusesEveryWrite_isDoneWithout", async (test) => {
+    // As on a full disk: a file that is open for reading only.
+    const logTo = openSync("/proc/self/status", "r");
+    test.after(() => closeSync(logTo));
+    const observer = await ObserverProcess.launch(test, { home: temporaryHome(), logTo });
+    observer.child.stdin?.end();
+    assert.equal(await observer.exited, 0);
+  });
+
+  it("log_whoseReaderIsGone_isDoneWithout", async (test) => {
+    const home = temporaryHome();
+    const observer = await ObserverProcess.start(test, { home });
+    await observer.startRecording();
+    await observer.request("POST", "/api/frames", batch(frames(1_795_250_000_000, 8, codeContext)));
+    observer.child.stderr?.destroy();
+    assert.equal(await observer.terminate(), 0);
+    assert.equal(entryTexts(home).length, 1);
+  });
+});
+
 describe("starts", () => {
   it("token_missing_refusesToStart", async (test) => {
     const observer = await ObserverProcess.launch(test, {
@@ -261,6 +290,17 @@ describe("starts", () => {
     assert.equal(statSync(root).mode & 0o777, 0o700);
     assert.equal(statSync(join(root, "incoming", "1")).mode & 0o777, 0o700);
     assert.equal(statSync(join(root, "incoming", "1", "1-0.jpg")).mode & 0o777, 0o600);
+  });
+
+  it("token_afterTheStart_isInNoEnvironmentThatAChildInherits", async (test) => {
+    const home = temporaryHome();
+    const spy = join(home, "spy.cjs");
+    const tell = 'process.stderr.write("token " + process.env.OSTREL_LOCAL_API_TOKEN + "\\n")';
+    writeFileSync(spy, `process.on("SIGUSR2", () => ${tell});`);
+    const observer = await ObserverProcess.start(test, { home, nodeArguments: ["--require", spy] });
+    observer.child.kill("SIGUSR2");
+    await observer.says("token ");
+    assert.match(observer.log, /token undefined/);
   });
 
   it("secrets_onStandardInput_chooseTheProvider", async (test) => {

@@ -72,6 +72,8 @@ export interface ObserverOptions {
   /** Written to standard input before anything else. */
   readonly firstLine?: string;
   readonly nodeArguments?: readonly string[];
+  /** A descriptor for its standard error instead of the pipe of which `log` is read. */
+  readonly logTo?: number;
 }
 
 /** The real program as a child, as the application starts it. */
@@ -102,7 +104,7 @@ export class ObserverProcess {
         OSTREL_PARENT_PID: String(process.pid),
         ...options.environment,
       },
-      stdio: ["pipe", "ignore", "pipe"],
+      stdio: ["pipe", "ignore", options.logTo ?? "pipe"],
     });
     const observer = new ObserverProcess(port, child);
     test.after(async () => {
