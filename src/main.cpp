@@ -30,8 +30,5 @@ int main(int argc, char **argv)
                             .userDefaults = userDefaults,
                             .settingsOpener = settingsOpener,
                             .processes = processes};
-    const CommandResult result = runCommandLine(QCoreApplication::arguments(), platform);
-    printOutput(result.output);
-    printMessage(result.messages);
-    return result.status;
+    return printResult(runCommandLine(QCoreApplication::arguments(), platform));
 }

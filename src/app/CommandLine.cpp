@@ -1,10 +1,12 @@
 #include "app/CommandLine.h"
 
 #include "app/commands/Commands.h"
+#include "base/Fault.h"
 
 #include <QCoreApplication>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 
 namespace ostrel {
@@ -32,7 +34,8 @@ QString generalHelp(const QList<Command> &commands)
 void describe(QCommandLineParser &parser, const Command &command)
 {
     parser.setApplicationDescription(command.description);
-    parser.addHelpOption();
+    // Not the parser's own: that one comes with a --help-all for options of the toolkit, of which there are none.
+    parser.addOption({{QStringLiteral("h"), QStringLiteral("help")}, QStringLiteral("Print this help.")});
     parser.addPositionalArgument(command.name, command.description, command.name);
     for (const CommandArgument &argument : command.arguments)
         parser.addPositionalArgument(argument.name, argument.description, argument.syntax);
@@ -53,11 +56,11 @@ CommandResult runCommand(const Command &command, const QStringList &arguments, c
     return command.run(parser, platform);
 }
 
-void print(std::FILE *stream, const QString &text)
+bool print(std::FILE *stream, const QString &text)
 {
     const QByteArray bytes = text.toUtf8();
-    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stream);
-    std::fflush(stream);
+    const bool written = std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stream) == size_t(bytes.size());
+    return std::fflush(stream) == 0 && written;
 }
 
 } // namespace
@@ -82,9 +85,18 @@ CommandResult runCommandLine(const QStringList &arguments, const Platform &platf
     return runCommand(*command, arguments, platform);
 }
 
-void printOutput(const QString &text)
+int printResult(const CommandResult &result)
 {
-    print(stdout, text);
+    errno = 0;
+    const bool complete = print(stdout, result.output);
+    const int failure = errno != 0 ? errno : EIO;
+    printMessage(result.messages);
+    if (complete)
+        return result.status;
+    printMessage(
+        CommandResult::failure(ExitFailed, fileError(failure, QStringLiteral("standard output")).localizedDescription)
+            .messages);
+    return ExitFailed;
 }
 
 void printMessage(const QString &text)

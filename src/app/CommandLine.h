@@ -11,8 +11,11 @@ namespace ostrel {
 /// @param arguments the program's own, its name first
 CommandResult runCommandLine(const QStringList &arguments, const Platform &platform);
 
-/// Writes a text to standard output or standard error as UTF-8 and flushes it.
-void printOutput(const QString &text);
+/// Writes the data to standard output and the messages to standard error.
+/// @return the exit status: the result's own, or 1 where the data could not all be written
+int printResult(const CommandResult &result);
+
+/// Writes a text to standard error as UTF-8 and flushes it.
 void printMessage(const QString &text);
 
 } // namespace ostrel

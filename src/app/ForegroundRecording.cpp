@@ -25,7 +25,10 @@ ForegroundRecording::ForegroundRecording(const Platform &platform, std::optional
 int ForegroundRecording::run()
 {
     const TerminationSignals signals(
-        [this] { m_host.model().quit(); },
+        [this] {
+            m_host.model().quit();
+            m_tasks.spawn([this](std::stop_token stop) { return explainDelay(stop); });
+        },
         [] {
             printMessage(QStringLiteral("ostrel: ended at once; frames not yet sent to the observer are lost\n"));
             ::_exit(ExitFailed); // the observer notices that we are gone and finishes what it has
@@ -42,8 +45,13 @@ int ForegroundRecording::run()
 void ForegroundRecording::onStarted()
 {
     m_started = true;
-    printMessage(QStringLiteral("Recording into %1. Ctrl+C stops.\n")
-                     .arg(withHomeAsTilde(expandedPath(m_host.model().settings().outputDirectory))));
+    const QString folder = withHomeAsTilde(expandedPath(m_host.model().settings().outputDirectory));
+    printMessage(QStringLiteral("Recording into %1. Ctrl+C stops.\n").arg(folder));
+    if (!m_host.model().permissions().fileAccessAuthorized)
+        printMessage(
+            QStringLiteral("ostrel: The journal's folder \"%1\" cannot be written; what is recorded waits until "
+                           "it can.\n")
+                .arg(folder));
     if (m_duration)
         m_tasks.spawn([this, duration = *m_duration](std::stop_token stop) { return stopAfter(duration, stop); });
 }
@@ -53,6 +61,13 @@ Task<> ForegroundRecording::stopAfter(std::chrono::seconds duration, std::stop_t
     const bool elapsed = co_await m_host.clock().sleepFor(duration, stop);
     if (elapsed)
         m_host.model().quit();
+}
+
+Task<> ForegroundRecording::explainDelay(std::stop_token stop)
+{
+    constexpr std::chrono::seconds patience{2};
+    if (co_await m_host.clock().sleepFor(patience, stop))
+        printMessage(QStringLiteral("Waiting for the last frames to be taken over. A second signal ends at once.\n"));
 }
 
 void ForegroundRecording::onEnded(RecordingEnd reason)

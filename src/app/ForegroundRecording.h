@@ -29,6 +29,7 @@ private:
     void onStatus();
     void finish();
     Task<> stopAfter(std::chrono::seconds duration, std::stop_token stop);
+    Task<> explainDelay(std::stop_token stop);
     Task<> printSummaryAndLeave(std::stop_token stop);
     QString failureText(RecordingEnd reason);
 

@@ -22,6 +22,12 @@ void onSignal(int /*number*/)
     [[maybe_unused]] const ssize_t written = ::write(writeEnd, &byte, 1);
 }
 
+bool isIgnored(int number)
+{
+    struct sigaction action = {};
+    return ::sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
 } // namespace
 
 TerminationSignals::TerminationSignals(std::function<void()> firstSignal, std::function<void()> laterSignal)
@@ -38,14 +44,19 @@ TerminationSignals::TerminationSignals(std::function<void()> firstSignal, std::f
     struct sigaction action = {};
     action.sa_handler = onSignal;
     action.sa_flags = SA_RESTART;
-    for (const int number : handledSignals)
-        ::sigaction(number, &action, nullptr);
+    for (const int number : handledSignals) {
+        // Whoever started us under nohup wants us to outlive the terminal.
+        if (number != SIGHUP || !isIgnored(number))
+            ::sigaction(number, &action, nullptr);
+    }
 }
 
 TerminationSignals::~TerminationSignals()
 {
-    for (const int number : handledSignals)
-        std::signal(number, SIG_DFL);
+    for (const int number : handledSignals) {
+        if (!isIgnored(number))
+            std::signal(number, SIG_DFL);
+    }
     m_notifier.reset();
     ::close(m_readEnd);
     ::close(std::exchange(writeEnd, -1));

@@ -8,7 +8,8 @@
 
 namespace ostrel {
 
-/// Brings SIGINT, SIGTERM and SIGHUP into the event loop. One object a process; main thread.
+/// Brings SIGINT, SIGTERM and SIGHUP into the event loop, but for a SIGHUP that is ignored already. One object a
+/// process; main thread.
 class TerminationSignals
 {
 public:

@@ -103,14 +103,24 @@ Task<Result<>> ObserverControl::waitUntilReachable(int attempts, std::stop_token
             noteReachable();
             co_return {};
         }
-        if (attempt == attempts) {
-            m_waitFailure = answer.error().localizedDescription;
-            co_return std::unexpected(answer.error());
+        // No waiting makes a wrong address right.
+        if (attempt == attempts || isFault(answer.error(), Fault::BadUrl)) {
+            const Error error = withAddress(answer.error());
+            m_waitFailure = error.localizedDescription;
+            co_return std::unexpected(error);
         }
         if (!co_await m_with.clock.sleepFor(reachableRetryPause, stop))
             break;
     }
     co_return std::unexpected(faultError(Fault::Cancelled));
+}
+
+/// An invalid address no longer tells what it was made of, and a wrong port is what makes ours invalid.
+Error ObserverControl::withAddress(const Error &error) const
+{
+    if (!isFault(error, Fault::BadUrl))
+        return error;
+    return faultError(Fault::BadUrl, QStringLiteral("http://127.0.0.1:%1").arg(m_with.state.settings().localPort));
 }
 
 Task<Result<ObserverStatus>> ObserverControl::startRecording(std::stop_token stop)

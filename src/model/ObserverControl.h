@@ -64,7 +64,8 @@ public:
     /// then it may be older than theirs. A failure starts a dead child again, at most once every 5 seconds.
     Task<> refreshStatus(std::stop_token stop);
     /// Asks for the status, 250 ms after each failure again, until it is answered.
-    /// @return the last failure when all attempts failed; Fault::Cancelled when stopped
+    /// @return the last failure when all attempts failed, or at once for an address that can never work;
+    ///         Fault::Cancelled when stopped
     Task<Result<>> waitUntilReachable(int attempts, std::stop_token stop);
 
     /// Tell the observer to record frames that we send it, or to stop. The answer becomes the model's status.
@@ -74,6 +75,7 @@ public:
     const std::shared_ptr<LocalObserverAPI> &api() const { return m_api; }
 
 private:
+    Error withAddress(const Error &error) const;
     void startHelperAgainIfDead();
     void noteUnreachable(const Error &error);
     void noteReachable();

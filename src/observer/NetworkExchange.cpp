@@ -91,7 +91,8 @@ Error transportError(const QNetworkReply &reply)
     case QNetworkReply::ConnectionRefusedError:
         return faultError(Fault::ConnectionRefused);
     case QNetworkReply::RemoteHostClosedError:
-    case QNetworkReply::ContentReSendError: // it was closed, and our body refused to be sent again
+    case QNetworkReply::ContentReSendError:  // it was closed, and our body refused to be sent again
+    case QNetworkReply::UnknownNetworkError: // it was closed under the body: the stack has no word for a failed write
         return faultError(Fault::ConnectionClosed);
     case QNetworkReply::TimeoutError:
         return faultError(Fault::TimedOut);

@@ -11,6 +11,7 @@
 #include <QNetworkRequest>
 
 #include <unistd.h>
+#include <utility>
 
 namespace ostrel {
 
@@ -41,9 +42,12 @@ Task<Result<>> NetworkTransport::admit(QUrl url, std::stop_token stop)
     if (!*owner)
         co_return std::unexpected(faultError(Fault::NetworkFailed, owner->error().localizedDescription));
     if (**owner == PortOwner::AnotherUser) {
-        qCWarning(logObserver, "port %u belongs to a program of another user: nothing is sent", port);
+        // Whoever waits for the observer asks four times a second.
+        if (std::exchange(m_refusedPort, port) != port)
+            qCWarning(logObserver, "port %u belongs to a program of another user: nothing is sent", port);
         co_return std::unexpected(faultError(Fault::PortTaken, QString::number(port)));
     }
+    m_refusedPort.reset();
     co_return Result<>(); // where nobody listens, the connection will be refused
 }
 

@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 QT_BEGIN_NAMESPACE
 class QNetworkAccessManager;
@@ -40,6 +41,7 @@ private:
     Clock &m_clock;
     const OwnerOfPort m_ownerOfPort;
     const std::unique_ptr<QNetworkAccessManager> m_manager;
+    std::optional<quint16> m_refusedPort; ///< that the log has told of
     /// Where nobody listens the kernel looks through its whole table, which can take longer than a frame of the
     /// screen.
     SerialQueue m_portChecks{QStringLiteral("port checks")};

@@ -1,5 +1,6 @@
 #include "observer/SettingsStore.h"
 
+#include "base/Fault.h"
 #include "base/Files.h"
 #include "base/Log.h"
 #include "base/Paths.h"
@@ -40,10 +41,13 @@ bool isSecret(const QString &trimmed)
 std::optional<ObserverSettings> readSettingsFile(const QString &path)
 {
     const auto bytes = readFile(path);
-    if (!bytes)
-        return std::nullopt;
-    const auto settings = ObserverSettings::fromJson(*bytes);
-    return settings ? std::optional(*settings) : std::nullopt;
+    const auto settings = bytes ? ObserverSettings::fromJson(*bytes) : std::unexpected(bytes.error());
+    if (settings)
+        return *settings;
+    if (!isFault(settings.error(), Fault::NoSuchFile))
+        qCWarning(logObserver, "%ls is left aside: %ls", qUtf16Printable(path),
+                  qUtf16Printable(settings.error().localizedDescription));
+    return std::nullopt;
 }
 
 std::optional<ObserverSettings> firstReadable()

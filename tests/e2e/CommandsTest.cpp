@@ -62,11 +62,23 @@ TEST_F(CommandsWithoutDisplay, everyCommand_hasHelp)
     }
 }
 
+TEST_F(CommandsWithoutDisplay, outputThatCannotBeWritten_isStatus1AndSaysWhy)
+{
+    QProcess process;
+    process.setProcessEnvironment(m_ostrel.environment());
+    process.setStandardOutputFile(QStringLiteral("/dev/full"));
+    process.start(OstrelProgram::file(), words("settings show"), QIODevice::ReadOnly);
+    ASSERT_TRUE(process.waitForFinished());
+    EXPECT_EQ(process.exitCode(), 1);
+    EXPECT_EQ(process.readAllStandardError(), QByteArray("ostrel: The disk that holds \"standard output\" is full.\n"));
+}
+
 TEST_F(CommandsWithoutDisplay, wrongUsage_isStatus2WithOneMessage)
 {
-    for (const char *line : {"nonsense", "record --nonsense", "record --seconds x", "record --seconds 0", "record more",
-                             "journal --limit x", "journal --day yesterday", "permissions allow", "permissions allow x",
-                             "permissions grant fileAccess", "settings", "settings hide", "displays x"}) {
+    for (const char *line :
+         {"nonsense", "record --nonsense", "record --help-all", "record --seconds x", "record --seconds 0",
+          "record more", "journal --limit x", "journal --day yesterday", "permissions allow", "permissions allow x",
+          "permissions grant fileAccess", "settings", "settings hide", "displays x"}) {
         const auto outcome = m_ostrel.run(words(line));
         EXPECT_EQ(outcome.status, 2) << line;
         EXPECT_EQ(outcome.output, QByteArray()) << line;
@@ -161,7 +173,12 @@ TEST_F(CommandsWithoutDisplay, settings_areShownWithSecretsRedacted)
 TEST_F(CommandsWithoutDisplay, settingsOfTheWrongType_fallBackToTheDefaults)
 {
     m_ostrel.writeSettings("\"chunkSizeMs\": \"soon\"", 9001);
-    const QJsonObject shown = m_ostrel.json(words("settings show")).object();
+    const auto outcome = m_ostrel.run(words("settings show --json"));
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_THAT(outcome.messages.toStdString(), HasSubstr("settings.json is left aside: "));
+    EXPECT_THAT(outcome.messages.toStdString(), HasSubstr("chunkSizeMs"));
+    EXPECT_EQ(outcome.messages.count('\n'), 1);
+    const QJsonObject shown = QJsonDocument::fromJson(outcome.output).object();
     EXPECT_EQ(shown.value(QStringLiteral("localPort")).toInteger(), 8799);
     EXPECT_EQ(shown.value(QStringLiteral("chunkSizeMs")).toInteger(), 20000);
     EXPECT_THAT(readFile(m_ostrel.path(QStringLiteral(".ostrel/settings.json"))).value().toStdString(),

@@ -68,12 +68,22 @@ QJsonDocument OstrelProgram::json(const QStringList &arguments) const
 
 void OstrelProgram::start(const QStringList &arguments)
 {
+    launch(file(), arguments);
+}
+
+void OstrelProgram::startThrough(const QString &program, const QStringList &arguments)
+{
+    launch(program, QStringList(file()) + arguments);
+}
+
+void OstrelProgram::launch(const QString &program, const QStringList &arguments)
+{
     m_messages.clear();
     m_process = std::make_unique<QProcess>();
     m_process->setProcessEnvironment(m_environment);
-    m_process->start(file(), arguments, QIODevice::ReadOnly);
+    m_process->start(program, arguments, QIODevice::ReadOnly);
     if (!m_process->waitForStarted())
-        failTest(QStringLiteral("%1 could not be started").arg(file()));
+        failTest(QStringLiteral("%1 could not be started").arg(program));
 }
 
 void OstrelProgram::waitForMessage(const QByteArray &text)
@@ -87,7 +97,12 @@ void OstrelProgram::waitForMessage(const QByteArray &text)
 
 void OstrelProgram::terminate()
 {
-    ::kill(pid_t(m_process->processId()), SIGTERM);
+    signal(SIGTERM);
+}
+
+void OstrelProgram::signal(int number)
+{
+    ::kill(pid_t(m_process->processId()), number);
 }
 
 OstrelProgram::Outcome OstrelProgram::waitForEnd()

@@ -33,9 +33,12 @@ public:
 
     /// Starts it; `messages` waits for what it says.
     void start(const QStringList &arguments);
+    /// Starts it by way of another program, which must become it.
+    void startThrough(const QString &program, const QStringList &arguments);
     /// Waits until standard error holds this text.
     void waitForMessage(const QByteArray &text);
     void terminate();
+    void signal(int number);
     Outcome waitForEnd();
 
     /// Writes the settings file, with a free port unless one is given.
@@ -46,6 +49,8 @@ public:
     static QString file();
 
 private:
+    void launch(const QString &program, const QStringList &arguments);
+
     QProcessEnvironment m_environment;
     std::unique_ptr<QProcess> m_process;
     QByteArray m_messages;

@@ -132,6 +132,56 @@ TEST_F(Recording, terminatedBySignal_flushesStopsAndLosesNothing)
     expectNoObserverStays();
 }
 
+TEST_F(Recording, hangUpUnderNohup_isIgnoredAndOtherwiseEndsIt)
+{
+    m_ostrel.startThrough(QStringLiteral("nohup"), record);
+    m_ostrel.waitForMessage("Recording into");
+    m_ostrel.signal(SIGHUP);
+    m_ostrel.terminate();
+    // A hang-up that was not ignored would make this the second signal, which ends at once with status 1.
+    EXPECT_EQ(m_ostrel.waitForEnd().status, 0);
+
+    m_ostrel.start(record);
+    m_ostrel.waitForMessage("Recording into");
+    m_ostrel.signal(SIGHUP);
+    EXPECT_EQ(m_ostrel.waitForEnd().status, 0);
+}
+
+TEST_F(Recording, folderThatCannotBeWritten_isToldAtOnce)
+{
+    m_ostrel.writeSettings("\"outputDirectory\": \"/proc/journal\"");
+    m_ostrel.start(recordFor(1));
+    const auto outcome = m_ostrel.waitForEnd();
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_THAT(outcome.messages.toStdString(), HasSubstr("\"/proc/journal\" cannot be written"));
+}
+
+TEST_F(Recording, portThatIsNone_isNamed)
+{
+    m_ostrel.writeSettings({}, 99999);
+    const auto outcome = m_ostrel.run(record);
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.messages, QByteArray("ostrel: The address \"http://127.0.0.1:99999\" is not a valid URL.\n"));
+}
+
+TEST_F(Recording, observerThatHangsAtTheEnd_isExplainedAndASecondSignalEndsIt)
+{
+    m_ostrel.start(record);
+    m_ostrel.waitForMessage("Recording into");
+    const QList<qint64> observers = observerProcesses();
+    for (const qint64 process : observers)
+        ::kill(pid_t(process), SIGSTOP);
+    m_ostrel.terminate();
+    m_ostrel.waitForMessage("A second signal ends at once");
+    m_ostrel.terminate();
+    const auto outcome = m_ostrel.waitForEnd();
+    for (const qint64 process : observers)
+        ::kill(pid_t(process), SIGCONT);
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.messages.toStdString(), HasSubstr("ended at once"));
+    expectNoObserverStays();
+}
+
 TEST_F(Recording, secondRecorder_isRefusedAndNamesTheFirst)
 {
     m_ostrel.start(record);

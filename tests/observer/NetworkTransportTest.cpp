@@ -231,9 +231,12 @@ TEST_F(Transport, nobodyListens_isConnectionRefused)
         const HttpTestServer gone(HttpTestServer::always({}));
         port = gone.port();
     }
-    const Answer answer = get(QUrl(QStringLiteral("http://127.0.0.1:%1").arg(port)));
-    ASSERT_FALSE(answer.has_value());
-    EXPECT_EQ(answer.error(), faultError(Fault::ConnectionRefused));
+    const QUrl url(QStringLiteral("http://127.0.0.1:%1").arg(port));
+    for (const QByteArray &body : {QByteArray(), QByteArray("{}"), QByteArray(1'000'000, 'x')}) {
+        const Answer answer = send({.method = "POST", .url = url, .headers = {}, .body = body});
+        ASSERT_FALSE(answer.has_value());
+        EXPECT_EQ(answer.error(), faultError(Fault::ConnectionRefused)) << body.size();
+    }
 }
 
 TEST_F(Transport, connectionClosedBeforeTheAnswer_failsAndNothingIsSentTwice)
@@ -250,6 +253,43 @@ TEST_F(Transport, connectionClosedBeforeTheAnswer_failsAndNothingIsSentTwice)
     }
     EXPECT_EQ(server.connectionCount(), 3);
     EXPECT_EQ(server.requests().size(), 3);
+}
+
+TEST_F(Transport, serverThatDiesWhileABodyIsOnItsWay_isAClosedConnection)
+{
+    QTcpServer server;
+    ASSERT_TRUE(server.listen(QHostAddress::LocalHost));
+    QObject::connect(&server, &QTcpServer::newConnection, &server, [&server] {
+        QTcpSocket *socket = server.nextPendingConnection();
+        // What it has not read makes the kernel cut the connection off instead of closing it.
+        QObject::connect(socket, &QTcpSocket::readyRead, socket, &QTcpSocket::abort);
+    });
+    const QUrl url(QStringLiteral("http://127.0.0.1:%1").arg(server.serverPort()));
+    for (const qsizetype size : {100, 100'000, 20'000'000}) {
+        const Answer answer = send({.method = "POST", .url = url, .headers = {}, .body = QByteArray(size, 'x')});
+        ASSERT_FALSE(answer.has_value());
+        EXPECT_EQ(answer.error(), faultError(Fault::ConnectionClosed)) << size;
+    }
+}
+
+TEST_F(Transport, answerWithoutReadingTheBody_isThatAnswerOrAClosedConnection)
+{
+    QTcpServer server;
+    ASSERT_TRUE(server.listen(QHostAddress::LocalHost));
+    QObject::connect(&server, &QTcpServer::newConnection, &server, [&server] {
+        QTcpSocket *socket = server.nextPendingConnection();
+        socket->write(HttpTestServer::response(409, "{}"));
+        socket->disconnectFromHost();
+    });
+    const QUrl url(QStringLiteral("http://127.0.0.1:%1").arg(server.serverPort()));
+    for (int i = 0; i < 60; ++i) {
+        const qsizetype size = 1 + i * qsizetype(40'000);
+        const Answer answer = send({.method = "POST", .url = url, .headers = {}, .body = QByteArray(size, 'x')});
+        if (answer)
+            EXPECT_EQ(answer->statusCode, 409);
+        else
+            EXPECT_EQ(answer.error(), faultError(Fault::ConnectionClosed)) << size;
+    }
 }
 
 TEST_F(Transport, connectionClosedInTheMiddleOfTheAnswer_fails)

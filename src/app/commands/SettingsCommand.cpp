@@ -57,7 +57,7 @@ CommandResult run(const QCommandLineParser &parser, const Platform &platform)
                                            : QStringLiteral("\"%1\" is not an action; there is: show.").arg(action));
     const ObserverSettings settings = redacted(SettingsStore(platform.secrets).load());
     if (parser.isSet(jsonOption()))
-        return CommandResult::data(QString::fromUtf8(settings.toPrettyJson()) + QLatin1Char('\n'));
+        return CommandResult::data(QString::fromUtf8(settings.toPrettyJson()));
     return CommandResult::data(asText(settings));
 }
 

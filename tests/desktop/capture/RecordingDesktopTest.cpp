@@ -11,6 +11,8 @@
 #include "support/Printers.h"
 #include "support/VirtualDesktop.h"
 
+#include <QDir>
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -115,6 +117,32 @@ TEST_F(RecordingDesktop, staticScreenOfTwoMonitors_sendsExactlyOneFrameEachAndTh
     EXPECT_EQ(frames[0][QStringLiteral("displayLabel")].toString(), QStringLiteral("Display 1 (main)"));
     EXPECT_EQ(frames[1][QStringLiteral("displayLabel")].toString(), QStringLiteral("Display 2"));
     EXPECT_EQ(frames[1][QStringLiteral("displayWidth")].toInt(), 640);
+}
+
+/// What a leak would add to: open descriptors, threads, attached segments.
+qsizetype heldBySystem()
+{
+    const auto count = [](const char *folder) {
+        return QDir(QString::fromLatin1(folder))
+            .entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::System)
+            .size();
+    };
+    QFile maps(QStringLiteral("/proc/self/maps"));
+    EXPECT_TRUE(maps.open(QIODevice::ReadOnly));
+    return count("/proc/self/fd") + count("/proc/self/task") + maps.readAll().count("/SYSV");
+}
+
+TEST_F(RecordingDesktop, fiftyRecordings_leaveNoDescriptorThreadOrSegmentBehind)
+{
+    m_desktop.setMonitors(twoMonitors);
+    ASSERT_TRUE(start());
+    stopAndTakeFrames();
+    const qsizetype before = heldBySystem();
+    for (int i = 0; i < 50; ++i) {
+        ASSERT_TRUE(start());
+        EXPECT_EQ(stopAndTakeFrames().size(), 2);
+    }
+    EXPECT_EQ(heldBySystem(), before);
 }
 
 TEST_F(RecordingDesktop, changeOnOneMonitor_sendsAFrameOfThatOneAlone)
