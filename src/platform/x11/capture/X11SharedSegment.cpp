@@ -40,7 +40,7 @@ std::unique_ptr<X11SharedSegment> X11SharedSegment::attach(std::shared_ptr<X11Co
     if (number < 0)
         return nullptr;
     void *memory = shmat(number, nullptr, 0);
-    if (memory == reinterpret_cast<void *>(-1)) {
+    if (memory == reinterpret_cast<void *>(-1)) { // NOLINT(performance-no-int-to-ptr): its word for failure
         shmctl(number, IPC_RMID, nullptr);
         return nullptr;
     }

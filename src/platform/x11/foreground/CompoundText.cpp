@@ -53,7 +53,7 @@ QString convert(QByteArray bytes, const CharacterSet &set)
             byte = char(byte | '\x80');
     }
     const iconv_t converter = ::iconv_open("UTF-16LE", set.name);
-    if (converter == iconv_t(-1))
+    if (converter == iconv_t(-1)) // NOLINT(performance-no-int-to-ptr): its word for failure
         return {};
     QByteArray output(bytes.size() * 4, '\0');
     char *from = bytes.data();
