@@ -164,32 +164,35 @@ std::optional<QString> FileSecretStore::read(const QString &service, const QStri
 
 Result<> FileSecretStore::write(const QString &service, const QString &account, const QString &value)
 {
-    const FileLock lock(lockFile(m_file));
-    if (const Result<> ready = prepare(m_file, lock, m_lockPatience); !ready)
-        return ready;
-    Result<Content> content = readContent();
-    if (!content)
-        return std::unexpected(content.error());
-    content->secrets[service][account] = value;
-    return writeContent(*content);
+    return change([&](Secrets &secrets) {
+        secrets[service][account] = value;
+        return true;
+    });
 }
 
 Result<> FileSecretStore::remove(const QString &service, const QString &account)
 {
     if (!QFileInfo::exists(m_file))
         return {};
+    return change([&](Secrets &secrets) {
+        const auto accounts = secrets.find(service);
+        if (accounts == secrets.end() || accounts->remove(account) == 0)
+            return false;
+        if (accounts->isEmpty())
+            secrets.erase(accounts);
+        return true;
+    });
+}
+
+Result<> FileSecretStore::change(const std::function<bool(Secrets &)> &edit) const
+{
     const FileLock lock(lockFile(m_file));
     if (const Result<> ready = prepare(m_file, lock, m_lockPatience); !ready)
         return ready;
     Result<Content> content = readContent();
     if (!content)
         return std::unexpected(content.error());
-    const auto accounts = content->secrets.find(service);
-    if (accounts == content->secrets.end() || accounts->remove(account) == 0)
-        return {};
-    if (accounts->isEmpty())
-        content->secrets.erase(accounts);
-    return writeContent(*content);
+    return edit(content->secrets) ? writeContent(*content) : Result<>();
 }
 
 } // namespace ostrel

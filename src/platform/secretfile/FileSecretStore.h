@@ -6,6 +6,7 @@
 #include <QString>
 
 #include <chrono>
+#include <functional>
 
 namespace ostrel {
 
@@ -42,6 +43,8 @@ private:
 
     Result<Content> readContent() const;
     Result<> writeContent(const Content &content) const;
+    /// Reads, edits and writes the file under its lock. `edit` says whether it changed anything.
+    Result<> change(const std::function<bool(Secrets &)> &edit) const;
 
     const QString m_file;
     const std::chrono::milliseconds m_lockPatience;
