@@ -1,5 +1,5 @@
 import type { IncomingMessage, RequestListener, ServerResponse } from "node:http";
-import { isDiskFull } from "./base/failure.ts";
+import { describeFailure, isDiskFull, isSystemError } from "./base/failure.ts";
 import { bodyPieces, readJson } from "./http/body.ts";
 import { RequestError } from "./http/errors.ts";
 import { Guard } from "./http/guards.ts";
@@ -111,6 +111,9 @@ function asRequestError(error: unknown, { onUnexpected }: AppDependencies): Requ
   if (error instanceof ShuttingDown) return new RequestError("shuttingDown", error.message);
   if (isDiskFull(error)) {
     return new RequestError("diskFull", "The disk is full.");
+  }
+  if (isSystemError(error)) {
+    return new RequestError("diskFailed", `${describeFailure("This can't be kept", error)}.`);
   }
   onUnexpected(error);
   return new RequestError("internal", "The observer failed to do this.");

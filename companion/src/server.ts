@@ -4,6 +4,7 @@ import { createServer, type Server } from "node:http";
 import { homedir } from "node:os";
 import { join } from "node:path";
 import * as localAnalyser from "./analysis/localAnalyser.ts";
+import { loadRules } from "./analysis/userRules.ts";
 import { createApp } from "./app.ts";
 import { systemClock } from "./base/clock.ts";
 import { describeFailure } from "./base/failure.ts";
@@ -78,6 +79,7 @@ async function lockStateFolder(folder: string): Promise<Unlock> {
 
 async function openObserver(folder: string, home: string, settings: SettingsInUse) {
   const journals = new Journals();
+  const { rules, complaint } = await loadRules(join(folder, "rules.json"));
   try {
     return await Observer.open({
       settings,
@@ -86,7 +88,8 @@ async function openObserver(folder: string, home: string, settings: SettingsInUs
       disk: realDisk,
       layout: new SpoolLayout(folder),
       clock: systemClock,
-      analyser: asAnalyser("local", localAnalyser),
+      analyser: asAnalyser("local", localAnalyser.analyserWith(rules)),
+      rulesComplaint: complaint,
       quotaBytes: defaultQuotaBytes,
       appendToJournal: (...entry) => journals.append(...entry),
     });

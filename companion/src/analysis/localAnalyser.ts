@@ -1,7 +1,7 @@
 import { activityBullet, endsActivity, withPicture } from "./activity.ts";
 import { builtInRules } from "./builtInRules.ts";
 import { parseContextText } from "./contextText.ts";
-import type { Activity, LocalState } from "./localState.ts";
+import { type Activity, initialState, type LocalState, parseState } from "./localState.ts";
 import { describePlace, isIgnored, type Place } from "./places.ts";
 import type { Rules } from "./rules.ts";
 import { bulletText } from "./summaries.ts";
@@ -9,7 +9,7 @@ import { type Step, Timeline } from "./timeline.ts";
 import { titleIdentity } from "./titles.ts";
 import type { AnalysisOutcome, ObservedFrame } from "./types.ts";
 
-export { initialState, type LocalState, parseState } from "./localState.ts";
+export { initialState, type LocalState, parseState };
 
 function segmentKey(place: Place): string {
   return `${place.workspace.toLowerCase()}\n${titleIdentity(place.title.text)}`;
@@ -102,4 +102,15 @@ export function analyseChunk(
  */
 export function finishSession(state: LocalState, stoppedAtMs: number): AnalysisOutcome<LocalState> {
   return new Analysis(state).finish(stoppedAtMs);
+}
+
+/** The built-in analyser by the given rules. */
+export function analyserWith(rules: Rules) {
+  return {
+    initialState,
+    parseState,
+    finishSession,
+    analyseChunk: (state: LocalState, frames: readonly ObservedFrame[]) =>
+      analyseChunk(state, frames, rules),
+  };
 }

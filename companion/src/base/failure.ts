@@ -1,15 +1,28 @@
-/** The words of the errors that a user can do something about. */
-const words = new Map<string, string>([
-  ["ENOSPC", "The disk is full"],
-  ["EDQUOT", "The disk quota is used up"],
-  ["EACCES", "Permission denied"],
-  ["EPERM", "Permission denied"],
-  ["EROFS", "The file system is read-only"],
-  ["ENOENT", "No such file or folder"],
-  ["ENOTDIR", "A part of the path is not a folder"],
-  ["EISDIR", "A folder stands where a file should be"],
-  ["EEXIST", "Something else stands in its place"],
-  ["EIO", "The disk could not be read or written"],
+interface Words {
+  readonly what: string;
+  /** What the user can do about it; whatever failed is tried again by itself. */
+  readonly advice: string;
+}
+
+const makeRoom = "Delete some files on that disk to make room";
+const allow = "Allow yourself to write there";
+const clear = "Move away what stands there, or choose another folder";
+
+/** The errors that a user can do something about. */
+const words = new Map<string, Words>([
+  ["ENOSPC", { what: "The disk is full", advice: makeRoom }],
+  ["EDQUOT", { what: "The disk quota is used up", advice: makeRoom }],
+  ["EACCES", { what: "Permission denied", advice: allow }],
+  ["EPERM", { what: "Permission denied", advice: allow }],
+  ["EROFS", { what: "The file system is read-only", advice: "Mount it for writing" }],
+  ["ENOENT", { what: "No such file or folder", advice: "Make its folder, or choose another" }],
+  ["ENOTDIR", { what: "A part of the path is not a folder", advice: clear }],
+  ["EISDIR", { what: "A folder stands where a file should be", advice: clear }],
+  ["EEXIST", { what: "Something else stands in its place", advice: clear }],
+  ["ELOOP", { what: "The symbolic links lead in a circle", advice: clear }],
+  ["EMFILE", { what: "Too many files are open", advice: "Start the application again" }],
+  ["ENFILE", { what: "Too many files are open", advice: "Close some programs" }],
+  ["EIO", { what: "The disk could not be read or written", advice: "Check the disk" }],
 ]);
 
 export function errorCode(error: unknown): string | undefined {
@@ -22,13 +35,17 @@ export function isSystemError(error: unknown): error is Error {
   return /^E[A-Z0-9]+$/.test(errorCode(error) ?? "");
 }
 
-/** One plain sentence that says what was tried, what happened and, where known, to which path. */
+/**
+ * What was tried, what happened, where known to which path, and what the user can do about it: plain
+ * sentences without the last full stop.
+ */
 export function describeFailure(tried: string, error: unknown): string {
-  const code = errorCode(error);
-  const known = code === undefined ? undefined : words.get(code);
-  const what = known ?? (error instanceof Error ? error.message : String(error));
+  const known = words.get(errorCode(error) ?? "");
+  if (known === undefined) {
+    return `${tried}: ${error instanceof Error ? error.message : String(error)}`;
+  }
   const path = error instanceof Error && "path" in error ? `: ${String(error.path)}` : "";
-  return known === undefined ? `${tried}: ${what}` : `${tried}: ${what}${path}`;
+  return `${tried}: ${known.what}${path}. ${known.advice}`;
 }
 
 export function isDiskFull(error: unknown): boolean {
@@ -38,5 +55,5 @@ export function isDiskFull(error: unknown): boolean {
 
 /** An error like the system's own. */
 export function systemFailure(code: string, path: string): Error {
-  return Object.assign(new Error(`${code}: ${words.get(code) ?? "failed"}`), { code, path });
+  return Object.assign(new Error(`${code}: ${words.get(code)?.what ?? "failed"}`), { code, path });
 }

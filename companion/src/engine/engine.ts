@@ -22,6 +22,8 @@ export interface EngineDependencies {
     session: JournalSession,
     bullets: readonly KeyedBullet[],
   ): Promise<void>;
+  /** Does the task, again and again where the disk is full as long as something can give way. */
+  withRoom(task: () => Promise<void>): Promise<void>;
   /** Lines were appended. */
   onWritten(lineCount: number): void;
   /** Something went wrong that doesn't hold up the queue; undefined when it goes right again. */
@@ -55,6 +57,8 @@ export class Engine {
   #blockedReason: string | undefined;
   #retryMs = firstRetryMs;
   #cancelRetry: (() => void) | undefined;
+  /** The chunk at hand, once its lines stand in the journal: what the user then deletes stays so. */
+  #appendedChunk: number | undefined;
 
   constructor(dependencies: EngineDependencies) {
     this.#dependencies = dependencies;
@@ -139,14 +143,15 @@ export class Engine {
   }
 
   async #process(id: number): Promise<void> {
-    const { spool } = this.#dependencies;
+    const { spool, withRoom } = this.#dependencies;
     const chunk = await usable("read", () => spool.readChunk(id));
     const stored = await usable("read the result of", () => spool.readResult(id));
     const result = stored ?? (await this.#analyse(chunk));
-    if (result.bullets.length > 0) {
+    if (result.bullets.length > 0 && this.#appendedChunk !== id) {
       await this.#append(chunk, result);
+      this.#appendedChunk = id;
     }
-    await spool.complete(chunk, result.state);
+    await withRoom(() => spool.complete(chunk, result.state));
   }
 
   async #append(chunk: Chunk, { bullets }: ChunkResult): Promise<void> {
@@ -163,7 +168,8 @@ export class Engine {
   async #analyse(chunk: Chunk): Promise<ChunkResult> {
     await this.#saveRawInputs(chunk);
     const result = await usable("analyse", async () => this.#outcome(chunk));
-    await this.#dependencies.spool.storeResult(chunk.id, result);
+    const { spool, withRoom } = this.#dependencies;
+    await withRoom(() => spool.storeResult(chunk.id, result));
     return result;
   }
 

@@ -12,6 +12,7 @@ export const errorStatus = {
   bodyTooLarge: 413,
   invalidRecord: 422,
   internal: 500,
+  diskFailed: 500,
   notImplemented: 501,
   shuttingDown: 503,
   diskFull: 507,

@@ -1,8 +1,9 @@
 import { constants } from "node:fs";
-import * as fs from "node:fs/promises";
 import { dirname } from "node:path";
 import { errorCode } from "../base/failure.ts";
+import { type FileSystem, type OpenHandle, realFileSystem } from "../base/fileSystem.ts";
 import { makeFolder } from "../base/makeFolder.ts";
+import { syncFolder } from "../base/syncFolder.ts";
 
 /** One day's file, open for reading and appending. */
 export interface JournalFile {
@@ -34,28 +35,35 @@ export interface JournalFiles {
 const OPEN = constants.O_RDWR | constants.O_APPEND | constants.O_NONBLOCK;
 const CREATE = OPEN | constants.O_CREAT | constants.O_EXCL;
 
-async function openOrCreate(path: string): Promise<{ handle: fs.FileHandle; created: boolean }> {
+async function openOrCreate(fs: FileSystem, path: string): Promise<OpenedFile> {
+  const existing = async () => new OpenedFile(fs, await fs.open(path, OPEN), false);
   try {
-    return { handle: await fs.open(path, OPEN), created: false };
+    return await existing();
   } catch (error) {
     if (errorCode(error) !== "ENOENT") throw error;
   }
   try {
-    return { handle: await fs.open(path, CREATE, 0o600), created: true };
+    return new OpenedFile(fs, await fs.open(path, CREATE, 0o600), true);
   } catch (error) {
     // Somebody else made it in between.
     if (errorCode(error) !== "EEXIST") throw error;
-    return { handle: await fs.open(path, OPEN), created: false };
+    return existing();
   }
 }
 
-class RealJournalFile implements JournalFile {
+class OpenedFile implements JournalFile {
   readonly created: boolean;
-  readonly #handle: fs.FileHandle;
+  readonly #fs: FileSystem;
+  readonly #handle: OpenHandle;
 
-  constructor(handle: fs.FileHandle, created: boolean) {
+  constructor(fs: FileSystem, handle: OpenHandle, created: boolean) {
+    this.#fs = fs;
     this.#handle = handle;
     this.created = created;
+  }
+
+  async isRegular(): Promise<boolean> {
+    return (await this.#handle.stat({ bigint: true })).isFile();
   }
 
   read(): Promise<Buffer> {
@@ -67,7 +75,7 @@ class RealJournalFile implements JournalFile {
   }
 
   async size(): Promise<number> {
-    return (await this.#handle.stat()).size;
+    return Number((await this.#handle.stat({ bigint: true })).size);
   }
 
   truncate(size: number): Promise<void> {
@@ -81,7 +89,7 @@ class RealJournalFile implements JournalFile {
   async standsAt(path: string): Promise<boolean> {
     const own = await this.#handle.stat({ bigint: true });
     try {
-      const there = await fs.stat(path, { bigint: true });
+      const there = await this.#fs.stat(path, { bigint: true });
       return there.ino === own.ino && there.dev === own.dev;
     } catch (error) {
       if (errorCode(error) === "ENOENT") return false;
@@ -94,32 +102,29 @@ class RealJournalFile implements JournalFile {
   }
 }
 
-async function syncFolder(path: string): Promise<void> {
-  const folder = await fs.open(path, constants.O_RDONLY | constants.O_DIRECTORY);
-  try {
-    await folder.sync();
-  } finally {
-    await folder.close();
+async function makeDurableFolder(fs: FileSystem, path: string): Promise<void> {
+  const firstMade = await makeFolder(path, fs);
+  if (firstMade === undefined) return;
+  // A new name is durable once the folder that holds it is.
+  const top = dirname(firstMade);
+  for (let folder = dirname(path); folder.length >= top.length; folder = dirname(folder)) {
+    await syncFolder(fs, folder);
+    if (folder === dirname(folder)) return;
   }
 }
 
-export const realJournalFiles: JournalFiles = {
-  async makeFolder(path) {
-    const firstMade = await makeFolder(path);
-    if (firstMade === undefined) return;
-    // A new name is durable once the folder that holds it is.
-    const top = dirname(firstMade);
-    for (let folder = dirname(path); folder.length >= top.length; folder = dirname(folder)) {
-      await syncFolder(folder);
-      if (folder === dirname(folder)) return;
-    }
-  },
-  async open(path) {
-    const { handle, created } = await openOrCreate(path);
-    if ((await handle.stat()).isFile()) return new RealJournalFile(handle, created);
-    await handle.close();
-    throw new Error(`Not a regular file: ${path}`);
-  },
-  remove: (path) => fs.unlink(path),
-  syncFolder,
-};
+export function journalFilesOn(fs: FileSystem): JournalFiles {
+  return {
+    makeFolder: (path) => makeDurableFolder(fs, path),
+    async open(path) {
+      const file = await openOrCreate(fs, path);
+      if (await file.isRegular()) return file;
+      await file.close();
+      throw new Error(`Not a regular file: ${path}`);
+    },
+    remove: (path) => fs.unlink(path),
+    syncFolder: (path) => syncFolder(fs, path),
+  };
+}
+
+export const realJournalFiles = journalFilesOn(realFileSystem);

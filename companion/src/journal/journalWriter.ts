@@ -91,15 +91,20 @@ export class JournalWriter {
     session: JournalSession,
     bullets: readonly KeyedBullet[],
   ): Promise<void> {
+    let created = false;
     for (let attempt = 0; attempt < MAX_REPLACEMENTS; attempt += 1) {
       const file = await this.#files.open(path);
       try {
-        await this.#appendMissing(file, path, session, bullets);
+        created ||= file.created;
+        if (!(await this.#appendMissing(file, path, session, bullets))) continue;
         // Also when nothing was missing: an earlier attempt may have died before this.
         await file.sync();
-        await this.#makeNameDurable(path, file.created);
+        await this.#makeNameDurable(path, created);
         // An editor that saved in the meantime left us with a file that has no name any more.
         if (await file.standsAt(path)) return;
+      } catch (error) {
+        await this.#removeIfEmpty(file, path).catch(() => undefined);
+        throw error;
       } finally {
         await file.close();
       }
@@ -107,24 +112,24 @@ export class JournalWriter {
     throw new Error(`The journal file is being replaced again and again: ${path}`);
   }
 
+  /** False when somebody else wrote at the same time, and the page has to be looked at again. */
   async #appendMissing(
     file: JournalFile,
     path: string,
     session: JournalSession,
     bullets: readonly KeyedBullet[],
-  ): Promise<void> {
-    try {
-      const page = await file.read();
-      const addition = pageAddition(page, session, bullets);
-      if (addition.length === 0) return;
-      const written = await file.append(addition);
-      if (written === addition.length) return;
+  ): Promise<boolean> {
+    const page = await file.read();
+    const addition = pageAddition(page, session, bullets);
+    if (addition.length === 0) return true;
+    if ((await file.size()) !== page.length) return false;
+    const written = await file.append(addition);
+    if (written !== addition.length) {
       await this.#takeBack(file, page.length, written);
       throw new ShortWriteError(path);
-    } catch (error) {
-      await this.#removeIfEmpty(file, path);
-      throw error;
     }
+    // An editor that saves in place writes over what came in between.
+    return (await file.size()) === page.length + addition.length;
   }
 
   /** A day without an entry has no file: an empty one would be shown as a day. */

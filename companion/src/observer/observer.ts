@@ -1,28 +1,28 @@
 import type { Clock } from "../base/clock.ts";
-import { describeFailure, isSystemError } from "../base/failure.ts";
+import { describeFailure, isDiskFull, isSystemError } from "../base/failure.ts";
 import { isoLocalTime, sortableLocalTime } from "../base/localTime.ts";
 import { Mutex } from "../base/mutex.ts";
 import { Engine, type EngineDependencies } from "../engine/engine.ts";
 import { FrameReader } from "../frames/frameReader.ts";
+import { chunkLengthMs } from "../settings/chunkLength.ts";
 import type { Secrets, SettingsInUse } from "../settings/settingsInUse.ts";
 import type { BatchWriter } from "../spool/batchWriter.ts";
 import { Chunker } from "../spool/chunker.ts";
-import type { Disk } from "../spool/disk.ts";
-import type { SpoolLayout } from "../spool/layout.ts";
 import type { SpooledFrame } from "../spool/records.ts";
 import { type Leftovers, type Recovery, recover } from "../spool/recovery.ts";
 import type { Spool } from "../spool/spool.ts";
 import type { ObserverSettings, ObserverStatus } from "../wire/records.ts";
+import { Complaints } from "./complaints.ts";
+import { keepQuota, type QuotaDependencies, thinnedSentence } from "./quota.ts";
 import { SessionLedger } from "./sessionFile.ts";
 
 export interface ObserverDependencies
-  extends Omit<EngineDependencies, "spool" | "onWritten" | "onComplaint"> {
+  extends Omit<EngineDependencies, "spool" | "onWritten" | "onComplaint" | "withRoom">,
+    QuotaDependencies {
   readonly settings: SettingsInUse;
-  readonly disk: Disk;
-  readonly layout: SpoolLayout;
   readonly clock: Clock;
-  /** How many bytes of pictures may wait, given the bytes that are free without them. */
-  quotaBytes(freeBytes: number): number;
+  /** Why the user's rules of analysis are not in use. */
+  readonly rulesComplaint?: string | undefined;
 }
 
 /** Frames were sent while no session runs. */
@@ -36,8 +36,12 @@ export class ShuttingDown extends Error {
 }
 
 const quietFactor = 2;
-const leastQuietMs = 1_000;
-const greatestQuietMs = 3_600_000;
+/** How soon what the disk refused is tried again, should nobody ask for anything before. */
+const mendAfterMs = 10_000;
+/** How long a stop waits for its lines behind a long queue; its caller gives up after 60 s. */
+const stopPatienceMs = 20_000;
+/** The same when the observer ends, for which it has 5 s in all. */
+const closePatienceMs = 3_000;
 
 /**
  * The observer itself, without its server: the session, the frames on their way to the disk, and
@@ -49,7 +53,8 @@ export class Observer {
   readonly #engine: Engine;
   readonly #ledger: SessionLedger;
   readonly #turns = new Mutex();
-  readonly #complaints = new Map<string, string>();
+  // Pictures that wait are as thin as before, and the rules are as they were at the start.
+  readonly #complaints = new Complaints(["quota", "rules"]);
   #leftovers: Leftovers | undefined;
   #chunker: Chunker | undefined;
   /** A session whose end could not be stored; the next start or stop tries again. */
@@ -76,7 +81,8 @@ export class Observer {
       onWritten: (count) => {
         this.#lastAction = `Wrote ${count} journal ${count === 1 ? "line" : "lines"}.`;
       },
-      onComplaint: (area, sentence) => this.#complain(area, sentence),
+      onComplaint: (area, sentence) => this.#complaints.set(area, sentence),
+      withRoom: (task) => this.#withRoom(task),
     });
   }
 
@@ -89,8 +95,12 @@ export class Observer {
     const recovery = await recover(disk, layout, clock.nowMs());
     const ledger = await SessionLedger.open(disk, layout.sessionFile, clock.nowMs());
     const observer = new Observer(dependencies, recovery, ledger);
-    for (const complaint of recovery.complaints) observer.#complain("recovery", complaint);
+    for (const complaint of recovery.complaints) observer.#complaints.set("recovery", complaint);
+    if (dependencies.rulesComplaint !== undefined) {
+      observer.#complaints.set("rules", dependencies.rulesComplaint);
+    }
     await observer.#putRight().catch(() => undefined);
+    observer.#awaitQuiet();
     return observer;
   }
 
@@ -107,7 +117,7 @@ export class Observer {
       sessionId: this.#sessionId,
       chunkIndex: this.#chunkIndex,
       lastAction: this.#lastAction,
-      lastError: [...this.#complaints.values()].at(-1),
+      lastError: this.#complaints.newest,
       lastChunkAt: this.#lastChunkAt,
       pendingAnalysisChunks: pending,
       analysisBackfillActive: pending > 0 && reason === undefined,
@@ -130,21 +140,22 @@ export class Observer {
 
   /**
    * Ends the session. The built-in analyser's lines stand in the journal when this resolves,
-   * because the application ends the observer right after.
+   * because the application ends the observer right after. Only behind a queue of very many chunks
+   * they don't: it resolves in time all the same, and the status tells how many wait.
    */
-  stop(): Promise<ObserverStatus> {
-    return this.#inTurn(async () => {
+  async stop(): Promise<ObserverStatus> {
+    await this.#inTurn(async () => {
       await this.#putRight();
       if (this.#chunker !== undefined) await this.#endSession();
-      await this.#engine.settled();
-      return this.status();
     });
+    await this.#settled(stopPatienceMs);
+    return this.status();
   }
 
   /**
-   * Takes the body of a batch, and resolves when its frames are safe on the disk. Throws
-   * NotRecording, JsonError, InvalidRecord, or the error of the disk or the body; nothing of the
-   * batch is kept then.
+   * Takes the body of a batch, and resolves when its frames are safe on the disk; pictures that find
+   * no room there are left out, which the status tells. Throws NotRecording, JsonError,
+   * InvalidRecord, or the error of the disk or the body; nothing of the batch is kept then.
    */
   receiveFrames(body: AsyncIterable<Uint8Array>): Promise<ObserverStatus> {
     return this.#inTurn(async () => {
@@ -153,16 +164,16 @@ export class Observer {
         throw new NotRecording("No recording session is running.");
       }
       const { batch, frames } = await this.#receiveBatch(body, chunker);
-      this.#complain("frames", undefined);
+      this.#complaints.set("frames", undefined);
+      this.#tellLostPictures(batch);
       if (frames.length > 0) {
         this.#spool.accepted(batch.id, frames.length);
         chunker.add(frames);
         this.#lastAction = `Received ${frames.length} ${frames.length === 1 ? "frame" : "frames"}.`;
         await this.#closeChunks(() =>
-          chunker.closeComplete(this.#dependencies.settings.record.chunkSizeMs),
+          chunker.closeComplete(chunkLengthMs(this.#dependencies.settings.record)),
         );
         await this.#keepQuota(chunker);
-        this.#awaitQuiet(chunker);
       }
       return this.status();
     });
@@ -186,29 +197,47 @@ export class Observer {
     this.#cancelQuietTimer?.();
     await this.#turns.run(async () => {
       if (this.#chunker !== undefined) await this.#endSession().catch(() => undefined);
-      await this.#engine.settled();
     });
+    await this.#settled(closePatienceMs);
     await this.#engine.close();
   }
 
   #inTurn<Result>(task: () => Promise<Result>): Promise<Result> {
     return this.#turns.run(async () => {
       if (this.#isClosing) throw new ShuttingDown("The observer is shutting down.");
-      return task();
+      try {
+        return await task();
+      } finally {
+        this.#awaitQuiet();
+      }
     });
+  }
+
+  /** Resolves when the queue has come as far as it can for now, or when the time is up. */
+  async #settled(patienceMs: number): Promise<void> {
+    let cancel = () => {};
+    const timeIsUp = new Promise<void>((resolve) => {
+      cancel = this.#dependencies.clock.after(patienceMs, resolve);
+    });
+    await Promise.race([this.#engine.settled(), timeIsUp]);
+    cancel();
   }
 
   async #beginSession(): Promise<void> {
     const nowMs = this.#dependencies.clock.nowMs();
     try {
-      const session = await this.#ledger.begin(sortableLocalTime(nowMs), nowMs);
-      this.#forgetComplaints();
+      const name = sortableLocalTime(nowMs);
+      const session = await this.#withRoom(() => this.#ledger.begin(name, nowMs));
+      this.#complaints.forgetRecording();
       this.#chunker = new Chunker(this.#spool, session);
       this.#sessionId = session.id;
       this.#chunkIndex = 0;
       this.#lastAction = "Recording started.";
     } catch (error) {
-      this.#complain("frames", `${describeFailure("The recording can't be started", error)}.`);
+      this.#complaints.set(
+        "frames",
+        `${describeFailure("The recording can't be started", error)}.`,
+      );
       throw error;
     }
   }
@@ -219,15 +248,16 @@ export class Observer {
     this.#isStopping = true;
     this.#cancelQuietTimer?.();
     try {
-      await chunker.finish(this.#dependencies.clock.nowMs());
+      await this.#withRoom(() => chunker.finish(this.#dependencies.clock.nowMs()));
       this.#noteChunks(chunker);
-      await this.#ledger.end();
+      await this.#withRoom(() => this.#ledger.end());
     } catch (error) {
-      this.#complain("frames", `${describeFailure("The recording can't be ended", error)}.`);
+      this.#complaints.set("frames", `${describeFailure("The recording can't be ended", error)}.`);
       throw error;
     }
     this.#chunker = undefined;
     this.#isStopping = false;
+    this.#complaints.set("frames", undefined);
     this.#lastAction = "Recording stopped.";
     this.#engine.wake();
   }
@@ -236,30 +266,40 @@ export class Observer {
   async #putRight(): Promise<void> {
     if (this.#leftovers === undefined) return;
     try {
-      const { chunkSizeMs } = this.#dependencies.settings.record;
-      await this.#leftovers.putRight(this.#ledger.open, chunkSizeMs);
+      const lengthMs = chunkLengthMs(this.#dependencies.settings.record);
+      await this.#leftovers.putRight(this.#ledger.open, lengthMs);
       if (this.#ledger.open !== undefined) await this.#ledger.end();
     } catch (error) {
-      this.#complain("leftovers", `${describeFailure("Frames can't be recovered", error)}.`);
+      this.#complaints.set("leftovers", `${describeFailure("Frames can't be recovered", error)}.`);
       throw error;
     }
     this.#leftovers = undefined;
-    this.#complain("leftovers", undefined);
+    this.#complaints.set("leftovers", undefined);
     this.#engine.wake();
   }
 
-  async #receiveBatch(body: AsyncIterable<Uint8Array>, { session }: Chunker) {
+  async #receiveBatch(body: AsyncIterable<Uint8Array>, chunker: Chunker) {
     let batch: BatchWriter | undefined;
     try {
-      batch = await this.#spool.beginBatch(session);
+      batch = await this.#withRoom(() => this.#spool.beginBatch(chunker.session));
       return { batch, frames: await this.#writeBatch(body, batch) };
     } catch (error) {
-      await batch?.abandon();
+      if (batch !== undefined) await this.#spool.abandonBatch(batch);
       if (isSystemError(error)) {
-        this.#complain("frames", `${describeFailure("The frames can't be kept", error)}.`);
+        this.#complaints.set("frames", `${describeFailure("The frames can't be kept", error)}.`);
       }
       throw error;
     }
+  }
+
+  #tellLostPictures({ lostPictures }: BatchWriter): void {
+    if (lostPictures === undefined) {
+      this.#complaints.set("pictures", undefined);
+      return;
+    }
+    const { count, reason } = lostPictures;
+    const what = count === 1 ? "A picture can't be kept" : `${count} pictures can't be kept`;
+    this.#complaints.set("pictures", `${describeFailure(what, reason)}. The texts are kept.`);
   }
 
   async #writeBatch(
@@ -276,17 +316,17 @@ export class Observer {
     }
     reader.end();
     if (frameCount > 0) return batch.commit();
-    await batch.abandon();
+    await this.#spool.abandonBatch(batch);
     return [];
   }
 
   /** The frames are safe already, so a failure here is told and tried again, and no more. */
   async #closeChunks(close: () => Promise<void>): Promise<void> {
     try {
-      await close();
-      this.#complain("closing", undefined);
+      await this.#withRoom(close);
+      this.#complaints.set("closing", undefined);
     } catch (error) {
-      this.#complain("closing", `${describeFailure("A chunk can't be closed", error)}.`);
+      this.#complaints.set("closing", `${describeFailure("A chunk can't be closed", error)}.`);
     }
     if (this.#chunker !== undefined) this.#noteChunks(this.#chunker);
     this.#engine.wake();
@@ -299,53 +339,57 @@ export class Observer {
   }
 
   async #keepQuota(chunker: Chunker | undefined): Promise<void> {
-    const { disk, layout, quotaBytes } = this.#dependencies;
     const { pictures } = this.#spool;
     try {
-      const looseBytes = () => chunker?.pictureBytes ?? 0;
-      const free = (await disk.freeBytes(layout.root)) + pictures.bytes + looseBytes();
-      const quota = quotaBytes(free);
-      // Only closed chunks can be thinned, and the settings may make one of an hour.
-      if (looseBytes() > quota) await this.#closeChunks(async () => chunker?.closeOpen());
-      const thinned = await pictures.shrinkTo(Math.max(0, quota - looseBytes()));
-      if (thinned > 0) {
-        this.#complain(
-          "quota",
-          `The space for waiting pictures is used up: pictures of ${thinned} waiting ${thinned === 1 ? "chunk were" : "chunks were"} removed, their texts are kept.`,
-        );
-      } else if (pictures.bytes === 0) {
-        this.#complain("quota", undefined);
-      }
+      const thinned = await keepQuota(this.#dependencies, pictures, chunker, () =>
+        this.#closeChunks(async () => chunker?.closeOpen()),
+      );
+      if (thinned > 0) this.#complaints.set("quota", thinnedSentence(thinned));
+      else if (pictures.bytes === 0) this.#complaints.set("quota", undefined);
+      this.#complaints.set("space", undefined);
     } catch (error) {
-      this.#complain("quota", `${describeFailure("The free space can't be kept", error)}.`);
+      this.#complaints.set("space", `${describeFailure("The free space can't be kept", error)}.`);
     }
   }
 
-  /** A screen that stays as it is sends no frame, and the chunk before it shall not wait for one. */
-  #awaitQuiet(chunker: Chunker): void {
+  /** On a full disk waiting pictures give way, half of them at a time: texts are worth more. */
+  async #withRoom<Result>(task: () => Promise<Result>): Promise<Result> {
+    const { pictures } = this.#spool;
+    for (;;) {
+      try {
+        return await task();
+      } catch (error) {
+        if (!isDiskFull(error) || pictures.bytes === 0) throw error;
+        const thinned = await pictures.shrinkTo(Math.floor(pictures.bytes / 2));
+        this.#complaints.set("quota", thinnedSentence(thinned));
+      }
+    }
+  }
+
+  /**
+   * The only timer. A screen that stays as it is sends no frame, and the chunk before it shall not
+   * wait for one; nor shall what the disk has refused wait for somebody to ask again.
+   */
+  #awaitQuiet(): void {
     this.#cancelQuietTimer?.();
-    if (!chunker.hasFrames) return;
+    if (this.#isClosing) return;
+    const isUnfinished =
+      this.#leftovers !== undefined || this.#isStopping || this.#spool.isUnfinished;
+    if (!isUnfinished && this.#chunker?.hasFrames !== true) return;
+    const hasFailed = isUnfinished || this.#complaints.has("closing");
     const { clock, settings } = this.#dependencies;
-    const wanted = Number(settings.record.chunkSizeMs) * quietFactor;
-    const delayMs = Math.min(Math.max(wanted, leastQuietMs), greatestQuietMs);
-    this.#cancelQuietTimer = clock.after(delayMs, () => {
-      void this.#turns.run(async () => {
-        if (this.#chunker === chunker && !this.#isStopping) {
-          await this.#closeChunks(() => chunker.closeOpen());
-        }
-      });
+    const quietMs = chunkLengthMs(settings.record) * quietFactor;
+    this.#cancelQuietTimer = clock.after(hasFailed ? mendAfterMs : quietMs, () => {
+      void this.#inTurn(() => this.#tidy()).catch(() => undefined);
     });
   }
 
-  /** A new recording begins without the old one's; but pictures that wait are as thin as before. */
-  #forgetComplaints(): void {
-    for (const area of this.#complaints.keys()) {
-      if (area !== "quota") this.#complaints.delete(area);
-    }
-  }
-
-  #complain(area: string, sentence: string | undefined): void {
-    this.#complaints.delete(area);
-    if (sentence !== undefined) this.#complaints.set(area, sentence);
+  /** Closes what is open, and ends what a refusal of the disk has left half done. */
+  async #tidy(): Promise<void> {
+    await this.#putRight();
+    const chunker = this.#chunker;
+    if (this.#isStopping) await this.#endSession();
+    else if (chunker !== undefined) await this.#closeChunks(() => chunker.closeOpen());
+    else await this.#spool.finishClosing();
   }
 }

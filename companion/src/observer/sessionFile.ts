@@ -1,3 +1,4 @@
+import { dirname } from "node:path";
 import { errorCode } from "../base/failure.ts";
 import { parseJson } from "../json/value.ts";
 import { writeJson } from "../json/writer.ts";
@@ -45,6 +46,8 @@ export class SessionLedger {
   }
 
   async #write(file: SessionFile): Promise<void> {
+    // Somebody may have deleted the folder under us.
+    await this.#disk.makeFolder(dirname(this.#path));
     await this.#disk.replaceFile(this.#path, writeJson(file));
     this.#file = file;
   }

@@ -1,4 +1,5 @@
 import { join } from "node:path";
+import { isSystemError } from "../base/failure.ts";
 import { Base64Decoder, Base64Error } from "../frames/base64.ts";
 import type { FramePart, FrameRecord } from "../frames/frameReader.ts";
 import { writeJson } from "../json/writer.ts";
@@ -7,42 +8,58 @@ import type { Disk, OpenFile } from "./disk.ts";
 import { frameListName, type SpoolLayout, unfinished } from "./layout.ts";
 import { pictureName, type Session, SpooledFrame } from "./records.ts";
 
+/** Pictures of a batch that the disk refused, and its last reason. */
+export interface LostPictures {
+  readonly count: number;
+  readonly reason: Error;
+}
+
 /**
  * Writes one batch into `incoming/<id>.partial/` as it arrives. `commit` makes it durable as a
- * whole and `abandon` removes it as a whole; one of the two ends every batch.
+ * whole, or it is abandoned as a whole; one of the two ends every batch. A picture that the
+ * disk refuses is left out, because the text of its frame is worth more and may still find room.
  */
 export class BatchWriter {
   readonly id: number;
   readonly #disk: Disk;
   readonly #layout: SpoolLayout;
   readonly #folder: string;
-  readonly #list: OpenFile;
+  readonly #session: Session;
+  #list: OpenFile;
   readonly #decoder = new Base64Decoder();
   readonly #frames: SpooledFrame[] = [];
   #picture: OpenFile | undefined;
   #pictureBytes = 0;
+  /** Why the rest of the picture at hand is passed over. */
+  #refusal: Error | undefined;
+  #lostPictures: LostPictures | undefined;
 
-  private constructor(disk: Disk, layout: SpoolLayout, id: number, list: OpenFile) {
+  private constructor(
+    disk: Disk,
+    layout: SpoolLayout,
+    id: number,
+    session: Session,
+    list: OpenFile,
+  ) {
     this.id = id;
     this.#disk = disk;
     this.#layout = layout;
     this.#folder = unfinished(layout.batch(id));
+    this.#session = session;
     this.#list = list;
   }
 
+  /** Undefined while every picture has found room. */
+  get lostPictures(): LostPictures | undefined {
+    return this.#lostPictures;
+  }
+
+  /** Makes the folder; when it throws, some of it may be there. */
   static async begin(disk: Disk, layout: SpoolLayout, id: number, session: Session) {
     const folder = unfinished(layout.batch(id));
-    let list: OpenFile | undefined;
-    try {
-      await disk.makeFolder(folder);
-      list = await disk.createFile(join(folder, frameListName));
-      await writeLine(list, { version: 1, session });
-      return new BatchWriter(disk, layout, id, list);
-    } catch (error) {
-      await list?.abandon().catch(() => undefined);
-      await disk.remove(folder).catch(() => undefined);
-      throw error;
-    }
+    await disk.makeFolder(folder);
+    const list = await beginList(disk, folder, session);
+    return new BatchWriter(disk, layout, id, session, list);
   }
 
   /** Throws InvalidRecord where the picture is not base64 or the time is no date. */
@@ -68,11 +85,10 @@ export class BatchWriter {
     return this.#frames;
   }
 
-  /** Removes every trace of the batch. What fails here is removed at the next start. */
+  /** Closes what is open. The folder is the caller's to remove. */
   async abandon(): Promise<void> {
     await this.#picture?.abandon().catch(() => undefined);
     await this.#list.abandon().catch(() => undefined);
-    await this.#disk.remove(this.#folder).catch(() => undefined);
   }
 
   /** The name of a picture ends by its media type, which may come after the picture itself. */
@@ -81,33 +97,77 @@ export class BatchWriter {
   }
 
   async #writePicture(bytes: Uint8Array): Promise<void> {
-    if (bytes.length === 0) return;
-    this.#picture ??= await this.#disk.createFile(this.#temporaryPicture());
-    await this.#picture.write(bytes);
-    this.#pictureBytes += bytes.length;
+    if (bytes.length === 0 || this.#refusal !== undefined) return;
+    try {
+      this.#picture ??= await this.#disk.createFile(this.#temporaryPicture());
+      await this.#picture.write(bytes);
+      this.#pictureBytes += bytes.length;
+    } catch (error) {
+      await this.#leavePictureOut(error);
+    }
   }
 
   async #finishFrame(record: FrameRecord): Promise<void> {
-    const frame = parseRecord(
-      SpooledFrame,
-      {
-        ...record,
-        batch: this.id,
-        frame: this.#frames.length,
-        pictureBytes: this.#pictureBytes,
-      },
-      ["frames", String(this.#frames.length)],
-    );
-    const picture = this.#picture;
-    this.#picture = undefined;
+    const frame = this.#spooled({ ...record, pictureBytes: this.#pictureBytes });
+    const hasPicture = await this.#finishPicture(frame);
+    this.#frames.push(hasPicture ? frame : { ...frame, pictureBytes: 0 });
     this.#pictureBytes = 0;
-    if (picture !== undefined) {
+    this.#refusal = undefined;
+    try {
+      await writeLine(this.#list, this.#frames.at(-1));
+    } catch (error) {
+      if (!isSystemError(error)) throw error;
+      await this.#keepTextsOnly(error);
+    }
+  }
+
+  #spooled(fields: FrameRecord & { readonly pictureBytes: number }): SpooledFrame {
+    const index = this.#frames.length;
+    const identity = { batch: this.id, frame: index };
+    return parseRecord(SpooledFrame, { ...fields, ...identity }, ["frames", String(index)]);
+  }
+
+  /** False when there is no picture. */
+  async #finishPicture(frame: SpooledFrame): Promise<boolean> {
+    const picture = this.#picture;
+    if (picture === undefined) return false;
+    this.#picture = undefined;
+    try {
       await picture.finish();
       const name = join(this.#folder, pictureName(frame));
-      await this.#disk.moveIfThere(this.#temporaryPicture(), name);
+      return await this.#disk.moveIfThere(this.#temporaryPicture(), name);
+    } catch (error) {
+      await this.#leavePictureOut(error);
+      return false;
     }
-    await writeLine(this.#list, frame);
-    this.#frames.push(frame);
+  }
+
+  async #leavePictureOut(error: unknown): Promise<void> {
+    if (!isSystemError(error)) throw error;
+    this.#refusal = error;
+    this.#countLost(1, error);
+    await this.#picture?.abandon().catch(() => undefined);
+    this.#picture = undefined;
+    this.#pictureBytes = 0;
+    // Half a picture takes up the room that the text needs.
+    await this.#disk.remove(this.#temporaryPicture()).catch(() => undefined);
+  }
+
+  /** The last resort of a batch: without any of its pictures there may be room for its texts. */
+  async #keepTextsOnly(reason: Error): Promise<void> {
+    await this.#list.abandon().catch(() => undefined);
+    for (const [index, frame] of this.#frames.entries()) {
+      if (frame.pictureBytes === 0) continue;
+      await this.#disk.remove(join(this.#folder, pictureName(frame)));
+      this.#frames[index] = { ...frame, pictureBytes: 0 };
+      this.#countLost(1, reason);
+    }
+    this.#list = await beginList(this.#disk, this.#folder, this.#session);
+    for (const frame of this.#frames) await writeLine(this.#list, frame);
+  }
+
+  #countLost(count: number, reason: Error): void {
+    this.#lostPictures = { count: (this.#lostPictures?.count ?? 0) + count, reason };
   }
 
   #decoded(decode: () => Uint8Array): Uint8Array {
@@ -118,6 +178,17 @@ export class BatchWriter {
       const path = `frames.${this.#frames.length}.videoBase64`;
       throw new InvalidRecord(path, `Invalid input: ${error.message}`);
     }
+  }
+}
+
+async function beginList(disk: Disk, folder: string, session: Session): Promise<OpenFile> {
+  const list = await disk.createFile(join(folder, frameListName));
+  try {
+    await writeLine(list, { version: 1, session });
+    return list;
+  } catch (error) {
+    await list.abandon().catch(() => undefined);
+    throw error;
   }
 }
 

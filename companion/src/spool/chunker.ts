@@ -2,19 +2,17 @@ import type { Session, SpooledFrame } from "./records.ts";
 import type { Spool } from "./spool.ts";
 
 const greatestGapMs = 60_000;
-/** Whatever the settings say, a chunk has to fit into memory and into a model's request. */
-const greatestChunkMs = 3_600_000;
 
 /** Whether a chunk that runs from `first` to `last` closes before `next`. */
 function closesBefore(
   first: SpooledFrame,
   last: SpooledFrame,
   next: SpooledFrame,
-  chunkSizeMs: number,
+  greatestLengthMs: number,
 ): boolean {
   const gapMs = next.receivedAtMs - last.receivedAtMs;
   const lengthMs = next.receivedAtMs - first.receivedAtMs;
-  return gapMs < 0 || gapMs > greatestGapMs || lengthMs >= chunkSizeMs;
+  return gapMs < 0 || gapMs > greatestGapMs || lengthMs >= greatestLengthMs;
 }
 
 /** The frames of one session that are in no chunk yet, and the rule by which chunks close. */
@@ -24,6 +22,7 @@ export class Chunker {
   #frames: SpooledFrame[] = [];
   #closedCount = 0;
   #lastFrameAtMs: number | undefined;
+  #isFinished = false;
 
   constructor(spool: Spool, session: Session) {
     this.#spool = spool;
@@ -54,9 +53,8 @@ export class Chunker {
   }
 
   /** Closes every chunk that is complete. What fails stays open and is tried again next time. */
-  async closeComplete(chunkSizeMs: number | bigint): Promise<void> {
-    const sizeMs = Math.min(Number(chunkSizeMs), greatestChunkMs);
-    for (let end = this.#firstEnd(sizeMs); end > 0; end = this.#firstEnd(sizeMs)) {
+  async closeComplete(lengthMs: number): Promise<void> {
+    for (let end = this.#firstEnd(lengthMs); end > 0; end = this.#firstEnd(lengthMs)) {
       await this.#close(end, undefined);
     }
     await this.#spool.finishClosing();
@@ -68,18 +66,22 @@ export class Chunker {
     await this.#spool.finishClosing();
   }
 
-  /** Closes the session's last chunk, which bears the stop even when it has no frame. */
+  /**
+   * Closes the session's last chunk, which bears the stop even when it has no frame. After a failure
+   * it may be called again; there is only one last chunk.
+   */
   async finish(stoppedAtMs: number): Promise<void> {
-    await this.#close(this.#frames.length, stoppedAtMs);
+    if (!this.#isFinished) await this.#close(this.#frames.length, stoppedAtMs);
+    this.#isFinished = true;
     await this.#spool.finishClosing();
   }
 
-  #firstEnd(chunkSizeMs: number): number {
+  #firstEnd(lengthMs: number): number {
     const [first] = this.#frames;
     if (first === undefined) return 0;
     for (let index = 1; index < this.#frames.length; index += 1) {
       const [last, next] = [this.#frames[index - 1], this.#frames[index]];
-      if (last && next && closesBefore(first, last, next, chunkSizeMs)) return index;
+      if (last && next && closesBefore(first, last, next, lengthMs)) return index;
     }
     return 0;
   }

@@ -1,8 +1,9 @@
 import { constants } from "node:fs";
-import * as fs from "node:fs/promises";
 import { dirname } from "node:path";
 import { errorCode } from "../base/failure.ts";
+import { type FileSystem, realFileSystem } from "../base/fileSystem.ts";
 import { makeFolder } from "../base/makeFolder.ts";
+import { syncFolder } from "../base/syncFolder.ts";
 
 /** A file that is being written. */
 export interface OpenFile {
@@ -15,7 +16,7 @@ export interface OpenFile {
 
 /**
  * The operations of which the spool is made, each of which a kill leaves done, or not done, or
- * (for `createFile` and `remove`) half done. Tests put a disk in between that dies at a given one.
+ * (for `createFile`, `remove` and the folders of `makeFolder`) half done.
  */
 export interface Disk {
   /** Makes the folder and its parents, for this user's eyes only. */
@@ -41,17 +42,10 @@ export interface Disk {
   freeBytes(path: string): Promise<number>;
 }
 
-async function syncFolder(path: string): Promise<void> {
-  const folder = await fs.open(path, constants.O_RDONLY | constants.O_DIRECTORY);
-  try {
-    await folder.sync();
-  } finally {
-    await folder.close();
-  }
-}
+const NEW = constants.O_WRONLY | constants.O_CREAT | constants.O_TRUNC;
 
-async function createFile(path: string): Promise<OpenFile> {
-  const file = await fs.open(path, "w", 0o600);
+async function createFile(fs: FileSystem, path: string): Promise<OpenFile> {
+  const file = await fs.open(path, NEW, 0o600);
   return {
     async write(bytes) {
       let done = 0;
@@ -70,8 +64,8 @@ async function createFile(path: string): Promise<OpenFile> {
   };
 }
 
-async function writeWhole(path: string, text: string): Promise<void> {
-  const file = await createFile(path);
+async function writeWhole(fs: FileSystem, path: string, text: string): Promise<void> {
+  const file = await createFile(fs, path);
   try {
     await file.write(Buffer.from(text));
   } catch (error) {
@@ -81,56 +75,66 @@ async function writeWhole(path: string, text: string): Promise<void> {
   await file.finish();
 }
 
-async function replaceFile(path: string, text: string): Promise<void> {
-  const temporary = `${path}.new`;
+/** Where the new contents of a file are written; a kill may leave it behind. */
+export function replacementOf(path: string): string {
+  return `${path}.new`;
+}
+
+async function replaceFile(fs: FileSystem, path: string, text: string): Promise<void> {
+  const temporary = replacementOf(path);
   try {
-    await writeWhole(temporary, text);
+    await writeWhole(fs, temporary, text);
     await fs.rename(temporary, path);
   } catch (error) {
     // On a full disk even a half-written file is in the way.
     await fs.rm(temporary, { force: true }).catch(() => undefined);
     throw error;
   }
-  await syncFolder(dirname(path));
+  await syncFolder(fs, dirname(path));
 }
 
-async function moveIfThere(from: string, to: string): Promise<boolean> {
+async function move(fs: FileSystem, from: string, to: string): Promise<void> {
+  await fs.rename(from, to);
+  await syncFolder(fs, dirname(to));
+  if (dirname(from) !== dirname(to)) await syncFolder(fs, dirname(from));
+}
+
+async function unlessMissing<Result, Instead>(task: Promise<Result>, instead: Instead) {
   try {
-    await fs.rename(from, to);
-    return true;
+    return await task;
   } catch (error) {
-    if (errorCode(error) === "ENOENT") return false;
+    if (errorCode(error) === "ENOENT") return instead;
     throw error;
   }
 }
 
-export const realDisk: Disk = {
-  async makeFolder(path) {
-    await makeFolder(path);
-  },
-  createFile,
-  replaceFile,
-  async move(from, to) {
-    await fs.rename(from, to);
-    await syncFolder(dirname(to));
-    if (dirname(from) !== dirname(to)) await syncFolder(dirname(from));
-  },
-  moveIfThere,
-  syncFolder,
-  remove: (path) => fs.rm(path, { recursive: true, force: true }),
-  list: (path) => fs.readdir(path),
-  readText: (path) => fs.readFile(path, "utf8"),
-  async size(path) {
-    try {
-      return (await fs.stat(path)).size;
-    } catch (error) {
-      if (errorCode(error) === "ENOENT") return undefined;
-      throw error;
-    }
-  },
-  copy: (from, to) => fs.copyFile(from, to),
-  async freeBytes(path) {
-    const { bavail, bsize } = await fs.statfs(path);
-    return bavail * bsize;
-  },
-};
+export function diskOn(fs: FileSystem): Disk {
+  return {
+    async makeFolder(path) {
+      await makeFolder(path, fs);
+    },
+    createFile: (path) => createFile(fs, path),
+    replaceFile: (path, text) => replaceFile(fs, path, text),
+    move: (from, to) => move(fs, from, to),
+    moveIfThere: (from, to) =>
+      unlessMissing(
+        fs.rename(from, to).then(() => true),
+        false,
+      ),
+    syncFolder: (path) => syncFolder(fs, path),
+    remove: (path) => fs.rm(path, { recursive: true, force: true }),
+    list: (path) => fs.readdir(path),
+    readText: (path) => fs.readFile(path, "utf8"),
+    async size(path) {
+      const stat = await unlessMissing(fs.stat(path, { bigint: true }), undefined);
+      return stat === undefined ? undefined : Number(stat.size);
+    },
+    copy: (from, to) => fs.copyFile(from, to),
+    async freeBytes(path) {
+      const { bavail, bsize } = await fs.statfs(path);
+      return bavail * bsize;
+    },
+  };
+}
+
+export const realDisk: Disk = diskOn(realFileSystem);

@@ -34,6 +34,10 @@ export function unfinished(folder: string): string {
   return `${folder}.partial`;
 }
 
+export function isUnfinished(folder: string): boolean {
+  return folder.endsWith(".partial");
+}
+
 export const frameListName = "frames.jsonl";
 export const chunkFileName = "chunk.json";
 export const resultFileName = "result.json";

@@ -1,9 +1,9 @@
-import { join } from "node:path";
+import { dirname, join } from "node:path";
 import { errorCode } from "../base/failure.ts";
 import { parseJson } from "../json/value.ts";
 import { parseRecord } from "../wire/schema.ts";
 import { Chunker } from "./chunker.ts";
-import type { Disk } from "./disk.ts";
+import { type Disk, replacementOf } from "./disk.ts";
 import { chunkFileName, folderIds, frameListName, type SpoolLayout, unfinished } from "./layout.ts";
 import { PictureStore } from "./pictureStore.ts";
 import {
@@ -63,11 +63,11 @@ export class Leftovers {
    * Makes chunks of the frames. A session that a kill has ended ends with its last frame; `open` is
    * the one that was running, if any. After a failure it may be called again.
    */
-  async putRight(open: Session | undefined, chunkSizeMs: number | bigint): Promise<void> {
+  async putRight(open: Session | undefined, chunkLengthMs: number): Promise<void> {
     const isLoose = this.#chunkers.some((chunker) => chunker.session.id === open?.id);
     if (open !== undefined && !isLoose) await this.#endSession(open);
     for (let chunker = this.#chunkers[0]; chunker; chunker = this.#chunkers[0]) {
-      await chunker.closeComplete(chunkSizeMs);
+      await chunker.closeComplete(chunkLengthMs);
       await chunker.finish(chunker.lastFrameAtMs ?? chunker.session.startedAtMs);
       this.#chunkers.shift();
     }
@@ -101,8 +101,12 @@ class RecoveryRun {
     for (const folder of [layout.root, layout.incoming, layout.pending, layout.trash]) {
       await this.#disk.makeFolder(folder);
     }
+    await this.#syncNames();
     for (const name of await this.#disk.list(layout.trash)) {
       await this.#disk.remove(join(layout.trash, name));
+    }
+    for (const file of [layout.stateFile, layout.sessionFile]) {
+      await this.#disk.remove(replacementOf(file));
     }
     const queueState = await this.#readQueueState();
     const chunks = await this.#recoverChunks(queueState);
@@ -119,6 +123,17 @@ class RecoveryRun {
     });
     const leftovers = new Leftovers(spool, loose.runs, last);
     return { spool, complaints: this.#complaints, leftovers };
+  }
+
+  /**
+   * Makes durable what is there: a kill may have come between a rename and its sync, and what is
+   * done about the one must not outlive it. A folder is as durable as its own name, too.
+   */
+  async #syncNames(): Promise<void> {
+    const { root, incoming, pending } = this.#layout;
+    for (const folder of [incoming, pending, root, dirname(root), dirname(dirname(root))]) {
+      await this.#disk.syncFolder(folder);
+    }
   }
 
   /**

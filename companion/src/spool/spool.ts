@@ -1,11 +1,18 @@
-import { join } from "node:path";
-import { errorCode } from "../base/failure.ts";
+import { dirname, join } from "node:path";
+import { errorCode, isSystemError } from "../base/failure.ts";
+import { Mutex } from "../base/mutex.ts";
 import { parseJson } from "../json/value.ts";
 import { writeJson } from "../json/writer.ts";
 import { parseRecord } from "../wire/schema.ts";
 import { BatchWriter } from "./batchWriter.ts";
 import type { Disk } from "./disk.ts";
-import { chunkFileName, resultFileName, type SpoolLayout, unfinished } from "./layout.ts";
+import {
+  chunkFileName,
+  isUnfinished,
+  resultFileName,
+  type SpoolLayout,
+  unfinished,
+} from "./layout.ts";
 import type { PictureStore } from "./pictureStore.ts";
 import {
   Chunk,
@@ -49,6 +56,9 @@ export class Spool {
   readonly #pending: number[];
   /** Chunks whose record is durable and whose pictures have not all been moved yet. */
   readonly #closing: Chunk[] = [];
+  /** Folders that nobody needs any more and that could not be removed yet. */
+  readonly #leaving = new Set<string>();
+  readonly #removals = new Mutex();
   #lastCursor: Cursor;
 
   constructor(disk: Disk, layout: SpoolLayout, contents: SpoolContents) {
@@ -72,11 +82,29 @@ export class Spool {
     return this.#pending;
   }
 
-  /** Begins a batch; the caller commits or abandons it, and then calls `accepted` or nothing. */
-  beginBatch(session: Session): Promise<BatchWriter> {
+  /** Whether something is left to do that the disk refused: see `finishClosing`. */
+  get isUnfinished(): boolean {
+    return this.#closing.length > 0 || this.#leaving.size > 0;
+  }
+
+  /** Begins a batch; the caller commits it and then calls `accepted`, or calls `abandonBatch`. */
+  async beginBatch(session: Session): Promise<BatchWriter> {
     const id = this.#nextBatch;
     this.#nextBatch += 1;
-    return BatchWriter.begin(this.disk, this.layout, id, session);
+    try {
+      return await BatchWriter.begin(this.disk, this.layout, id, session);
+    } catch (error) {
+      await this.#letGo(unfinished(this.layout.batch(id)));
+      throw error;
+    }
+  }
+
+  /** Removes every trace of a batch that was not committed. */
+  async abandonBatch(batch: BatchWriter): Promise<void> {
+    await batch.abandon();
+    const folder = this.layout.batch(batch.id);
+    // The last name, too: a commit can fail when only the name still had to be made durable.
+    await this.#letGo(unfinished(folder), folder);
   }
 
   /** The batch is committed: its folder goes when its last frame is in a chunk. */
@@ -98,23 +126,16 @@ export class Spool {
     const id = this.#nextChunk;
     const through = last === undefined ? this.#lastCursor : cursorOf(last);
     const chunk: Chunk = { version: 1, id, session, stoppedAtMs, through, frames: [...frames] };
-    const folder = unfinished(this.layout.chunk(id));
-    try {
-      await this.disk.makeFolder(folder);
-      await this.disk.replaceFile(join(folder, chunkFileName), writeJson(chunk));
-    } catch (error) {
-      await this.disk.remove(folder).catch(() => undefined);
-      throw error;
-    }
+    await this.#writeRecord(chunk);
     this.#nextChunk += 1;
     this.#lastCursor = through;
     this.#closing.push(chunk);
   }
 
-  /** Moves the pictures of closed chunks and hands the chunks to the queue. */
+  /** Moves the pictures of closed chunks, hands the chunks to the queue, and clears away. */
   async finishClosing(): Promise<void> {
     for (let chunk = this.#closing[0]; chunk !== undefined; chunk = this.#closing[0]) {
-      await moveIntoPending(this.disk, this.layout, chunk);
+      await this.#moveIntoPending(chunk);
       this.#closing.shift();
       this.pictures.add(
         chunk,
@@ -123,17 +144,22 @@ export class Spool {
       this.#pending.push(chunk.id);
       await this.#dropEmptyBatches(chunk.frames);
     }
+    if (this.#leaving.size > 0) await this.#letGo();
   }
 
   async readChunk(id: number): Promise<Chunk> {
-    const text = await this.disk.readText(join(this.layout.chunk(id), chunkFileName));
-    return parseRecord(Chunk, parseJson(text));
+    const path = join(this.layout.chunk(id), chunkFileName);
+    if ((await this.disk.size(path)) === undefined) throw new Error("somebody has removed it");
+    return parseRecord(Chunk, parseJson(await this.disk.readText(path)));
   }
 
-  /** The stored result; undefined while the chunk has none. */
+  /** The stored result, from now on durable; undefined while the chunk has none. */
   async readResult(id: number): Promise<ChunkResult | undefined> {
+    const folder = this.layout.chunk(id);
     try {
-      const text = await this.disk.readText(join(this.layout.chunk(id), resultFileName));
+      const text = await this.disk.readText(join(folder, resultFileName));
+      // Who stored it may have been killed before its name was; and no second answer is alike.
+      await this.disk.syncFolder(folder);
       return parseRecord(ChunkResult, parseJson(text));
     } catch (error) {
       if (errorCode(error) === "ENOENT") return undefined;
@@ -157,16 +183,59 @@ export class Spool {
       lastFrameAtMs,
       state,
     };
+    // Somebody may have deleted the folder under us.
+    await this.disk.makeFolder(this.layout.root);
     await this.disk.replaceFile(this.layout.stateFile, writeJson(queueState));
     this.#queueState = queueState;
     this.#forget(chunk.id);
-    await discard(this.disk, this.layout, this.layout.chunk(chunk.id));
+    await this.#letGo(this.layout.chunk(chunk.id));
   }
 
   /** Puts a chunk aside that can't be analysed, so that the ones behind it can. */
   async setAside(id: number, nowMs: number): Promise<void> {
     await setAside(this.disk, this.layout, this.layout.chunk(id), `chunk-${id}-${nowMs}`);
     this.#forget(id);
+  }
+
+  async #writeRecord(chunk: Chunk): Promise<void> {
+    const folder = unfinished(this.layout.chunk(chunk.id));
+    try {
+      await this.disk.makeFolder(folder);
+      await this.disk.replaceFile(join(folder, chunkFileName), writeJson(chunk));
+    } catch (error) {
+      await this.disk.remove(folder).catch(() => undefined);
+      throw error;
+    }
+  }
+
+  async #moveIntoPending(chunk: Chunk): Promise<void> {
+    const folder = this.layout.chunk(chunk.id);
+    try {
+      await moveIntoPending(this.disk, this.layout, chunk);
+    } catch (error) {
+      if (errorCode(error) !== "ENOENT") throw error;
+      // An attempt that failed at its very end has moved it already, or somebody has deleted it.
+      if ((await this.disk.size(join(folder, chunkFileName))) === undefined) {
+        await this.#writeRecord(chunk);
+        await moveIntoPending(this.disk, this.layout, chunk);
+      }
+      await this.disk.syncFolder(this.layout.pending);
+    }
+  }
+
+  /** Removes folders that nobody needs any more; what the disk refuses is tried again later. */
+  #letGo(...folders: readonly string[]): Promise<void> {
+    for (const folder of folders) this.#leaving.add(folder);
+    return this.#removals.run(async () => {
+      for (const folder of this.#leaving) {
+        try {
+          await discard(this.disk, this.layout, folder);
+          this.#leaving.delete(folder);
+        } catch (error) {
+          if (!isSystemError(error)) throw error;
+        }
+      }
+    });
   }
 
   #forget(id: number): void {
@@ -183,7 +252,7 @@ export class Spool {
     for (const [batch, left] of this.#looseFrames) {
       if (left > 0) continue;
       this.#looseFrames.delete(batch);
-      await discard(this.disk, this.layout, this.layout.batch(batch));
+      await this.#letGo(this.layout.batch(batch));
     }
   }
 }
@@ -195,6 +264,8 @@ export async function moveIntoPending(
   chunk: Chunk,
 ): Promise<void> {
   const folder = unfinished(layout.chunk(chunk.id));
+  // Its name has to be durable before it is all that the pictures have.
+  await disk.syncFolder(layout.pending);
   for (const frame of chunk.frames) {
     if (frame.pictureBytes === 0) continue;
     const name = pictureName(frame);
@@ -206,17 +277,27 @@ export async function moveIntoPending(
 
 /**
  * Removes a folder by way of the trash: deleting in place is not one step, and a kill in the
- * middle would leave something that looks like a chunk without its record.
+ * middle would leave something that looks like a chunk without its record; only an unfinished folder
+ * never looks like one. Nothing there is no error.
  */
 export async function discard(disk: Disk, layout: SpoolLayout, folder: string): Promise<void> {
+  if (isUnfinished(folder)) {
+    await disk.remove(folder);
+    return;
+  }
   const name = folder.slice(layout.root.length).replaceAll("/", "-").slice(1);
   const target = join(layout.trash, name);
+  await disk.makeFolder(layout.trash);
   await disk.remove(target);
-  await disk.move(folder, target);
+  if (!(await disk.moveIfThere(folder, target))) return;
+  await disk.syncFolder(dirname(folder));
   await disk.remove(target);
 }
 
-/** Keeps a folder that can't be used, out of everybody's way, for whoever wants to look at it. */
+/**
+ * Keeps a folder that can't be used, out of everybody's way, for whoever wants to look at it.
+ * Nothing there is no error.
+ */
 export async function setAside(
   disk: Disk,
   layout: SpoolLayout,
@@ -224,5 +305,7 @@ export async function setAside(
   name: string,
 ): Promise<void> {
   await disk.makeFolder(layout.quarantine);
-  await disk.move(folder, join(layout.quarantine, name));
+  if (!(await disk.moveIfThere(folder, join(layout.quarantine, name)))) return;
+  await disk.syncFolder(layout.quarantine);
+  await disk.syncFolder(dirname(folder));
 }

@@ -3,6 +3,7 @@ import { readFileSync, writeFileSync } from "node:fs";
 import { join } from "node:path";
 import { describe, it } from "node:test";
 import { asAnalyser } from "../../src/engine/analyser.ts";
+import { type Disk, realDisk } from "../../src/spool/disk.ts";
 import { defaultSettings, type ObserverSettings } from "../../src/wire/records.ts";
 import { echoAnalyser, ObserverHarness } from "../support/observerHarness.ts";
 import { framePayload, tinyPicture } from "../support/payloads.ts";
@@ -84,6 +85,32 @@ describe("providers", () => {
   });
 });
 
+describe("a stored result", () => {
+  it("result_foundAfterAKill_isDurableBeforeItsLinesAreWritten", async () => {
+    const steps: string[] = [];
+    const appendToJournal = async () => {
+      steps.push("append");
+      throw new Error("killed");
+    };
+    const first = await ObserverHarness.open({ appendToJournal });
+    await first.observer.start();
+    await first.send([at(0)]);
+    await first.observer.stop();
+    assert.deepEqual(first.names("pending", "1"), ["1-0.jpg", "chunk.json", "result.json"]);
+    steps.length = 0;
+    const disk: Disk = {
+      ...realDisk,
+      async syncFolder(path) {
+        await realDisk.syncFolder(path);
+        if (path === first.layout.chunk(1)) steps.push("sync");
+      },
+    };
+    const second = await ObserverHarness.open({ home: first.home, disk, appendToJournal });
+    await second.observer.stop();
+    assert.deepEqual(steps, ["sync", "append"]);
+  });
+});
+
 describe("journal", () => {
   it("journal_thatCannotBeWritten_blocksAndIsTriedAgain", async () => {
     let isBroken = true;
@@ -102,7 +129,7 @@ describe("journal", () => {
     const directory = join(harness.home, "ostrel/journal");
     assert.equal(
       status.analysisBackfillLastError,
-      `The journal can't be written: Permission denied: ${directory}.`,
+      `The journal can't be written: Permission denied: ${directory}. Allow yourself to write there.`,
     );
     assert.equal(harness.clock.nextDelayMs, 5_000);
     for (const delayMs of [10_000, 20_000, 40_000, 80_000, 160_000, 320_000, 600_000, 600_000]) {

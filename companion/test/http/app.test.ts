@@ -74,6 +74,7 @@ it("errorCodes_andTheirStatus_arePinned", () => {
     bodyTooLarge: 413,
     invalidRecord: 422,
     internal: 500,
+    diskFailed: 500,
     notImplemented: 501,
     shuttingDown: 503,
     diskFull: 507,
@@ -252,6 +253,15 @@ describe("routes", () => {
     const answer = await send(port, "POST", "/api/stop");
     const error = { code: "diskFull", message: "The disk is full." };
     assert.deepEqual(answer, { status: 507, body: { error } });
+  });
+
+  it("diskThatRefusesOtherwise_is500AndSaysWhy", async (test) => {
+    const refusal = Object.assign(new Error("EROFS"), { code: "EROFS", path: "/state" });
+    const port = await serve(test, { stop: () => Promise.reject(refusal) });
+    const answer = await send(port, "POST", "/api/stop");
+    const message =
+      "This can't be kept: The file system is read-only: /state. Mount it for writing.";
+    assert.deepEqual(answer, { status: 500, body: { error: { code: "diskFailed", message } } });
   });
 });
 

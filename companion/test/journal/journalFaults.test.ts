@@ -1,15 +1,12 @@
 import assert from "node:assert/strict";
 import { appendFileSync, existsSync, renameSync, statSync, writeFileSync } from "node:fs";
 import { describe, it } from "node:test";
-import {
-  type JournalFile,
-  type JournalFiles,
-  realJournalFiles,
-} from "../../src/journal/journalFiles.ts";
+import { type JournalFiles, realJournalFiles } from "../../src/journal/journalFiles.ts";
 import { localDay } from "../../src/journal/journalPage.ts";
 import { bulletKey, JournalWriter } from "../../src/journal/journalWriter.ts";
 import type { KeyedBullet } from "../../src/journal/types.ts";
 import { JournalFolder } from "../support/journalFolder.ts";
+import { type JournalStep, WatchedFiles } from "../support/watchedFiles.ts";
 
 const NOON = new Date(2026, 10, 21, 12).getTime();
 const DAY = localDay(NOON);
@@ -27,64 +24,6 @@ const bullets: readonly KeyedBullet[] = texts.map((text, n) => ({
 
 const read = (folder: JournalFolder): string[] => folder.entries(DAY).map((entry) => entry.text);
 
-type Step =
-  | "makeFolder"
-  | "open"
-  | "read"
-  | "append"
-  | "sync"
-  | "syncFolder"
-  | "standsAt"
-  | "close";
-
-/** The real files, with a hook before each operation, and with an append that a test may replace. */
-class WatchedFiles implements JournalFiles {
-  readonly steps: Step[] = [];
-  before: (step: Step) => void = () => undefined;
-  append: (file: JournalFile, bytes: Buffer) => Promise<number> = (file, bytes) =>
-    file.append(bytes);
-
-  async makeFolder(path: string): Promise<void> {
-    this.#note("makeFolder");
-    await realJournalFiles.makeFolder(path);
-  }
-
-  async open(path: string): Promise<JournalFile> {
-    this.#note("open");
-    const file = await realJournalFiles.open(path);
-    return {
-      created: file.created,
-      read: () => this.#noted("read", () => file.read()),
-      append: (bytes) => this.#noted("append", () => this.append(file, bytes)),
-      size: () => file.size(),
-      truncate: (size) => file.truncate(size),
-      sync: () => this.#noted("sync", () => file.sync()),
-      standsAt: (where) => this.#noted("standsAt", () => file.standsAt(where)),
-      // Closed in any case: the system does it for a process that dies.
-      close: () => file.close().then(() => this.#note("close")),
-    };
-  }
-
-  remove(path: string): Promise<void> {
-    return realJournalFiles.remove(path);
-  }
-
-  async syncFolder(path: string): Promise<void> {
-    this.#note("syncFolder");
-    await realJournalFiles.syncFolder(path);
-  }
-
-  #note(step: Step): void {
-    this.steps.push(step);
-    this.before(step);
-  }
-
-  async #noted<Result>(step: Step, action: () => Promise<Result>): Promise<Result> {
-    this.#note(step);
-    return action();
-  }
-}
-
 const writerOn = (folder: JournalFolder, files: JournalFiles = realJournalFiles): JournalWriter =>
   new JournalWriter({ outputDirectory: folder.path, files });
 
@@ -97,11 +36,13 @@ describe("order of the operations", () => {
     const files = new WatchedFiles();
     const writer = writerOn(folder, files);
     await writer.append(session, bullets.slice(0, 1));
-    const all: readonly Step[] = [
+    const all: readonly JournalStep[] = [
       "makeFolder",
       "open",
       "read",
+      "size",
       "append",
+      "size",
       "sync",
       "syncFolder",
       "standsAt",
@@ -134,7 +75,7 @@ describe("order of the operations", () => {
 });
 
 describe("a kill", () => {
-  for (let at = 0; at < 8; at += 1) {
+  for (let at = 0; at < 10; at += 1) {
     it(`beforeOperation${at}_losesNothing_andTheNextAttemptWritesNothingTwice`, async (test) => {
       const folder = new JournalFolder(test);
       const files = new WatchedFiles();
@@ -310,6 +251,36 @@ describe("an editor at the same time", () => {
     };
     await writerOn(folder, files).append(session, bullets);
     assert.match(folder.text(DAY), /\nmy thoughts\n/);
+    assert.deepEqual(read(folder), texts);
+  });
+
+  it("takesTheLastLineEndBetweenReadingAndWriting_leavesTheBulletALineOfItsOwn", async (test) => {
+    const folder = new JournalFolder(test);
+    await writerOn(folder).append(session, bullets.slice(0, 1));
+    const files = new WatchedFiles();
+    let saved = false;
+    files.before = (step) => {
+      if (step !== "size" || saved) return;
+      saved = true;
+      folder.save(DAY, `${folder.text(DAY)}my thoughts`);
+    };
+    await writerOn(folder, files).append(session, bullets);
+    assert.match(folder.text(DAY), /\nmy thoughts\n- /);
+    assert.deepEqual(read(folder), texts);
+  });
+
+  it("writesItsOldCopyOverOurWriting_getsTheBulletsAgain", async (test) => {
+    const folder = new JournalFolder(test);
+    await writerOn(folder).append(session, bullets.slice(0, 1));
+    const copy = `${folder.text(DAY)}my thoughts\n`;
+    const files = new WatchedFiles();
+    files.append = async (file, bytes) => {
+      const written = await file.append(bytes);
+      if (!folder.text(DAY).includes("my thoughts")) folder.save(DAY, copy);
+      return written;
+    };
+    await writerOn(folder, files).append(session, bullets);
+    assert.ok(folder.text(DAY).startsWith(copy));
     assert.deepEqual(read(folder), texts);
   });
 

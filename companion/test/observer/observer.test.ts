@@ -1,7 +1,8 @@
 import assert from "node:assert/strict";
-import { readFileSync } from "node:fs";
+import { readFileSync, rmSync } from "node:fs";
 import { join } from "node:path";
 import { describe, it } from "node:test";
+import { setImmediate } from "node:timers/promises";
 import { JsonError } from "../../src/json/tokenizer.ts";
 import { NotRecording, ShuttingDown } from "../../src/observer/observer.ts";
 import { type Disk, realDisk } from "../../src/spool/disk.ts";
@@ -92,7 +93,10 @@ describe("session", () => {
     state.isFull = true;
     await assert.rejects(observer.start(), /ENOSPC/);
     assert.equal(observer.status().running, false);
-    assert.equal(observer.status().lastError, "The recording can't be started: The disk is full.");
+    assert.equal(
+      observer.status().lastError,
+      "The recording can't be started: The disk is full. Delete some files on that disk to make room.",
+    );
     state.isFull = false;
     assert.equal((await observer.start()).lastError, undefined);
   });
@@ -128,6 +132,22 @@ describe("session", () => {
     assert.deepEqual(harness.lines, ["at 0", "end of 1"]);
   });
 
+  it("stop_onAFullDisk_isEndedByItselfWhenThereIsRoomAgain", async () => {
+    const { disk, state } = fillableDisk();
+    const harness = await ObserverHarness.open({ disk });
+    await harness.observer.start();
+    await harness.send([at(0)]);
+    state.isFull = true;
+    await assert.rejects(harness.observer.stop(), /ENOSPC/);
+    assert.match(harness.observer.status().lastError ?? "", /Delete some files on that disk/);
+    state.isFull = false;
+    assert.equal(harness.clock.nextDelayMs, 10_000);
+    harness.clock.advance(10_000);
+    while (harness.lines.length < 2) await setImmediate();
+    assert.equal(harness.observer.status().lastError, undefined);
+    assert.deepEqual(harness.lines, ["at 0", "end of 1"]);
+  });
+
   it("start_afterAStopThatFailed_endsTheOldSessionFirst", async () => {
     const { disk, state } = fillableDisk();
     const harness = await ObserverHarness.open({ disk });
@@ -153,6 +173,60 @@ describe("session", () => {
     assert.equal(harness.clock.timerCount, 0);
   });
 
+  it("stop_behindAQueueThatTakesTooLong_answersInTime_andTheRestGoesOn", async () => {
+    const written: string[] = [];
+    let letGo = () => {};
+    const gate = new Promise<void>((resolve) => {
+      letGo = resolve;
+    });
+    const harness = await ObserverHarness.open({
+      async appendToJournal(_, __, bullets) {
+        await gate;
+        written.push(...bullets.map((bullet) => bullet.text));
+      },
+    });
+    await harness.observer.start();
+    await harness.send([at(0), at(20)]);
+    const stopped = harness.observer.stop();
+    while (harness.clock.nextDelayMs !== 20_000) await setImmediate();
+    harness.clock.advance(20_000);
+    const status = await stopped;
+    assert.equal(status.running, false);
+    assert.equal(status.pendingAnalysisChunks, 2);
+    assert.equal(status.analysisBackfillActive, true);
+    assert.deepEqual(written, []);
+    // Meanwhile nobody has to wait for the queue.
+    assert.equal((await harness.observer.start()).running, true);
+    letGo();
+    assert.equal((await harness.observer.stop()).pendingAnalysisChunks, 0);
+    assert.deepEqual(written, ["at 0", "at 20", "end of 2", "end of 0"]);
+    assert.equal(harness.clock.timerCount, 0);
+  });
+
+  it("close_behindAQueueThatTakesTooLong_endsWithTheChunkAtHand", async () => {
+    const written: string[] = [];
+    const letGo: (() => void)[] = [];
+    const harness = await ObserverHarness.open({
+      async appendToJournal(_, __, bullets) {
+        await new Promise<void>((resolve) => letGo.push(resolve));
+        written.push(...bullets.map((bullet) => bullet.text));
+      },
+    });
+    await harness.observer.start();
+    await harness.send([at(0), at(20)]);
+    const closed = harness.observer.close();
+    while (harness.clock.nextDelayMs !== 3_000 || letGo.length === 0) await setImmediate();
+    harness.clock.advance(3_000);
+    await setImmediate();
+    letGo[0]?.();
+    await closed;
+    assert.deepEqual(written, ["at 0"]);
+    assert.deepEqual(harness.names("pending"), ["2"]);
+    const next = await ObserverHarness.open({ home: harness.home });
+    await next.observer.stop();
+    assert.deepEqual(next.lines, ["at 20", "end of 2"]);
+  });
+
   it("sessionLeftOpenByAKill_isEndedAtTheNextStart", async () => {
     const first = await ObserverHarness.open();
     const { sessionId } = await first.observer.start();
@@ -175,7 +249,7 @@ describe("session", () => {
     const second = await ObserverHarness.open({ home: first.home, disk });
     assert.equal(
       second.observer.status().lastError,
-      "Frames can't be recovered: The disk is full.",
+      "Frames can't be recovered: The disk is full. Delete some files on that disk to make room.",
     );
     await assert.rejects(second.observer.start(), /ENOSPC/);
     assert.equal(second.observer.status().running, false);
@@ -333,7 +407,7 @@ describe("frames", () => {
     assert.deepEqual(harness.names("incoming"), []);
     assert.equal(
       harness.observer.status().lastError,
-      "The frames can't be kept: The disk is full.",
+      "The frames can't be kept: The disk is full. Delete some files on that disk to make room.",
     );
     state.isFull = false;
     assert.equal((await harness.send([at(6)])).lastError, undefined);
@@ -364,6 +438,51 @@ describe("frames", () => {
     state.isForbidden = true;
     assert.equal(harness.observer.status().running, true);
     state.isForbidden = false;
+  });
+});
+
+describe("a state folder that is deleted while it is in use", () => {
+  const remove = (harness: ObserverHarness) => rmSync(harness.layout.root, { recursive: true });
+
+  it("stateFolder_deletedWhileRecording_isMadeAnew_andTheKnownFramesAreWritten", async () => {
+    const harness = await ObserverHarness.open();
+    await harness.observer.start();
+    await harness.send([at(0)]);
+    remove(harness);
+    await harness.send([at(1), at(20)]);
+    const status = await harness.observer.stop();
+    assert.equal(status.lastError, undefined);
+    assert.equal(status.pendingAnalysisChunks, 0);
+    assert.deepEqual(harness.lines, ["at 0", "at 1", "at 20", "end of 3"]);
+    for (const name of ["incoming", "pending", "trash"]) assert.deepEqual(harness.names(name), []);
+  });
+
+  it("stateFolder_deletedBetweenRecordings_isMadeAnew", async () => {
+    const harness = await ObserverHarness.open();
+    await harness.observer.start();
+    await harness.observer.stop();
+    remove(harness);
+    await harness.observer.start();
+    remove(harness);
+    assert.equal((await harness.observer.stop()).lastError, undefined);
+    await harness.observer.start();
+    await harness.send([at(0)]);
+    await harness.observer.stop();
+    assert.deepEqual(harness.lines, ["end of 0", "end of 0", "at 0", "end of 1"]);
+  });
+
+  it("stateFolder_deletedWithWaitingChunks_saysSo_andHoldsUpNothing", async () => {
+    const inferenceProvider = "google_vertex_ai";
+    const harness = await ObserverHarness.open({ settings: { inferenceProvider } });
+    await harness.observer.start();
+    await harness.send([at(0), at(20)]);
+    remove(harness);
+    harness.observer.replaceSettings({ ...harness.settings.record, inferenceProvider: "ostrel" });
+    const status = await harness.observer.stop();
+    assert.equal(status.pendingAnalysisChunks, 0);
+    assert.equal(status.analysisBackfillBlocked, false);
+    assert.match(status.lastError ?? "", /Chunk 1 was put aside: .*somebody has removed it/);
+    assert.deepEqual(harness.lines, ["at 20", "end of 1"]);
   });
 });
 
@@ -403,7 +522,18 @@ describe("chunks", () => {
   });
 
   it("chunk_sizeWithoutSense_stillMakesChunks", async () => {
-    assert.deepEqual(await chunksOf([0, 1], -5), [["at 0"], ["at 1", "end of 2"]]);
+    for (const size of [0, -5, -(2n ** 63n)]) {
+      assert.deepEqual(await chunksOf([0, 19, 20], size), [
+        ["at 0", "at 19"],
+        ["at 20", "end of 3"],
+      ]);
+    }
+    for (const size of [1, 5_000]) {
+      assert.deepEqual(await chunksOf([0, 4, 5], size), [
+        ["at 0", "at 4"],
+        ["at 5", "end of 3"],
+      ]);
+    }
     assert.deepEqual(await chunksOf([0, 1], 2n ** 63n - 1n), [["at 0", "at 1", "end of 2"]]);
   });
 
@@ -441,7 +571,10 @@ describe("chunks", () => {
       state.isFull = to.includes("incoming");
     };
     const answer = await harness.send([at(0), at(20)]);
-    assert.equal(answer.lastError, "A chunk can't be closed: The disk is full.");
+    assert.equal(
+      answer.lastError,
+      "A chunk can't be closed: The disk is full. Delete some files on that disk to make room.",
+    );
     disk.move = fullAfterwards;
     state.isFull = false;
     assert.equal((await harness.send([at(21)])).lastError, undefined);

@@ -4,19 +4,22 @@ import { once } from "node:events";
 import {
   closeSync,
   existsSync,
+  mkdirSync,
   openSync,
   readdirSync,
   readFileSync,
   statSync,
   writeFileSync,
 } from "node:fs";
-import { createServer } from "node:net";
+import { Agent, type IncomingMessage, request } from "node:http";
+import { createServer, type Socket } from "node:net";
 import { join } from "node:path";
 import { describe, it } from "node:test";
+import { setImmediate } from "node:timers/promises";
 import type { CapturedFramePayload } from "../../src/wire/records.ts";
 import { parsedWorkspace, readDay } from "../support/journalGrammar.ts";
 import { contextText } from "../support/observedFrames.ts";
-import { freePort, ObserverProcess } from "../support/observerProcess.ts";
+import { freePort, ObserverProcess, testToken } from "../support/observerProcess.ts";
 import { framePayload } from "../support/payloads.ts";
 import { temporaryHome } from "../support/temporaryHome.ts";
 
@@ -48,6 +51,12 @@ function entryTexts(home: string): string[] {
   return journal(home).flatMap((day) =>
     day.sessions.flatMap((session) => session.entries.map((entry) => entry.text)),
   );
+}
+
+function writeRules(home: string, text: string): void {
+  const folder = join(home, ".ostrel", "observer");
+  mkdirSync(folder, { recursive: true });
+  writeFileSync(join(folder, "rules.json"), text);
 }
 
 const codeContext = contextText({
@@ -189,6 +198,30 @@ describe("ends", () => {
     assert.equal(entryTexts(home).length, 1);
   });
 
+  it("idleConnection_isKeptForTheNextPoll_andDoesNotHoldUpTheEnd", async (test) => {
+    const observer = await ObserverProcess.start(test, { home: temporaryHome() });
+    const agent = new Agent({ keepAlive: true, maxSockets: 1 });
+    test.after(() => agent.destroy());
+    const headers = { "X-Ostrel-Local-Token": testToken };
+    const sockets = new Set<Socket>();
+    for (let poll = 0; poll < 3; poll += 1) {
+      const options = { agent, headers, port: observer.port, path: "/api/status" };
+      const asked = request({ host: "127.0.0.1", ...options }).end();
+      const [answer] = (await once(asked, "response")) as [IncomingMessage];
+      assert.equal(answer.statusCode, 200);
+      // More than the longest pause between two batches.
+      assert.match(String(answer.headers["keep-alive"]), /timeout=65/);
+      sockets.add(answer.socket);
+      await once(answer.resume(), "end");
+      await setImmediate();
+    }
+    assert.equal(sockets.size, 1);
+    const begunAtMs = Date.now();
+    assert.equal(await observer.terminate(), 0);
+    // Far less than the grace for requests in progress.
+    assert.ok(Date.now() - begunAtMs < 900);
+  });
+
   it("standardInput_itsEnd_isTheParentsEnd", async (test) => {
     const observer = await ObserverProcess.start(test, { home: temporaryHome() });
     observer.child.stdin?.end();
@@ -324,6 +357,30 @@ describe("starts", () => {
     });
     await observer.says("holds no secrets");
     assert.equal((await observer.request("GET", "/api/status")).status, 200);
+  });
+
+  it("rules_ofTheUser_areAnalysedBy", async (test) => {
+    const home = temporaryHome();
+    writeRules(home, '{"applications":[{"name":"Code","workspace":"My editor"}]}');
+    const observer = await ObserverProcess.start(test, { home });
+    const started = await observer.startRecording();
+    assert.equal(started.body["lastError"], undefined);
+    await observer.request("POST", "/api/frames", batch(frames(1_795_250_000_000, 8, codeContext)));
+    await observer.request("POST", "/api/stop");
+    assert.match(entryTexts(home)[0] ?? "", /^\[My editor\]/);
+  });
+
+  it("rules_thatCannotBeRead_areSaidSo_andTheBuiltInOnesAreUsed", async (test) => {
+    const home = temporaryHome();
+    writeRules(home, '{"applications":[{"name":"Code"}]}');
+    const observer = await ObserverProcess.start(test, { home });
+    const { body } = await observer.startRecording();
+    const complaint =
+      /^Your rules are not in use: .*rules\.json, rules\.applications\.0\.workspace: /;
+    assert.match(String(body["lastError"]), complaint);
+    await observer.request("POST", "/api/frames", batch(frames(1_795_250_000_000, 8, codeContext)));
+    await observer.request("POST", "/api/stop");
+    assert.match(entryTexts(home)[0] ?? "", /^\[VS Code\]/);
   });
 
   it("token_wrong_getsNothing", async (test) => {

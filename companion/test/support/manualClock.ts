@@ -8,6 +8,8 @@ interface Timer {
 /** Stands still until a test moves it on. */
 export class ManualClock implements Clock {
   #nowMs: number;
+  /** What the wall clock shows beyond it; timers don't mind. */
+  #wallOffsetMs = 0;
   #timers: Timer[] = [];
 
   constructor(nowMs = 1_795_250_000_000) {
@@ -25,7 +27,12 @@ export class ManualClock implements Clock {
   }
 
   nowMs(): number {
-    return this.#nowMs;
+    return this.#nowMs + this.#wallOffsetMs;
+  }
+
+  /** Sets the wall clock, as a user or a time server does. */
+  setWall(ms: number): void {
+    this.#wallOffsetMs = ms - this.#nowMs;
   }
 
   after(delayMs: number, task: () => void): () => void {
