@@ -26,17 +26,22 @@ DesktopScene::DesktopScene(const QByteArray &display, QSize size) : m_size(size)
     m_context = xcb_generate_id(m_connection->get());
     xcb_create_gc(m_connection->get(), m_context, m_connection->root(), XCB_GC_FONT, &font);
 
-    fill(0, 0, size.width(), size.height(), 0x2f4858);
-    const int width = size.width() / 3 - 30;
-    const int height = size.height() / 2 - 40;
-    for (int column = 0; column < 3; ++column) {
-        for (int row = 0; row < 2; ++row)
-            drawWindow(20 + column * (width + 25), 20 + row * (height + 30), width, height);
-    }
+    drawAll();
     sync();
 }
 
 DesktopScene::~DesktopScene() = default;
+
+void DesktopScene::drawAll()
+{
+    fill(0, 0, m_size.width(), m_size.height(), 0x2f4858);
+    const int width = m_size.width() / 3 - 30;
+    const int height = m_size.height() / 2 - 40;
+    for (int column = 0; column < 3; ++column) {
+        for (int row = 0; row < 2; ++row)
+            drawWindow(20 + column * (width + 25), 20 + row * (height + 30), width, height);
+    }
+}
 
 void DesktopScene::fill(int x, int y, int width, int height, uint32_t rgb)
 {
@@ -84,6 +89,12 @@ void DesktopScene::change()
 {
     const int lines = (m_size.height() / 2 - 100) / lineHeight;
     writeLine(28, 20 + 24 + lineHeight * (1 + m_changes++ % lines), 40);
+    sync();
+}
+
+void DesktopScene::changeAll()
+{
+    drawAll();
     sync();
 }
 

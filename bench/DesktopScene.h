@@ -21,12 +21,15 @@ public:
 
     /// Writes another line into one of the windows, as somebody who types. Everything is on the screen on return.
     void change();
+    /// Draws everything anew with other texts, as when another workspace is shown.
+    void changeAll();
 
 private:
     void fill(int x, int y, int width, int height, uint32_t rgb);
     void writeLine(int x, int y, int columns);
     /// The next pseudo-random number below `limit`.
     int random(int limit);
+    void drawAll();
     void drawWindow(int x, int y, int width, int height);
     void sync() const;
 

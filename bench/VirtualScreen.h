@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QProcess>
 #include <QSize>
+#include <QStringList>
 
 namespace ostrel {
 
@@ -10,7 +11,8 @@ namespace ostrel {
 class VirtualScreen
 {
 public:
-    explicit VirtualScreen(QSize size);
+    /// @param arguments besides the usual ones, as in {"-extension", "DAMAGE"}
+    explicit VirtualScreen(QSize size, const QStringList &arguments = {});
     ~VirtualScreen();
 
     const QByteArray &display() const { return m_display; } ///< as in $DISPLAY

@@ -20,8 +20,8 @@ void grab(benchmark::State &state, MakeGrabber make)
     DesktopScene scene(screen.display(), size);
     const std::shared_ptr<X11Connection> connection = std::move(*X11Connection::open(screen.display()));
     const auto grabber = make(connection, size);
-    const auto once = [&grabber] {
-        grabber->request({0, 0});
+    const auto once = [&grabber, size] {
+        grabber->request({0, 0}, {{RowRange{0, size.height()}}});
         benchmark::DoNotOptimize(grabber->collect());
     };
     once(); // the first one pays for the memory
@@ -43,7 +43,7 @@ void grabSharedMemory(benchmark::State &state)
 void grabOverTheWire(benchmark::State &state)
 {
     grab(state, [](const std::shared_ptr<X11Connection> &connection, QSize size) {
-        return makeWireGrabber(connection, size);
+        return makeWireGrabber(connection, size, {});
     });
 }
 

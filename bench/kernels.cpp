@@ -1,13 +1,20 @@
-#include "capture/Base64.h"
 #include "capture/FrameChangeDetector.h"
 #include "capture/JpegEncoder.h"
 #include "capture/Thumbnail.h"
+#include "observer/Base64.h"
 
 #include <QByteArray>
 #include <benchmark/benchmark.h>
+#include <hwy/highway.h>
 
+#include <array>
 #include <cstring>
+#include <ctime>
+#include <functional>
+#include <map>
 #include <random>
+#include <string>
+#include <utility>
 #include <vector>
 
 using namespace ostrel;
@@ -18,7 +25,15 @@ namespace {
 class Frames
 {
 public:
-    explicit Frames(const benchmark::State &state) : m_width(int(state.range(0))), m_height(int(state.range(1)))
+    /// Those of a measurement's size; made once, for that takes longer than most measurements.
+    static Frames &of(const benchmark::State &state)
+    {
+        static std::map<std::pair<int, int>, Frames> all;
+        const std::pair<int, int> size(int(state.range(0)), int(state.range(1)));
+        return all.try_emplace(size, size.first, size.second).first->second;
+    }
+
+    Frames(int width, int height) : m_width(width), m_height(height)
     {
         const std::size_t bytes = std::size_t(m_width) * std::size_t(m_height) * 4;
         std::mt19937 random(1);
@@ -30,6 +45,7 @@ public:
         }
         for (std::size_t total = 0; total < atLeastBytes; total += bytes)
             m_frames.push_back(frame);
+        m_copies.fill(frame);
     }
 
     FrameView next()
@@ -37,85 +53,157 @@ public:
         m_current = (m_current + 1) % m_frames.size();
         return {m_frames[m_current].data(), m_width, m_height, std::ptrdiff_t(m_width) * 4};
     }
-    std::int64_t bytes() const { return std::int64_t(m_frames.front().size()); }
+    /// What everything is compared with.
+    void copyNext()
+    {
+        auto &copy = m_copies[m_copyTurn++ % m_copies.size()];
+        std::memcpy(copy.data(), next().pixels, copy.size());
+        benchmark::DoNotOptimize(copy.data());
+        benchmark::ClobberMemory();
+    }
 
 private:
     static constexpr std::size_t atLeastBytes = 256'000'000;
     int m_width;
     int m_height;
     std::vector<std::vector<std::uint8_t>> m_frames;
+    std::array<std::vector<std::uint8_t>, 4> m_copies;
     std::size_t m_current = 0;
+    std::size_t m_copyTurn = 0;
 };
 
-void screenSizes(benchmark::internal::Benchmark *bench)
+/// Processor time of this thread, in seconds.
+double threadSeconds()
 {
-    bench->Args({1920, 1080})->Args({3840, 2160})->Unit(benchmark::kMillisecond);
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return double(time.tv_sec) + double(time.tv_nsec) / 1e9;
 }
 
-void memcpyFrame(benchmark::State &state)
+double secondsOf(const std::function<void()> &work)
 {
-    Frames frames(state);
-    std::vector<std::vector<std::uint8_t>> copies(4, std::vector<std::uint8_t>(std::size_t(frames.bytes())));
-    std::size_t turn = 0;
-    for (auto _ : state) {
-        auto &copy = copies[turn++ % copies.size()];
-        std::memcpy(copy.data(), frames.next().pixels, copy.size());
-        benchmark::DoNotOptimize(copy.data());
-        benchmark::ClobberMemory();
-    }
-    state.SetBytesProcessed(state.iterations() * frames.bytes());
+    const double begin = threadSeconds();
+    work();
+    return threadSeconds() - begin;
 }
-BENCHMARK(memcpyFrame)->Apply(screenSizes);
+
+/// Times the work on one frame after another, with a copy of a frame between them, and tells how many copies the work
+/// takes as long as.
+void measure(benchmark::State &state, const std::function<void(const FrameView &)> &work)
+{
+    Frames &frames = Frames::of(state);
+    double working = 0, copying = 0;
+    for (auto _ : state) {
+        copying += secondsOf([&] { frames.copyNext(); });
+        const FrameView frame = frames.next();
+        const double seconds = secondsOf([&] { work(frame); });
+        working += seconds;
+        state.SetIterationTime(seconds);
+    }
+    state.counters["x_memcpy"] = working / copying;
+}
+
+/// Has everything run by one instruction set.
+class OnTarget
+{
+public:
+    explicit OnTarget(std::int64_t target) { use(target); }
+    OnTarget(const OnTarget &) = delete;
+    OnTarget &operator=(const OnTarget &) = delete;
+    ~OnTarget() { use(0); }
+
+private:
+    static void use(std::int64_t targets)
+    {
+        hwy::SetSupportedTargetsForTest(targets);
+        hwy::GetChosenTarget().Update(hwy::SupportedTargets());
+    }
+};
 
 void thumbnail(benchmark::State &state)
 {
-    Frames frames(state);
     Downsampler downsampler;
-    for (auto _ : state)
-        benchmark::DoNotOptimize(downsampler.makeDownsample(frames.next()));
-    state.SetBytesProcessed(state.iterations() * frames.bytes());
+    measure(state, [&](const FrameView &frame) { benchmark::DoNotOptimize(downsampler.makeDownsample(frame)); });
 }
-BENCHMARK(thumbnail)->Apply(screenSizes);
 
 void thumbnailReference(benchmark::State &state)
 {
-    Frames frames(state);
-    for (auto _ : state)
-        benchmark::DoNotOptimize(makeReferenceDownsample(frames.next()));
-    state.SetBytesProcessed(state.iterations() * frames.bytes());
+    measure(state, [](const FrameView &frame) { benchmark::DoNotOptimize(makeReferenceDownsample(frame)); });
 }
-BENCHMARK(thumbnailReference)->Apply(screenSizes);
+
+void jpeg(benchmark::State &state)
+{
+    JpegEncoder encoder;
+    measure(state, [&](const FrameView &frame) { benchmark::DoNotOptimize(encoder.makeJPEGData(frame)); });
+}
+
+/// Of the JPEG of one frame, which is what a changed frame adds.
+void base64OfJpeg(benchmark::State &state)
+{
+    JpegEncoder encoder;
+    const auto file = *encoder.makeJPEGData(Frames::of(state).next());
+    QByteArray text;
+    text.reserve(base64Size(qsizetype(file.size())));
+    measure(state, [&](const FrameView &) {
+        text.resize(0);
+        appendBase64(text, QByteArrayView(file.data(), qsizetype(file.size())));
+        benchmark::DoNotOptimize(text.constData());
+    });
+}
+
+void base64OfJpegByQt(benchmark::State &state)
+{
+    JpegEncoder encoder;
+    const auto file = *encoder.makeJPEGData(Frames::of(state).next());
+    const QByteArray bytes(reinterpret_cast<const char *>(file.data()), qsizetype(file.size()));
+    measure(state, [&](const FrameView &) { benchmark::DoNotOptimize(bytes.toBase64()); });
+}
 
 void compareThumbnails(benchmark::State &state)
 {
     const Downsample a(downsampleBytes, 100);
     const Downsample b(downsampleBytes, 102);
-    for (auto _ : state)
-        benchmark::DoNotOptimize(FrameChangeDetector::hasMeaningfulChange(a, b));
+    measure(state,
+            [&](const FrameView &) { benchmark::DoNotOptimize(FrameChangeDetector::hasMeaningfulChange(a, b)); });
 }
-BENCHMARK(compareThumbnails)->Unit(benchmark::kMillisecond);
 
-void jpeg(benchmark::State &state)
-{
-    Frames frames(state);
-    JpegEncoder encoder;
-    for (auto _ : state)
-        benchmark::DoNotOptimize(encoder.makeJPEGData(frames.next()));
-    state.SetBytesProcessed(state.iterations() * frames.bytes());
-}
-BENCHMARK(jpeg)->Apply(screenSizes);
+/// The same for all: each also takes as many copies, so a fast kernel would be repeated for minutes.
+constexpr int iterations = 100;
 
-void base64OfJpeg(benchmark::State &state)
+using Measurement = void (*)(benchmark::State &);
+
+void onBothScreenSizes(const std::string &name, const std::function<void(benchmark::State &)> &measurement)
 {
-    Frames frames(state);
-    JpegEncoder encoder;
-    const auto file = *encoder.makeJPEGData(frames.next());
-    for (auto _ : state)
-        benchmark::DoNotOptimize(base64Encoded(file));
-    state.SetBytesProcessed(state.iterations() * std::int64_t(file.size()));
+    benchmark::RegisterBenchmark(name.c_str(), measurement)
+        ->Args({1920, 1080})
+        ->Args({3840, 2160})
+        ->Unit(benchmark::kMillisecond)
+        ->Iterations(iterations)
+        ->UseManualTime();
 }
-BENCHMARK(base64OfJpeg)->Apply(screenSizes);
+
+/// One row an instruction set that this machine has, the best first.
+void onEveryTarget(const std::string &name, Measurement measurement)
+{
+    for (const std::int64_t target : hwy::SupportedAndGeneratedTargets()) {
+        onBothScreenSizes(name + '/' + hwy::TargetName(target), [measurement, target](benchmark::State &state) {
+            const OnTarget only(target);
+            measurement(state);
+        });
+    }
+}
 
 } // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char **argv)
+{
+    onEveryTarget("thumbnail", thumbnail);
+    onBothScreenSizes("thumbnail/reference", thumbnailReference);
+    onBothScreenSizes("compareThumbnails", compareThumbnails);
+    onBothScreenSizes("jpeg", jpeg);
+    onEveryTarget("base64OfJpeg", base64OfJpeg);
+    onBothScreenSizes("base64OfJpeg/Qt", base64OfJpegByQt);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}

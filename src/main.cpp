@@ -2,8 +2,13 @@
 #include "model/SystemSettingsOpener.h"
 #include "observer/QProcessLauncher.h"
 #include "platform/defaults/QSettingsUserDefaults.h"
+#include "platform/instance/BusRemoteControl.h"
+#include "platform/instance/BusRunningApplication.h"
+#include "platform/secretfile/FallbackSecretStore.h"
 #include "platform/secretfile/FileSecretStore.h"
+#include "platform/secretservice/SecretServiceStore.h"
 #include "platform/session/SessionPlatform.h"
+#include "platform/session/SessionProbes.h"
 
 #include <QCoreApplication>
 
@@ -16,10 +21,15 @@ int main(int argc, char **argv)
     QCoreApplication::setApplicationName(QStringLiteral("ostrel"));
     QCoreApplication::setApplicationVersion(QStringLiteral(OSTREL_VERSION));
 
-    const SessionPlatform session = makeSessionPlatform(QProcessEnvironment::systemEnvironment());
-    FileSecretStore secrets;
+    const QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    const SessionPlatform session = makeSessionPlatform(environment);
+    SecretServiceStore keyring;
+    FileSecretStore secretFile;
+    FallbackSecretStore secrets(keyring, secretFile);
     QSettingsUserDefaults userDefaults;
     QProcessLauncher processes;
+    BusRunningApplication runningApplication;
+    BusRemoteControl remoteControl;
     NullSystemSettingsOpener settingsOpener;
     const Platform platform{.displays = *session.displays,
                             .screenCaptureAccess = *session.screenCaptureAccess,
@@ -27,8 +37,12 @@ int main(int argc, char **argv)
                             .contextAccessibility = *session.contextAccessibility,
                             .permissionAccessibility = *session.permissionAccessibility,
                             .secrets = secrets,
+                            .keyring = keyring,
                             .userDefaults = userDefaults,
                             .settingsOpener = settingsOpener,
-                            .processes = processes};
+                            .processes = processes,
+                            .runningApplication = runningApplication,
+                            .remoteControl = remoteControl,
+                            .desktop = makeDesktopProbes(environment)};
     return printResult(runCommandLine(QCoreApplication::arguments(), platform));
 }

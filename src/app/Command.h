@@ -8,6 +8,7 @@
 #include <QList>
 #include <QString>
 #include <functional>
+#include <optional>
 
 namespace ostrel {
 
@@ -25,6 +26,9 @@ struct Command {
     QList<CommandArgument> arguments;
     QList<QCommandLineOption> options;
     std::function<CommandResult(const QCommandLineParser &, const Platform &)> run;
+    /// Words from this one on, counted behind the command's name, are values: one that begins with "-" is no option
+    /// unless it asks for help, and they may be secrets, so no message repeats them. The command counts them itself.
+    std::optional<qsizetype> valuesFrom = {};
 };
 
 /// "--json", which every command that prints data has.

@@ -15,8 +15,8 @@ namespace {
 
 QList<Command> allCommands()
 {
-    return {recordCommand(),  journalCommand(),     displaysCommand(),
-            contextCommand(), permissionsCommand(), settingsCommand()};
+    return {recordCommand(),      journalCommand(),  displaysCommand(), contextCommand(),
+            permissionsCommand(), settingsCommand(), statusCommand(),   doctorCommand()};
 }
 
 QString generalHelp(const QList<Command> &commands)
@@ -42,15 +42,27 @@ void describe(QCommandLineParser &parser, const Command &command)
     parser.addOptions(command.options);
 }
 
+/// Marks the values as such for the parser, where they would look like options.
+QStringList withValuesMarked(const Command &command, QStringList arguments)
+{
+    const QStringList help{QStringLiteral("--help"), QStringLiteral("-h"), QStringLiteral("--")};
+    // Behind the program and the command's name.
+    const qsizetype first = command.valuesFrom ? *command.valuesFrom + 2 : arguments.size();
+    if (first < arguments.size() && !help.contains(arguments[first]) &&
+        !arguments.mid(0, first).contains(QStringLiteral("--")))
+        arguments.insert(first, QStringLiteral("--"));
+    return arguments;
+}
+
 CommandResult runCommand(const Command &command, const QStringList &arguments, const Platform &platform)
 {
     QCommandLineParser parser;
     describe(parser, command);
-    if (!parser.parse(arguments))
+    if (!parser.parse(withValuesMarked(command, arguments)))
         return usageError(command.name, parser.errorText());
     if (parser.isSet(QStringLiteral("help")))
         return CommandResult::data(parser.helpText());
-    if (parser.positionalArguments().size() > command.arguments.size() + 1)
+    if (!command.valuesFrom && parser.positionalArguments().size() > command.arguments.size() + 1)
         return usageError(command.name, QStringLiteral("\"%1\" is one word too many.")
                                             .arg(parser.positionalArguments().value(command.arguments.size() + 1)));
     return command.run(parser, platform);

@@ -26,6 +26,8 @@ int ForegroundRecording::run()
 {
     const TerminationSignals signals(
         [this] {
+            if (!m_host.isStarted())
+                return m_loop.quit(); // nothing has begun
             m_host.model().quit();
             m_tasks.spawn([this](std::stop_token stop) { return explainDelay(stop); });
         },
@@ -33,13 +35,22 @@ int ForegroundRecording::run()
             printMessage(QStringLiteral("ostrel: ended at once; frames not yet sent to the observer are lost\n"));
             ::_exit(ExitFailed); // the observer notices that we are gone and finishes what it has
         });
+    m_tasks.spawn([this](std::stop_token stop) { return start(stop); });
+    m_loop.exec();
+    return m_status;
+}
+
+Task<> ForegroundRecording::start(std::stop_token stop)
+{
+    co_await m_host.start(stop);
+    if (stop.stop_requested())
+        co_return;
     QObject::connect(&m_host.model(), &AppModel::recordingStarted, &m_loop, [this] { onStarted(); });
     QObject::connect(&m_host.model(), &AppModel::recordingEnded, &m_loop,
                      [this](RecordingEnd reason) { onEnded(reason); });
     QObject::connect(&m_host.model(), &AppModel::statusChanged, &m_loop, [this] { onStatus(); });
-    QMetaObject::invokeMethod(&m_loop, [this] { m_host.model().toggleRecording(); }, Qt::QueuedConnection);
-    m_loop.exec();
-    return m_status;
+    m_port = m_host.model().settings().localPort;
+    m_host.model().toggleRecording();
 }
 
 void ForegroundRecording::onStarted()
@@ -67,13 +78,17 @@ Task<> ForegroundRecording::explainDelay(std::stop_token stop)
 {
     constexpr std::chrono::seconds patience{2};
     if (co_await m_host.clock().sleepFor(patience, stop))
-        printMessage(QStringLiteral("Waiting for the last frames to be taken over. A second signal ends at once.\n"));
+        printMessage(QStringLiteral("Waiting for the observer to finish. A second signal ends at once.\n"));
 }
 
 void ForegroundRecording::onEnded(RecordingEnd reason)
 {
+    const qint64 port = m_host.model().settings().localPort;
+    if (reason == RecordingEnd::Requested && port != m_port)
+        printMessage(QStringLiteral("The observer's port was changed to %1, which ends this recording.\n").arg(port));
     if (reason != RecordingEnd::Requested) {
         m_status = ExitFailed;
+        m_observerEnded = reason == RecordingEnd::ObserverEnded;
         printMessage(QStringLiteral("ostrel: %1\n").arg(failureText(reason)));
     }
     m_host.model().quit();
@@ -116,6 +131,12 @@ Task<> ForegroundRecording::printSummaryAndLeave(std::stop_token stop)
         if (stop.stop_requested())
             co_return;
         printMessage(summary + QLatin1Char('\n'));
+    }
+    // What the observer had taken over need not wait for the next recording.
+    if (m_observerEnded) {
+        co_await m_host.model().writeLeftovers(stop);
+        if (stop.stop_requested())
+            co_return;
     }
     m_loop.quit();
 }

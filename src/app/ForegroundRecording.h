@@ -24,6 +24,7 @@ public:
     int run();
 
 private:
+    Task<> start(std::stop_token stop);
     void onStarted();
     void onEnded(RecordingEnd reason);
     void onStatus();
@@ -36,7 +37,9 @@ private:
     const std::optional<std::chrono::seconds> m_duration;
     QEventLoop m_loop;
     bool m_started = false;
+    bool m_observerEnded = false;
     int m_status = 0;
+    qint64 m_port = 0; ///< the observer's, when the recording was asked for
     /// What the observer's last status complained of.
     QString m_complaint;
     ModelHost m_host;

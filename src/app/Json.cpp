@@ -13,9 +13,4 @@ QString jsonDocument(const QJsonValue &arrayOrObject)
     return QString::fromUtf8(document.toJson(QJsonDocument::Indented));
 }
 
-QJsonValue orNull(const std::optional<QString> &text)
-{
-    return text ? QJsonValue(*text) : QJsonValue(QJsonValue::Null);
-}
-
 } // namespace ostrel

@@ -1,10 +1,11 @@
 #include "app/ModelHost.h"
 
+#include "app/RunningApplication.h"
+#include "app/SettingChanges.h"
 #include "capture/ScreenCaptureRecorder.h"
 #include "model/LocalApiToken.h"
 #include "observer/NetworkTransport.h"
 #include "observer/RepoLocator.h"
-#include "observer/SettingsStore.h"
 
 #include <QCoreApplication>
 
@@ -18,41 +19,66 @@ const QString bundleIdentifier = QStringLiteral("com.tamsk.ostrel");
 } // namespace
 
 ModelHost::ModelHost(const Platform &platform, std::function<void()> terminate)
-    : m_context(platform.foreground, platform.contextAccessibility),
+    : m_platform(platform), m_terminate(std::move(terminate)),
+      m_context(platform.foreground, platform.contextAccessibility),
       m_transport(std::make_unique<NetworkTransport>(m_clock)),
       m_sampleQueue(QStringLiteral("com.tamsk.ostrel.screen-capture.samples")),
       m_contextQueue(QStringLiteral("com.tamsk.ostrel.context")),
       m_observerQueue(QStringLiteral("com.tamsk.ostrel.observer")), m_worker(QStringLiteral("com.tamsk.ostrel.worker")),
-      m_model(makeModel(platform, std::move(terminate)))
+      m_settingsStore(platform.secrets), m_settingsQueue(QStringLiteral("com.tamsk.ostrel.settings")),
+      m_waitingSecrets(m_clock, m_platform.secrets, m_settingsQueue)
 {}
 
-ModelHost::~ModelHost() = default;
+ModelHost::~ModelHost()
+{
+    m_platform.remoteControl.close();
+}
 
-std::unique_ptr<AppModel> ModelHost::makeModel(const Platform &platform, std::function<void()> terminate)
+Task<> ModelHost::start(std::stop_token stop)
+{
+    auto stored = co_await m_settingsQueue.run(
+        stop, [&secrets = m_platform.secrets, &settings = m_settingsStore] { return readStored(secrets, settings); });
+    if (!stored)
+        co_return;
+    m_model = makeModel(*std::move(stored));
+    m_waitingSecrets.start();
+    m_platform.remoteControl.open(
+        [this](SettingChange change) { return changeInModel(m_model.get(), std::move(change)); });
+}
+
+ModelHost::Stored ModelHost::readStored(SecretStore &secrets, SettingsStore &settings)
+{
+    return {.settings = settings.loadToKeep(),
+            .localAPIToken = localApiTokenOrFallback(secrets),
+            .repoRoot = RepoLocator::forThisProgram().resolveRepoRoot()};
+}
+
+std::unique_ptr<AppModel> ModelHost::makeModel(Stored stored)
 {
     auto recorder = std::make_unique<ScreenCaptureRecorder>(
         ScreenCaptureRecorder::Dependencies{.clock = m_clock,
-                                            .displays = platform.displays,
+                                            .displays = m_platform.displays,
                                             .context = m_context,
                                             .sampleQueue = m_sampleQueue,
                                             .contextQueue = m_contextQueue,
                                             .processID = qint32(QCoreApplication::applicationPid()),
                                             .bundleIdentifier = bundleIdentifier});
-    return std::make_unique<AppModel>(
-        AppModel::Dependencies{.clock = m_clock,
-                               .settings = SettingsStore(platform.secrets).load(),
-                               .localAPIToken = localApiTokenOrFallback(platform.secrets),
-                               .repoRoot = RepoLocator::forThisProgram().resolveRepoRoot(),
-                               .launcher = platform.processes,
-                               .transport = *m_transport,
-                               .observerQueue = m_observerQueue,
-                               .worker = m_worker,
-                               .recorder = std::move(recorder),
-                               .screenCapture = platform.screenCaptureAccess,
-                               .accessibility = platform.permissionAccessibility,
-                               .defaults = platform.userDefaults,
-                               .systemSettings = platform.settingsOpener,
-                               .terminate = std::move(terminate)});
+    return std::make_unique<AppModel>(AppModel::Dependencies{.clock = m_clock,
+                                                             .settings = std::move(stored.settings),
+                                                             .localAPIToken = std::move(stored.localAPIToken),
+                                                             .repoRoot = std::move(stored.repoRoot),
+                                                             .launcher = m_platform.processes,
+                                                             .transport = *m_transport,
+                                                             .observerQueue = m_observerQueue,
+                                                             .worker = m_worker,
+                                                             .recorder = std::move(recorder),
+                                                             .screenCapture = m_platform.screenCaptureAccess,
+                                                             .accessibility = m_platform.permissionAccessibility,
+                                                             .defaults = m_platform.userDefaults,
+                                                             .systemSettings = m_platform.settingsOpener,
+                                                             .settingsStore = m_settingsStore,
+                                                             .settingsQueue = m_settingsQueue,
+                                                             .terminate = m_terminate});
 }
 
 } // namespace ostrel

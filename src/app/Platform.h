@@ -1,11 +1,16 @@
 #pragma once
 
+#include "app/doctor/DesktopFacts.h"
+
 namespace ostrel {
 
 class AccessibilityAccess;
 class DisplaySource;
 class ForegroundSource;
+class Keyring;
 class ProcessLauncher;
+class RemoteControl;
+class RunningApplication;
 class ScreenCaptureAccess;
 class SecretStore;
 class SystemSettingsOpener;
@@ -20,9 +25,16 @@ struct Platform {
     AccessibilityAccess &contextAccessibility;
     AccessibilityAccess &permissionAccessibility;
     SecretStore &secrets;
+    /// What `secrets` can use of the desktop.
+    Keyring &keyring;
     UserDefaults &userDefaults;
     SystemSettingsOpener &settingsOpener;
     ProcessLauncher &processes;
+    /// The program that records, as others reach it.
+    RunningApplication &runningApplication;
+    /// How others reach this program while it records.
+    RemoteControl &remoteControl;
+    DesktopProbes desktop;
 };
 
 } // namespace ostrel

@@ -8,7 +8,10 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <fstream>
+#include <string>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -16,15 +19,39 @@ namespace ostrel {
 
 namespace {
 
-Error heldByAnother(int descriptor)
+/// What its holder has written into the lock file.
+std::optional<RecorderLock::Holder> readSignature(int descriptor)
 {
     QByteArray text(128, '\0');
     const ssize_t length = ::pread(descriptor, text.data(), size_t(text.size()), 0);
     const QList<QByteArray> words = text.left(qMax(length, ssize_t(0))).simplified().split(' ');
-    const QString holder =
-        words.size() == 2
-            ? QStringLiteral("process %1, since %2").arg(QString::fromLatin1(words[0]), QString::fromLatin1(words[1]))
-            : QStringLiteral("a process that has just started");
+    if (words.size() != 2)
+        return std::nullopt;
+    return RecorderLock::Holder{.processId = words[0].toLongLong(), .since = QString::fromLatin1(words[1])};
+}
+
+/// Whether the process holds a lock on the file, by the kernel's list: "1: FLOCK ADVISORY WRITE 4711 08:01:1234 0 EOF".
+/// The device in it is not compared: some file systems tell programs another one.
+bool holdsLock(const QString &kernelLocks, qint64 processId, quint64 inode)
+{
+    constexpr qsizetype kindColumn = 1, processColumn = 4, fileColumn = 5;
+    std::ifstream list(QFile::encodeName(kernelLocks).toStdString());
+    for (std::string line; std::getline(list, line);) {
+        const QList<QByteArray> columns = QByteArray::fromStdString(line).simplified().split(' ');
+        if (columns.size() > fileColumn && columns[kindColumn] == "FLOCK" &&
+            columns[processColumn].toLongLong() == processId &&
+            columns[fileColumn].split(':').last().toULongLong() == inode)
+            return true;
+    }
+    return false;
+}
+
+Error heldByAnother(int descriptor)
+{
+    const auto signature = readSignature(descriptor);
+    const QString holder = signature
+                               ? QStringLiteral("process %1, since %2").arg(signature->processId).arg(signature->since)
+                               : QStringLiteral("a process that has just started");
     return {.domain = QStringLiteral("TamskOstrel.RecorderLock"),
             .code = 1,
             .localizedDescription =
@@ -48,6 +75,21 @@ RecorderLock::~RecorderLock()
 QString RecorderLock::file()
 {
     return stateDirectory() + QLatin1String("/lock");
+}
+
+std::optional<RecorderLock::Holder> RecorderLock::holder(const QString &kernelLocks)
+{
+    const int descriptor = ::open(QFile::encodeName(file()).constData(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0)
+        return std::nullopt;
+    auto signature = readSignature(descriptor);
+    struct stat info{};
+    const bool known = ::fstat(descriptor, &info) == 0;
+    ::close(descriptor);
+    // A recorder that was killed leaves its signature behind.
+    if (!known || !signature || !holdsLock(kernelLocks, signature->processId, info.st_ino))
+        return std::nullopt;
+    return signature;
 }
 
 Result<RecorderLock> RecorderLock::acquire()

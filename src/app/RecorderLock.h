@@ -3,6 +3,7 @@
 #include "base/Error.h"
 
 #include <QString>
+#include <optional>
 
 namespace ostrel {
 
@@ -17,6 +18,16 @@ public:
 
     /// @return an error that names the holder's process and since when it runs, or the file's error
     static Result<RecorderLock> acquire();
+
+    /// Who records at the moment.
+    struct Holder {
+        qint64 processId = 0;
+        QString since; ///< ISO 8601, local time
+    };
+    /// Looks without touching the lock: a try to take it, however short, could make a recorder's start fail.
+    /// @param kernelLocks the kernel's list of all file locks
+    /// @return nothing when nobody holds it, or when its holder has just started and has not signed it yet
+    static std::optional<Holder> holder(const QString &kernelLocks = QStringLiteral("/proc/locks"));
 
     /// `~/.ostrel/lock`
     static QString file();

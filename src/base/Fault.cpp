@@ -27,7 +27,7 @@ QString sentence(Fault fault, const QString &detail)
     case Fault::NetworkFailed:
         return QStringLiteral("The connection to the server failed: %1").arg(detail);
     case Fault::UndecodableAnswer:
-        return QStringLiteral("The server's answer could not be read: %1").arg(detail);
+        return QStringLiteral("The data could not be understood: %1").arg(detail);
     case Fault::NoSuchProgram:
         return QStringLiteral("The program \"%1\" was not found. Install it, or add its folder to PATH.").arg(detail);
     case Fault::NoSuchFile:
@@ -56,6 +56,8 @@ QString sentence(Fault fault, const QString &detail)
         return QStringLiteral("The display \"%1\" has changed its size.").arg(detail);
     case Fault::PictureRefused:
         return QStringLiteral("The X server refused a picture of the screen (%1).").arg(detail);
+    case Fault::KeyringUnavailable:
+        return QStringLiteral("The keyring could not be used: %1").arg(detail);
     case Fault::ProgramFailedToStart:
         return QStringLiteral("A program could not be started: %1").arg(detail);
     }

@@ -29,6 +29,7 @@ enum class Fault {
     DisplayGone,
     DisplayResized,
     PictureRefused,
+    KeyringUnavailable,
     ProgramFailedToStart,
 };
 

@@ -3,6 +3,8 @@
 #include <QDir>
 #include <QFile>
 
+#include <cerrno>
+
 #include <sys/stat.h>
 
 namespace ostrel {
@@ -36,7 +38,10 @@ bool makePrivateDirectory(const QString &path)
         return false;
     // mkdir with the mode at once: between a mkdir and a chmod somebody else could look in.
     ::mkdir(QFile::encodeName(clean).constData(), S_IRWXU);
-    return QDir(clean).exists();
+    const int failure = errno;
+    const bool exists = QDir(clean).exists();
+    errno = failure; // looking has its own
+    return exists;
 }
 
 } // namespace ostrel

@@ -14,7 +14,7 @@ QString expandedPath(const QString &path);
 QString stateDirectory();
 
 /// Makes the folder with all its parents, those that are new readable by the user alone.
-/// @return whether it exists afterwards
+/// @return whether it exists afterwards; if not, errno says why
 bool makePrivateDirectory(const QString &path);
 
 } // namespace ostrel

@@ -5,7 +5,8 @@ namespace ostrel {
 SerialQueue::SerialQueue(const QString &name)
     : m_home(std::make_shared<Mailbox>()), m_inbox(std::make_unique<Mailbox>())
 {
-    m_thread.setObjectName(name);
+    // The kernel keeps 15 characters of a thread's name, and all of ours begin alike.
+    m_thread.setObjectName(name.section(QLatin1Char('.'), -1));
     m_inbox->moveToThread(&m_thread);
     m_thread.start();
 }

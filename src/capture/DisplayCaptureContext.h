@@ -1,6 +1,6 @@
 #pragma once
 
-#include "capture/Thumbnail.h"
+#include "capture/KeptDownsample.h"
 
 #include <QString>
 #include <optional>
@@ -15,6 +15,8 @@ struct DisplayCaptureContext {
     qint64 height = 0;
     /// Wall-clock milliseconds of the last frame that passed the throttle and was either sent or found unchanged.
     qint64 lastAcceptedFrameMs = 0;
+    /// Of the newest picture, whatever became of it.
+    KeptDownsample newestDownsample;
     /// Of the last frame that was sent, so that slow changes add up.
     std::optional<Downsample> lastSentDownsample;
 };

@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 
 namespace ostrel {
 
@@ -46,12 +47,23 @@ struct DisplayContentFilter {
     DisplayFilterMode mode;
 };
 
+/// Rows of a picture: begin <= y < end, never empty.
+struct RowRange {
+    int begin = 0;
+    int end = 0;
+
+    bool operator==(const RowRange &) const = default;
+};
+
 /// Pixels that belong to somebody else: rows of B, G, R and an unused byte, `stride` bytes apart, top row first.
 struct FrameView {
     const std::uint8_t *pixels = nullptr;
     int width = 0;
     int height = 0;
     std::ptrdiff_t stride = 0;
+    /// The rows that may differ from the view that the same screenshotter or stream gave before; ascending and apart.
+    /// An empty list says that nothing has changed, an absent one that nobody knows. Valid as long as the pixels.
+    std::optional<std::span<const RowRange>> changedRows = std::nullopt;
 };
 
 /// Takes still pictures of one display. Used on one thread.

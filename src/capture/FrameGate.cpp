@@ -2,7 +2,6 @@
 
 #include "base/Checked.h"
 #include "base/Clock.h"
-#include "capture/Base64.h"
 #include "capture/FrameChangeDetector.h"
 
 #include <utility>
@@ -55,9 +54,10 @@ void FrameGate::processCapturedImage(const FrameView &image, DisplayCaptureConte
 
 void FrameGate::judge(const FrameView &image, DisplayCaptureContext &context, qint64 nowMs)
 {
+    context.newestDownsample.noteChanges(image); // a dropped frame's changes are still in the next one
     if (isThrottled(context, nowMs))
         return checkedIncrement(counters.throttledFrameCount);
-    auto downsample = m_downsampler.makeDownsample(image);
+    const Downsample *downsample = context.newestDownsample.update(image, m_downsampler);
     if (!downsample)
         return checkedIncrement(counters.downsampleFailureCount);
     if (!FrameChangeDetector::hasMeaningfulChange(*downsample, context.lastSentDownsample)) {
@@ -71,7 +71,7 @@ void FrameGate::judge(const FrameView &image, DisplayCaptureContext &context, qi
     CapturedFramePayload payload = makePayload(*jpeg, context, nowMs);
     checkedIncrement(frameIndex);
     context.lastAcceptedFrameMs = nowMs;
-    context.lastSentDownsample = std::move(downsample);
+    context.lastSentDownsample = *downsample;
     checkedIncrement(counters.acceptedFrameCount);
     bufferedFrames.append(std::move(payload));
 }
@@ -88,7 +88,9 @@ CapturedFramePayload FrameGate::makePayload(std::span<const std::uint8_t> jpeg, 
     CapturedFramePayload payload;
     payload.receivedAtMs = nowMs;
     payload.frameIndex = frameIndex;
-    payload.videoBase64 = base64Encoded(jpeg);
+    // The encoder's buffer is as large as the worst picture; the frame gets a copy of just its own size.
+    payload.videoBase64 =
+        Base64Text::ofBytes(QByteArray(reinterpret_cast<const char *>(jpeg.data()), qsizetype(jpeg.size())));
     payload.videoMimeType = QStringLiteral("image/jpeg");
     payload.text = latestForegroundAppText;
     payload.displayId = context.displayId;

@@ -37,38 +37,56 @@ std::array<std::uint64_t, bytesPerPixel> sumOf(const FrameView &image, CellRange
     return sum;
 }
 
+void computeReferenceRow(const FrameView &image, int y, std::uint8_t *out)
+{
+    const CellRange rows = cellRange(y, downsampleHeight, image.height);
+    for (int x = 0; x < downsampleWidth; ++x) {
+        const CellRange columns = cellRange(x, downsampleWidth, image.width);
+        const auto [blue, green, red, unused] = sumOf(image, columns, rows);
+        const std::uint64_t count = std::uint64_t(columns.size()) * std::uint64_t(rows.size());
+        for (const std::uint64_t sum : {red, green, blue})
+            *out++ = std::uint8_t((sum + count / 2) / count);
+        *out++ = 255;
+    }
+}
+
+void computeReferenceRows(const FrameView &image, int begin, int end, Downsample &thumbnail)
+{
+    for (int y = begin; y < end; ++y)
+        computeReferenceRow(image, y, thumbnail.data() + std::size_t(y) * downsampleWidth * bytesPerPixel);
+}
+
 } // namespace
 
 std::optional<Downsample> makeReferenceDownsample(const FrameView &image)
 {
     if (!hasPixels(image))
         return std::nullopt;
-    Downsample thumbnail;
-    thumbnail.reserve(downsampleBytes);
-    for (int y = 0; y < downsampleHeight; ++y) {
-        const CellRange rows = cellRange(y, downsampleHeight, image.height);
-        for (int x = 0; x < downsampleWidth; ++x) {
-            const CellRange columns = cellRange(x, downsampleWidth, image.width);
-            const auto [blue, green, red, unused] = sumOf(image, columns, rows);
-            const std::uint64_t count = std::uint64_t(columns.size()) * std::uint64_t(rows.size());
-            for (const std::uint64_t sum : {red, green, blue})
-                thumbnail.push_back(std::uint8_t((sum + count / 2) / count));
-            thumbnail.push_back(255);
-        }
-    }
+    Downsample thumbnail(downsampleBytes);
+    computeReferenceRows(image, 0, downsampleHeight, thumbnail);
     return thumbnail;
 }
 
 std::optional<Downsample> Downsampler::makeDownsample(const FrameView &image)
 {
-    if (!hasPixels(image))
+    Downsample thumbnail;
+    if (!updateRows(image, 0, downsampleHeight, thumbnail))
         return std::nullopt;
-    if (!fitsKernel(image))
-        return makeReferenceDownsample(image);
-    m_columnSums.resize(std::size_t(image.width) * bytesPerPixel);
-    Downsample thumbnail(downsampleBytes);
-    computeDownsampleRows(image, 0, downsampleHeight, thumbnail.data(), m_columnSums.data());
     return thumbnail;
+}
+
+bool Downsampler::updateRows(const FrameView &image, int begin, int end, Downsample &thumbnail)
+{
+    if (!hasPixels(image))
+        return false;
+    thumbnail.resize(downsampleBytes);
+    if (fitsKernel(image)) {
+        m_columnSums.resize(std::size_t(image.width) * bytesPerPixel);
+        computeDownsampleRows(image, begin, end, thumbnail.data(), m_columnSums.data());
+    } else {
+        computeReferenceRows(image, begin, end, thumbnail);
+    }
+    return true;
 }
 
 } // namespace ostrel

@@ -28,6 +28,10 @@ public:
     /// Reads each row's width * 4 bytes and not one more.
     /// @return nothing when the picture has no pixels
     std::optional<Downsample> makeDownsample(const FrameView &image);
+    /// Computes some of the thumbnail's rows, begin <= y < end <= 72, and leaves the others alone.
+    /// @param thumbnail gets its size when it has none yet
+    /// @return false when the picture has no pixels
+    bool updateRows(const FrameView &image, int begin, int end, Downsample &thumbnail);
 
 private:
     std::vector<std::uint16_t> m_columnSums;

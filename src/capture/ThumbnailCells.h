@@ -22,6 +22,16 @@ constexpr CellRange cellRange(int index, int count, std::int64_t extent)
     return {begin, std::max(begin + 1, (index + 1) * extent / count)};
 }
 
+/// The other way round: the columns (or rows) of the thumbnail that show any of the picture's columns (or rows)
+/// begin <= i < end, which must not be empty.
+constexpr CellRange cellsShowing(std::int64_t begin, std::int64_t end, int count, std::int64_t extent)
+{
+    const auto lastShowing = [=](std::int64_t index) { return ((index + 1) * count - 1) / extent; };
+    // Where the picture is smaller than the thumbnail, several cells show the same row.
+    const std::int64_t first = extent < count ? (begin * count + extent - 1) / extent : lastShowing(begin);
+    return {first, lastShowing(end - 1) + 1};
+}
+
 /// Divides the sums of cells of one size, rounding to nearest, exactly as (sum + pixels / 2) / pixels does but
 /// without a division for each channel.
 class CellDivider

@@ -31,7 +31,14 @@ AppModel::AppModel(Dependencies with)
                      .defaults = with.defaults,
                      .systemSettings = with.systemSettings}),
       m_recorder(std::move(with.recorder)),
-      m_recording({.state = m_state, .observer = m_observer, .permissions = m_permissions, .recorder = *m_recorder})
+      m_recording({.state = m_state, .observer = m_observer, .permissions = m_permissions, .recorder = *m_recorder}),
+      m_settingsEditing({.state = m_state,
+                         .observer = m_observer,
+                         .store = with.settingsStore,
+                         .queue = with.settingsQueue,
+                         .betweenRecordings = [this](std::function<void()> act, std::stop_token stop) {
+                             return m_recording.betweenRecordings(std::move(act), std::move(stop));
+                         }})
 {
     m_observer.hooks = {.applyObserverStatus = [this](const ObserverStatus &status) { applyObserverStatus(status); },
                         .stopCapture = [this] { m_recording.stopCapture(); },
@@ -107,12 +114,16 @@ void AppModel::quit()
         return;
     // A poll that finds the child gone would start it again.
     m_pollTask.cancel();
+    m_settingsEditing.close();
     m_tasks.spawn([this](std::stop_token stop) { return runQuit(std::move(stop)); });
 }
 
 Task<> AppModel::runQuit(std::stop_token stop)
 {
     co_await m_recording.close(stop);
+    if (stop.stop_requested())
+        co_return;
+    co_await m_settingsEditing.finish(stop);
     if (stop.stop_requested())
         co_return;
     m_observer.stopHelper();

@@ -9,6 +9,7 @@
 #include "model/Permissions.h"
 #include "model/PermissionsArea.h"
 #include "model/RecordingControl.h"
+#include "model/SettingsEditing.h"
 #include "model/StatusTexts.h"
 
 #include <QList>
@@ -51,6 +52,8 @@ public:
         AccessibilityAccess &accessibility; ///< used on `worker`
         UserDefaults &defaults;
         SystemSettingsOpener &systemSettings;
+        SettingsStore &settingsStore;    ///< used on `settingsQueue`
+        SerialQueue &settingsQueue;      ///< saves settings and secrets, in the order of asking
         std::function<void()> terminate; ///< ends the program; called once, at the end of `quit`
     };
 
@@ -69,16 +72,28 @@ public:
 
     // Recording.
     bool isRecording() const;
+    /// Also while it is being started.
+    bool isRecordingUnderWay() const { return m_recording.isUnderWay(); }
     bool stoppingRecording() const { return m_recording.stoppingRecording(); }
     bool pendingRecordingRestart() const { return m_recording.pendingRecordingRestart(); }
     /// The record button: see RecordingControl::toggleRecording.
     void toggleRecording() { m_recording.toggleRecording(); }
     void stopRecording() { m_recording.stopRecording(); }
-    /// Ends the recording with its final flush, asks the observer to stop, ends its process, then terminates the
-    /// program. Whatever fails on the way, it goes on. A second call changes nothing.
+    /// Ends the recording with its final flush, asks the observer to stop, waits for settings that are being saved,
+    /// ends the observer's process, then terminates the program. Whatever fails on the way, it goes on. A second call
+    /// changes nothing.
     void quit();
+    /// For after `quit`, when the observer had ended by itself: see ObserverControl::writeLeftovers.
+    Task<> writeLeftovers(std::stop_token stop) { return m_observer.writeLeftovers(std::move(stop)); }
     /// The recorder's counters since the last start, one line.
     Task<QString> diagnosticSummary();
+
+    // The settings: see SettingsEditing.
+    Task<bool> saveSettings(ObserverSettings next) { return m_settingsEditing.saveSettings(std::move(next)); }
+    Task<std::expected<SavedSettings, SettingFailure>> changeSetting(QString key, QString value)
+    {
+        return m_settingsEditing.changeSetting(std::move(key), std::move(value));
+    }
 
     // The observer's process.
     void startHelper() { static_cast<void>(m_observer.startHelper()); }
@@ -146,6 +161,7 @@ private:
     PermissionsArea m_permissions;
     const std::unique_ptr<ScreenCaptureRecorder> m_recorder;
     RecordingControl m_recording;
+    SettingsEditing m_settingsEditing;
     QList<JournalDay> m_journalDays;
     bool m_wasRecording = false;
     bool m_quitting = false;

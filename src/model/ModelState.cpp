@@ -28,6 +28,15 @@ void ModelState::setStatus(const ObserverStatus &status)
     Q_EMIT statusChanged();
 }
 
+void ModelState::setObserverNotRunning()
+{
+    auto status = m_status;
+    if (status) {
+        status->running = false;
+        setStatus(*status);
+    }
+}
+
 void ModelState::setHelperError(const std::optional<QString> &message)
 {
     if (message == m_helperError)

@@ -30,6 +30,8 @@ public:
     void setStatus(const ObserverStatus &status);
     /// Whether the observer records, as far as its last answer tells.
     bool observerIsRunning() const { return m_status && m_status->running; }
+    /// The observer that gave the last answer is gone, and what it said of its recording with it.
+    void setObserverNotRunning();
 
     /// What is wrong with the observer, the recording or the settings, in words for the user.
     const std::optional<QString> &helperError() const { return m_helperError; }

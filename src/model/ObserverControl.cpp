@@ -6,6 +6,8 @@
 #include "model/ModelState.h"
 #include "observer/LocalObserverAPI.h"
 
+#include <algorithm>
+
 namespace ostrel {
 
 using std::chrono::milliseconds;
@@ -37,9 +39,7 @@ Error repoRootNotFound()
 } // namespace
 
 ObserverControl::ObserverControl(Dependencies dependencies)
-    : m_with(std::move(dependencies)), m_helper(m_with.launcher),
-      m_api(std::make_shared<LocalObserverAPI>(m_with.state.settings().localhostBaseURL(), m_with.localAPIToken,
-                                               m_with.transport, m_with.worker))
+    : m_with(std::move(dependencies)), m_helper(m_with.launcher), m_api(makeApi())
 {}
 
 ObserverControl::~ObserverControl() = default;
@@ -63,16 +63,29 @@ Result<> ObserverControl::startHelper()
     return {};
 }
 
+std::shared_ptr<LocalObserverAPI> ObserverControl::makeApi() const
+{
+    return std::make_shared<LocalObserverAPI>(m_with.state.settings().localhostBaseURL(), m_with.localAPIToken,
+                                              m_with.transport, m_with.worker);
+}
+
+void ObserverControl::useSettingsPort()
+{
+    checkedIncrement(m_commandEvents);
+    m_api = makeApi();
+}
+
 void ObserverControl::restartHelper()
 {
     hooks.stopCapture();
-    m_helper.stop();
+    stopHelper();
     static_cast<void>(startHelper());
     hooks.startPolling();
 }
 
 void ObserverControl::stopHelper()
 {
+    forgetRecording();
     m_helper.stop();
 }
 
@@ -83,12 +96,15 @@ Task<> ObserverControl::refreshStatus(std::stop_token stop)
     const auto answer = co_await api->status(stop);
     if (stop.stop_requested())
         co_return;
+    const bool isCurrent = sentAfter == m_commandEvents;
+    if (isCurrent)
+        noteRecordingObserver(answer);
     if (!answer) {
         noteUnreachable(answer.error());
         co_return;
     }
     noteReachable();
-    if (sentAfter == m_commandEvents)
+    if (isCurrent)
         hooks.applyObserverStatus(*answer);
 }
 
@@ -127,9 +143,13 @@ Task<Result<ObserverStatus>> ObserverControl::startRecording(std::stop_token sto
 {
     const auto api = m_api;
     checkedIncrement(m_commandEvents);
+    forgetRecording();
     const auto answer = co_await api->startRecording(QStringLiteral("external"), stop);
-    if (!stop.stop_requested())
-        noteAnswered(answer);
+    if (stop.stop_requested())
+        co_return answer;
+    noteAnswered(answer);
+    if (answer && answer->running)
+        m_recording = Recording{.sessionId = answer->sessionId};
     co_return answer;
 }
 
@@ -138,16 +158,61 @@ Task<Result<ObserverStatus>> ObserverControl::stopRecording(std::stop_token stop
     const auto api = m_api;
     checkedIncrement(m_commandEvents);
     const auto answer = co_await api->stopRecording(stop);
-    if (!stop.stop_requested())
-        noteAnswered(answer);
+    if (stop.stop_requested())
+        co_return answer;
+    noteAnswered(answer);
+    if (!answer && !isFault(answer.error(), Fault::TimedOut))
+        co_await lookForRecordingObserver(api, stop);
     co_return answer;
+}
+
+/// A connection that broke does not tell whether a process ended with it. A new one does: it is answered, or nobody is
+/// there to take it, or it breaks as well, because the process is just ending.
+Task<> ObserverControl::lookForRecordingObserver(std::shared_ptr<LocalObserverAPI> api, std::stop_token stop)
+{
+    if (!m_recording || m_recording->observerEnded)
+        co_return;
+    const auto status = co_await api->status(stop);
+    if (stop.stop_requested() || !m_recording)
+        co_return;
+    noteRecordingObserver(status);
+    if (!status && isFault(status.error(), Fault::ConnectionClosed))
+        m_recording->observerEnded = true;
+}
+
+Task<> ObserverControl::writeLeftovers(std::stop_token stop)
+{
+    if (!startHelper())
+        co_return;
+    const auto reachable = co_await waitUntilReachable(reachableAttempts, stop);
+    if (stop.stop_requested())
+        co_return;
+    // It is answered when nothing is left to write.
+    if (reachable)
+        co_await stopRecording(stop);
+    if (!stop.stop_requested())
+        stopHelper();
 }
 
 void ObserverControl::noteAnswered(const Result<ObserverStatus> &answer)
 {
     checkedIncrement(m_commandEvents);
+    noteRecordingObserver(answer);
     if (answer)
         m_with.state.setStatus(*answer);
+}
+
+void ObserverControl::noteRecordingObserver(const Result<ObserverStatus> &answer)
+{
+    if (!m_recording)
+        return;
+    if (answer) {
+        // One that names no session tells nothing: an observer need not name a session that is over.
+        if (answer->sessionId || !m_recording->sessionId)
+            m_recording->observerEnded = m_recording->sessionId && answer->sessionId != m_recording->sessionId;
+    } else if (isFault(answer.error(), Fault::ConnectionRefused) || isFault(answer.error(), Fault::PortTaken)) {
+        m_recording->observerEnded = true;
+    }
 }
 
 void ObserverControl::startHelperAgainIfDead()
@@ -155,10 +220,24 @@ void ObserverControl::startHelperAgainIfDead()
     if (m_helper.isRunning())
         return;
     const qint64 nowMs = m_with.clock.nowMs();
+    // A clock that was set back would count for hours; so it counts from now.
+    m_lastHelperRestartMs = std::min(m_lastHelperRestartMs, nowMs);
     if (checkedSubtract(nowMs, m_lastHelperRestartMs) <= shortestRestartPauseMs)
         return;
     m_lastHelperRestartMs = nowMs;
-    static_cast<void>(startHelper());
+    // The recording went with the child, unless it was somebody else's, who will name its session again.
+    if (m_recording)
+        m_recording->observerEnded = true;
+    const auto shown = m_with.state.helperError();
+    const bool isAboutSomethingElse = shown && !isOfOurMaking(*shown);
+    // A new child mends a failed launch, but not a recording that has failed.
+    if (startHelper() && isAboutSomethingElse)
+        m_with.state.setHelperError(shown);
+}
+
+bool ObserverControl::isOfOurMaking(const QString &message) const
+{
+    return isTransient(message) || message == m_startFailure || message == m_portTaken || message == m_waitFailure;
 }
 
 void ObserverControl::noteUnreachable(const Error &error)

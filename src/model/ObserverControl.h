@@ -55,6 +55,8 @@ public:
 
     /// Makes sure that a child exists. A failure is also the helper error; success clears the helper error.
     Result<> startHelper();
+    /// Makes the calls go to the port that the settings say now. Answers from the former one count no more.
+    void useSettingsPort();
     /// Ends capture in the background, and at once replaces the child and begins the polling afresh.
     void restartHelper();
     /// Asks the child to end; does not wait.
@@ -72,11 +74,31 @@ public:
     Task<Result<ObserverStatus>> startRecording(std::stop_token stop);
     Task<Result<ObserverStatus>> stopRecording(std::stop_token stop);
 
+    /// Whether the observer that the last start reached ended by itself: nobody listens any more, or a successor
+    /// answers that doesn't know the recording. One that we have replaced or ended ourselves does not count.
+    bool recordingObserverEnded() const { return m_recording && m_recording->observerEnded; }
+    /// The recording is over on our side: what becomes of the observer now no longer concerns it.
+    void forgetRecording() { m_recording.reset(); }
+
+    /// Has a new observer write what one that ended by itself had taken over, then asks it to end. Gives up where none
+    /// comes up; the next one that runs does the same work.
+    Task<> writeLeftovers(std::stop_token stop);
+
     const std::shared_ptr<LocalObserverAPI> &api() const { return m_api; }
 
 private:
+    /// The recording that the observer was last told to start.
+    struct Recording {
+        std::optional<QString> sessionId; ///< none where the observer names none
+        bool observerEnded = false;
+    };
+
+    std::shared_ptr<LocalObserverAPI> makeApi() const;
     Error withAddress(const Error &error) const;
     void startHelperAgainIfDead();
+    bool isOfOurMaking(const QString &message) const;
+    void noteRecordingObserver(const Result<ObserverStatus> &answer);
+    Task<> lookForRecordingObserver(std::shared_ptr<LocalObserverAPI> api, std::stop_token stop);
     void noteUnreachable(const Error &error);
     void noteReachable();
     void noteAnswered(const Result<ObserverStatus> &answer);
@@ -87,6 +109,7 @@ private:
     qint64 m_lastHelperRestartMs = 0; ///< wall clock
     /// How often a start or stop was sent or answered; tells which status answers are out of date.
     qint64 m_commandEvents = 0;
+    std::optional<Recording> m_recording;
     // The helper errors of our own making, to know which one is on show and when its cause is gone.
     std::optional<QString> m_startFailure;
     std::optional<QString> m_portTaken;

@@ -1,9 +1,16 @@
 #include "model/RecordingControl.h"
 
 #include "base/Fault.h"
+#include "base/Op.h"
 #include "capture/ScreenCaptureRecorder.h"
 #include "model/ModelState.h"
 #include "model/PermissionsArea.h"
+#include "model/StatusTexts.h"
+
+#include <QCoreApplication>
+#include <QMetaObject>
+
+#include <variant>
 
 namespace ostrel {
 
@@ -12,6 +19,15 @@ namespace {
 QString permissionNeededText()
 {
     return QStringLiteral("Screen Recording permission needed in System Settings");
+}
+
+/// Waits until the event loop has delivered all that the recorder has published so far.
+Task<> publishedNews(std::stop_token stop)
+{
+    co_await Op<std::monostate>(std::move(stop), [](auto resolve) {
+        QMetaObject::invokeMethod(QCoreApplication::instance(), [resolve] { resolve({}); }, Qt::QueuedConnection);
+        return nullptr;
+    });
 }
 
 /// Whether a start whose answer never came, or made no sense, may all the same have reached the observer.
@@ -192,11 +208,21 @@ void RecordingControl::stopCapture()
     });
 }
 
+Task<> RecordingControl::betweenRecordings(std::function<void()> act, std::stop_token stop)
+{
+    if (isUnderWay())
+        stopRecording();
+    // The ending has asked for its turn before.
+    const auto turn = co_await m_turn.acquire(std::move(stop));
+    if (turn)
+        act();
+}
+
 Task<> RecordingControl::close(std::stop_token stop)
 {
     m_closed = true;
     setPendingRecordingRestart(false);
-    const bool active = m_starting || m_phase == Phase::Preparing || m_phase == Phase::Capturing;
+    const bool active = isUnderWay();
     setStoppingRecording(true);
     m_phase = Phase::Ending;
     m_starting = false;
@@ -218,6 +244,9 @@ Task<> RecordingControl::runEnding(Ending ending, std::stop_token stop)
     if (!turn)
         co_return;
     co_await m_with.recorder.stop(ending.skipFlush);
+    if (stop.stop_requested())
+        co_return;
+    co_await publishedNews(stop); // that the last batch failed, belongs to this recording
     if (stop.stop_requested())
         co_return;
     if (ending.observer == ObserverStop::AskIfRunning) {
@@ -242,6 +271,11 @@ void RecordingControl::finish(Ending ending)
         m_with.state.setHelperError(ending.message);
     if (ending.reason == RecordingEnd::Requested && m_failedWhileEnding)
         ending.reason = RecordingEnd::CaptureFailed;
+    if (ending.reason != RecordingEnd::StartFailed && m_with.observer.recordingObserverEnded()) {
+        ending.reason = RecordingEnd::ObserverEnded;
+        noteObserverEnded();
+    }
+    m_with.observer.forgetRecording();
     const bool restart = m_pendingRecordingRestart;
     setPendingRecordingRestart(false);
     setStoppingRecording(false);
@@ -249,6 +283,13 @@ void RecordingControl::finish(Ending ending)
         Q_EMIT recordingEnded(ending.reason);
     if (restart && !m_closed)
         beginStart();
+}
+
+/// Which of its signs was seen first, a poll, a batch or a stop that failed, makes no difference from here on.
+void RecordingControl::noteObserverEnded()
+{
+    m_with.state.setHelperError(StatusTexts::observerEnded());
+    m_with.state.setObserverNotRunning();
 }
 
 void RecordingControl::setStoppingRecording(bool stopping)

@@ -9,6 +9,7 @@
 #include <QObject>
 #include <QString>
 #include <expected>
+#include <functional>
 #include <optional>
 #include <stop_token>
 
@@ -23,7 +24,8 @@ enum class RecordingEnd {
     Requested,       ///< the user stopped it, or the program ends
     StartFailed,     ///< it never ran; the helper error says why
     CaptureFailed,   ///< frames could no longer be taken or delivered; the helper error says why
-    ObserverStopped, ///< the observer stopped by itself, or was started anew
+    ObserverStopped, ///< the observer runs on but records no more, or was started anew on our word
+    ObserverEnded,   ///< the observer ended by itself; the helper error says what that means
 };
 
 /// Starts and stops a recording on both sides, the observer's and our own capture, so that neither runs without the
@@ -55,12 +57,16 @@ public:
     void stopRecording();
     /// Ends capture with its final flush in the background, without a word to the observer.
     void stopCapture();
+    /// Ends the recording, if there is one, as `stopRecording` does, and then calls a function before another begins.
+    Task<> betweenRecordings(std::function<void()> act, std::stop_token stop);
     /// Ends everything, as `stopRecording` does, and starts nothing any more.
     Task<> close(std::stop_token stop);
 
     /// The observer reported that it records no more.
     void observerStopped();
 
+    /// Whether there is a recording, or a start, that has not begun to end.
+    bool isUnderWay() const { return m_starting || m_phase == Phase::Preparing || m_phase == Phase::Capturing; }
     bool stoppingRecording() const { return m_stoppingRecording; }
     bool pendingRecordingRestart() const { return m_pendingRecordingRestart; }
 
@@ -96,6 +102,7 @@ private:
     void beginEnding(Ending ending);
     Task<> runEnding(Ending ending, std::stop_token stop);
     void finish(Ending ending);
+    void noteObserverEnded();
     void captureFailed(const QString &message, Ending ending);
     void takeCallbacks();
     void setStoppingRecording(bool stopping);

@@ -60,4 +60,11 @@ std::optional<QString> recordingProviderIndicatorText(const ObserverSettings &se
     return std::nullopt;
 }
 
+QString observerEnded()
+{
+    return QStringLiteral(
+        "The observer ended unexpectedly, and the recording with it. Frames that it had not taken over "
+        "yet are lost; those that it had are safe and are written when it runs next.");
+}
+
 } // namespace ostrel::StatusTexts

@@ -4,6 +4,7 @@
 #include "base/Files.h"
 #include "base/Paths.h"
 #include "observer/JsonRecord.h"
+#include "observer/NodeSearch.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -23,24 +24,6 @@ QStringList scriptList(const QDir &root)
     if (root.exists(bundle))
         return {bundle};
     return {QStringLiteral("node_modules/tsx/dist/cli.mjs"), QStringLiteral("apps/mac-observer/src/index.ts")};
-}
-
-/// The PATH of a child that has to look for node: package managers install it where a desktop session's own PATH
-/// does not lead.
-QString searchPath(const QProcessEnvironment &environment)
-{
-    const QString own = environment.value(QStringLiteral("PATH"));
-    return (own.isEmpty() ? QStringLiteral("/usr/bin:/bin") : own) + QLatin1String(":/opt/homebrew/bin:/usr/local/bin");
-}
-
-/// Whether a program is found along a PATH by a process that works in the folder.
-bool isOnPath(const QString &program, const QString &path, const QDir &folder)
-{
-    const QStringList entries = path.split(u':');
-    return std::any_of(entries.begin(), entries.end(), [&](const QString &entry) {
-        // An empty entry is the working folder.
-        return isExecutableFile(QDir(folder.absoluteFilePath(entry)).filePath(program));
-    });
 }
 
 /// Says what is missing before a start that could only fail: node would say it in the log alone.
@@ -67,14 +50,13 @@ Result<ProcessDescription> describe(const QDir &root, const QString &localAPITok
                                    .workingDirectory = root.path(),
                                    .standardInput = secrets.toLine()};
     QProcessEnvironment &environment = description.environment;
-    if (!isExecutableFile(description.executable)) {
-        const QString path = searchPath(environment);
+    if (!NodeSearch::privateNode(root)) {
         // `env` itself would start all right and find nothing.
-        if (!isOnPath(QStringLiteral("node"), path, root))
+        if (!NodeSearch::find(root, environment))
             return std::unexpected(faultError(Fault::NoSuchProgram, QStringLiteral("node")));
         description.executable = QStringLiteral("/usr/bin/env");
         description.arguments.prepend(QStringLiteral("node"));
-        environment.insert(QStringLiteral("PATH"), path);
+        environment.insert(QStringLiteral("PATH"), NodeSearch::path(environment));
     }
     environment.insert(QStringLiteral("OSTREL_PARENT_PID"), QString::number(QCoreApplication::applicationPid()));
     environment.insert(QStringLiteral("OSTREL_LOCAL_API_TOKEN"), localAPIToken);

@@ -6,17 +6,42 @@
 #include <QByteArray>
 #include <QList>
 #include <QUrl>
-#include <optional>
+#include <memory>
 #include <stop_token>
 #include <utility>
+#include <variant>
 
 namespace ostrel {
+
+class SerialQueue;
+
+/// A body that is made while it is sent, piece by piece, so that it need never be in memory as a whole. It can be read
+/// once. One thread at a time.
+class BodySource
+{
+public:
+    virtual ~BodySource() = default;
+
+    /// The bytes of all pieces together: known before the first one, and exact.
+    virtual qint64 size() const = 0;
+    /// The next piece; empty after the last one.
+    virtual QByteArray nextPiece() = 0;
+};
+
+/// A source, and the queue on which its pieces are made; the queue outlives the request.
+struct StreamedBody {
+    std::shared_ptr<BodySource> source;
+    SerialQueue *worker = nullptr;
+};
+
+/// None, the bytes themselves, or a source of them.
+using HttpBody = std::variant<std::monostate, QByteArray, StreamedBody>;
 
 struct HttpRequest {
     QByteArray method; ///< "GET", "POST" or "PUT"
     QUrl url;
     QList<std::pair<QByteArray, QByteArray>> headers;
-    std::optional<QByteArray> body;
+    HttpBody body;
 };
 
 struct HttpAnswer {

@@ -1,6 +1,7 @@
 #include "observer/JsonRecord.h"
 
 #include "base/Fault.h"
+#include "observer/Base64.h"
 
 #include <algorithm>
 #include <array>
@@ -104,11 +105,11 @@ void RecordReader::read(const char *key, const JsonValue &value, QString &field)
     field = value.text;
 }
 
-void RecordReader::read(const char *key, const JsonValue &value, QByteArray &field)
+void RecordReader::read(const char *key, const JsonValue &value, Base64Text &field)
 {
     QString text;
     read(key, value, text);
-    field = text.toUtf8();
+    field = Base64Text::ofText(text.toUtf8());
 }
 
 void appendJsonValue(QByteArray &json, bool value)
@@ -141,9 +142,13 @@ void appendJsonValue(QByteArray &json, const QString &value)
     appendJsonText(json, value);
 }
 
-void appendJsonValue(QByteArray &json, const QByteArray &value)
+void appendJsonValue(QByteArray &json, const Base64Text &value)
 {
-    appendJsonUtf8(json, value);
+    if (!value.otherText().isEmpty())
+        return appendJsonUtf8(json, value.otherText());
+    json += '"'; // nothing in base64 needs escaping
+    appendBase64(json, value.bytes());
+    json += '"';
 }
 
 } // namespace ostrel

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Error.h"
+#include "observer/Base64Text.h"
 #include "observer/JsonText.h"
 
 #include <QByteArray>
@@ -55,7 +56,7 @@ private:
     void read(const char *key, const JsonValue &value, qint64 &field);
     void read(const char *key, const JsonValue &value, double &field);
     void read(const char *key, const JsonValue &value, QString &field);
-    void read(const char *key, const JsonValue &value, QByteArray &field);
+    void read(const char *key, const JsonValue &value, Base64Text &field);
 
     Absent m_absent;
     QList<JsonMember> m_members;
@@ -67,8 +68,7 @@ void appendJsonValue(QByteArray &json, qint64 value);
 /// A number that is not finite has no JSON form and becomes null.
 void appendJsonValue(QByteArray &json, double value);
 void appendJsonValue(QByteArray &json, const QString &value);
-/// Text that is UTF-8 already.
-void appendJsonValue(QByteArray &json, const QByteArray &value);
+void appendJsonValue(QByteArray &json, const Base64Text &value);
 
 /// Writes the fields of one record as a compact object, in the order of the calls; absent ones are left out.
 class RecordWriter
@@ -90,6 +90,8 @@ public:
             (*this)(key, *field);
     }
 
+    /// How many bytes are written so far.
+    qsizetype size() const { return m_json.size(); }
     QByteArray finish() { return m_json.isEmpty() ? QByteArray("{}") : std::move(m_json += '}'); }
 
 private:

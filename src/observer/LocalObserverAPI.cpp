@@ -1,6 +1,7 @@
 #include "observer/LocalObserverAPI.h"
 
 #include "base/Fault.h"
+#include "observer/FramesBody.h"
 #include "observer/JsonRecord.h"
 
 namespace ostrel {
@@ -17,23 +18,6 @@ QByteArray archiveRange(RecordWriter &write, const QString &fromDate, const QStr
     return write.finish();
 }
 
-QByteArray framesBody(const QList<CapturedFramePayload> &frames)
-{
-    constexpr qsizetype restOfFrame = 4096; // keys, labels and most context texts
-    qsizetype size = 0;
-    for (const CapturedFramePayload &frame : frames)
-        size += frame.videoBase64.size() + restOfFrame;
-    QByteArray body;
-    body.reserve(size);
-    body += "{\"frames\":[";
-    for (qsizetype i = 0; i < frames.size(); ++i) {
-        if (i > 0)
-            body += ',';
-        body += frames[i].toJson();
-    }
-    return body += "]}";
-}
-
 } // namespace
 
 LocalObserverAPI::LocalObserverAPI(QUrl baseURL, std::optional<QString> localAuthToken, HttpTransport &transport,
@@ -42,8 +26,8 @@ LocalObserverAPI::LocalObserverAPI(QUrl baseURL, std::optional<QString> localAut
 {}
 
 template <class Record>
-Task<Result<Record>> LocalObserverAPI::request(SharedLink link, QString path, QByteArray method,
-                                               std::optional<QByteArray> body, std::stop_token stop)
+Task<Result<Record>> LocalObserverAPI::request(SharedLink link, QString path, QByteArray method, HttpBody body,
+                                               std::stop_token stop)
 {
     HttpRequest request{
         .method = std::move(method), .url = link->baseURL.resolved(QUrl(path)), .headers = {}, .body = std::move(body)};
@@ -52,7 +36,7 @@ Task<Result<Record>> LocalObserverAPI::request(SharedLink link, QString path, QB
         co_return std::unexpected(faultError(Fault::BadUrl, path));
     if (link->localAuthToken && !link->localAuthToken->isEmpty())
         request.headers.emplaceBack("X-Ostrel-Local-Token", link->localAuthToken->toUtf8());
-    if (request.body)
+    if (!std::holds_alternative<std::monostate>(request.body))
         request.headers.emplaceBack("Content-Type", "application/json");
 
     auto answer = co_await link->transport.send(std::move(request), stop);
@@ -71,15 +55,18 @@ Task<Result<Record>> LocalObserverAPI::request(SharedLink link, QString path, QB
 Task<Result<ObserverStatus>> LocalObserverAPI::postFrames(SharedLink link, QList<CapturedFramePayload> frames,
                                                           std::stop_token stop)
 {
-    auto body = co_await link->worker.run(stop, [frames = std::move(frames)] { return framesBody(frames); });
+    // Even its length alone is known only after every text has been escaped.
+    auto body = co_await link->worker.run(
+        stop, [frames = std::move(frames)]() mutable { return std::make_shared<FramesBody>(std::move(frames)); });
     if (!body)
         co_return std::unexpected(faultError(Fault::Cancelled));
-    co_return co_await request<ObserverStatus>(link, QStringLiteral("/api/frames"), "POST", std::move(body), stop);
+    co_return co_await request<ObserverStatus>(link, QStringLiteral("/api/frames"), "POST",
+                                               StreamedBody{*std::move(body), &link->worker}, stop);
 }
 
 Task<Result<ObserverStatus>> LocalObserverAPI::status(std::stop_token stop)
 {
-    return request<ObserverStatus>(m_link, QStringLiteral("/api/status"), "GET", std::nullopt, std::move(stop));
+    return request<ObserverStatus>(m_link, QStringLiteral("/api/status"), "GET", {}, std::move(stop));
 }
 
 Task<Result<ObserverStatus>> LocalObserverAPI::startRecording(QString captureMode, std::stop_token stop)
@@ -91,7 +78,7 @@ Task<Result<ObserverStatus>> LocalObserverAPI::startRecording(QString captureMod
 
 Task<Result<ObserverStatus>> LocalObserverAPI::stopRecording(std::stop_token stop)
 {
-    return request<ObserverStatus>(m_link, QStringLiteral("/api/stop"), "POST", std::nullopt, std::move(stop));
+    return request<ObserverStatus>(m_link, QStringLiteral("/api/stop"), "POST", {}, std::move(stop));
 }
 
 Task<Result<ObserverStatus>> LocalObserverAPI::submitFrames(QList<CapturedFramePayload> frames, std::stop_token stop)
@@ -107,24 +94,22 @@ Task<Result<ObserverSettings>> LocalObserverAPI::saveSettings(ObserverSettings s
 
 Task<Result<ArchiveStatus>> LocalObserverAPI::archiveStatus(std::stop_token stop)
 {
-    return request<ArchiveStatus>(m_link, QStringLiteral("/api/archive/status"), "GET", std::nullopt, std::move(stop));
+    return request<ArchiveStatus>(m_link, QStringLiteral("/api/archive/status"), "GET", {}, std::move(stop));
 }
 
 Task<Result<ArchiveStatus>> LocalObserverAPI::prepareArchive(std::stop_token stop)
 {
-    return request<ArchiveStatus>(m_link, QStringLiteral("/api/archive/prepare"), "POST", std::nullopt,
-                                  std::move(stop));
+    return request<ArchiveStatus>(m_link, QStringLiteral("/api/archive/prepare"), "POST", {}, std::move(stop));
 }
 
 Task<Result<ArchiveStatus>> LocalObserverAPI::enableArchive(std::stop_token stop)
 {
-    return request<ArchiveStatus>(m_link, QStringLiteral("/api/archive/enable"), "POST", std::nullopt, std::move(stop));
+    return request<ArchiveStatus>(m_link, QStringLiteral("/api/archive/enable"), "POST", {}, std::move(stop));
 }
 
 Task<Result<ArchiveStatus>> LocalObserverAPI::disableArchive(std::stop_token stop)
 {
-    return request<ArchiveStatus>(m_link, QStringLiteral("/api/archive/disable"), "POST", std::nullopt,
-                                  std::move(stop));
+    return request<ArchiveStatus>(m_link, QStringLiteral("/api/archive/disable"), "POST", {}, std::move(stop));
 }
 
 Task<Result<ArchiveStatus>> LocalObserverAPI::recoverArchive(QString recoveryKey, std::stop_token stop)
@@ -154,13 +139,13 @@ Task<Result<ArchiveExportStatus>> LocalObserverAPI::startArchiveExport(QString d
 
 Task<Result<ArchiveExportStatus>> LocalObserverAPI::archiveExportStatus(std::stop_token stop)
 {
-    return request<ArchiveExportStatus>(m_link, QStringLiteral("/api/archive/export/status"), "GET", std::nullopt,
+    return request<ArchiveExportStatus>(m_link, QStringLiteral("/api/archive/export/status"), "GET", {},
                                         std::move(stop));
 }
 
 Task<Result<ArchiveExportStatus>> LocalObserverAPI::cancelArchiveExport(std::stop_token stop)
 {
-    return request<ArchiveExportStatus>(m_link, QStringLiteral("/api/archive/export/cancel"), "POST", std::nullopt,
+    return request<ArchiveExportStatus>(m_link, QStringLiteral("/api/archive/export/cancel"), "POST", {},
                                         std::move(stop));
 }
 

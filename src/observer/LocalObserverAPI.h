@@ -58,8 +58,8 @@ private:
     using SharedLink = std::shared_ptr<const Link>;
 
     template <class Record>
-    static Task<Result<Record>> request(SharedLink link, QString path, QByteArray method,
-                                        std::optional<QByteArray> body, std::stop_token stop);
+    static Task<Result<Record>> request(SharedLink link, QString path, QByteArray method, HttpBody body,
+                                        std::stop_token stop);
     static Task<Result<ObserverStatus>> postFrames(SharedLink link, QList<CapturedFramePayload> frames,
                                                    std::stop_token stop);
 

@@ -2,12 +2,11 @@
 
 #include "base/Clock.h"
 #include "base/Fault.h"
+#include "observer/RequestBody.h"
 
 #include <QNetworkAccessManager>
 #include <QNetworkRequest>
 
-#include <algorithm>
-#include <cstring>
 #include <optional>
 
 namespace ostrel {
@@ -18,39 +17,7 @@ namespace {
 /// request for ever.
 constexpr std::chrono::seconds deadline{60};
 
-/// A body that can be read once. When a connection closes before its answer, the network stack would send the request
-/// again by itself; it can't where the body won't rewind. Whether to try again is the caller's to decide.
-class OneShotBody final : public QIODevice
-{
-public:
-    explicit OneShotBody(QByteArray bytes) : m_bytes(std::move(bytes))
-    {
-        open(QIODevice::ReadOnly | QIODevice::Unbuffered);
-    }
-
-    bool isSequential() const override { return true; }
-    bool reset() override { return false; }
-    bool atEnd() const override { return m_position == m_bytes.size(); }
-    qint64 bytesAvailable() const override { return m_bytes.size() - m_position; }
-
-protected:
-    qint64 readData(char *target, qint64 capacity) override
-    {
-        const qint64 count = std::min(capacity, m_bytes.size() - m_position);
-        if (count == 0 && capacity > 0)
-            return -1; // the end
-        std::memcpy(target, m_bytes.constData() + m_position, size_t(count));
-        m_position += count;
-        return count;
-    }
-    qint64 writeData(const char *, qint64) override { return -1; }
-
-private:
-    const QByteArray m_bytes;
-    qint64 m_position = 0;
-};
-
-QNetworkRequest preparedRequest(const HttpRequest &request)
+QNetworkRequest preparedRequest(const HttpRequest &request, qint64 bodySize)
 {
     QNetworkRequest prepared(request.url);
     prepared.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
@@ -61,15 +28,14 @@ QNetworkRequest preparedRequest(const HttpRequest &request)
     prepared.setAttribute(QNetworkRequest::AuthenticationReuseAttribute, QNetworkRequest::Manual);
     prepared.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
     prepared.setAttribute(QNetworkRequest::DoNotBufferUploadDataAttribute, true);
-    // A connection kept open may be closed by the observer in the moment of the next request, which would then fail
-    // without a reason.
-    prepared.setRawHeader("Connection", "close");
+    if (!mayShareConnection(request))
+        prepared.setRawHeader("Connection", "close");
     prepared.setRawHeader("User-Agent", "ostrel");
     prepared.setRawHeader("Accept-Encoding", "identity");
     for (const auto &[name, value] : request.headers)
         prepared.setRawHeader(name, value);
     // Even where there is no body: the stack would gather one of unknown length first, and could then send it twice.
-    prepared.setHeader(QNetworkRequest::ContentLengthHeader, request.body.value_or(QByteArray()).size());
+    prepared.setHeader(QNetworkRequest::ContentLengthHeader, bodySize);
     return prepared;
 }
 
@@ -103,15 +69,20 @@ Error transportError(const QNetworkReply &reply)
 
 } // namespace
 
+bool mayShareConnection(const HttpRequest &request)
+{
+    return request.method == "GET";
+}
+
 NetworkExchange::NetworkExchange(Clock &clock, Answer answer) : m_clock(clock), m_answer(std::move(answer)) {}
 
 void NetworkExchange::begin(QNetworkAccessManager &manager, HttpRequest request)
 {
-    const QNetworkRequest prepared = preparedRequest(request);
+    m_body = new RequestBody(std::move(request.body));
+    const QNetworkRequest prepared = preparedRequest(request, m_body->byteCount());
     // As a custom verb nothing is added to the request: the stack's own POST brings a content type along.
-    auto *body = new OneShotBody(std::move(request.body).value_or(QByteArray()));
-    m_reply = manager.sendCustomRequest(prepared, request.method, body);
-    body->setParent(m_reply);
+    m_reply = manager.sendCustomRequest(prepared, request.method, m_body);
+    m_body->setParent(m_reply);
 
     const auto self = shared_from_this(); // the connections keep us until the reply is let go
     m_connections = {QObject::connect(m_reply, &QNetworkReply::metaDataChanged, m_reply, [self] { self->onHead(); }),
@@ -153,6 +124,7 @@ void NetworkExchange::withdraw()
     const auto reply = std::exchange(m_reply, nullptr);
     if (!reply)
         return;
+    m_body->abandon();
     // Only our own connections go: the reply has some to itself. Its end closes the connection. To abort it here would
     // be sooner, but in the middle of its own signal the stack takes that for a fault of its own and says so.
     for (const QMetaObject::Connection &connection : m_connections)

@@ -15,14 +15,23 @@
 
 namespace ostrel {
 
-NetworkTransport::NetworkTransport(Clock &clock, OwnerOfPort ownerOfPort)
-    : m_clock(clock), m_ownerOfPort(std::move(ownerOfPort)), m_manager(std::make_unique<QNetworkAccessManager>())
+namespace {
+
+std::unique_ptr<QNetworkAccessManager> makeManager()
 {
+    auto manager = std::make_unique<QNetworkAccessManager>();
     // Set on the manager, this beats whatever the environment or the desktop says.
-    m_manager->setProxy(QNetworkProxy::NoProxy);
+    manager->setProxy(QNetworkProxy::NoProxy);
     // The default policy would carry our token to wherever the answer points.
-    m_manager->setRedirectPolicy(QNetworkRequest::ManualRedirectPolicy);
+    manager->setRedirectPolicy(QNetworkRequest::ManualRedirectPolicy);
+    return manager;
 }
+
+} // namespace
+
+NetworkTransport::NetworkTransport(Clock &clock, OwnerOfPort ownerOfPort)
+    : m_clock(clock), m_ownerOfPort(std::move(ownerOfPort)), m_sharing(makeManager()), m_separate(makeManager())
+{}
 
 NetworkTransport::~NetworkTransport() = default;
 
@@ -48,7 +57,11 @@ Task<Result<>> NetworkTransport::admit(QUrl url, std::stop_token stop)
         co_return std::unexpected(faultError(Fault::PortTaken, QString::number(port)));
     }
     m_refusedPort.reset();
-    co_return Result<>(); // where nobody listens, the connection will be refused
+    // Not left to the kernel: a stranger may begin to listen before we connect, and do so again and again until it
+    // happens to be just then.
+    if (**owner == PortOwner::Nobody)
+        co_return std::unexpected(faultError(Fault::ConnectionRefused));
+    co_return Result<>();
 }
 
 Task<Result<HttpAnswer>> NetworkTransport::send(HttpRequest request, std::stop_token stop)
@@ -58,7 +71,7 @@ Task<Result<HttpAnswer>> NetworkTransport::send(HttpRequest request, std::stop_t
         co_return std::unexpected(admitted.error());
     auto answer = co_await Op<Result<HttpAnswer>>(std::move(stop), [this, &request](auto resolve) {
         const auto exchange = std::make_shared<NetworkExchange>(m_clock, std::move(resolve));
-        exchange->begin(*m_manager, std::move(request));
+        exchange->begin(mayShareConnection(request) ? *m_sharing : *m_separate, std::move(request));
         return [exchange] { exchange->withdraw(); };
     });
     if (!answer)

@@ -18,7 +18,8 @@ class Clock;
 
 /// Real requests to the loopback address, and to nothing else. Before each, the listener must prove to be a program of
 /// our own user: so neither a request after a restart of the observer nor one after a failure ever shows a token or a
-/// frame to a stranger who took the port. Each asks for a connection of its own, and nothing is ever sent twice.
+/// frame to a stranger who took the port. Nothing is ever sent twice. Requests that only ask share connections, all
+/// others have one of their own.
 ///
 /// Create, use and destroy it on the main thread; it outlives its requests.
 class NetworkTransport final : public HttpTransport
@@ -40,7 +41,9 @@ private:
 
     Clock &m_clock;
     const OwnerOfPort m_ownerOfPort;
-    const std::unique_ptr<QNetworkAccessManager> m_manager;
+    /// Two, because each gives any of its requests any of its open connections.
+    const std::unique_ptr<QNetworkAccessManager> m_sharing;
+    const std::unique_ptr<QNetworkAccessManager> m_separate;
     std::optional<quint16> m_refusedPort; ///< that the log has told of
     /// Where nobody listens the kernel looks through its whole table, which can take longer than a frame of the
     /// screen.

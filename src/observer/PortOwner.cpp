@@ -1,14 +1,17 @@
 #include "observer/PortOwner.h"
 
 #include "base/Fault.h"
+#include "observer/SocketDiagnosis.h"
 
 #include <QByteArrayView>
 #include <QFile>
-#include <QList>
 
+#include <algorithm>
 #include <cerrno>
 #include <fstream>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include <arpa/inet.h>
 
@@ -21,24 +24,6 @@ QByteArray printedWord(quint32 hostOrder)
 {
     return QByteArray::number(htonl(hostOrder), 16).toUpper().rightJustified(8, '0');
 }
-
-/// What listens on the port: bound to exactly the loopback address, or to every address.
-struct Listeners {
-    bool oursExact = false;
-    bool foreignExact = false;
-    bool oursAnywhere = false;
-    bool foreignAnywhere = false;
-
-    bool exact() const { return oursExact || foreignExact; }
-
-    PortOwner owner() const
-    {
-        // The kernel prefers the exact address. Should several sockets share one rank, any stranger is one too many.
-        const bool foreign = exact() ? foreignExact : foreignAnywhere;
-        const bool ours = exact() ? oursExact : oursAnywhere;
-        return foreign ? PortOwner::AnotherUser : ours ? PortOwner::OurUser : PortOwner::Nobody;
-    }
-};
 
 struct Table {
     const char *name;
@@ -54,28 +39,46 @@ QList<Table> tables()
     return {{"tcp", loopback, zero}, {"tcp6", zero + zero + printedWord(0xffff) + loopback, zero + zero + zero + zero}};
 }
 
-/// One line is "sl: address:port remote:port state tx:rx tr:when retransmits uid ...".
-void countLine(const QByteArray &line, const Table &table, const QByteArray &portSuffix, uid_t ourUser,
-               Listeners &listeners)
+/// One line is "sl: address:port remote:port state tx:rx tr:when retransmits uid timeout inode ...".
+std::optional<ListeningSocket> socketOf(const QByteArray &line, const Table &table, const QByteArray &portSuffix)
 {
     const QList<QByteArray> columns = line.simplified().split(' ');
-    constexpr qsizetype addressColumn = 1, stateColumn = 3, userColumn = 7;
-    if (columns.size() <= userColumn || columns[stateColumn] != "0A" || !columns[addressColumn].endsWith(portSuffix))
-        return;
+    constexpr qsizetype addressColumn = 1, stateColumn = 3, userColumn = 7, inodeColumn = 9;
+    if (columns.size() <= inodeColumn || columns[stateColumn] != "0A" || !columns[addressColumn].endsWith(portSuffix))
+        return std::nullopt;
     const QByteArray address = columns[addressColumn].chopped(portSuffix.size());
-    const bool ours = columns[userColumn].toLongLong() == qint64(ourUser);
-    if (address == table.loopback)
-        (ours ? listeners.oursExact : listeners.foreignExact) = true;
-    else if (address == table.anywhere)
-        (ours ? listeners.oursAnywhere : listeners.foreignAnywhere) = true;
+    if (address != table.loopback && address != table.anywhere)
+        return std::nullopt;
+    return ListeningSocket{.user = uid_t(columns[userColumn].toULongLong()),
+                           .inode = columns[inodeColumn].toULongLong(),
+                           .isExact = address == table.loopback};
+}
+
+/// The kernel prefers the exact address.
+QList<ListeningSocket> preferred(QList<ListeningSocket> sockets)
+{
+    if (std::ranges::any_of(sockets, &ListeningSocket::isExact))
+        sockets.removeIf([](const ListeningSocket &socket) { return !socket.isExact; });
+    return sockets;
+}
+
+PortOwner ownerAmong(const QList<ListeningSocket> &sockets, uid_t ourUser)
+{
+    const QList<ListeningSocket> candidates = preferred(sockets);
+    if (candidates.isEmpty())
+        return PortOwner::Nobody;
+    // Should several sockets share one rank, any stranger is one too many.
+    const bool foreign = std::ranges::any_of(candidates, [&](const auto &socket) { return socket.user != ourUser; });
+    return foreign ? PortOwner::AnotherUser : PortOwner::OurUser;
 }
 
 } // namespace
 
-Result<PortOwner> portOwner(quint16 port, uid_t ourUser, const QString &procNet)
+Result<QList<ListeningSocket>> listeningSockets(quint16 port, const QString &procNet)
 {
     const QByteArray portSuffix = ':' + QByteArray::number(port, 16).toUpper().rightJustified(4, '0');
-    Listeners listeners;
+    QList<ListeningSocket> sockets;
+    bool foundExact = false;
     for (const Table &table : tables()) {
         const QString path = procNet + u'/' + QLatin1String(table.name);
         errno = 0;
@@ -83,12 +86,31 @@ Result<PortOwner> portOwner(quint16 port, uid_t ourUser, const QString &procNet)
         if (!file && table.name == QByteArrayView("tcp"))
             return std::unexpected(fileError(errno != 0 ? errno : EIO, path));
         // Once the exact address is found nothing can change the verdict: reading on would cost a busy machine time.
-        for (std::string line; !listeners.exact() && std::getline(file, line);) {
-            if (line.find(portSuffix.constData()) != std::string::npos)
-                countLine(QByteArray::fromStdString(line), table, portSuffix, ourUser, listeners);
+        for (std::string line; !foundExact && std::getline(file, line);) {
+            if (line.find(portSuffix.constData()) == std::string::npos)
+                continue;
+            if (const auto socket = socketOf(QByteArray::fromStdString(line), table, portSuffix)) {
+                foundExact = socket->isExact;
+                sockets.append(*socket);
+            }
         }
     }
-    return listeners.owner();
+    return preferred(std::move(sockets));
+}
+
+Result<PortOwner> portOwnerInTables(quint16 port, uid_t ourUser, const QString &procNet)
+{
+    const auto sockets = listeningSockets(port, procNet);
+    if (!sockets)
+        return std::unexpected(sockets.error());
+    return ownerAmong(*sockets, ourUser);
+}
+
+Result<PortOwner> portOwner(quint16 port, uid_t ourUser)
+{
+    if (const auto sockets = diagnosedSockets(port))
+        return ownerAmong(*sockets, ourUser);
+    return portOwnerInTables(port, ourUser);
 }
 
 } // namespace ostrel

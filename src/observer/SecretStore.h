@@ -17,8 +17,15 @@ class SecretStore
 public:
     virtual ~SecretStore() = default;
 
-    /// Nothing when there is no such item, when it is not UTF-8, or when the store can't be read.
-    virtual std::optional<QString> read(const QString &service, const QString &account) = 0;
+    /// @return nothing when there is no such item or when it is not UTF-8; an error when the store can't be read, so
+    ///         that there may be one all the same
+    virtual Result<std::optional<QString>> lookUp(const QString &service, const QString &account) = 0;
+
+    /// `lookUp` for callers who take an item that can't be read for one that is not there.
+    std::optional<QString> read(const QString &service, const QString &account)
+    {
+        return lookUp(service, account).value_or(std::nullopt);
+    }
 
     /// Updates the item, or adds it. Success means that the store has confirmed it: only then may the secret be
     /// removed from where it was before.

@@ -1,15 +1,17 @@
 #include "observer/SettingsStore.h"
 
 #include "base/Fault.h"
+#include "base/FileLock.h"
 #include "base/Files.h"
 #include "base/Log.h"
 #include "base/Paths.h"
 #include "base/Text.h"
 #include "observer/JsonText.h"
 #include "observer/SecretStore.h"
+#include "observer/SettingsOnDisk.h"
 
+#include <algorithm>
 #include <array>
-#include <optional>
 
 namespace ostrel {
 
@@ -30,30 +32,39 @@ const std::array<SecretField, 2> &secretFields()
     return fields;
 }
 
-/// Stands where a screen shows that there is a secret; it is never one itself.
-const QString redacted = QStringLiteral("<redacted>");
-
 bool isSecret(const QString &trimmed)
 {
-    return !trimmed.isEmpty() && trimmed != redacted;
+    return !trimmed.isEmpty() && trimmed != SettingsStore::redacted;
 }
 
-std::optional<ObserverSettings> readSettingsFile(const QString &path)
+bool holdsSecret(const ObserverSettings &settings)
 {
-    const auto bytes = readFile(path);
-    const auto settings = bytes ? ObserverSettings::fromJson(*bytes) : std::unexpected(bytes.error());
-    if (settings)
-        return *settings;
-    if (!isFault(settings.error(), Fault::NoSuchFile))
-        qCWarning(logObserver, "%ls is left aside: %ls", qUtf16Printable(path),
-                  qUtf16Printable(settings.error().localizedDescription));
-    return std::nullopt;
+    return std::ranges::any_of(secretFields(), [&settings](const SecretField &field) {
+        return isSecret(trimmedBlanksAndNewlines(settings.*field.value));
+    });
 }
 
-std::optional<ObserverSettings> firstReadable()
+void warnOfUnusableFiles(const SettingsOnDisk &found)
 {
-    auto primary = readSettingsFile(SettingsStore::primaryFile());
-    return primary ? primary : readSettingsFile(SettingsStore::legacyFile());
+    const auto warn = [](const QString &path, const std::optional<Error> &fault) {
+        if (fault)
+            qCWarning(logObserver, "%ls is left aside: %ls", qUtf16Printable(path),
+                      qUtf16Printable(fault->localizedDescription));
+    };
+    warn(SettingsStore::primaryFile(), found.primaryFault);
+    warn(SettingsStore::legacyFile(), found.legacyFault);
+}
+
+/// Beside the file, which is replaced as a whole and so can't be locked itself.
+QString lockFile()
+{
+    return SettingsStore::primaryFile() + QLatin1String(".lock");
+}
+
+Error lockIsHeld()
+{
+    return faultError(Fault::FileFailed,
+                      SettingsStore::primaryFile() + QLatin1String(" (another program holds its lock)"));
 }
 
 /// @return whether the store has confirmed the secret
@@ -66,16 +77,25 @@ bool moveToStore(SecretStore &secrets, const SecretField &field, const QString &
     return written.has_value();
 }
 
-Result<> writeSettingsFile(const ObserverSettings &settings)
+/// @return under which name a file that could not be understood is kept
+Result<std::optional<QString>> writeSettingsFile(const ObserverSettings &settings)
 {
     const QString path = SettingsStore::primaryFile();
-    // What somebody edited by hand and got wrong is still their work.
+    const QByteArray json = settings.toPrettyJson();
     const auto bytes = readFile(path);
+    if (bytes == json)
+        return std::nullopt;
+    // What somebody edited by hand and got wrong is still their work.
+    std::optional<QString> keptAs;
     if (bytes && !bytes->isEmpty() && !ObserverSettings::fromJson(*bytes)) {
-        if (const auto kept = keepDamagedFile(path); !kept)
+        auto kept = keepDamagedFile(path);
+        if (!kept)
             return std::unexpected(kept.error());
+        keptAs = *std::move(kept);
     }
-    return writeFileAtomically(path, settings.toPrettyJson());
+    if (const Result<> written = writeFileAtomically(path, json); !written)
+        return std::unexpected(written.error());
+    return keptAs;
 }
 
 /// Takes secrets that the store has now out of the legacy file. All its other bytes stay as they are.
@@ -103,7 +123,11 @@ void scrubLegacyFile(const ObserverSettings &moved)
 
 } // namespace
 
-SettingsStore::SettingsStore(SecretStore &secrets) : m_secrets(secrets) {}
+const QString SettingsStore::redacted = QStringLiteral("<redacted>");
+
+SettingsStore::SettingsStore(SecretStore &secrets, std::chrono::milliseconds lockPatience)
+    : m_secrets(secrets), m_lockPatience(lockPatience)
+{}
 
 QString SettingsStore::primaryFile()
 {
@@ -117,8 +141,26 @@ QString SettingsStore::legacyFile()
 
 ObserverSettings SettingsStore::load()
 {
-    const auto file = firstReadable();
-    ObserverSettings settings = file ? file->migratingLegacyDefaultDirectories() : ObserverSettings::defaults();
+    // Only a secret in the file makes a change of it, and who changes nothing needs no lock.
+    const SettingsOnDisk found = readSettingsOnDisk();
+    if (holdsSecret(found.settings))
+        return loadToKeep();
+    return loadAndMigrate(found, Rewriting::Forbidden);
+}
+
+ObserverSettings SettingsStore::loadToKeep()
+{
+    FileLock lock(lockFile());
+    const auto outcome = lock.acquire(m_lockPatience);
+    // Who can't be waited for any longer is not disturbed: the secret is taken out of the file next time.
+    return loadAndMigrate(readSettingsOnDisk(),
+                          outcome == FileLock::Outcome::HeldByAnother ? Rewriting::Forbidden : Rewriting::Allowed);
+}
+
+ObserverSettings SettingsStore::loadAndMigrate(const SettingsOnDisk &found, Rewriting rewriting)
+{
+    warnOfUnusableFiles(found);
+    ObserverSettings settings = found.settings;
     ObserverSettings onDisk = settings; // what the file may go on holding
     ObserverSettings moved;
     bool anyMoved = false;
@@ -126,47 +168,77 @@ ObserverSettings SettingsStore::load()
         QString &value = settings.*field.value;
         value = trimmedBlanksAndNewlines(value);
         const bool hasSecret = isSecret(value);
-        if (hasSecret && !moveToStore(m_secrets, field, value))
+        const bool moves = hasSecret && rewriting == Rewriting::Allowed && moveToStore(m_secrets, field, value);
+        if (hasSecret && !moves)
             continue; // it stays in the file, and as the younger one it also beats what the store may still hold
         onDisk.*field.value = QString();
-        if (hasSecret)
+        if (moves)
             moved.*field.value = value;
-        anyMoved = anyMoved || hasSecret;
+        anyMoved = anyMoved || moves;
         if (const auto stored = m_secrets.read(field.service, secretAccount))
             value = *stored;
     }
     if (anyMoved) {
         // The legacy file first: once the primary file is clean, nothing leads back here.
         scrubLegacyFile(moved);
-        if (const Result<> written = writeSettingsFile(onDisk); !written)
+        if (const auto written = writeSettingsFile(onDisk); !written)
             qCWarning(logObserver, "the settings could not be written without their secrets: %ls",
                       qUtf16Printable(written.error().localizedDescription));
     }
     return settings;
 }
 
-Result<> SettingsStore::save(const ObserverSettings &settings)
+Result<SavedSettings> SettingsStore::save(const ObserverSettings &settings)
 {
-    const auto current = firstReadable();
+    FileLock lock(lockFile());
+    if (lock.acquire(m_lockPatience) == FileLock::Outcome::HeldByAnother)
+        return std::unexpected(lockIsHeld());
+    return saveLocked(settings);
+}
+
+Result<SavedSettings> SettingsStore::change(const std::function<Result<>(ObserverSettings &)> &edit)
+{
+    FileLock lock(lockFile());
+    if (lock.acquire(m_lockPatience) == FileLock::Outcome::HeldByAnother)
+        return std::unexpected(lockIsHeld());
+    ObserverSettings settings = loadAndMigrate(readSettingsOnDisk(), Rewriting::Allowed);
+    for (const SecretField &field : secretFields())
+        settings.*field.value = redacted;
+    if (const Result<> edited = edit(settings); !edited)
+        return std::unexpected(edited.error());
+    return saveLocked(settings);
+}
+
+Result<SavedSettings> SettingsStore::saveLocked(const ObserverSettings &settings)
+{
+    const ObserverSettings current = readSettingsOnDisk().settings;
+    SavedSettings saved;
     ObserverSettings onDisk = settings;
     for (const SecretField &field : secretFields()) {
         QString value = trimmedBlanksAndNewlines(settings.*field.value);
         // The stored secret is left alone. One that the store refused before may still stand in the file.
         if (value == redacted)
-            value = current ? trimmedBlanksAndNewlines((*current).*field.value) : redacted;
-        else if (value.isEmpty())
-            removeFromStore(field.service);
+            value = trimmedBlanksAndNewlines(current.*field.value);
+        else if (value.isEmpty() && !removeFromStore(field.service))
+            saved.secretsNotRemoved.append(field.key);
         const bool stays = isSecret(value) && !moveToStore(m_secrets, field, value);
         onDisk.*field.value = stays ? value : QString();
     }
-    return writeSettingsFile(onDisk);
+    auto keptAs = writeSettingsFile(onDisk);
+    if (!keptAs)
+        return std::unexpected(keptAs.error());
+    saved.damagedFileKeptAs = *std::move(keptAs);
+    return saved;
 }
 
-void SettingsStore::removeFromStore(const QString &service)
+/// @return whether the store has confirmed it
+bool SettingsStore::removeFromStore(const QString &service)
 {
-    if (const Result<> removed = m_secrets.remove(service, secretAccount); !removed)
+    const Result<> removed = m_secrets.remove(service, secretAccount);
+    if (!removed)
         qCWarning(logObserver, "a secret could not be removed from its store: %ls",
                   qUtf16Printable(removed.error().localizedDescription));
+    return removed.has_value();
 }
 
 } // namespace ostrel

@@ -85,6 +85,28 @@ QByteArray encoded(const Record &record)
     return write.finish();
 }
 
+/// Writes a frame without its picture, and remembers where that belongs.
+class WriterAroundPicture
+{
+public:
+    void operator()(const char *key, const Base64Text &picture)
+    {
+        m_write(key, Base64Text::ofText(picture.otherText()));
+        m_pictureAt = m_write.size() - 1; // before the closing quotation mark
+    }
+    void operator()(const char *key, const auto &field) { m_write(key, field); }
+
+    CapturedFramePayload::JsonAroundPicture finish()
+    {
+        const QByteArray json = m_write.finish();
+        return {.before = json.first(m_pictureAt), .after = json.sliced(m_pictureAt)};
+    }
+
+private:
+    RecordWriter m_write;
+    qsizetype m_pictureAt = 0;
+};
+
 } // namespace
 
 Result<ObserverStatus> ObserverStatus::fromJson(const QByteArray &json)
@@ -105,6 +127,13 @@ Result<CapturedFramePayload> CapturedFramePayload::fromJson(const QByteArray &js
 QByteArray CapturedFramePayload::toJson() const
 {
     return encoded(*this);
+}
+
+CapturedFramePayload::JsonAroundPicture CapturedFramePayload::toJsonAroundPicture() const
+{
+    WriterAroundPicture write;
+    eachField(*this, write);
+    return write.finish();
 }
 
 Result<ArchiveStatus> ArchiveStatus::fromJson(const QByteArray &json)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Error.h"
+#include "observer/Base64Text.h"
 
 #include <QByteArray>
 #include <QString>
@@ -33,7 +34,7 @@ struct ObserverStatus {
 struct CapturedFramePayload {
     qint64 receivedAtMs = 0; ///< wall-clock milliseconds since 1970
     qint64 frameIndex = 0;   ///< 0, 1, 2, ... across all displays since the recorder's start
-    QByteArray videoBase64;  ///< the JPEG in standard base64, no line breaks
+    Base64Text videoBase64;  ///< the JPEG, on the wire in standard base64 without line breaks
     QString videoMimeType;
     std::optional<QString> text;
     QString displayId;
@@ -47,6 +48,13 @@ struct CapturedFramePayload {
     bool operator==(const CapturedFramePayload &) const = default;
     static Result<CapturedFramePayload> fromJson(const QByteArray &json);
     QByteArray toJson() const;
+
+    /// The JSON but for the picture: base64 of `videoBase64.bytes()` belongs between the two parts.
+    struct JsonAroundPicture {
+        QByteArray before;
+        QByteArray after;
+    };
+    JsonAroundPicture toJsonAroundPicture() const;
 };
 
 struct ArchiveStatus {

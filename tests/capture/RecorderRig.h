@@ -132,8 +132,8 @@ protected:
     /// The frames of the nth request to the frames endpoint.
     QJsonArray framesOf(int request) const
     {
-        QList<HttpRequest> posts;
-        for (const HttpRequest &each : transport.requests()) {
+        QList<FakeHttpTransport::Request> posts;
+        for (const FakeHttpTransport::Request &each : transport.requests()) {
             if (each.url.path() == QStringLiteral("/api/frames"))
                 posts.append(each);
         }

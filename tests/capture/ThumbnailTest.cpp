@@ -1,58 +1,48 @@
 #include "capture/Thumbnail.h"
 
-#include "EveryTarget.h"
 #include "capture/ThumbnailCells.h"
+#include "support/EveryTarget.h"
+#include "support/GuardedBytes.h"
 
 #include <algorithm>
 #include <cstring>
 #include <random>
-#include <sys/mman.h>
-#include <unistd.h>
 #include <vector>
 
 using namespace ostrel;
 
 namespace {
 
-/// Noise in memory of which nothing beyond the last row's last pixel can be read: it ends at a page that has no
-/// access.
+/// Noise that ends where memory ends, with the last row's last pixel.
 class GuardedPicture
 {
 public:
-    GuardedPicture(int width, int height, int paddingBytes, std::mt19937 &random) : m_width(width), m_height(height)
+    GuardedPicture(int width, int height, int paddingBytes, std::mt19937 &random)
+        : m_width(width), m_height(height), m_stride(std::size_t(width) * 4 + std::size_t(paddingBytes)),
+          m_bytes(m_stride * std::size_t(height - 1) + std::size_t(width) * 4)
     {
-        m_stride = std::size_t(width) * 4 + std::size_t(paddingBytes);
-        const std::size_t bytes = m_stride * std::size_t(height - 1) + std::size_t(width) * 4;
-        const auto page = std::size_t(sysconf(_SC_PAGESIZE));
-        const std::size_t usable = (bytes + page - 1) / page * page;
-        m_mappedBytes = usable + page;
-        m_mapping = static_cast<std::uint8_t *>(
-            mmap(nullptr, m_mappedBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-        EXPECT_EQ(mprotect(m_mapping + usable, page, PROT_NONE), 0);
-        m_pixels = m_mapping + usable - bytes;
-        for (std::size_t i = 0; i + 4 <= bytes; i += 4) {
+        const std::size_t size = std::size_t(m_bytes.view().size());
+        for (std::size_t i = 0; i + 4 <= size; i += 4) {
             const std::uint32_t noise = random();
-            std::memcpy(m_pixels + i, &noise, 4);
+            std::memcpy(pixels() + i, &noise, 4);
         }
     }
-    GuardedPicture(const GuardedPicture &) = delete;
-    ~GuardedPicture() { munmap(m_mapping, m_mappedBytes); }
 
     void fill(std::uint8_t level)
     {
         for (int y = 0; y < m_height; ++y)
-            std::memset(m_pixels + std::size_t(y) * m_stride, level, std::size_t(m_width) * 4);
+            std::memset(pixels() + std::size_t(y) * m_stride, level, std::size_t(m_width) * 4);
     }
 
-    FrameView view() const { return {m_pixels, m_width, m_height, std::ptrdiff_t(m_stride)}; }
+    FrameView view() const { return {pixels(), m_width, m_height, std::ptrdiff_t(m_stride)}; }
 
 private:
+    std::uint8_t *pixels() const { return reinterpret_cast<std::uint8_t *>(m_bytes.data()); }
+
     int m_width;
     int m_height;
-    std::size_t m_stride = 0;
-    std::size_t m_mappedBytes = 0;
-    std::uint8_t *m_mapping = nullptr;
-    std::uint8_t *m_pixels = nullptr;
+    std::size_t m_stride;
+    GuardedBytes m_bytes;
 };
 
 class ThumbnailOnEveryTarget : public EveryTarget

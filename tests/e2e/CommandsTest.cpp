@@ -54,7 +54,8 @@ TEST_F(CommandsWithoutDisplay, version_isPrinted)
 
 TEST_F(CommandsWithoutDisplay, everyCommand_hasHelp)
 {
-    for (const char *command : {"record", "journal", "displays", "context", "permissions", "settings"}) {
+    for (const char *command :
+         {"record", "journal", "displays", "context", "permissions", "settings", "status", "doctor"}) {
         const auto outcome = m_ostrel.run({QString::fromLatin1(command), QStringLiteral("--help")});
         EXPECT_EQ(outcome.status, 0) << command;
         EXPECT_THAT(outcome.output.toStdString(), HasSubstr(command));

@@ -1,16 +1,14 @@
 #include "OstrelProgram.h"
 
 #include "base/Files.h"
+#include "support/FreePort.h"
 
 #include <QDir>
+#include <QFile>
 
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
 #include <csignal>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 namespace ostrel {
 
@@ -20,22 +18,13 @@ namespace {
 
 constexpr int endTimeoutMs = 60'000;
 
-} // namespace
-
-int freePort()
+QByteArray readProc(const QString &process, const char *name)
 {
-    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    const bool bound = ::bind(socket, reinterpret_cast<sockaddr *>(&address), length) == 0 &&
-                       ::getsockname(socket, reinterpret_cast<sockaddr *>(&address), &length) == 0;
-    ::close(socket);
-    if (!bound)
-        failTest(QStringLiteral("no free port"));
-    return ntohs(address.sin_port);
+    QFile file(QStringLiteral("/proc/%1/%2").arg(process, QString::fromLatin1(name)));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
+
+} // namespace
 
 OstrelProgram::OstrelProgram(QProcessEnvironment environment) : m_environment(std::move(environment)) {}
 
@@ -105,6 +94,11 @@ void OstrelProgram::signal(int number)
     ::kill(pid_t(m_process->processId()), number);
 }
 
+qint64 OstrelProgram::processId() const
+{
+    return m_process->processId();
+}
+
 OstrelProgram::Outcome OstrelProgram::waitForEnd()
 {
     if (m_process->state() != QProcess::NotRunning && !m_process->waitForFinished(endTimeoutMs))
@@ -122,6 +116,34 @@ void OstrelProgram::writeSettings(const QByteArray &otherKeys, int port)
     ASSERT_TRUE(writeFileAtomically(path(QStringLiteral(".ostrel/settings.json")),
                                     "{\"localPort\": " + portText + comma + otherKeys + "}")
                     .has_value());
+}
+
+QList<qint64> OstrelProgram::observers() const
+{
+    const QByteArray variable = "HOME=" + home().toLocal8Bit();
+    QList<qint64> found;
+    for (const QString &name : QDir(QStringLiteral("/proc")).entryList({QStringLiteral("[0-9]*")}, QDir::Dirs)) {
+        if (readProc(name, "cmdline").contains("observer.mjs") &&
+            readProc(name, "environ").split('\0').contains(variable))
+            found.append(name.toLongLong());
+    }
+    return found;
+}
+
+void OstrelProgram::expectNoObserverStays() const
+{
+    waitUntil(QStringLiteral("the observer to end"), 15s, [this] { return observers().isEmpty(); });
+}
+
+QStringList OstrelProgram::spooled() const
+{
+    QStringList names;
+    for (const QString &folder : {QStringLiteral("incoming"), QStringLiteral("pending")}) {
+        const QDir directory(path(QStringLiteral(".ostrel/observer/") + folder));
+        for (const QString &name : directory.entryList(QDir::AllEntries | QDir::NoDotAndDotDot))
+            names.append(folder + QLatin1Char('/') + name);
+    }
+    return names;
 }
 
 QByteArray OstrelProgram::journal() const

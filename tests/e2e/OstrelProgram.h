@@ -4,6 +4,7 @@
 
 #include <QByteArray>
 #include <QJsonDocument>
+#include <QList>
 #include <QString>
 #include <QStringList>
 
@@ -39,10 +40,17 @@ public:
     void waitForMessage(const QByteArray &text);
     void terminate();
     void signal(int number);
+    qint64 processId() const;
     Outcome waitForEnd();
 
     /// Writes the settings file, with a free port unless one is given.
     void writeSettings(const QByteArray &otherKeys = {}, int port = 0);
+    /// The observers of this home, while they run.
+    QList<qint64> observers() const;
+    /// Waits until there is none.
+    void expectNoObserverStays() const;
+    /// What waits to be analysed, as names below `~/.ostrel/observer`.
+    QStringList spooled() const;
     /// All the journal's files, one after the other.
     QByteArray journal() const;
 
@@ -55,8 +63,5 @@ private:
     std::unique_ptr<QProcess> m_process;
     QByteArray m_messages;
 };
-
-/// A port that nobody listens on at the moment.
-int freePort();
 
 } // namespace ostrel

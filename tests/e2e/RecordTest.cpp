@@ -50,41 +50,6 @@ protected:
         }
     }
 
-    /// The observer of this home, while it runs: who has the lock of its state folder open.
-    QList<qint64> observerProcesses() const
-    {
-        QList<qint64> found;
-        for (const QString &name : QDir(QStringLiteral("/proc")).entryList({QStringLiteral("[0-9]*")}, QDir::Dirs)) {
-            const QByteArray commandLine = readProc(name, "cmdline");
-            const QByteArray home = "HOME=" + m_ostrel.home().toLocal8Bit();
-            if (commandLine.contains("observer.mjs") && readProc(name, "environ").split('\0').contains(home))
-                found.append(name.toLongLong());
-        }
-        return found;
-    }
-
-    static QByteArray readProc(const QString &process, const char *name)
-    {
-        QFile file(QStringLiteral("/proc/%1/%2").arg(process, QString::fromLatin1(name)));
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }
-
-    void expectNoObserverStays() const
-    {
-        waitUntil(QStringLiteral("the observer to end"), 15s, [this] { return observerProcesses().isEmpty(); });
-    }
-
-    /// What waits to be analysed.
-    QStringList spooledFiles() const
-    {
-        QStringList files;
-        for (const char *folder : {"incoming", "pending"}) {
-            const QDir directory(m_ostrel.path(QStringLiteral(".ostrel/observer/")) + QString::fromLatin1(folder));
-            files += directory.entryList(QDir::AllEntries | QDir::NoDotAndDotDot);
-        }
-        return files;
-    }
-
     const QString m_title = QStringLiteral("Release checklist");
     VirtualDesktop m_desktop{{.size = {1280, 800}, .windowManager = true}};
     OstrelProgram m_ostrel{m_desktop.environment()};
@@ -112,8 +77,8 @@ TEST_F(Recording, forSomeSeconds_writesTheJournalOfWhatWasInFront)
     EXPECT_THAT(journal, HasSubstr("start_time: "));
     EXPECT_THAT(journal, HasSubstr("Release checklist"));
     EXPECT_THAT(journal, HasSubstr("<!-- key:"));
-    EXPECT_EQ(spooledFiles(), QStringList());
-    expectNoObserverStays();
+    EXPECT_EQ(m_ostrel.spooled(), QStringList());
+    m_ostrel.expectNoObserverStays();
     const auto entries = m_ostrel.run({QStringLiteral("journal")});
     EXPECT_THAT(entries.output.toStdString(), HasSubstr("Release checklist"));
 }
@@ -128,8 +93,8 @@ TEST_F(Recording, terminatedBySignal_flushesStopsAndLosesNothing)
     EXPECT_EQ(outcome.status, 0) << outcome.messages.toStdString();
     EXPECT_THAT(outcome.messages.toStdString(), HasSubstr("callbacks="));
     EXPECT_THAT(m_ostrel.journal().toStdString(), HasSubstr("Release checklist"));
-    EXPECT_EQ(spooledFiles(), QStringList());
-    expectNoObserverStays();
+    EXPECT_EQ(m_ostrel.spooled(), QStringList());
+    m_ostrel.expectNoObserverStays();
 }
 
 TEST_F(Recording, hangUpUnderNohup_isIgnoredAndOtherwiseEndsIt)
@@ -168,7 +133,7 @@ TEST_F(Recording, observerThatHangsAtTheEnd_isExplainedAndASecondSignalEndsIt)
 {
     m_ostrel.start(record);
     m_ostrel.waitForMessage("Recording into");
-    const QList<qint64> observers = observerProcesses();
+    const QList<qint64> observers = m_ostrel.observers();
     for (const qint64 process : observers)
         ::kill(pid_t(process), SIGSTOP);
     m_ostrel.terminate();
@@ -179,7 +144,7 @@ TEST_F(Recording, observerThatHangsAtTheEnd_isExplainedAndASecondSignalEndsIt)
         ::kill(pid_t(process), SIGCONT);
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.messages.toStdString(), HasSubstr("ended at once"));
-    expectNoObserverStays();
+    m_ostrel.expectNoObserverStays();
 }
 
 TEST_F(Recording, secondRecorder_isRefusedAndNamesTheFirst)
@@ -199,12 +164,12 @@ TEST_F(Recording, observerKilled_endsTheRecordingWithStatus1)
 {
     m_ostrel.start(record);
     m_ostrel.waitForMessage("Recording into");
-    for (const qint64 process : observerProcesses())
+    for (const qint64 process : m_ostrel.observers())
         ::kill(pid_t(process), SIGKILL);
     const auto outcome = m_ostrel.waitForEnd();
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.messages.toStdString(), HasSubstr("ostrel: "));
-    expectNoObserverStays();
+    m_ostrel.expectNoObserverStays();
 }
 
 TEST_F(Recording, withoutNode_saysSoAndEnds)
@@ -226,7 +191,7 @@ TEST_F(Recording, serverGone_endsWithStatus1AndKeepsTheSpool)
     const auto outcome = m_ostrel.waitForEnd();
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.messages.toStdString(), HasSubstr("Screen capture failed repeatedly for Display 1 (main): "));
-    expectNoObserverStays();
+    m_ostrel.expectNoObserverStays();
 }
 
 TEST_F(Recording, portTakenByAnotherUser_sendsNothingAndNamesThePort)

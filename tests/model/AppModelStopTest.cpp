@@ -25,6 +25,18 @@ TEST_F(StopRecording, press_flushesThenStopsTheObserver)
     EXPECT_EQ(commands(), QStringList({postFrames, postStop}));
 }
 
+TEST_F(StopRecording, observerNamesNoSessionAfterwards_isAnOrdinaryStop)
+{
+    const ObserverStatus atRest;
+    m_observer.expect(postFrames, statusAnswer(true));
+    m_observer.expect(postStop, FakeHttpTransport::answer(atRest.toJson()));
+    m_observer.always(getStatus, FakeHttpTransport::answer(atRest.toJson()));
+    m_model->toggleRecording();
+    settle();
+    EXPECT_EQ(m_events, QStringList(endedByRequest));
+    EXPECT_EQ(m_model->helperError(), std::nullopt);
+}
+
 TEST_F(StopRecording, pressedTwiceDuringTheStop_startsExactlyOnceAfterIt)
 {
     m_observer.expect(postFrames, statusAnswer(true));
@@ -136,11 +148,12 @@ TEST_F(StopRecording, observerIsStartedAnewByItself_captureEndsAndTheModelIsIdle
     advance(1500ms);
     EXPECT_EQ(m_launcher.children().size(), 2);
     EXPECT_EQ(m_model->helperError(), startingText);
-    m_observer.always(getStatus, statusAnswer(false));
+    m_observer.always(getStatus, successorAnswer());
     advance(1500ms);
-    EXPECT_EQ(m_events, QStringList(observerStopped));
+    EXPECT_EQ(m_events, QStringList(observerEnded));
     EXPECT_FALSE(m_model->isRecording());
-    EXPECT_EQ(m_model->helperError(), std::nullopt);
+    EXPECT_FALSE(m_recorder->isCapturing());
+    EXPECT_EQ(m_model->helperError(), StatusTexts::observerEnded());
     EXPECT_EQ(commands(), QStringList());
 }
 
@@ -223,12 +236,13 @@ TEST_F(StopRecording, observerDiesAndABatchFails_itsTextOutlivesTheNewStart)
     m_launcher.expectLaunch();
     advance(100ms);
     ASSERT_EQ(m_launcher.children().size(), 2);
-    EXPECT_EQ(m_events, QStringList(captureFailed));
-    EXPECT_EQ(m_model->helperError(), words(Fault::ConnectionRefused));
-    m_observer.always(getStatus, statusAnswer(false));
+    EXPECT_EQ(m_events, QStringList(observerEnded));
+    EXPECT_EQ(m_model->helperError(), StatusTexts::observerEnded());
+    EXPECT_FALSE(m_model->isRecording());
+    m_observer.always(getStatus, successorAnswer());
     advance(1500ms);
     EXPECT_FALSE(m_model->isRecording());
-    EXPECT_EQ(m_model->helperError(), words(Fault::ConnectionRefused)) << "the recording has ended, and this is why";
+    EXPECT_EQ(m_model->helperError(), StatusTexts::observerEnded()) << "the recording has ended, and this is why";
 }
 
 } // namespace

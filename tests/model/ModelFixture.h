@@ -11,6 +11,7 @@
 #include "support/FakeHttpTransport.h"
 #include "support/FakeProcessLauncher.h"
 #include "support/FakeScreenCaptureAccess.h"
+#include "support/FakeSecretStore.h"
 #include "support/FakeSystemSettingsOpener.h"
 #include "support/FakeUserDefaults.h"
 #include "support/ManualClock.h"
@@ -38,14 +39,23 @@ inline const QString endedByRequest = QStringLiteral("ended: requested");
 inline const QString startFailed = QStringLiteral("ended: start failed");
 inline const QString captureFailed = QStringLiteral("ended: capture failed");
 inline const QString observerStopped = QStringLiteral("ended: observer stopped");
+inline const QString observerEnded = QStringLiteral("ended: observer ended");
 inline const QString started = QStringLiteral("started");
 inline const QString terminated = QStringLiteral("terminate");
 
+/// An answer of the one observer, which names the same session throughout.
 inline FakeHttpTransport::Answer statusAnswer(bool running)
 {
     ObserverStatus status;
     status.running = running;
+    status.sessionId = QStringLiteral("session-1");
     return FakeHttpTransport::answer(status.toJson());
+}
+
+/// An answer of an observer that has just been started: it knows of no session.
+inline FakeHttpTransport::Answer successorAnswer()
+{
+    return FakeHttpTransport::answer(ObserverStatus().toJson());
 }
 
 /// The whole model over the real process supervisor, client and recorder, with a desktop, an observer and a time that
@@ -66,7 +76,8 @@ protected:
         m_displays.onCapture = [this](quint32) -> Result<std::optional<FrameView>> {
             if (m_captureFails)
                 return std::unexpected(Error{.domain = {}, .code = 0, .localizedDescription = QStringLiteral("gone")});
-            m_picture.fill(m_level += 40);
+            if (!m_pictureStays)
+                m_picture.fill(m_level += 40);
             return m_picture.view();
         };
     }
@@ -96,11 +107,13 @@ protected:
             .accessibility = m_accessibility,
             .defaults = m_defaults,
             .systemSettings = m_opener,
+            .settingsStore = m_settingsStore,
+            .settingsQueue = m_settingsQueue,
             .terminate = [this] { m_events.append(terminated); },
         });
         QObject::connect(m_model.get(), &AppModel::recordingStarted, [this] { m_events.append(started); });
         QObject::connect(m_model.get(), &AppModel::recordingEnded, [this](RecordingEnd reason) {
-            const QStringList names{endedByRequest, startFailed, captureFailed, observerStopped};
+            const QStringList names{endedByRequest, startFailed, captureFailed, observerStopped, observerEnded};
             m_events.append(names[int(reason)]);
         });
         settle();
@@ -109,9 +122,11 @@ protected:
     void settle()
     {
         if (m_recorderHeld)
-            settleEvents({&m_context, &m_observerQueue, &m_worker});
+            settleEvents({&m_context, &m_observerQueue, &m_settingsQueue, &m_worker});
+        else if (m_permissionsHeld)
+            settleEvents({&m_samples, &m_context, &m_observerQueue, &m_settingsQueue});
         else
-            settleEvents({&m_samples, &m_context, &m_observerQueue, &m_worker});
+            settleEvents({&m_samples, &m_context, &m_observerQueue, &m_settingsQueue, &m_worker});
     }
     /// From now on a start of the recorder hangs until `releaseRecorder`.
     void holdRecorder()
@@ -126,6 +141,18 @@ protected:
     {
         m_recorderGate.count_down();
         m_recorderHeld = false;
+        settle();
+    }
+    /// From now on the permission check hangs until `releasePermissions`.
+    void holdPermissions()
+    {
+        m_permissionsHeld = true;
+        m_worker.post([this] { m_permissionsGate.wait(); });
+    }
+    void releasePermissions()
+    {
+        m_permissionsGate.count_down();
+        m_permissionsHeld = false;
         settle();
     }
     void advance(std::chrono::milliseconds duration)
@@ -165,9 +192,12 @@ protected:
     ManualClock m_clock{[this] { settle(); }};
     std::atomic<bool> m_screenGranted = true;
     std::atomic<bool> m_captureFails = false;
+    std::atomic<bool> m_pictureStays = false;
     std::uint8_t m_level = 0;
     std::latch m_recorderGate{1};
     bool m_recorderHeld = false;
+    std::latch m_permissionsGate{1};
+    bool m_permissionsHeld = false;
     FakePicture m_picture{64, 36};
     FakeScreenCaptureAccess m_screen;
     FakeAccessibilityAccess m_accessibility;
@@ -183,6 +213,9 @@ protected:
     SerialQueue m_context{QStringLiteral("test.context")};
     SerialQueue m_observerQueue{QStringLiteral("test.observer")};
     SerialQueue m_worker{QStringLiteral("test.worker")};
+    FakeSecretStore m_secrets;
+    SettingsStore m_settingsStore{m_secrets};
+    SerialQueue m_settingsQueue{QStringLiteral("test.settings")};
     QStringList m_events; ///< "started", "ended: ..." and "terminate", in order
     ScreenCaptureRecorder *m_recorder = nullptr;
     std::unique_ptr<AppModel> m_model;

@@ -48,7 +48,7 @@ TEST_F(Api, everyOperation_usesItsMethodPathAndBody)
         const auto result = runTask<Answer>(make);
         ASSERT_TRUE(result.has_value());
         EXPECT_TRUE(result->has_value());
-        const HttpRequest &request = m_transport.requests().last();
+        const FakeHttpTransport::Request &request = m_transport.requests().last();
         EXPECT_EQ(request.url.host(), QStringLiteral("127.0.0.1"));
         EXPECT_EQ(request.url.port(), 8799);
         EXPECT_EQ(onlyHeader("X-Ostrel-Local-Token"), QByteArray("token"));
@@ -176,7 +176,7 @@ TEST_F(Api, apiReplacedDuringACall_theCallStillAnswers)
 QList<CapturedFramePayload> largeBatch()
 {
     CapturedFramePayload frame;
-    frame.videoBase64 = QByteArray(1'000'000, 'A');
+    frame.videoBase64 = Base64Text::ofBytes(QByteArray(750'000, '\0'));
     frame.text = QStringLiteral("Application: Editor\nWindow: \"a\" é");
     QList<CapturedFramePayload> frames;
     for (; frames.size() < 52; ++frame.frameIndex)

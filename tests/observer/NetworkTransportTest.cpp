@@ -1,46 +1,22 @@
-#include "observer/NetworkTransport.h"
+#include "TransportRig.h"
 
 #include "base/Fault.h"
+#include "base/SerialQueue.h"
 #include "base/TaskSlot.h"
 #include "observer/LocalObserverAPI.h"
-#include "support/HttpTestServer.h"
-#include "support/ManualClock.h"
-#include "support/Printers.h"
-#include "support/RunTask.h"
-
-#include "support/StrangersListener.h"
 
 #include <QNetworkProxy>
 #include <QNetworkProxyFactory>
 
-#include <gtest/gtest.h>
+#include <array>
 
 using namespace ostrel;
-using namespace std::chrono_literals;
 
 namespace {
 
-using Answer = Result<HttpAnswer>;
-using Request = HttpTestServer::Request;
-
 const QByteArray idleStatus = R"({"running":false,"chunkIndex":0})";
 
-class Transport : public testing::Test
-{
-protected:
-    ~Transport() override { settleEvents(); }
-
-    Answer send(HttpRequest request)
-    {
-        const auto answer = runTask<Answer>([&](std::stop_token stop) { return m_transport.send(request, stop); });
-        EXPECT_TRUE(answer.has_value()) << "the request never ended";
-        return answer.value_or(std::unexpected(Error{}));
-    }
-    Answer get(const QUrl &url) { return send({.method = "GET", .url = url, .headers = {}, .body = {}}); }
-
-    ManualClock m_clock{[] { settleEvents(); }};
-    NetworkTransport m_transport{m_clock};
-};
+using Transport = TransportRig;
 
 TEST_F(Transport, get_carriesOurHeadersAndNoContentType)
 {
@@ -83,16 +59,43 @@ TEST_F(Transport, bodyOfAnySize_arrivesWhole)
     }
 }
 
-TEST_F(Transport, eachRequest_asksForAConnectionOfItsOwn)
+TEST_F(Transport, requestsThatOnlyAsk_shareAConnection)
 {
-    HttpTestServer server([](const Request &, QTcpSocket &socket) {
-        socket.write(HttpTestServer::response(200, "{}", "Connection: close\r\n"));
-        socket.disconnectFromHost();
-    });
+    HttpTestServer server(HttpTestServer::always(HttpTestServer::response(200, "{}")));
     for (int i = 0; i < 3; ++i)
         ASSERT_TRUE(get(server.url()).has_value());
-    EXPECT_EQ(server.connectionCount(), 3);
-    EXPECT_EQ(server.requests().last().header("connection"), QList<QByteArray>{"close"});
+    EXPECT_EQ(server.connectionCount(), 1);
+    EXPECT_EQ(server.requests().size(), 3);
+}
+
+TEST_F(Transport, requestThatChangesSomething_hasAConnectionOfItsOwn)
+{
+    // Closes what it was asked to close, as the observer does.
+    HttpTestServer server([](const Request &request, QTcpSocket &socket) {
+        socket.write(HttpTestServer::response(200, "{}"));
+        if (request.header("connection").contains("close"))
+            socket.disconnectFromHost();
+    });
+    for (const char *method : {"GET", "POST", "PUT", "POST"})
+        ASSERT_TRUE(send({.method = method, .url = server.url(), .headers = {}, .body = {}}));
+    EXPECT_EQ(server.connectionCount(), 4);
+    EXPECT_TRUE(pumpUntil([&] { return server.closedCount() == 3; }));
+    ASSERT_TRUE(get(server.url()).has_value());
+    EXPECT_EQ(server.connectionCount(), 4) << "the shared one is still there";
+}
+
+TEST_F(Transport, sharedConnectionThatWasClosedMeanwhile_isReplaced)
+{
+    QTcpSocket *connection = nullptr;
+    HttpTestServer server([&](const Request &, QTcpSocket &socket) {
+        connection = &socket;
+        socket.write(HttpTestServer::response(200, "{}"));
+    });
+    ASSERT_TRUE(get(server.url()).has_value());
+    connection->disconnectFromHost();
+    ASSERT_TRUE(pumpUntil([&] { return server.closedCount() == 1; }));
+    EXPECT_TRUE(get(server.url()).has_value());
+    EXPECT_EQ(server.connectionCount(), 2);
 }
 
 TEST_F(Transport, requestsAtTheSameTime_doNotWaitForEachOther)
@@ -222,231 +225,6 @@ TEST_F(Transport, proxiesOfEnvironmentAndDesktop_areIgnored)
         qunsetenv(name);
     EXPECT_EQ(answer->value().body, QByteArray("{}"));
     EXPECT_EQ(proxy.connectionCount(), 0);
-}
-
-TEST_F(Transport, nobodyListens_isConnectionRefused)
-{
-    quint16 port = 0;
-    {
-        const HttpTestServer gone(HttpTestServer::always({}));
-        port = gone.port();
-    }
-    const QUrl url(QStringLiteral("http://127.0.0.1:%1").arg(port));
-    for (const QByteArray &body : {QByteArray(), QByteArray("{}"), QByteArray(1'000'000, 'x')}) {
-        const Answer answer = send({.method = "POST", .url = url, .headers = {}, .body = body});
-        ASSERT_FALSE(answer.has_value());
-        EXPECT_EQ(answer.error(), faultError(Fault::ConnectionRefused)) << body.size();
-    }
-}
-
-TEST_F(Transport, connectionClosedBeforeTheAnswer_failsAndNothingIsSentTwice)
-{
-    HttpTestServer server([](const Request &, QTcpSocket &socket) { socket.disconnectFromHost(); });
-    const QList<HttpRequest> requests = {
-        {.method = "GET", .url = server.url(), .headers = {}, .body = {}},
-        {.method = "POST", .url = server.url(), .headers = {}, .body = {}},
-        {.method = "POST", .url = server.url(), .headers = {}, .body = QByteArray(100'000, 'x')}};
-    for (const HttpRequest &request : requests) {
-        const Answer answer = send(request);
-        ASSERT_FALSE(answer.has_value());
-        EXPECT_EQ(answer.error(), faultError(Fault::ConnectionClosed));
-    }
-    EXPECT_EQ(server.connectionCount(), 3);
-    EXPECT_EQ(server.requests().size(), 3);
-}
-
-TEST_F(Transport, serverThatDiesWhileABodyIsOnItsWay_isAClosedConnection)
-{
-    QTcpServer server;
-    ASSERT_TRUE(server.listen(QHostAddress::LocalHost));
-    QObject::connect(&server, &QTcpServer::newConnection, &server, [&server] {
-        QTcpSocket *socket = server.nextPendingConnection();
-        // What it has not read makes the kernel cut the connection off instead of closing it.
-        QObject::connect(socket, &QTcpSocket::readyRead, socket, &QTcpSocket::abort);
-    });
-    const QUrl url(QStringLiteral("http://127.0.0.1:%1").arg(server.serverPort()));
-    for (const qsizetype size : {100, 100'000, 20'000'000}) {
-        const Answer answer = send({.method = "POST", .url = url, .headers = {}, .body = QByteArray(size, 'x')});
-        ASSERT_FALSE(answer.has_value());
-        EXPECT_EQ(answer.error(), faultError(Fault::ConnectionClosed)) << size;
-    }
-}
-
-TEST_F(Transport, answerWithoutReadingTheBody_isThatAnswerOrAClosedConnection)
-{
-    QTcpServer server;
-    ASSERT_TRUE(server.listen(QHostAddress::LocalHost));
-    QObject::connect(&server, &QTcpServer::newConnection, &server, [&server] {
-        QTcpSocket *socket = server.nextPendingConnection();
-        socket->write(HttpTestServer::response(409, "{}"));
-        socket->disconnectFromHost();
-    });
-    const QUrl url(QStringLiteral("http://127.0.0.1:%1").arg(server.serverPort()));
-    for (int i = 0; i < 60; ++i) {
-        const qsizetype size = 1 + i * qsizetype(40'000);
-        const Answer answer = send({.method = "POST", .url = url, .headers = {}, .body = QByteArray(size, 'x')});
-        if (answer)
-            EXPECT_EQ(answer->statusCode, 409);
-        else
-            EXPECT_EQ(answer.error(), faultError(Fault::ConnectionClosed)) << size;
-    }
-}
-
-TEST_F(Transport, connectionClosedInTheMiddleOfTheAnswer_fails)
-{
-    HttpTestServer server([](const Request &, QTcpSocket &socket) {
-        socket.write("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n{");
-        socket.disconnectFromHost();
-    });
-    const Answer answer = get(server.url());
-    ASSERT_FALSE(answer.has_value());
-    EXPECT_EQ(answer.error(), faultError(Fault::ConnectionClosed));
-}
-
-TEST_F(Transport, answerThatIsNotHttp_fails)
-{
-    HttpTestServer server([](const Request &, QTcpSocket &socket) {
-        socket.write("SSH-2.0-OpenSSH_9.2\r\n\r\n");
-        socket.disconnectFromHost();
-    });
-    EXPECT_FALSE(get(server.url()).has_value());
-}
-
-TEST_F(Transport, serverThatDrips_hasSixtySecondsForAllOfIt)
-{
-    QTcpSocket *connection = nullptr;
-    HttpTestServer server([&](const Request &, QTcpSocket &socket) {
-        connection = &socket;
-        socket.write("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n");
-    });
-    std::optional<Answer> answer;
-    TaskSlot slot;
-    slot.start([&](std::stop_token stop) -> Task<> {
-        answer = co_await m_transport.send({.method = "GET", .url = server.url(), .headers = {}, .body = {}}, stop);
-    });
-    ASSERT_TRUE(pumpUntil([&] { return connection != nullptr; }));
-    for (int second = 0; second < 59; ++second) {
-        connection->write("x");
-        m_clock.advance(1s);
-    }
-    m_clock.advance(999ms);
-    EXPECT_FALSE(answer.has_value());
-    m_clock.advance(1ms);
-    ASSERT_TRUE(answer.has_value());
-    EXPECT_EQ(answer->error(), faultError(Fault::TimedOut));
-    EXPECT_TRUE(pumpUntil([&] { return server.closedCount() == 1; })) << "the connection is closed";
-}
-
-TEST_F(Transport, serverThatNeverAnswers_hasSixtySeconds)
-{
-    HttpTestServer server([](const Request &, QTcpSocket &) {});
-    std::optional<Answer> answer;
-    TaskSlot slot;
-    slot.start([&](std::stop_token stop) -> Task<> {
-        answer = co_await m_transport.send({.method = "GET", .url = server.url(), .headers = {}, .body = {}}, stop);
-    });
-    ASSERT_TRUE(pumpUntil([&] { return server.requests().size() == 1; }));
-    m_clock.advance(60s);
-    ASSERT_TRUE(answer.has_value());
-    EXPECT_EQ(answer->error(), faultError(Fault::TimedOut));
-}
-
-TEST_F(Transport, answeredRequest_leavesNoTimerBehind)
-{
-    HttpTestServer server(HttpTestServer::always(HttpTestServer::response(200, "{}")));
-    ASSERT_TRUE(get(server.url()).has_value());
-    EXPECT_EQ(m_clock.pendingTimerCount(), 0);
-}
-
-TEST_F(Transport, cancelledRequest_hasEndedWhenCancelReturnsAndItsConnectionCloses)
-{
-    HttpTestServer server([](const Request &, QTcpSocket &) {});
-    std::optional<Answer> answer;
-    TaskSlot slot;
-    slot.start([&](std::stop_token stop) -> Task<> {
-        answer = co_await m_transport.send({.method = "GET", .url = server.url(), .headers = {}, .body = {}}, stop);
-    });
-    ASSERT_TRUE(pumpUntil([&] { return server.requests().size() == 1; }));
-    slot.cancel();
-    ASSERT_TRUE(answer.has_value());
-    EXPECT_TRUE(isFault(answer->error(), Fault::Cancelled));
-    EXPECT_EQ(m_clock.pendingTimerCount(), 0);
-    EXPECT_TRUE(pumpUntil([&] { return server.closedCount() == 1; }));
-}
-
-TEST_F(Transport, stoppedBeforeItBegins_sendsNothing)
-{
-    HttpTestServer server(HttpTestServer::always(HttpTestServer::response(200, "{}")));
-    std::stop_source stop;
-    stop.request_stop();
-    const auto answer = runTask<Answer>([&](std::stop_token) {
-        return m_transport.send({.method = "GET", .url = server.url(), .headers = {}, .body = {}}, stop.get_token());
-    });
-    EXPECT_TRUE(isFault(answer->error(), Fault::Cancelled));
-    settleEvents();
-    EXPECT_EQ(server.connectionCount(), 0);
-}
-
-TEST_F(Transport, strangerOnThePort_getsNoConnectionAndTheErrorNamesThePort)
-{
-    StrangersListener stranger;
-    ASSERT_NE(stranger.port(), 0);
-    // Root's stranger is a real one. An ordinary user can't make one, so there we say that we are somebody else.
-    NetworkTransport asSomebodyElse(m_clock, [](quint16 port) { return portOwner(port, ::geteuid() + 1); });
-    NetworkTransport &transport = ::geteuid() == 0 ? m_transport : asSomebodyElse;
-    SerialQueue worker(QStringLiteral("worker"));
-    const QUrl url(QStringLiteral("http://127.0.0.1:%1").arg(stranger.port()));
-    LocalObserverAPI api(url, QStringLiteral("token"), transport, worker);
-    CapturedFramePayload frame;
-    frame.videoBase64 = "AAAA";
-    const auto status = runTask<Result<ObserverStatus>>([&](auto stop) { return api.status(stop); });
-    const auto frames = runTask<Result<ObserverStatus>>([&](auto stop) { return api.submitFrames({frame}, stop); });
-    for (const auto &result : {status, frames}) {
-        ASSERT_TRUE(result && !*result);
-        EXPECT_EQ(result->error().localizedDescription,
-                  QStringLiteral("Port %1 is in use by another program").arg(stranger.port()));
-        EXPECT_TRUE(isFault(result->error(), Fault::PortTaken));
-    }
-    EXPECT_EQ(stranger.finish(), 0) << "not even a connection";
-}
-
-TEST_F(Transport, strangerWhoTakesThePortBetweenTwoRequests_getsNothing)
-{
-    HttpTestServer server(HttpTestServer::always(HttpTestServer::response(200, "{}")));
-    PortOwner owner = PortOwner::OurUser;
-    NetworkTransport transport(m_clock, [&owner](quint16) { return Result<PortOwner>(owner); });
-    const auto ask = [&] {
-        return *runTask<Answer>([&](auto stop) {
-            return transport.send({.method = "GET", .url = server.url(), .headers = {}, .body = {}}, stop);
-        });
-    };
-    EXPECT_TRUE(ask().has_value());
-    owner = PortOwner::AnotherUser;
-    EXPECT_TRUE(isFault(ask().error(), Fault::PortTaken));
-    EXPECT_EQ(server.requests().size(), 1);
-}
-
-TEST_F(Transport, ownerThatCannotBeFoundOut_getsNothing)
-{
-    HttpTestServer server(HttpTestServer::always(HttpTestServer::response(200, "{}")));
-    NetworkTransport transport(m_clock, [](quint16) {
-        return Result<PortOwner>(std::unexpected(fileError(EACCES, QStringLiteral("/proc/net/tcp"))));
-    });
-    const auto answer = runTask<Answer>([&](auto stop) {
-        return transport.send({.method = "GET", .url = server.url(), .headers = {}, .body = {}}, stop);
-    });
-    EXPECT_TRUE(isFault(answer->error(), Fault::NetworkFailed));
-    EXPECT_EQ(server.connectionCount(), 0);
-}
-
-TEST_F(Transport, addressesBesidesTheLoopbackOne_areBadUrls)
-{
-    for (const char *url : {"http://localhost:1/", "http://192.0.2.1:1/", "https://127.0.0.1:1/", "file:///etc/passwd",
-                            "", "http://127.0.0.1:70000/", "/api/status"}) {
-        const Answer answer = get(QUrl(QString::fromLatin1(url)));
-        ASSERT_FALSE(answer.has_value());
-        EXPECT_TRUE(isFault(answer.error(), Fault::BadUrl)) << url;
-    }
 }
 
 } // namespace

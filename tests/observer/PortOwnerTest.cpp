@@ -7,11 +7,14 @@
 #include "support/StrangersListener.h"
 
 #include <QTcpServer>
+#include <QTcpSocket>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <memory>
+#include <vector>
 
 using namespace ostrel;
 
@@ -40,7 +43,7 @@ protected:
         const QByteArray head = "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid\n";
         ASSERT_TRUE(writeFileAtomically(m_folder.filePath(QString::fromLatin1(table)), head + lines).has_value());
     }
-    PortOwner owner() const { return portOwner(port, us, m_folder.path()).value(); }
+    PortOwner owner() const { return portOwnerInTables(port, us, m_folder.path()).value(); }
 
     QTemporaryDir m_folder;
 };
@@ -98,33 +101,98 @@ TEST_F(PortOwnerTables, strangerOnEveryAddressBesideOurs_isOneTooMany)
 
 TEST_F(PortOwnerTables, tableThatCannotBeRead_isAnErrorRatherThanNobody)
 {
-    const auto answer = portOwner(port, us, m_folder.filePath(QStringLiteral("gone")));
+    const auto answer = portOwnerInTables(port, us, m_folder.filePath(QStringLiteral("gone")));
     ASSERT_FALSE(answer.has_value());
     EXPECT_TRUE(isFault(answer.error(), Fault::NoSuchFile));
 }
 
-TEST(PortOwnerOfTheSystem, realListeners_areFoundWithTheirUser)
+/// Real sockets, looked up in each way that there is.
+class PortOwnerOfTheSystem : public testing::Test
+{
+protected:
+    static void expectOwner(quint16 port, uid_t user, PortOwner owner)
+    {
+        EXPECT_EQ(portOwner(port, user), owner);
+        EXPECT_EQ(portOwnerInTables(port, user), owner);
+    }
+};
+
+TEST_F(PortOwnerOfTheSystem, realListeners_areFoundWithTheirUser)
 {
     QTcpServer ours;
     ASSERT_TRUE(ours.listen(QHostAddress::LocalHost));
-    EXPECT_EQ(portOwner(ours.serverPort(), ::geteuid()), PortOwner::OurUser);
-    EXPECT_EQ(portOwner(ours.serverPort(), ::geteuid() + 1), PortOwner::AnotherUser);
+    expectOwner(ours.serverPort(), ::geteuid(), PortOwner::OurUser);
+    expectOwner(ours.serverPort(), ::geteuid() + 1, PortOwner::AnotherUser);
     const quint16 port = ours.serverPort();
     ours.close();
-    EXPECT_EQ(portOwner(port, ::geteuid()), PortOwner::Nobody);
+    expectOwner(port, ::geteuid(), PortOwner::Nobody);
     const StrangersListener stranger;
     ASSERT_NE(stranger.port(), 0);
-    EXPECT_EQ(portOwner(stranger.port(), StrangersListener::user()), PortOwner::OurUser);
-    EXPECT_EQ(portOwner(stranger.port(), StrangersListener::user() + 1), PortOwner::AnotherUser);
+    expectOwner(stranger.port(), StrangersListener::user(), PortOwner::OurUser);
+    expectOwner(stranger.port(), StrangersListener::user() + 1, PortOwner::AnotherUser);
 }
 
-TEST(PortOwnerOfTheSystem, listenersOnEveryAddressAndOnIpv6_areFound)
+TEST_F(PortOwnerOfTheSystem, listenersOnEveryAddressAndOnIpv6_areFound)
 {
     QTcpServer everywhere, dual;
     ASSERT_TRUE(everywhere.listen(QHostAddress::AnyIPv4));
-    EXPECT_EQ(portOwner(everywhere.serverPort(), ::geteuid()), PortOwner::OurUser);
+    expectOwner(everywhere.serverPort(), ::geteuid(), PortOwner::OurUser);
     ASSERT_TRUE(dual.listen(QHostAddress::Any));
-    EXPECT_EQ(portOwner(dual.serverPort(), ::geteuid()), PortOwner::OurUser);
+    expectOwner(dual.serverPort(), ::geteuid(), PortOwner::OurUser);
+}
+
+TEST_F(PortOwnerOfTheSystem, listenerOfIpv6OnTheMappedLoopbackAddress_isFound)
+{
+    const int socket = ::socket(AF_INET6, SOCK_STREAM, 0);
+    sockaddr_in6 address{};
+    address.sin6_family = AF_INET6;
+    ASSERT_EQ(::inet_pton(AF_INET6, "::ffff:127.0.0.1", &address.sin6_addr), 1);
+    socklen_t size = sizeof(address);
+    auto *generic = reinterpret_cast<sockaddr *>(&address);
+    ASSERT_EQ(::bind(socket, generic, size), 0);
+    ASSERT_EQ(::listen(socket, 1), 0);
+    ASSERT_EQ(::getsockname(socket, generic, &size), 0);
+    expectOwner(ntohs(address.sin6_port), ::geteuid(), PortOwner::OurUser);
+    expectOwner(ntohs(address.sin6_port), ::geteuid() + 1, PortOwner::AnotherUser);
+    ::close(socket);
+}
+
+TEST_F(PortOwnerOfTheSystem, listenersElsewhere_areNotFound)
+{
+    QTcpServer otherLoopback, loopback6;
+    ASSERT_TRUE(otherLoopback.listen(QHostAddress(QStringLiteral("127.0.0.2"))));
+    expectOwner(otherLoopback.serverPort(), ::geteuid(), PortOwner::Nobody);
+    ASSERT_TRUE(loopback6.listen(QHostAddress::LocalHostIPv6));
+    expectOwner(loopback6.serverPort(), ::geteuid(), PortOwner::Nobody);
+}
+
+TEST_F(PortOwnerOfTheSystem, connectionsOfThePort_areNoListeners)
+{
+    QTcpServer server;
+    ASSERT_TRUE(server.listen(QHostAddress::LocalHost));
+    QTcpSocket client;
+    client.connectToHost(QHostAddress::LocalHost, server.serverPort());
+    ASSERT_TRUE(client.waitForConnected());
+    expectOwner(client.localPort(), ::geteuid(), PortOwner::Nobody);
+    server.close();
+    expectOwner(client.peerPort(), ::geteuid(), PortOwner::Nobody);
+}
+
+TEST_F(PortOwnerOfTheSystem, manyListenersOfOnePort_areAllLookedAt)
+{
+    // More of them than fit into one message of the kernel.
+    QTcpServer elsewhere;
+    ASSERT_TRUE(elsewhere.listen(QHostAddress(QStringLiteral("127.0.0.2"))));
+    const quint16 port = elsewhere.serverPort();
+    std::vector<std::unique_ptr<QTcpServer>> others;
+    for (quint32 i = 3; i < 253; ++i) {
+        others.push_back(std::make_unique<QTcpServer>());
+        ASSERT_TRUE(others.back()->listen(QHostAddress(0x7f000000U + i), port));
+    }
+    expectOwner(port, ::geteuid(), PortOwner::Nobody);
+    QTcpServer ours;
+    ASSERT_TRUE(ours.listen(QHostAddress::LocalHost, port));
+    expectOwner(port, ::geteuid(), PortOwner::OurUser);
 }
 
 } // namespace

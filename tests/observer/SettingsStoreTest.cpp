@@ -1,6 +1,7 @@
 #include "observer/SettingsStore.h"
 
 #include "base/Fault.h"
+#include "base/FileLock.h"
 #include "base/Files.h"
 #include "support/FakeSecretStore.h"
 #include "support/Printers.h"
@@ -362,8 +363,60 @@ TEST_F(Settings, killBetweenTemporaryFileAndRename_leavesTheOldFileWhole)
     EXPECT_EQ(WTERMSIG(status), SIGSYS);
     EXPECT_EQ(primary(), bytes);
     EXPECT_EQ(m_store.load(), before);
-    const QStringList files = QDir(m_home.path(QStringLiteral(".ostrel"))).entryList(QDir::Files);
-    EXPECT_EQ(files.size(), 2) << "the temporary file proves that the kill came after it was written";
+    const QStringList files =
+        QDir(m_home.path(QStringLiteral(".ostrel"))).entryList({QStringLiteral("settings.json.??????")}, QDir::Files);
+    EXPECT_EQ(files.size(), 1) << "the temporary file proves that the kill came after it was written";
+}
+
+TEST_F(Settings, change_startsFromWhatIsThereAndLeavesSecretsAlone)
+{
+    writePrimary(R"({"localPort":9001})");
+    m_secrets.put(vertexApiKeyService, QStringLiteral("kept"));
+    const auto saved = m_store.change([](ObserverSettings &settings) -> Result<> {
+        EXPECT_EQ(settings.localPort, 9001);
+        EXPECT_EQ(settings.byokGoogleVertexApiKey, SettingsStore::redacted);
+        EXPECT_EQ(settings.analysisApiToken, SettingsStore::redacted);
+        settings.frameFps = 1;
+        return {};
+    });
+    EXPECT_EQ(saved, SavedSettings());
+    EXPECT_EQ(onDisk().frameFps, 1);
+    EXPECT_EQ(m_secrets.item(vertexApiKeyService), QStringLiteral("kept"));
+}
+
+TEST_F(Settings, changeThatRefuses_leavesTheFileAsItWas)
+{
+    writePrimary(R"({"localPort":9001})");
+    const Error refusal = faultError(Fault::Cancelled);
+    EXPECT_EQ(m_store.change([&](ObserverSettings &) -> Result<> { return std::unexpected(refusal); }),
+              std::unexpected(refusal));
+    EXPECT_EQ(primary(), QByteArray(R"({"localPort":9001})"));
+}
+
+TEST_F(Settings, whileAnotherProgramChangesThem_nothingIsWrittenAndItSaysSo)
+{
+    SettingsStore impatient(m_secrets, std::chrono::milliseconds(20));
+    writePrimary(withKey("abc"));
+    FileLock other(SettingsStore::primaryFile() + QLatin1String(".lock"));
+    ASSERT_EQ(other.acquire(std::chrono::milliseconds(0)), FileLock::Outcome::Acquired);
+
+    const auto saved = impatient.save(ObserverSettings::defaults());
+    ASSERT_FALSE(saved.has_value());
+    EXPECT_TRUE(isFault(saved.error(), Fault::FileFailed));
+    EXPECT_FALSE(impatient.change([](ObserverSettings &) -> Result<> { return {}; }).has_value());
+    EXPECT_EQ(impatient.load().byokGoogleVertexApiKey, QStringLiteral("abc")) << "reading needs no turn";
+    EXPECT_EQ(m_secrets.item(vertexApiKeyService), std::nullopt) << "moving a secret does";
+    EXPECT_EQ(primary(), withKey("abc"));
+}
+
+TEST_F(Settings, recordThatIsThereAlready_isNotWrittenAgain)
+{
+    ASSERT_TRUE(m_store.save(ObserverSettings::defaults()).has_value());
+    struct stat before{}, after{};
+    ASSERT_EQ(::stat(QFile::encodeName(SettingsStore::primaryFile()).constData(), &before), 0);
+    ASSERT_TRUE(m_store.save(ObserverSettings::defaults()).has_value());
+    ASSERT_EQ(::stat(QFile::encodeName(SettingsStore::primaryFile()).constData(), &after), 0);
+    EXPECT_EQ(after.st_ino, before.st_ino);
 }
 
 } // namespace

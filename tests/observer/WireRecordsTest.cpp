@@ -94,7 +94,7 @@ TEST(WireRecords, frameWithoutContext_isEncodedWithoutTextAndActiveKeys)
 {
     CapturedFramePayload frame;
     frame.receivedAtMs = 1;
-    frame.videoBase64 = "AAAA";
+    frame.videoBase64 = Base64Text::ofText("AAAA");
     frame.videoMimeType = QStringLiteral("image/jpeg");
     EXPECT_EQ(frame.toJson(), QByteArray(R"({"receivedAtMs":1,"frameIndex":0,"videoBase64":"AAAA",)"
                                          R"("videoMimeType":"image/jpeg","displayId":"","displayLabel":"",)"

@@ -84,6 +84,31 @@ TEST_F(SecretFile, removingWhatIsNotThere_succeedsAndMakesNoFile)
     EXPECT_EQ(read(), QStringLiteral("one"));
 }
 
+TEST_F(SecretFile, removalThatIsRemembered_isNullInTheFileAndNoItem)
+{
+    ASSERT_TRUE(write("one").has_value());
+    ASSERT_TRUE(m_store.put(service, secretAccount, {}).has_value());
+    EXPECT_EQ(readFile(file()).value().simplified(), QByteArray(R"({ "service": { "default": null } })"));
+    EXPECT_EQ(read(), std::nullopt);
+    EXPECT_EQ(m_store.entry(service, secretAccount).value(), SecretEntry{});
+    ASSERT_TRUE(m_store.write(QStringLiteral("other"), secretAccount, QStringLiteral("two")).has_value());
+    EXPECT_EQ(m_store.entry(service, secretAccount).value(), SecretEntry{}) << "it outlasts other changes";
+    EXPECT_FALSE(QFileInfo::exists(beside("secrets.json.damaged"))) << "null is no damage";
+    ASSERT_TRUE(write("again").has_value());
+    EXPECT_EQ(read(), QStringLiteral("again"));
+}
+
+TEST_F(SecretFile, erasedEntry_isForgottenOnlyWhenItIsAsExpected)
+{
+    const SecretEntry one{.value = QStringLiteral("one")};
+    ASSERT_TRUE(m_store.put(service, secretAccount, one).has_value());
+    ASSERT_TRUE(m_store.erase(service, secretAccount, SecretEntry{}).has_value());
+    ASSERT_TRUE(m_store.erase(service, secretAccount, SecretEntry{.value = QStringLiteral("two")}).has_value());
+    EXPECT_EQ(m_store.entry(service, secretAccount).value(), one);
+    ASSERT_TRUE(m_store.erase(service, secretAccount, one).has_value());
+    EXPECT_EQ(m_store.entry(service, secretAccount).value(), std::nullopt);
+}
+
 TEST_F(SecretFile, newFile_isForItsUserAloneInAFolderOfTheSameKind)
 {
     ASSERT_TRUE(write("one").has_value());

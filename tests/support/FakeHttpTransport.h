@@ -12,6 +12,8 @@
 #include <algorithm>
 #include <memory>
 #include <optional>
+#include <utility>
+#include <variant>
 
 #include <gtest/gtest.h>
 
@@ -23,6 +25,14 @@ class FakeHttpTransport final : public HttpTransport
 {
 public:
     using Answer = Result<HttpAnswer>;
+
+    /// A request that came, its body gathered.
+    struct Request {
+        QByteArray method;
+        QUrl url;
+        QList<std::pair<QByteArray, QByteArray>> headers;
+        std::optional<QByteArray> body;
+    };
 
     /// An answer that comes only when the test gives it.
     class HeldAnswer
@@ -71,7 +81,7 @@ public:
     /// From now on a request to the endpoint is unexpected again.
     void never(const QString &endpoint) { m_always.remove(endpoint); }
 
-    const QList<HttpRequest> &requests() const { return m_requests; }
+    const QList<Request> &requests() const { return m_requests; }
     QStringList endpoints() const
     {
         QStringList endpoints;
@@ -85,8 +95,11 @@ public:
     {
         if (stop.stop_requested())
             co_return failure(Fault::Cancelled);
-        const QString endpoint = endpointOf(request);
-        m_requests.append(std::move(request));
+        m_requests.append(Request{.method = request.method,
+                                  .url = request.url,
+                                  .headers = request.headers,
+                                  .body = gathered(std::move(request.body))});
+        const QString endpoint = endpointOf(m_requests.last());
         Script script = take(endpoint);
         if (script.answer)
             co_return *std::move(script.answer);
@@ -103,7 +116,22 @@ private:
         std::shared_ptr<HeldAnswer> held;
     };
 
-    static QString endpointOf(const HttpRequest &request)
+    /// Here and now, not on the body's queue: a held queue is for the test to hold.
+    static std::optional<QByteArray> gathered(HttpBody body)
+    {
+        if (auto *bytes = std::get_if<QByteArray>(&body))
+            return std::move(*bytes);
+        const auto *streamed = std::get_if<StreamedBody>(&body);
+        if (!streamed)
+            return std::nullopt;
+        QByteArray whole;
+        for (QByteArray piece = streamed->source->nextPiece(); !piece.isEmpty(); piece = streamed->source->nextPiece())
+            whole += piece;
+        EXPECT_EQ(whole.size(), streamed->source->size()) << "a body of another size than it said";
+        return whole;
+    }
+
+    static QString endpointOf(const Request &request)
     {
         return QString::fromLatin1(request.method) + u' ' + request.url.path();
     }
@@ -120,7 +148,7 @@ private:
 
     QHash<QString, QList<Script>> m_scripted;
     QHash<QString, Answer> m_always;
-    QList<HttpRequest> m_requests;
+    QList<Request> m_requests;
 };
 
 } // namespace ostrel

@@ -19,7 +19,7 @@ class FakeSecretStore final : public SecretStore
 {
 public:
     struct Faults {
-        bool reads = false;    ///< reads find nothing
+        bool reads = false;    ///< nothing can be read
         bool writes = false;   ///< writes are refused
         bool removals = false; ///< removals are refused
     };
@@ -63,11 +63,13 @@ public:
         m_unblocked.notify_all();
     }
 
-    std::optional<QString> read(const QString &service, const QString &account) override
+    Result<std::optional<QString>> lookUp(const QString &service, const QString &account) override
     {
         const auto lock = enter("read ", service, account);
+        if (m_faults.reads)
+            return std::unexpected(faultError(Fault::PermissionDenied, QStringLiteral("keyring")));
         const auto found = m_items.find(service);
-        return m_faults.reads || found == m_items.end() ? std::nullopt : std::optional(*found);
+        return found == m_items.end() ? std::nullopt : std::optional(*found);
     }
     Result<> write(const QString &service, const QString &account, const QString &value) override
     {

@@ -11,5 +11,7 @@ Command displaysCommand();
 Command contextCommand();
 Command permissionsCommand();
 Command settingsCommand();
+Command statusCommand();
+Command doctorCommand();
 
 } // namespace ostrel

@@ -1,4 +1,5 @@
 #include "app/commands/Commands.h"
+#include "app/commands/SettingsSet.h"
 #include "observer/SettingsFields.h"
 #include "observer/SettingsStore.h"
 
@@ -13,7 +14,7 @@ ObserverSettings redacted(ObserverSettings settings)
 {
     for (QString *secret : {&settings.analysisApiToken, &settings.byokGoogleVertexApiKey}) {
         if (!secret->isEmpty())
-            *secret = QStringLiteral("<redacted>");
+            *secret = SettingsStore::redacted;
     }
     return settings;
 }
@@ -50,11 +51,17 @@ QString asText(const ObserverSettings &settings)
 
 CommandResult run(const QCommandLineParser &parser, const Platform &platform)
 {
-    const QString action = parser.positionalArguments().value(1);
+    const QStringList words = parser.positionalArguments().mid(1);
+    const QString action = words.value(0);
+    if (action == QLatin1String("set"))
+        return setSetting(words.mid(1), platform);
     if (action != QLatin1String("show"))
         return usageError(QStringLiteral("settings"),
-                          action.isEmpty() ? QStringLiteral("Say what to do: show.")
-                                           : QStringLiteral("\"%1\" is not an action; there is: show.").arg(action));
+                          action.isEmpty()
+                              ? QStringLiteral("Say what to do: show, or set KEY VALUE.")
+                              : QStringLiteral("\"%1\" is not an action; there are: show, set.").arg(action));
+    if (words.size() > 1)
+        return usageError(QStringLiteral("settings"), QStringLiteral("show takes no further words; it shows all."));
     const ObserverSettings settings = redacted(SettingsStore(platform.secrets).load());
     if (parser.isSet(jsonOption()))
         return CommandResult::data(QString::fromUtf8(settings.toPrettyJson()));
@@ -66,12 +73,22 @@ CommandResult run(const QCommandLineParser &parser, const Platform &platform)
 Command settingsCommand()
 {
     return {.name = QStringLiteral("settings"),
-            .description = QStringLiteral("Shows the settings in force."),
+            .description = QStringLiteral("Shows the settings in force, or changes one of them."),
             .arguments = {{.name = QStringLiteral("action"),
-                           .description = QStringLiteral("show: all settings, secrets as \"<redacted>\"."),
-                           .syntax = QStringLiteral("show")}},
+                           .description = QStringLiteral("show: all settings, secrets as \"<redacted>\". "
+                                                         "set: changes one, also while something records."),
+                           .syntax = QStringLiteral("show|set")},
+                          {.name = QStringLiteral("key"),
+                           .description = QStringLiteral("A setting by the name that `show` gives it."),
+                           .syntax = QStringLiteral("[KEY")},
+                          {.name = QStringLiteral("value"),
+                           .description = QStringLiteral("Its new value: true or false, a number as in 0.5, or a text. "
+                                                         "\"-\" reads it from standard input; a secret is taken from "
+                                                         "nowhere else, and an empty one is removed."),
+                           .syntax = QStringLiteral("VALUE]")}},
             .options = {jsonOption()},
-            .run = run};
+            .run = run,
+            .valuesFrom = 2};
 }
 
 } // namespace ostrel

@@ -1,8 +1,9 @@
 #include "platform/atspi/AtspiAccess.h"
 
+#include "platform/sessionbus/SessionBusAddress.h"
+
 #include <QDBusMessage>
 #include <QDBusVariant>
-#include <QFileInfo>
 
 #include <atomic>
 
@@ -11,20 +12,6 @@ namespace ostrel {
 namespace {
 
 constexpr int callTimeoutMs = 250;
-
-/// Where the session's bus listens; empty where there is none. libdbus would start a bus of its own in that case, which
-/// a check must never do.
-QString busAddress()
-{
-    const QString address = qEnvironmentVariable("DBUS_SESSION_BUS_ADDRESS");
-    if (!address.isEmpty())
-        return address.startsWith(QStringLiteral("autolaunch:")) ? QString() : address;
-    const QString runtimeFolder = qEnvironmentVariable("XDG_RUNTIME_DIR");
-    const QString socket = runtimeFolder + QStringLiteral("/bus");
-    if (runtimeFolder.isEmpty() || !QFileInfo::exists(socket))
-        return {};
-    return QStringLiteral("unix:path=") + socket;
-}
 
 QDBusMessage propertyCall(const QString &method)
 {
@@ -73,7 +60,7 @@ bool AtspiAccess::connect()
     if (m_connection && m_connection->isConnected())
         return true;
     disconnect();
-    const QString address = busAddress();
+    const QString address = sessionBusAddress();
     if (address.isEmpty())
         return false;
     m_connection = QDBusConnection::connectToBus(address, m_connectionName);

@@ -1,21 +1,18 @@
 #include "platform/secretfile/FileSecretStore.h"
 
 #include "base/Fault.h"
+#include "base/FileLock.h"
 #include "base/Files.h"
 #include "base/Log.h"
 #include "base/Paths.h"
 
-#include <QDeadlineTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QThread>
 
 #include <cerrno>
 
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -24,44 +21,6 @@ namespace ostrel {
 namespace {
 
 constexpr mode_t everybodyElse = S_IRWXG | S_IRWXO;
-
-/// Holds the lock file. The kernel lets it go when its process ends, however that happens.
-class FileLock
-{
-public:
-    explicit FileLock(const QString &path)
-        : m_descriptor(::open(QFile::encodeName(path).constData(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR)),
-          m_openError(m_descriptor < 0 ? errno : 0)
-    {}
-    FileLock(const FileLock &) = delete;
-    FileLock &operator=(const FileLock &) = delete;
-    ~FileLock()
-    {
-        if (m_descriptor >= 0)
-            ::close(m_descriptor);
-    }
-
-    /// @return 0, or the error number; ETIMEDOUT when somebody else kept it
-    int acquire(std::chrono::milliseconds patience) const
-    {
-        if (m_descriptor < 0)
-            return m_openError;
-        // A holder that was stopped must not stop us too, so this polls instead of blocking.
-        const QDeadlineTimer deadline(patience);
-        while (::flock(m_descriptor, LOCK_EX | LOCK_NB) != 0) {
-            if (errno != EWOULDBLOCK && errno != EINTR)
-                return errno;
-            if (deadline.hasExpired())
-                return ETIMEDOUT;
-            QThread::msleep(5);
-        }
-        return 0;
-    }
-
-private:
-    const int m_descriptor;
-    const int m_openError;
-};
 
 /// Takes the rights of everybody else away.
 void closeToOthers(const QString &path)
@@ -74,23 +33,20 @@ void closeToOthers(const QString &path)
     ::chmod(name.constData(), info.st_mode & ~everybodyElse & 07777);
 }
 
-/// Makes the folder, or closes an existing one, and waits for the lock.
-Result<> prepare(const QString &file, const FileLock &lock, std::chrono::milliseconds patience)
+/// Closes the folder to others, and waits for the lock.
+Result<> prepare(const QString &file, FileLock &lock, std::chrono::milliseconds patience)
 {
     closeToOthers(QFileInfo(file).path());
-    const int failure = lock.acquire(patience);
-    if (failure == ETIMEDOUT)
+    switch (lock.acquire(patience)) {
+    case FileLock::Outcome::Acquired:
+        return {};
+    case FileLock::Outcome::HeldByAnother:
         return std::unexpected(
             faultError(Fault::FileFailed, file + QLatin1String(" (another program holds its lock)")));
-    if (failure != 0)
-        return std::unexpected(fileError(failure, file));
-    return {};
-}
-
-QString lockFile(const QString &file)
-{
-    makePrivateDirectory(QFileInfo(file).path());
-    return file + QLatin1String(".lock");
+    case FileLock::Outcome::NoFile:
+        break;
+    }
+    return std::unexpected(lock.error());
 }
 
 } // namespace
@@ -108,7 +64,7 @@ Result<FileSecretStore::Content> FileSecretStore::readContent() const
 {
     struct stat info{};
     if (::stat(QFile::encodeName(m_file).constData(), &info) != 0) {
-        if (errno == ENOENT)
+        if (errno == ENOENT || errno == ENOTDIR)
             return Content{};
         return std::unexpected(fileError(errno, m_file));
     }
@@ -120,15 +76,17 @@ Result<FileSecretStore::Content> FileSecretStore::readContent() const
     if (!bytes)
         return std::unexpected(bytes.error());
     const QJsonDocument document = QJsonDocument::fromJson(*bytes);
-    Content content{.secrets = {}, .damaged = !bytes->isEmpty() && !document.isObject()};
+    Content content{.entries = {}, .damaged = !bytes->isEmpty() && !document.isObject()};
     const QJsonObject services = document.object();
     for (auto service = services.begin(); service != services.end(); ++service) {
         const QJsonObject accounts = service->toObject();
         content.damaged = content.damaged || !service->isObject();
         for (auto account = accounts.begin(); account != accounts.end(); ++account) {
-            content.damaged = content.damaged || !account->isString();
+            content.damaged = content.damaged || (!account->isString() && !account->isNull());
             if (account->isString())
-                content.secrets[service.key()][account.key()] = account->toString();
+                content.entries[service.key()][account.key()] = {.value = account->toString()};
+            else if (account->isNull())
+                content.entries[service.key()][account.key()] = {};
         }
     }
     return content;
@@ -141,58 +99,78 @@ Result<> FileSecretStore::writeContent(const Content &content) const
             return std::unexpected(kept.error());
     }
     QJsonObject services;
-    for (auto service = content.secrets.begin(); service != content.secrets.end(); ++service) {
+    for (auto service = content.entries.begin(); service != content.entries.end(); ++service) {
         QJsonObject accounts;
         for (auto account = service->begin(); account != service->end(); ++account)
-            accounts.insert(account.key(), account.value());
+            accounts.insert(account.key(), account->value ? QJsonValue(*account->value) : QJsonValue());
         services.insert(service.key(), accounts);
     }
     return writeFileAtomically(m_file, QJsonDocument(services).toJson());
 }
 
-std::optional<QString> FileSecretStore::read(const QString &service, const QString &account)
+Result<std::optional<SecretEntry>> FileSecretStore::entry(const QString &service, const QString &account) const
 {
     const Result<Content> content = readContent();
-    if (!content) {
-        qCWarning(logPlatform, "secrets can't be read: %ls", qUtf16Printable(content.error().localizedDescription));
-        return std::nullopt;
-    }
-    const auto accounts = content->secrets.value(service);
+    if (!content)
+        return std::unexpected(content.error());
+    const auto accounts = content->entries.value(service);
     const auto found = accounts.find(account);
     return found == accounts.end() ? std::nullopt : std::optional(*found);
 }
 
-Result<> FileSecretStore::write(const QString &service, const QString &account, const QString &value)
+Result<> FileSecretStore::put(const QString &service, const QString &account, const SecretEntry &entry)
 {
-    return change([&](Secrets &secrets) {
-        secrets[service][account] = value;
+    return change([&](Entries &entries) {
+        entries[service][account] = entry;
         return true;
     });
+}
+
+Result<> FileSecretStore::erase(const QString &service, const QString &account,
+                                const std::optional<SecretEntry> &expected)
+{
+    if (!QFileInfo::exists(m_file))
+        return {};
+    return change([&](Entries &entries) {
+        const auto accounts = entries.find(service);
+        if (accounts == entries.end() || !accounts->contains(account))
+            return false;
+        if (expected && accounts->value(account) != *expected)
+            return false;
+        accounts->remove(account);
+        if (accounts->isEmpty())
+            entries.erase(accounts);
+        return true;
+    });
+}
+
+Result<std::optional<QString>> FileSecretStore::lookUp(const QString &service, const QString &account)
+{
+    const auto found = entry(service, account);
+    if (!found)
+        return std::unexpected(found.error());
+    return *found ? (*found)->value : std::nullopt;
+}
+
+Result<> FileSecretStore::write(const QString &service, const QString &account, const QString &value)
+{
+    return put(service, account, {.value = value});
 }
 
 Result<> FileSecretStore::remove(const QString &service, const QString &account)
 {
-    if (!QFileInfo::exists(m_file))
-        return {};
-    return change([&](Secrets &secrets) {
-        const auto accounts = secrets.find(service);
-        if (accounts == secrets.end() || accounts->remove(account) == 0)
-            return false;
-        if (accounts->isEmpty())
-            secrets.erase(accounts);
-        return true;
-    });
+    return erase(service, account);
 }
 
-Result<> FileSecretStore::change(const std::function<bool(Secrets &)> &edit) const
+Result<> FileSecretStore::change(const std::function<bool(Entries &)> &edit) const
 {
-    const FileLock lock(lockFile(m_file));
+    FileLock lock(m_file + QLatin1String(".lock"));
     if (const Result<> ready = prepare(m_file, lock, m_lockPatience); !ready)
         return ready;
     Result<Content> content = readContent();
     if (!content)
         return std::unexpected(content.error());
-    return edit(content->secrets) ? writeContent(*content) : Result<>();
+    return edit(content->entries) ? writeContent(*content) : Result<>();
 }
 
 } // namespace ostrel

@@ -10,9 +10,17 @@
 
 namespace ostrel {
 
+/// What the file says of an item.
+struct SecretEntry {
+    std::optional<QString> value; ///< nothing: it was removed, and that is worth remembering
+
+    bool operator==(const SecretEntry &) const = default;
+};
+
 /// Secrets in a file of our own, `~/.ostrel/secrets.json`, that only its user can read. For desktops without a
-/// keyring. Every change is made under a lock file and by renaming a complete new file, so that two processes, two
-/// threads or a crash lose nothing. Any thread; blocks on the disk and, for a limited time, on the lock.
+/// keyring, and for as long as there is none. Every change is made under a lock file and by renaming a complete new
+/// file, so that two processes, two threads or a crash lose nothing. Any thread; blocks on the disk and, for a limited
+/// time, on the lock.
 class FileSecretStore final : public SecretStore
 {
 public:
@@ -25,26 +33,38 @@ public:
     static constexpr std::chrono::milliseconds defaultLockPatience{2000};
     static QString defaultFile();
 
+    QString path() const { return m_file; }
+
     /// A file that others may read is closed to them first; one that belongs to another user is not read at all.
-    std::optional<QString> read(const QString &service, const QString &account) override;
+    Result<std::optional<QString>> lookUp(const QString &service, const QString &account) override;
 
     /// A file that can't be understood is kept beside the new one as "secrets.json.damaged".
     /// @return the file's error, or Fault::FileFailed when another process keeps the lock; nothing has changed then
     Result<> write(const QString &service, const QString &account, const QString &value) override;
     Result<> remove(const QString &service, const QString &account) override;
 
+    // The same with removals, which stand in the file as null. To all of the above they are items that are not there.
+
+    /// @return nothing when the file says nothing of the item
+    Result<std::optional<SecretEntry>> entry(const QString &service, const QString &account) const;
+    Result<> put(const QString &service, const QString &account, const SecretEntry &entry);
+    /// Has the file say nothing of the item any more.
+    /// @param expected the item stays as it is when the file says anything else of it by now
+    Result<> erase(const QString &service, const QString &account,
+                   const std::optional<SecretEntry> &expected = std::nullopt);
+
 private:
-    /// Values by account by service.
-    using Secrets = QMap<QString, QMap<QString, QString>>;
+    /// By account by service.
+    using Entries = QMap<QString, QMap<QString, SecretEntry>>;
     struct Content {
-        Secrets secrets;
+        Entries entries;
         bool damaged = false;
     };
 
     Result<Content> readContent() const;
     Result<> writeContent(const Content &content) const;
     /// Reads, edits and writes the file under its lock. `edit` says whether it changed anything.
-    Result<> change(const std::function<bool(Secrets &)> &edit) const;
+    Result<> change(const std::function<bool(Entries &)> &edit) const;
 
     const QString m_file;
     const std::chrono::milliseconds m_lockPatience;

@@ -11,11 +11,6 @@ namespace ostrel {
 
 namespace {
 
-bool isWaylandSession(const QProcessEnvironment &environment)
-{
-    return !environment.value(QStringLiteral("WAYLAND_DISPLAY")).isEmpty();
-}
-
 void useX11(SessionPlatform &platform)
 {
     platform.displays = std::make_unique<X11DisplaySource>();
@@ -33,6 +28,11 @@ void useNothing(SessionPlatform &platform, const QString &reason)
 }
 
 } // namespace
+
+bool isWaylandSession(const QProcessEnvironment &environment)
+{
+    return !environment.value(QStringLiteral("WAYLAND_DISPLAY")).isEmpty();
+}
 
 SessionPlatform makeSessionPlatform(const QProcessEnvironment &environment)
 {

@@ -20,6 +20,9 @@ struct SessionPlatform {
     std::unique_ptr<AccessibilityAccess> permissionAccessibility;
 };
 
+/// Whether the environment is that of a Wayland session, even where DISPLAY leads to a translation layer for X.
+bool isWaylandSession(const QProcessEnvironment &environment);
+
 /// Looks at the session's environment and chooses. Where nothing fits, the objects report no capability and why.
 SessionPlatform makeSessionPlatform(const QProcessEnvironment &environment);
 

@@ -31,8 +31,9 @@ using namespace std::chrono_literals;
 class RecordingDesktop : public testing::Test
 {
 protected:
-    explicit RecordingDesktop(VirtualDesktop::Options options = {.size = {1280, 800}, .sessionBus = false})
-        : m_desktop(options), m_painter(m_desktop.display()), m_displays(m_desktop.display())
+    explicit RecordingDesktop(VirtualDesktop::Options options = {.size = {1280, 800}, .sessionBus = false},
+                              X11CaptureSeams seams = {})
+        : m_desktop(options), m_painter(m_desktop.display()), m_displays(m_desktop.display(), std::move(seams))
     {
         m_accessibility.onIsTrusted = [] { return false; };
         m_foreground.onMouseLocation = [] { return std::nullopt; };
@@ -164,6 +165,10 @@ TEST_F(RecordingDesktop, pointerThatMoves_sendsAFrame)
     poll(2);
     EXPECT_EQ(accepted(), 1);
     m_painter.movePointer({700, 500});
+    waitUntil(QStringLiteral("the pointer's new place"), 20s, [this] {
+        poll(1);
+        return accepted() > 1;
+    });
     poll(3);
     EXPECT_EQ(accepted(), 2);
 }
@@ -192,6 +197,47 @@ TEST_F(RecordingDesktop, serverThatDies_endsPollingAndTheNextStartRecordsAgain)
     m_transport.expect(QStringLiteral("POST /api/frames"), FakeHttpTransport::answer(ObserverStatus().toJson()));
     ASSERT_TRUE(start());
     EXPECT_EQ(accepted(), 1);
+}
+
+class ImpatientRecordingDesktop : public RecordingDesktop
+{
+protected:
+    /// Each picture comes so late that the server is asked something.
+    ImpatientRecordingDesktop()
+        : RecordingDesktop({.size = {1280, 800}, .sessionBus = false},
+                           {.patience = 100ms, .monotonicTime = [now = 0ms] mutable { return now += 30s; }})
+    {}
+};
+
+TEST_F(ImpatientRecordingDesktop, serverThatFreezes_endsPollingAfterTheFifthFailureAndTheRecordingCanBeStopped)
+{
+    ASSERT_TRUE(start());
+    m_desktop.server().freeze();
+    poll(4);
+    EXPECT_TRUE(m_deaths.isEmpty());
+    poll(1);
+    EXPECT_EQ(m_deaths, QStringList{QStringLiteral("Screen capture failed repeatedly for Display 1 (main): The server "
+                                                   "took too long to answer.")});
+    EXPECT_EQ(stopAndTakeFrames().size(), 1);
+    EXPECT_FALSE(m_recorder->isCapturing());
+    EXPECT_FALSE(start()) << "it is still frozen";
+    m_desktop.server().thaw();
+    EXPECT_TRUE(start());
+    EXPECT_EQ(accepted(), 1);
+}
+
+TEST_F(RecordingDesktop, changesOfThrottledPictures_areSentWithTheNextThatIsJudged)
+{
+    m_settings.frameFps = 10;
+    ASSERT_TRUE(start());
+    m_painter.fill(QRect(10, 10, 300, 200), 0xff0000);
+    m_clock.setNowMs(m_clock.nowMs() - 250); // a clock set back has the next pictures throttled
+    m_clock.advance(100ms);
+    settle();
+    EXPECT_EQ(counter(QStringLiteral("throttled")), 1);
+    m_clock.advance(300ms);
+    settle();
+    EXPECT_EQ(accepted(), 2);
 }
 
 /// One character on a screen of each size. Its pixels are few among the millions of the screen.

@@ -1,93 +1,16 @@
 #include "platform/x11/capture/X11DisplaySource.h"
 
-#include "X11Painter.h"
+#include "X11CaptureFixture.h"
 #include "base/Fault.h"
-#include "capture/CaptureConfiguration.h"
 #include "capture/CaptureError.h"
-#include "platform/x11/base/X11Monitors.h"
 #include "platform/x11/capture/X11ScreenCaptureAccess.h"
-#include "support/Printers.h"
-#include "support/VirtualDesktop.h"
 
 #include <gtest/gtest.h>
 
 using namespace ostrel;
+using namespace std::chrono_literals;
 
 namespace {
-
-using Picture = std::vector<std::uint8_t>; // rows of B, G, R, 0 without gaps
-
-const QRect left(0, 0, 400, 300);
-const QRect right(400, 100, 240, 200);
-// The server has one connector, "screen", and names the monitor that has it so.
-const QList<VirtualDesktop::Monitor> twoMonitors{
-    {.name = QStringLiteral("A"), .pixels = left, .primary = false},
-    {.name = QStringLiteral("B"), .pixels = right, .primary = true, .hasConnector = true}};
-const QString monitorA = QStringLiteral("A");
-const QString monitorB = QStringLiteral("screen");
-
-Picture copyOf(const FrameView &view)
-{
-    Picture picture;
-    for (int y = 0; y < view.height; ++y) {
-        for (int x = 0; x < view.width; ++x) {
-            const std::uint8_t *pixel = view.pixels + y * view.stride + std::ptrdiff_t(x) * 4;
-            picture.insert(picture.end(), {pixel[0], pixel[1], pixel[2], 0});
-        }
-    }
-    return picture;
-}
-
-std::uint32_t rgbAt(const Picture &picture, const QRect &area, QPoint screenPixel)
-{
-    const QPoint at = screenPixel - area.topLeft();
-    const std::size_t i = (std::size_t(at.y()) * std::size_t(area.width()) + std::size_t(at.x())) * 4;
-    return std::uint32_t(picture[i + 2] << 16 | picture[i + 1] << 8 | picture[i]);
-}
-
-class X11Capture : public testing::Test
-{
-protected:
-    explicit X11Capture(VirtualDesktop::Options options = {.size = {640, 400}, .sessionBus = false})
-        : m_desktop(options), m_painter(m_desktop.display()), m_source(m_desktop.display())
-    {}
-
-    quint32 idOf(const QString &name)
-    {
-        const auto layout = readMonitors(m_painter.connection());
-        for (const X11Monitor &monitor : layout->monitors) {
-            if (monitor.name == name)
-                return monitor.displayId;
-        }
-        failTest(QStringLiteral("there is no monitor ") + name);
-    }
-
-    Result<std::unique_ptr<DisplayScreenshotter>> open(quint32 displayId, bool showsCursor = false)
-    {
-        DisplayCaptureConfiguration configuration;
-        configuration.showsCursor = showsCursor;
-        return m_source.makeScreenshotter({.displayId = displayId, .mode = {}}, configuration);
-    }
-    std::unique_ptr<DisplayScreenshotter> opened(const QString &monitor, bool showsCursor = false)
-    {
-        auto screenshotter = open(idOf(monitor), showsCursor);
-        if (!screenshotter)
-            failTest(screenshotter.error().localizedDescription);
-        return std::move(*screenshotter);
-    }
-
-    static Picture pictureOf(DisplayScreenshotter &screenshotter)
-    {
-        const auto taken = screenshotter.capture();
-        if (!taken)
-            failTest(taken.error().localizedDescription);
-        return copyOf(**taken);
-    }
-
-    VirtualDesktop m_desktop;
-    X11Painter m_painter;
-    X11DisplaySource m_source;
-};
 
 TEST_F(X11Capture, twoMonitors_areTwoDisplaysInTheMainOnesCoordinates)
 {
@@ -213,6 +136,42 @@ TEST_F(X11Capture, serverThatDies_isAnErrorAndANewOneIsConnectedTo)
     ASSERT_TRUE(content);
     ASSERT_EQ(content->displays.size(), 1);
     EXPECT_TRUE((*open(content->displays[0].displayId))->capture());
+}
+
+class ImpatientX11Capture : public X11Capture
+{
+protected:
+    ImpatientX11Capture()
+        : X11Capture({.size = {640, 400}, .sessionBus = false}, {.patience = 100ms, .pointerRest = neverAtRest})
+    {}
+};
+
+TEST_F(ImpatientX11Capture, serverThatFreezes_isATimeOutAndAnsweringAgainItIsConnectedToAnew)
+{
+    m_desktop.setMonitors(twoMonitors);
+    const auto screenshotter = opened(monitorA, true);
+    pictureOf(*screenshotter);
+    m_desktop.server().freeze();
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        const auto taken = screenshotter->capture();
+        ASSERT_FALSE(taken);
+        EXPECT_TRUE(isFault(taken.error(), Fault::TimedOut)) << taken.error().localizedDescription.toStdString();
+    }
+    EXPECT_TRUE(isFault(m_source.shareableContent().error(), Fault::TimedOut)) << "nor is there a new connection";
+
+    m_desktop.server().thaw();
+    EXPECT_TRUE(isFault(screenshotter->capture().error(), Fault::TimedOut)) << "late answers find nobody";
+    const Picture now = m_painter.paintNoise(left, 5);
+    EXPECT_EQ(m_source.shareableContent()->displays.size(), 2);
+    EXPECT_TRUE(pictureOf(*opened(monitorA)) == now);
+}
+
+TEST_F(ImpatientX11Capture, serverFrozenFromTheStart_isATimeOut)
+{
+    m_desktop.server().freeze();
+    EXPECT_TRUE(isFault(m_source.shareableContent().error(), Fault::TimedOut));
+    m_desktop.server().thaw();
+    EXPECT_TRUE(m_source.shareableContent());
 }
 
 TEST_F(X11Capture, pointer_isInThePictureWhereItIs)

@@ -25,41 +25,67 @@ std::shared_ptr<X11Connection> connect(const QByteArray &display)
     return std::move(*opened);
 }
 
-std::vector<std::uint8_t> grab(X11Grabber &grabber)
+const std::vector<RowRange> allRows{{.begin = 0, .end = area.height()}};
+
+std::vector<std::uint8_t> grab(X11Grabber &grabber, const std::vector<RowRange> &rows = allRows)
 {
-    grabber.request(area.topLeft());
-    const auto pixels = grabber.collect();
-    if (!pixels)
-        failTest(pixels.error().localizedDescription);
-    return {*pixels, *pixels + std::size_t(area.width()) * std::size_t(area.height()) * 4};
+    grabber.request(area.topLeft(), rows);
+    if (const auto collected = grabber.collect(); !collected)
+        failTest(collected.error().localizedDescription);
+    return {grabber.pixels(), grabber.pixels() + std::size_t(area.width()) * std::size_t(area.height()) * 4};
 }
 
-TEST(X11Grabber, sharedMemoryAndWire_giveIdenticalBytes)
+/// Both means, on a server that has both.
+class BothGrabbers : public testing::Test
 {
-    VirtualDesktop desktop({.size = {640, 400}, .sessionBus = false});
-    X11Painter painter(desktop.display());
-    const auto painted = painter.paintNoise(area, 9);
-    const auto connection = connect(desktop.display());
-    const auto shared = makeSharedMemoryGrabber(connection, area.size(), *readPixelFormat(*connection));
-    ASSERT_TRUE(shared);
-    const auto wire = makeWireGrabber(connection, area.size());
-    const auto bytes = grab(*shared);
-    EXPECT_TRUE(bytes == painted);
-    EXPECT_TRUE(bytes == grab(*wire));
+protected:
+    BothGrabbers()
+    {
+        const auto opened = connect(m_desktop.display());
+        m_grabbers.push_back(makeSharedMemoryGrabber(opened, area.size(), *readPixelFormat(*opened)));
+        m_grabbers.push_back(makeWireGrabber(opened, area.size(), *readPixelFormat(*opened)));
+    }
+
+    VirtualDesktop m_desktop{{.size = {640, 400}, .sessionBus = false}};
+    X11Painter m_painter{m_desktop.display()};
+    std::vector<std::unique_ptr<X11Grabber>> m_grabbers;
+};
+
+TEST_F(BothGrabbers, sharedMemoryAndWire_giveIdenticalBytes)
+{
+    const auto painted = m_painter.paintNoise(area, 9);
+    ASSERT_TRUE(m_grabbers[0]);
+    EXPECT_TRUE(grab(*m_grabbers[0]) == painted);
+    EXPECT_TRUE(grab(*m_grabbers[1]) == painted);
 }
 
-TEST(X11Grabber, discardedRequest_leavesTheNextOneWhole)
+TEST_F(BothGrabbers, someRows_areFetchedIntoPlaceAndOthersLeftAlone)
 {
-    VirtualDesktop desktop({.size = {640, 400}, .sessionBus = false});
-    X11Painter painter(desktop.display());
-    const auto painted = painter.paintNoise(area, 9);
-    const auto connection = connect(desktop.display());
-    const auto shared = makeSharedMemoryGrabber(connection, area.size(), *readPixelFormat(*connection));
-    const auto wire = makeWireGrabber(connection, area.size());
-    for (X11Grabber *grabber : {shared.get(), wire.get()}) {
-        grabber->request({0, 0});
-        grabber->discard();
-        EXPECT_TRUE(grab(*grabber) == painted);
+    const std::vector<RowRange> rows{{.begin = 0, .end = 1}, {.begin = 5, .end = 98}, {.begin = 176, .end = 177}};
+    for (const auto &grabber : m_grabbers) {
+        auto expected = m_painter.paintNoise(area, 1);
+        grab(*grabber);
+        const auto after = m_painter.paintNoise(area, 2);
+        for (const RowRange &range : rows)
+            std::memcpy(expected.data() + range.begin * grabber->stride(),
+                        after.data() + range.begin * grabber->stride(),
+                        std::size_t(range.end - range.begin) * std::size_t(grabber->stride()));
+        EXPECT_TRUE(grab(*grabber, rows) == expected);
+    }
+}
+
+TEST_F(BothGrabbers, look_givesRowsAndLeavesThePictureAlone)
+{
+    for (const auto &grabber : m_grabbers) {
+        const auto held = m_painter.paintNoise(area, 1);
+        grab(*grabber);
+        const auto seen = m_painter.paintNoise(area, 2);
+        const int end = 20 + grabber->longestLook();
+        const auto rows = grabber->look(area.topLeft(), {.begin = 20, .end = end});
+        ASSERT_TRUE(rows);
+        const std::size_t bytes = std::size_t(grabber->longestLook()) * std::size_t(grabber->stride());
+        EXPECT_EQ(std::memcmp(*rows, seen.data() + 20 * grabber->stride(), bytes), 0);
+        EXPECT_EQ(std::memcmp(grabber->pixels(), held.data(), held.size()), 0);
     }
 }
 
@@ -86,17 +112,28 @@ TEST(X11Grabber, serverWithoutSharedMemory_isCapturedOverTheWire)
     EXPECT_EQ(std::memcmp((*taken)->pixels, painted.data(), painted.size()), 0);
 }
 
-TEST(X11Grabber, rectangleOutsideTheScreen_isRefusedByBothMeans)
+TEST_F(BothGrabbers, rectangleOutsideTheScreen_isRefused)
 {
-    VirtualDesktop desktop({.size = {640, 400}, .sessionBus = false});
-    const auto connection = connect(desktop.display());
-    const auto shared = makeSharedMemoryGrabber(connection, area.size(), *readPixelFormat(*connection));
-    const auto wire = makeWireGrabber(connection, area.size());
-    for (X11Grabber *grabber : {shared.get(), wire.get()}) {
-        grabber->request({600, 0});
-        const auto pixels = grabber->collect();
-        ASSERT_FALSE(pixels);
-        EXPECT_TRUE(isFault(pixels.error(), Fault::PictureRefused));
+    for (const auto &grabber : m_grabbers) {
+        grabber->request({600, 0}, allRows);
+        const auto collected = grabber->collect();
+        ASSERT_FALSE(collected);
+        EXPECT_TRUE(isFault(collected.error(), Fault::PictureRefused));
+        const auto rows = grabber->look({600, 0}, {.begin = 0, .end = 1});
+        ASSERT_FALSE(rows);
+        EXPECT_TRUE(isFault(rows.error(), Fault::PictureRefused));
+    }
+}
+
+TEST_F(BothGrabbers, oneRefusedRangeOfSeveral_failsAndTheNextRequestWorks)
+{
+    // The lower rows lie beyond the screen.
+    const std::vector<RowRange> rows{{.begin = 100, .end = 170}, {.begin = 0, .end = 10}};
+    for (const auto &grabber : m_grabbers) {
+        grabber->request({0, 300}, rows);
+        EXPECT_FALSE(grabber->collect());
+        const auto painted = m_painter.paintNoise(area, 3);
+        EXPECT_TRUE(grab(*grabber) == painted);
     }
 }
 

@@ -72,6 +72,20 @@ public:
         sync();
     }
 
+    /// Keeps the pointer to itself and inside a window, as a menu does.
+    void confinePointer(xcb_window_t window)
+    {
+        const auto grabbed = m_connection->reply<xcb_grab_pointer_reply>(xcb_grab_pointer(
+            server(), false, window, 0, XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC, window, XCB_NONE, XCB_CURRENT_TIME));
+        if (!grabbed || grabbed->status != XCB_GRAB_STATUS_SUCCESS)
+            failTest(QStringLiteral("the pointer could not be confined"));
+    }
+    QPoint pointer() const
+    {
+        const auto place = m_connection->reply<xcb_query_pointer_reply>(xcb_query_pointer(server(), root()));
+        return {place->root_x, place->root_y};
+    }
+
     /// Gives the screen a pointer from the server's cursor font, of one colour.
     void setCursor(std::uint16_t glyph, std::uint32_t rgb)
     {
@@ -84,6 +98,49 @@ public:
         xcb_change_window_attributes(server(), root(), XCB_CW_CURSOR, &cursor);
         xcb_free_cursor(server(), cursor);
         xcb_close_font(server(), font);
+        sync();
+    }
+
+    /// Moves what an area shows to another place, as scrolling does.
+    void copy(const QRect &from, QPoint to)
+    {
+        xcb_copy_area(server(), root(), root(), m_context, int16_t(from.x()), int16_t(from.y()), int16_t(to.x()),
+                      int16_t(to.y()), uint16_t(from.width()), uint16_t(from.height()));
+        sync();
+    }
+
+    /// Opens a window of one colour on top of all others, which no window manager touches; parts may lie outside the
+    /// screen. It ends with the painter.
+    xcb_window_t openWindow(const QRect &place, std::uint32_t rgb, xcb_window_t parent = XCB_NONE)
+    {
+        const xcb_window_t window = xcb_generate_id(server());
+        const std::uint32_t values[] = {rgb, 1};
+        xcb_create_window(server(), XCB_COPY_FROM_PARENT, window, parent == XCB_NONE ? root() : parent,
+                          int16_t(place.x()), int16_t(place.y()), uint16_t(place.width()), uint16_t(place.height()), 0,
+                          XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT,
+                          XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT, values);
+        xcb_map_window(server(), window);
+        sync();
+        return window;
+    }
+    void placeWindow(xcb_window_t window, const QRect &place)
+    {
+        const std::uint32_t values[] = {std::uint32_t(place.x()), std::uint32_t(place.y()),
+                                        std::uint32_t(place.width()), std::uint32_t(place.height())};
+        xcb_configure_window(
+            server(), window,
+            XCB_CONFIG_WINDOW_X | XCB_CONFIG_WINDOW_Y | XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT, values);
+        sync();
+    }
+    void raiseWindow(xcb_window_t window)
+    {
+        const std::uint32_t above = XCB_STACK_MODE_ABOVE;
+        xcb_configure_window(server(), window, XCB_CONFIG_WINDOW_STACK_MODE, &above);
+        sync();
+    }
+    void closeWindow(xcb_window_t window)
+    {
+        xcb_destroy_window(server(), window);
         sync();
     }
 

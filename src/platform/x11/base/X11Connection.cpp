@@ -1,10 +1,21 @@
 #include "platform/x11/base/X11Connection.h"
 
 #include "base/Fault.h"
+#include "platform/x11/base/X11Liveness.h"
 
+#include <array>
+#include <cerrno>
 #include <cstring>
+#include <poll.h>
+#include <sys/socket.h>
 #include <utility>
 #include <vector>
+#include <xcb/damage.h>
+#include <xcb/randr.h>
+#include <xcb/shm.h>
+#include <xcb/sync.h>
+#include <xcb/xcbext.h>
+#include <xcb/xfixes.h>
 
 namespace ostrel {
 
@@ -20,6 +31,9 @@ const xcb_screen_t *screenByNumber(xcb_connection_t *connection, int number)
     return screens.rem > 0 ? screens.data : nullptr;
 }
 
+/// What is spoken here; all of them are asked for when the connection is opened.
+constexpr std::array extensions{&xcb_randr_id, &xcb_shm_id, &xcb_xfixes_id, &xcb_damage_id, &xcb_sync_id};
+
 Error noDisplay(const QByteArray &display)
 {
     const QByteArray tried = display.isEmpty() ? qgetenv("DISPLAY") : display;
@@ -30,8 +44,11 @@ Error noDisplay(const QByteArray &display)
 
 } // namespace
 
-Result<std::unique_ptr<X11Connection>> X11Connection::open(const QByteArray &display)
+Result<std::unique_ptr<X11Connection>> X11Connection::open(const QByteArray &display,
+                                                           std::chrono::milliseconds patience)
 {
+    if (!isServerAnswering(display, patience))
+        return std::unexpected(faultError(Fault::TimedOut));
     int number = 0;
     Handle connection(xcb_connect(display.isEmpty() ? nullptr : display.constData(), &number));
     if (xcb_connection_has_error(connection.get()))
@@ -39,12 +56,75 @@ Result<std::unique_ptr<X11Connection>> X11Connection::open(const QByteArray &dis
     const xcb_screen_t *screen = screenByNumber(connection.get(), number);
     if (!screen)
         return std::unexpected(noDisplay(display));
-    return std::unique_ptr<X11Connection>(new X11Connection(std::move(connection), screen));
+    std::unique_ptr<X11Connection> opened(new X11Connection(std::move(connection), screen, patience));
+    if (!opened->learnExtensions())
+        return std::unexpected(opened->brokenError());
+    return opened;
 }
 
-X11Connection::X11Connection(Handle connection, const xcb_screen_t *screen)
-    : m_connection(std::move(connection)), m_screen(screen)
+X11Connection::X11Connection(Handle connection, const xcb_screen_t *screen, std::chrono::milliseconds patience)
+    : m_connection(std::move(connection)), m_screen(screen), m_patience(patience)
 {}
+
+Error X11Connection::brokenError() const
+{
+    if (m_hasTimedOut)
+        return faultError(Fault::TimedOut);
+    return faultError(Fault::NoXDisplay, QStringLiteral("the connection to it was lost"));
+}
+
+/// `xcb_get_extension_data` waits without end where it doesn't know the answer yet. So it learns all of them here,
+/// where an answer to a later question proves that they have come.
+bool X11Connection::learnExtensions() const
+{
+    for (xcb_extension_t *extension : extensions)
+        xcb_prefetch_extension_data(get(), extension);
+    if (!reply<xcb_get_input_focus_reply>(xcb_get_input_focus(get())))
+        return false;
+    for (xcb_extension_t *extension : extensions)
+        xcb_get_extension_data(get(), extension);
+    return !isBroken();
+}
+
+X11Connection::Outcome X11Connection::await(unsigned int sequence) const
+{
+    xcb_flush(get());
+    for (;;) {
+        void *answer = nullptr;
+        xcb_generic_error_t *error = nullptr;
+        if (xcb_poll_for_reply(get(), sequence, &answer, &error))
+            return {.answer = X11Reply<void>(answer), .error = X11Reply<xcb_generic_error_t>(error)};
+        if (waitForServer())
+            continue;
+        // Whatever comes late finds nobody: the library reads the end of the connection next, and from then on says at
+        // once that it is broken.
+        m_hasTimedOut = true;
+        ::shutdown(xcb_get_file_descriptor(get()), SHUT_RDWR);
+    }
+}
+
+/// @return false when nothing has come in time
+bool X11Connection::waitForServer() const
+{
+    pollfd descriptor{.fd = xcb_get_file_descriptor(get()), .events = POLLIN, .revents = 0};
+    int ready = 0;
+    do {
+        ready = ::poll(&descriptor, 1, int(m_patience.count()));
+    } while (ready < 0 && errno == EINTR);
+    return ready > 0;
+}
+
+bool X11Connection::check(xcb_void_cookie_t cookie) const
+{
+    // The library would ask the same, but wait without end.
+    return reply<xcb_get_input_focus_reply>(xcb_get_input_focus(get())) && checkAnswered(cookie);
+}
+
+bool X11Connection::checkAnswered(xcb_void_cookie_t cookie) const
+{
+    const X11Reply<xcb_generic_error_t> refusal(xcb_request_check(get(), cookie));
+    return !refusal && !isBroken();
+}
 
 void X11Connection::internAtoms(std::initializer_list<const char *> names)
 {
@@ -69,10 +149,31 @@ xcb_atom_t X11Connection::atom(const char *name)
     return m_atoms.value(QByteArray(name), XCB_ATOM_NONE);
 }
 
-void X11Connection::discardEvents() const
+std::optional<std::uint8_t> X11Connection::firstEventOf(xcb_extension_t &extension) const
 {
-    while (X11Reply<xcb_generic_event_t> event{xcb_poll_for_event(get())}) {
+    const auto *data = xcb_get_extension_data(get(), &extension);
+    if (!data || !data->present)
+        return std::nullopt;
+    return data->first_event;
+}
+
+void X11Connection::dispatchEvents() const
+{
+    while (const X11Reply<xcb_generic_event_t> event{xcb_poll_for_event(get())}) {
+        for (const auto &handler : m_handlers)
+            handler(*event);
     }
+}
+
+X11Subscription::X11Subscription(std::shared_ptr<X11Connection> connection,
+                                 std::function<void(const xcb_generic_event_t &)> handler)
+    : m_connection(std::move(connection)),
+      m_handler(m_connection->m_handlers.insert(m_connection->m_handlers.end(), std::move(handler)))
+{}
+
+X11Subscription::~X11Subscription()
+{
+    m_connection->m_handlers.erase(m_handler);
 }
 
 } // namespace ostrel

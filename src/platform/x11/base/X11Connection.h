@@ -5,9 +5,16 @@
 #include <QByteArray>
 #include <QHash>
 
+#include <chrono>
+#include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <initializer_list>
+#include <list>
 #include <memory>
+#include <optional>
+#include <type_traits>
+#include <utility>
 #include <xcb/xcb.h>
 
 namespace ostrel {
@@ -25,12 +32,19 @@ using X11Reply = std::unique_ptr<T, X11Free>;
 /// Requests are sent at once and collected later, so that several cost one round trip. An answer is missing alike
 /// when its window has vanished meanwhile and when the connection is lost; `isBroken` tells the two apart. A broken
 /// connection stays broken: open another one.
+///
+/// No wait for an answer is longer than the patience: then the connection is given up, and every further answer is
+/// missing at once, as after the server's end. A frozen server must not freeze us.
 class X11Connection
 {
 public:
-    /// @param display as in $DISPLAY; empty means that $DISPLAY decides
-    /// @return Fault::NoXDisplay when there is no such display or it may not be used
-    static Result<std::unique_ptr<X11Connection>> open(const QByteArray &display);
+    static constexpr std::chrono::milliseconds defaultPatience{5'000};
+
+    /// @param display  as in $DISPLAY; empty means that $DISPLAY decides
+    /// @param patience how long the server may be silent while we wait for it
+    /// @return Fault::NoXDisplay when there is no such display or it may not be used; Fault::TimedOut
+    static Result<std::unique_ptr<X11Connection>> open(const QByteArray &display,
+                                                       std::chrono::milliseconds patience = defaultPatience);
 
     X11Connection(const X11Connection &) = delete;
     X11Connection &operator=(const X11Connection &) = delete;
@@ -39,6 +53,8 @@ public:
     const xcb_screen_t &screen() const { return *m_screen; }
     xcb_window_t root() const { return m_screen->root; }
     bool isBroken() const { return xcb_connection_has_error(get()) != 0; }
+    /// Why it is broken: Fault::TimedOut or Fault::NoXDisplay.
+    Error brokenError() const;
 
     /// The atoms of several names for one round trip; later calls of `atom` find them here.
     void internAtoms(std::initializer_list<const char *> names);
@@ -50,24 +66,80 @@ public:
     auto reply(Cookie cookie) const
     {
         using Answer = std::remove_pointer_t<decltype(Collect(get(), cookie, nullptr))>;
-        return X11Reply<Answer>(Collect(get(), cookie, nullptr));
+        return X11Reply<Answer>(static_cast<Answer *>(await(cookie.sequence).answer.release()));
     }
+    /// The same where the reason matters: the answer, or the server's error, or neither when the connection is lost.
+    template <auto Collect, class Cookie>
+    auto replyOrError(Cookie cookie) const
+    {
+        using Answer = std::remove_pointer_t<decltype(Collect(get(), cookie, nullptr))>;
+        Outcome outcome = await(cookie.sequence);
+        return std::pair(X11Reply<Answer>(static_cast<Answer *>(outcome.answer.release())), std::move(outcome.error));
+    }
+    /// Whether the server has carried out a request that has no answer, sent by its `_checked` function. A round trip.
+    bool check(xcb_void_cookie_t cookie) const;
+    /// The same where the answer to a later request has been collected already; no round trip.
+    bool checkAnswered(xcb_void_cookie_t cookie) const;
 
-    /// Throws away what the server sent unasked. A server tells every client of a changed keyboard mapping; whoever
-    /// never reads keeps all of it in memory.
-    void discardEvents() const;
+    /// The number of an extension's first event. Absent when the server lacks the extension; whoever speaks to it
+    /// nevertheless loses the connection. No round trip for RandR, SHM, XFIXES, DAMAGE and SYNC.
+    std::optional<std::uint8_t> firstEventOf(xcb_extension_t &extension) const;
+
+    /// Reads what the server has sent unasked and hands it to all subscriptions. Never waits. Events come in order
+    /// with the answers: after an answer has been collected, all that happened before it is handed on here. Also for
+    /// whoever subscribes to nothing: a server tells every client of a changed keyboard mapping, and what is never read
+    /// is kept in memory.
+    void dispatchEvents() const;
 
 private:
+    friend class X11Subscription;
+    using Handlers = std::list<std::function<void(const xcb_generic_event_t &)>>;
+
     struct Disconnect {
         void operator()(xcb_connection_t *connection) const { xcb_disconnect(connection); }
     };
     using Handle = std::unique_ptr<xcb_connection_t, Disconnect>;
 
-    X11Connection(Handle connection, const xcb_screen_t *screen);
+    struct Outcome {
+        X11Reply<void> answer;
+        X11Reply<xcb_generic_error_t> error;
+    };
 
-    Handle m_connection;
-    const xcb_screen_t *m_screen;
+    X11Connection(Handle connection, const xcb_screen_t *screen, std::chrono::milliseconds patience);
+
+    Outcome await(unsigned int sequence) const;
+    bool waitForServer() const;
+    bool learnExtensions() const;
+
+    const Handle m_connection;
+    const xcb_screen_t *const m_screen;
+    const std::chrono::milliseconds m_patience;
+    mutable bool m_hasTimedOut = false;
     QHash<QByteArray, xcb_atom_t> m_atoms;
+    Handlers m_handlers;
 };
+
+/// Hands every event of a connection to a function for as long as it lives. Several may be interested in one event, so
+/// each picks its own by type and identifier.
+class X11Subscription
+{
+public:
+    /// @param handler neither subscribes nor ends a subscription, and asks the server nothing
+    X11Subscription(std::shared_ptr<X11Connection> connection,
+                    std::function<void(const xcb_generic_event_t &)> handler);
+    X11Subscription(const X11Subscription &) = delete;
+    X11Subscription &operator=(const X11Subscription &) = delete;
+    ~X11Subscription();
+
+private:
+    const std::shared_ptr<X11Connection> m_connection;
+    const X11Connection::Handlers::iterator m_handler;
+};
+
+/// An event's type, without the mark of those that another client has sent.
+inline std::uint8_t typeOf(const xcb_generic_event_t &event)
+{
+    return event.response_type & 0x7f;
+}
 
 } // namespace ostrel

@@ -1,6 +1,5 @@
 #include "platform/x11/base/X11Monitors.h"
 
-#include "base/Fault.h"
 #include "platform/x11/base/X11Connection.h"
 
 #include <QSet>
@@ -131,7 +130,7 @@ Result<X11MonitorLayout> readMonitors(X11Connection &connection)
         layout.monitors = wholeScreen(connection);
     }
     if (connection.isBroken())
-        return std::unexpected(faultError(Fault::NoXDisplay, QStringLiteral("the connection to it was lost")));
+        return std::unexpected(connection.brokenError());
     assignDisplayIds(layout.monitors);
     layout.mainIndex = mainMonitorIndex(layout.monitors);
     return layout;

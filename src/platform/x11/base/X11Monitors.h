@@ -40,7 +40,7 @@ struct X11MonitorLayout {
 };
 
 /// Reads the monitors; two or three round trips. Where the server has no RandR 1.5 the whole X screen is one monitor.
-/// @return Fault::NoXDisplay when the connection is lost
+/// @return Fault::NoXDisplay or Fault::TimedOut when the connection is lost
 Result<X11MonitorLayout> readMonitors(X11Connection &connection);
 
 /// Asks where the main monitor's corner is, for callers that place one thing on the desktop: sent at once, collected

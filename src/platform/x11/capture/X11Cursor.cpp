@@ -2,78 +2,79 @@
 
 #include "platform/x11/base/X11Connection.h"
 
-#include <algorithm>
 #include <utility>
+#include <xcb/xfixes.h>
 
 namespace ostrel {
 
 namespace {
 
-bool queryXFixes(X11Connection &connection)
+/// @return the number of the event that tells a new shape
+std::optional<std::uint8_t> selectShapes(X11Connection &connection)
 {
-    const auto *extension = xcb_get_extension_data(connection.get(), &xcb_xfixes_id);
-    if (!extension || !extension->present)
-        return false;
+    const auto firstEvent = connection.firstEventOf(xcb_xfixes_id);
+    if (!firstEvent)
+        return std::nullopt;
     // The server refuses every other request of the extension until it has been asked for its version.
-    return connection.reply<xcb_xfixes_query_version_reply>(xcb_xfixes_query_version(connection.get(), 5, 0)) !=
-           nullptr;
+    if (!connection.reply<xcb_xfixes_query_version_reply>(xcb_xfixes_query_version(connection.get(), 5, 0)))
+        return std::nullopt;
+    xcb_xfixes_select_cursor_input(connection.get(), connection.root(), XCB_XFIXES_CURSOR_NOTIFY_MASK_DISPLAY_CURSOR);
+    return std::uint8_t(*firstEvent + XCB_XFIXES_CURSOR_NOTIFY);
 }
 
-/// One channel: `source` is premultiplied, `alpha` its coverage.
-std::uint8_t over(std::uint32_t source, std::uint32_t below, std::uint32_t alpha)
+std::optional<X11CursorImage> imageOf(const xcb_xfixes_get_cursor_image_reply_t &answer)
 {
-    constexpr std::uint32_t opaque = 255;
-    // Not every cursor is premultiplied as it should be; too bright ones must not wrap around.
-    return std::uint8_t(std::min(opaque, source + (below * (opaque - alpha) + opaque / 2) / opaque));
+    if (xcb_xfixes_get_cursor_image_cursor_image_length(&answer) < answer.width * answer.height)
+        return std::nullopt;
+    const std::uint32_t *pixels = xcb_xfixes_get_cursor_image_cursor_image(&answer);
+    return X11CursorImage{
+        .place = QRect(answer.x - answer.xhot, answer.y - answer.yhot, answer.width, answer.height),
+        .pixels = {pixels, pixels + std::size_t(answer.width) * answer.height},
+    };
 }
 
 } // namespace
 
-void blendCursor(const std::uint32_t *cursor, const QRect &place, std::uint8_t *pixels, std::ptrdiff_t stride,
-                 const QRect &picture)
-{
-    const QRect visible = place & picture;
-    for (int y = visible.top(); y <= visible.bottom(); ++y) {
-        const std::uint32_t *source = cursor + std::ptrdiff_t(y - place.top()) * place.width();
-        std::uint8_t *row = pixels + y * stride;
-        for (int x = visible.left(); x <= visible.right(); ++x) {
-            const std::uint32_t argb = source[x - place.left()];
-            const std::uint32_t alpha = argb >> 24;
-            std::uint8_t *pixel = row + std::ptrdiff_t(x) * 4;
-            for (int channel = 0; channel < 3; ++channel) // blue, green, red: from the low end of ARGB
-                pixel[channel] = over((argb >> (8 * channel)) & 0xff, pixel[channel], alpha);
-        }
-    }
-}
-
-X11Cursor::X11Cursor(std::shared_ptr<X11Connection> connection)
-    : m_connection(std::move(connection)), m_isAvailable(queryXFixes(*m_connection))
+X11Cursor::X11Cursor(std::shared_ptr<X11Connection> connection,
+                     std::function<std::chrono::milliseconds()> monotonicTime, std::chrono::milliseconds rest)
+    : m_connection(std::move(connection)), m_monotonicTime(std::move(monotonicTime)),
+      m_shapeEvent(selectShapes(*m_connection)), m_pointer(m_connection, rest),
+      m_events(m_connection, [this](const auto &event) { handle(event); })
 {}
 
-X11Cursor::Request X11Cursor::request() const
+std::optional<X11CursorImage> X11Cursor::current(QPoint corner)
 {
-    if (!m_isAvailable)
-        return {};
-    return {.cookie = xcb_xfixes_get_cursor_image(m_connection->get()), .sent = true};
+    if (!m_shapeEvent)
+        return std::nullopt;
+    m_connection->dispatchEvents();
+    if (!isKnown())
+        ask();
+    std::optional<X11CursorImage> cursor = m_cursor;
+    if (cursor)
+        cursor->place.translate(-corner);
+    return cursor;
 }
 
-void X11Cursor::draw(Request request, std::uint8_t *pixels, std::ptrdiff_t stride, const QRect &area) const
+bool X11Cursor::isKnown() const
 {
-    if (!request.sent)
-        return;
-    const auto image = m_connection->reply<xcb_xfixes_get_cursor_image_reply>(request.cookie);
-    if (!image || xcb_xfixes_get_cursor_image_cursor_image_length(image.get()) < image->width * image->height)
-        return;
-    const QRect place(image->x - image->xhot - area.x(), image->y - image->yhot - area.y(), image->width,
-                      image->height);
-    blendCursor(xcb_xfixes_get_cursor_image_cursor_image(image.get()), place, pixels, stride,
-                QRect(QPoint(0, 0), area.size()));
+    return !m_hasNewShape && m_pointer.hasStayed() && m_monotonicTime() - m_askedAt < longestTrust;
 }
 
-void X11Cursor::discard(Request request) const
+void X11Cursor::ask()
 {
-    if (request.sent)
-        xcb_discard_reply(m_connection->get(), request.cookie.sequence);
+    // First: what is told from now on is told of a later pointer, or needlessly, but not too early.
+    m_hasNewShape = false;
+    m_pointer.mark();
+    m_askedAt = m_monotonicTime();
+    const auto sent = xcb_xfixes_get_cursor_image(m_connection->get());
+    const auto answer = m_connection->reply<xcb_xfixes_get_cursor_image_reply>(sent);
+    m_cursor = answer ? imageOf(*answer) : std::nullopt;
+}
+
+void X11Cursor::handle(const xcb_generic_event_t &event)
+{
+    if (typeOf(event) == m_shapeEvent)
+        m_hasNewShape = true;
 }
 
 } // namespace ostrel

@@ -1,47 +1,59 @@
 #pragma once
 
+#include "platform/x11/capture/X11PointerWatch.h"
+
+#include <QPoint>
 #include <QRect>
 
-#include <cstddef>
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
-#include <xcb/xfixes.h>
+#include <optional>
+#include <vector>
 
 namespace ostrel {
 
-class X11Connection;
+/// What the pointer looks like and where.
+struct X11CursorImage {
+    QRect place;                       ///< relative to the corner of the picture that it belongs to
+    std::vector<std::uint32_t> pixels; ///< premultiplied ARGB, rows of `place.width()` without gaps
 
-/// The pointer's picture, which the screen's own picture lacks. One thread at a time.
+    bool operator==(const X11CursorImage &) const = default;
+};
+
+/// The pointer's picture, which the screen's own picture lacks. Asked for only when it may be another than before: an
+/// event tells a new shape, the watch tells rest. One thread at a time.
 class X11Cursor
 {
 public:
-    /// Asks for the XFixes extension; one round trip. Without it there is no cursor in any picture.
-    explicit X11Cursor(std::shared_ptr<X11Connection> connection);
+    /// The server doesn't tell all: neither that a shape was given other colours, nor for certain every move. So the
+    /// picture is asked for anew this often all the same. Also the longest that a server's silence is taken for rest.
+    static constexpr std::chrono::milliseconds longestTrust{10'000};
 
-    /// A request on its way.
-    struct Request {
-        xcb_xfixes_get_cursor_image_cookie_t cookie;
-        bool sent = false;
-    };
-    Request request() const;
+    /// Asks for the extensions; a few round trips. Without XFixes there is no cursor in any picture.
+    /// @param rest as in X11PointerWatch
+    X11Cursor(std::shared_ptr<X11Connection> connection, std::function<std::chrono::milliseconds()> monotonicTime,
+              std::chrono::milliseconds rest);
 
-    /// Collects the answer and draws the cursor where it is.
-    /// @param pixels rows of B, G, R and an unused byte, `stride` bytes apart, that show `area`
-    /// @param area   of the X screen, in pixels
-    void draw(Request request, std::uint8_t *pixels, std::ptrdiff_t stride, const QRect &area) const;
-    /// Takes back a request whose answer is not wanted.
-    void discard(Request request) const;
+    /// At most one round trip.
+    /// @param corner of the picture, pixels on the X screen
+    /// @return nothing when there is no cursor
+    std::optional<X11CursorImage> current(QPoint corner);
 
 private:
-    std::shared_ptr<X11Connection> m_connection;
-    bool m_isAvailable = false;
-};
+    bool isKnown() const;
+    void ask();
+    void handle(const xcb_generic_event_t &event);
 
-/// Draws premultiplied ARGB over opaque pixels. Parts outside the picture are left out.
-/// @param cursor  rows of `place.width()` pixels without gaps
-/// @param place   where the cursor lies, relative to the picture's top-left corner
-/// @param picture the picture's size at (0,0)
-void blendCursor(const std::uint32_t *cursor, const QRect &place, std::uint8_t *pixels, std::ptrdiff_t stride,
-                 const QRect &picture);
+    const std::shared_ptr<X11Connection> m_connection;
+    const std::function<std::chrono::milliseconds()> m_monotonicTime;
+    std::optional<std::uint8_t> m_shapeEvent; ///< absent without XFixes
+    X11PointerWatch m_pointer;
+    bool m_hasNewShape = true;
+    std::chrono::milliseconds m_askedAt{};
+    std::optional<X11CursorImage> m_cursor; ///< relative to the corner of the X screen
+    const X11Subscription m_events;
+};
 
 } // namespace ostrel

@@ -12,7 +12,9 @@ namespace ostrel {
 
 X11DisplaySource::X11DisplaySource() = default;
 
-X11DisplaySource::X11DisplaySource(QByteArray display) : m_display(std::move(display)) {}
+X11DisplaySource::X11DisplaySource(QByteArray display, X11CaptureSeams seams)
+    : m_display(std::move(display)), m_seams(std::move(seams))
+{}
 
 X11DisplaySource::~X11DisplaySource() = default;
 
@@ -47,7 +49,7 @@ X11DisplaySource::makeScreenshotter(const DisplayContentFilter &filter,
     const auto connected = connection();
     if (!connected)
         return std::unexpected(connected.error());
-    auto screenshotter = X11Screenshotter::open(*connected, filter.displayId, configuration.showsCursor);
+    auto screenshotter = X11Screenshotter::open(*connected, filter.displayId, configuration.showsCursor, m_seams);
     if (!screenshotter)
         return std::unexpected(screenshotter.error());
     return std::move(*screenshotter);
@@ -65,7 +67,7 @@ Result<std::shared_ptr<X11Connection>> X11DisplaySource::connection()
     if (m_connection && !m_connection->isBroken())
         return m_connection;
     m_connection.reset();
-    auto opened = X11Connection::open(m_display);
+    auto opened = X11Connection::open(m_display, m_seams.patience);
     if (!opened)
         return std::unexpected(opened.error());
     m_connection = std::move(*opened);

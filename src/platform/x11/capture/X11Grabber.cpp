@@ -4,8 +4,11 @@
 #include "platform/x11/base/X11Connection.h"
 #include "platform/x11/capture/X11SharedSegment.h"
 
+#include <algorithm>
+#include <cstring>
 #include <limits>
 #include <utility>
+#include <vector>
 #include <xcb/shm.h>
 
 namespace ostrel {
@@ -17,91 +20,159 @@ constexpr uint32_t allPlanes = std::numeric_limits<uint32_t>::max();
 Error refusal(const X11Connection &connection, const X11Reply<xcb_generic_error_t> &error)
 {
     if (connection.isBroken())
-        return faultError(Fault::NoXDisplay, QStringLiteral("the connection to it was lost"));
+        return connection.brokenError();
     return faultError(Fault::PictureRefused, QStringLiteral("X error %1").arg(error ? error->error_code : 0));
 }
 
+/// The segment holds the picture and after it the rows of a look.
 class SharedMemoryGrabber final : public X11Grabber
 {
 public:
-    SharedMemoryGrabber(std::shared_ptr<X11Connection> connection, std::unique_ptr<X11SharedSegment> segment,
-                        QSize size)
-        : m_connection(std::move(connection)), m_segment(std::move(segment)), m_size(size)
+    SharedMemoryGrabber(std::shared_ptr<X11Connection> connection, QSize size, X11PixelFormat format)
+        : X11Grabber(size, format), m_connection(std::move(connection)),
+          m_segment(X11SharedSegment::attach(m_connection, pictureBytes() + lookBytes()))
     {}
 
-    void request(QPoint corner) override
+    bool isUsable() const { return m_segment != nullptr; }
+
+    std::uint8_t *pixels() override { return m_segment->memory(); }
+
+    void request(QPoint corner, std::span<const RowRange> rows) override
     {
-        m_cookie = xcb_shm_get_image(m_connection->get(), m_connection->root(), int16_t(corner.x()),
-                                     int16_t(corner.y()), uint16_t(m_size.width()), uint16_t(m_size.height()),
-                                     allPlanes, XCB_IMAGE_FORMAT_Z_PIXMAP, m_segment->id(), 0);
+        for (const RowRange &range : rows)
+            m_sent.push_back(send(corner, range, std::size_t(range.begin) * std::size_t(m_stride)));
     }
 
-    Result<std::uint8_t *> collect() override
+    Result<> collect() override
     {
-        xcb_generic_error_t *error = nullptr;
-        const X11Reply<xcb_shm_get_image_reply_t> written(
-            xcb_shm_get_image_reply(m_connection->get(), m_cookie, &error));
-        if (!written)
-            return std::unexpected(refusal(*m_connection, X11Reply<xcb_generic_error_t>(error)));
-        return m_segment->memory();
+        Result<> outcome;
+        for (const Cookie cookie : std::exchange(m_sent, {})) {
+            if (auto written = collect(cookie); !written)
+                outcome = written;
+        }
+        return outcome;
     }
 
-    void discard() override { xcb_discard_reply(m_connection->get(), m_cookie.sequence); }
+    Result<const std::uint8_t *> look(QPoint corner, RowRange rows) override
+    {
+        if (const auto written = collect(send(corner, rows, pictureBytes())); !written)
+            return std::unexpected(written.error());
+        return m_segment->memory() + pictureBytes();
+    }
 
 private:
-    std::shared_ptr<X11Connection> m_connection;
-    std::unique_ptr<X11SharedSegment> m_segment;
-    QSize m_size;
-    xcb_shm_get_image_cookie_t m_cookie{};
+    using Cookie = xcb_shm_get_image_cookie_t;
+
+    Cookie send(QPoint corner, RowRange rows, std::size_t offset)
+    {
+        return xcb_shm_get_image(m_connection->get(), m_connection->root(), int16_t(corner.x()),
+                                 int16_t(corner.y() + rows.begin), uint16_t(m_size.width()),
+                                 uint16_t(rows.end - rows.begin), allPlanes, XCB_IMAGE_FORMAT_Z_PIXMAP, m_segment->id(),
+                                 uint32_t(offset));
+    }
+
+    Result<> collect(Cookie cookie)
+    {
+        const auto [written, error] = m_connection->replyOrError<xcb_shm_get_image_reply>(cookie);
+        if (!written)
+            return std::unexpected(refusal(*m_connection, error));
+        return {};
+    }
+
+    const std::shared_ptr<X11Connection> m_connection;
+    const std::unique_ptr<X11SharedSegment> m_segment;
+    std::vector<Cookie> m_sent;
 };
 
 class WireGrabber final : public X11Grabber
 {
 public:
-    WireGrabber(std::shared_ptr<X11Connection> connection, QSize size)
-        : m_connection(std::move(connection)), m_size(size)
+    WireGrabber(std::shared_ptr<X11Connection> connection, QSize size, X11PixelFormat format)
+        : X11Grabber(size, format), m_connection(std::move(connection)),
+          m_pixels(std::make_unique_for_overwrite<std::uint8_t[]>(pictureBytes()))
     {}
 
-    void request(QPoint corner) override
+    std::uint8_t *pixels() override { return m_pixels.get(); }
+
+    /// Only the first piece goes out now: a picture that is sent at once would take up its size once more on each side.
+    void request(QPoint corner, std::span<const RowRange> rows) override
     {
-        m_picture.reset(); // never two pictures at a time
-        m_cookie =
-            xcb_get_image(m_connection->get(), XCB_IMAGE_FORMAT_Z_PIXMAP, m_connection->root(), int16_t(corner.x()),
-                          int16_t(corner.y()), uint16_t(m_size.width()), uint16_t(m_size.height()), allPlanes);
+        m_corner = corner;
+        for (RowRange range : rows) {
+            for (; range.begin < range.end; range.begin += longestLook())
+                m_pieces.push_back({range.begin, std::min(range.end, range.begin + longestLook())});
+        }
+        if (!m_pieces.empty())
+            m_sent = send(corner, m_pieces.front());
     }
 
-    Result<std::uint8_t *> collect() override
+    Result<> collect() override
     {
-        xcb_generic_error_t *error = nullptr;
-        m_picture.reset(xcb_get_image_reply(m_connection->get(), m_cookie, &error));
-        if (!m_picture)
-            return std::unexpected(refusal(*m_connection, X11Reply<xcb_generic_error_t>(error)));
-        return xcb_get_image_data(m_picture.get());
+        const auto pieces = std::exchange(m_pieces, {});
+        for (std::size_t i = 0; i < pieces.size(); ++i) {
+            if (const auto piece = collect(i == 0 ? m_sent : send(m_corner, pieces[i]), pieces[i]); !piece)
+                return std::unexpected(piece.error());
+            std::memcpy(m_pixels.get() + pieces[i].begin * m_stride, xcb_get_image_data(m_piece.get()),
+                        bytesOf(pieces[i]));
+        }
+        m_piece.reset();
+        return {};
     }
 
-    void discard() override { xcb_discard_reply(m_connection->get(), m_cookie.sequence); }
+    Result<const std::uint8_t *> look(QPoint corner, RowRange rows) override
+    {
+        if (const auto piece = collect(send(corner, rows), rows); !piece)
+            return std::unexpected(piece.error());
+        return xcb_get_image_data(m_piece.get());
+    }
 
 private:
-    std::shared_ptr<X11Connection> m_connection;
-    QSize m_size;
-    xcb_get_image_cookie_t m_cookie{};
-    X11Reply<xcb_get_image_reply_t> m_picture;
+    std::size_t bytesOf(RowRange rows) const { return std::size_t(rows.end - rows.begin) * std::size_t(m_stride); }
+
+    xcb_get_image_cookie_t send(QPoint corner, RowRange rows)
+    {
+        m_piece.reset(); // never two at a time
+        return xcb_get_image(m_connection->get(), XCB_IMAGE_FORMAT_Z_PIXMAP, m_connection->root(), int16_t(corner.x()),
+                             int16_t(corner.y() + rows.begin), uint16_t(m_size.width()),
+                             uint16_t(rows.end - rows.begin), allPlanes);
+    }
+
+    Result<> collect(xcb_get_image_cookie_t cookie, RowRange rows)
+    {
+        auto [picture, error] = m_connection->replyOrError<xcb_get_image_reply>(cookie);
+        if (!picture || std::size_t(xcb_get_image_data_length(picture.get())) < bytesOf(rows))
+            return std::unexpected(refusal(*m_connection, error));
+        m_piece = std::move(picture);
+        return {};
+    }
+
+    const std::shared_ptr<X11Connection> m_connection;
+    const std::unique_ptr<std::uint8_t[]> m_pixels;
+    QPoint m_corner;
+    std::vector<RowRange> m_pieces; ///< that have been asked for, but for the first not sent yet
+    xcb_get_image_cookie_t m_sent{};
+    X11Reply<xcb_get_image_reply_t> m_piece;
 };
 
 } // namespace
 
+int X11Grabber::longestLook() const
+{
+    constexpr int parts = 32; // 3 percent of the picture's memory
+    return std::max(1, m_size.height() / parts);
+}
+
 std::unique_ptr<X11Grabber> makeSharedMemoryGrabber(std::shared_ptr<X11Connection> connection, QSize size,
                                                     X11PixelFormat format)
 {
-    auto segment = X11SharedSegment::attach(connection, format.stride(size.width()) * std::size_t(size.height()));
-    if (!segment)
-        return nullptr;
-    return std::make_unique<SharedMemoryGrabber>(std::move(connection), std::move(segment), size);
+    auto grabber = std::make_unique<SharedMemoryGrabber>(std::move(connection), size, format);
+    return grabber->isUsable() ? std::move(grabber) : nullptr;
 }
 
-std::unique_ptr<X11Grabber> makeWireGrabber(std::shared_ptr<X11Connection> connection, QSize size)
+std::unique_ptr<X11Grabber> makeWireGrabber(std::shared_ptr<X11Connection> connection, QSize size,
+                                            X11PixelFormat format)
 {
-    return std::make_unique<WireGrabber>(std::move(connection), size);
+    return std::make_unique<WireGrabber>(std::move(connection), size, format);
 }
 
 } // namespace ostrel

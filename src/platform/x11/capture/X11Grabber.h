@@ -1,32 +1,57 @@
 #pragma once
 
 #include "base/Error.h"
+#include "capture/DisplaySource.h"
 #include "platform/x11/capture/X11PixelFormat.h"
 
-#include <QRect>
+#include <QPoint>
+#include <QSize>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 
 namespace ostrel {
 
 class X11Connection;
 
-/// Fetches rectangles of the root window, all of one size. One request is sent first and collected later, so that
-/// others can share its round trip. One thread at a time.
+/// Keeps a picture of a rectangle of the root window and fetches rows of it anew, each to where it belongs. Requests
+/// are sent first and collected later, so that others can share their round trip. One thread at a time.
 class X11Grabber
 {
 public:
     virtual ~X11Grabber() = default;
 
-    /// Sends the request. `collect` or `discard` comes next.
+    /// The picture: rows of B, G, R and an unused byte, which may be drawn over. Noise until all rows were collected.
+    virtual std::uint8_t *pixels() = 0;
+    /// From one row to the next, in bytes.
+    std::ptrdiff_t stride() const { return m_stride; }
+    int height() const { return m_size.height(); }
+
+    /// Sends for rows of the picture. `collect` comes next; until then these rows must not be touched.
     /// @param corner of the rectangle, pixels on the X screen
-    virtual void request(QPoint corner) = 0;
-    /// Waits for the picture.
-    /// @return its first row, which may be drawn over, until the next request; Fault::PictureRefused where the
-    ///         rectangle is not all on the screen, Fault::NoXDisplay when the connection is lost
-    virtual Result<std::uint8_t *> collect() = 0;
-    virtual void discard() = 0;
+    virtual void request(QPoint corner, std::span<const RowRange> rows) = 0;
+    /// Waits until the rows are in place. After a failure they are noise.
+    /// @return Fault::PictureRefused where the rectangle is not all on the screen; Fault::NoXDisplay or
+    ///         Fault::TimedOut when the connection is lost
+    virtual Result<> collect() = 0;
+
+    /// How many rows fit into one `look`.
+    int longestLook() const;
+    /// Fetches rows without touching the picture; one round trip.
+    /// @return the first of them, `stride` bytes apart, until the next look; the errors of `collect`
+    virtual Result<const std::uint8_t *> look(QPoint corner, RowRange rows) = 0;
+
+protected:
+    X11Grabber(QSize size, X11PixelFormat format) : m_size(size), m_stride(std::ptrdiff_t(format.stride(size.width())))
+    {}
+
+    std::size_t pictureBytes() const { return std::size_t(m_stride) * std::size_t(m_size.height()); }
+    std::size_t lookBytes() const { return std::size_t(m_stride) * std::size_t(longestLook()); }
+
+    const QSize m_size;
+    const std::ptrdiff_t m_stride;
 };
 
 /// Has the server write into memory that it shares with us: no picture passes through the connection.
@@ -35,6 +60,7 @@ std::unique_ptr<X11Grabber> makeSharedMemoryGrabber(std::shared_ptr<X11Connectio
                                                     X11PixelFormat format);
 
 /// Has the picture sent over the connection: works with every server, and costs several times as much.
-std::unique_ptr<X11Grabber> makeWireGrabber(std::shared_ptr<X11Connection> connection, QSize size);
+std::unique_ptr<X11Grabber> makeWireGrabber(std::shared_ptr<X11Connection> connection, QSize size,
+                                            X11PixelFormat format);
 
 } // namespace ostrel

@@ -15,7 +15,7 @@ public:
     /// @param display as in $DISPLAY
     explicit X11ScreenCaptureAccess(QByteArray display);
 
-    /// Connects anew; a few milliseconds.
+    /// Connects anew; a few milliseconds. A server that does not answer for 5 s counts as out of reach.
     bool preflight() override;
     /// There is nobody to ask; the same as `preflight`.
     bool request() override;

@@ -2,58 +2,45 @@
 
 #include "capture/DisplaySource.h"
 #include "platform/x11/base/X11Monitors.h"
-#include "platform/x11/capture/X11Cursor.h"
-#include "platform/x11/capture/X11PixelFormat.h"
+#include "platform/x11/capture/X11CaptureSeams.h"
+#include "platform/x11/capture/X11MonitorWatch.h"
+#include "platform/x11/capture/X11Picture.h"
 
-#include <cstdint>
 #include <memory>
 #include <optional>
-#include <vector>
 
 namespace ostrel {
 
 class X11Connection;
-class X11Grabber;
 
 /// Takes pictures of one monitor: its part of the root window, with the cursor drawn over it. A monitor that moves is
 /// followed; one that changes its size or goes ends in an error at every further picture.
 class X11Screenshotter final : public DisplayScreenshotter
 {
 public:
-    /// @return Fault::NoXDisplay, DisplayGone, ScreenFormatUnsupported
+    /// @return Fault::NoXDisplay, TimedOut, DisplayGone, ScreenFormatUnsupported
     static Result<std::unique_ptr<X11Screenshotter>> open(std::shared_ptr<X11Connection> connection, quint32 displayId,
-                                                          bool showsCursor);
+                                                          bool showsCursor, const X11CaptureSeams &seams);
     ~X11Screenshotter() override;
 
-    /// One round trip. Never empty.
-    /// @return Fault::NoXDisplay, DisplayGone, DisplayResized, PictureRefused
+    /// No round trip where nothing has changed; one for each of the pointer, the changes and their rows, where those
+    /// have. Never empty. The view tells the changed rows, unless all of them have been fetched. A frozen server is
+    /// noticed by the next question, after `X11Cursor::longestTrust` or `X11Picture::auditInterval` at the latest.
+    /// @return Fault::NoXDisplay, TimedOut, DisplayGone, DisplayResized, PictureRefused
     Result<std::optional<FrameView>> capture() override;
 
 private:
-    /// What the server says of its monitors; the same again means that nothing has moved.
-    using Arrangement = std::vector<std::uint8_t>;
-    /// What goes out together and shares one round trip.
-    struct Requests {
-        std::optional<xcb_randr_get_monitors_cookie_t> monitors;
-        X11Cursor::Request cursor;
-    };
+    using Watch = std::unique_ptr<X11MonitorWatch>;
 
-    X11Screenshotter(std::shared_ptr<X11Connection> connection, X11Monitor monitor, X11PixelFormat format,
-                     bool showsCursor);
+    X11Screenshotter(std::shared_ptr<X11Connection> connection, Watch watch, X11Monitor monitor, X11Picture picture);
 
-    Requests send();
-    Arrangement collectArrangement(const Requests &requests) const;
-    Result<FrameView> collectPicture(const Requests &requests);
-    void discardPicture(const Requests &requests);
     Result<> findMonitorAgain();
 
     const std::shared_ptr<X11Connection> m_connection;
+    const Watch m_watch;
     X11Monitor m_monitor;
-    const X11PixelFormat m_format;
-    const bool m_hasRandR;
-    std::optional<X11Cursor> m_cursor;
-    std::unique_ptr<X11Grabber> m_grabber;
-    std::optional<Arrangement> m_arrangement; ///< at which `m_monitor` was read
+    X11Picture m_picture;
+    bool m_isPlaced = false; ///< `m_monitor` has been read, and nothing was told after that
 };
 
 } // namespace ostrel

@@ -47,11 +47,11 @@ std::unique_ptr<X11SharedSegment> X11SharedSegment::attach(std::shared_ptr<X11Co
     std::unique_ptr<X11SharedSegment> segment(
         new X11SharedSegment(std::move(connection), static_cast<std::uint8_t *>(memory)));
     xcb_connection_t *server = segment->m_connection->get();
-    const X11Reply<xcb_generic_error_t> refused(
-        xcb_request_check(server, xcb_shm_attach_checked(server, segment->m_id, uint32_t(number), writable)));
+    const bool attached =
+        segment->m_connection->check(xcb_shm_attach_checked(server, segment->m_id, uint32_t(number), writable));
     // Both hold it by now, or never will: from here on it ends with its users, even if we are killed.
     shmctl(number, IPC_RMID, nullptr);
-    if (refused || !segment->isSeenByServer())
+    if (!attached || !segment->isSeenByServer())
         return nullptr;
     return segment;
 }

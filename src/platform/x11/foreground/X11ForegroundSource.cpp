@@ -61,7 +61,7 @@ X11Connection *X11ForegroundSource::connection()
 {
     // Reading what came unasked is also what finds out that the server has gone.
     if (m_connection)
-        m_connection->discardEvents();
+        m_connection->dispatchEvents();
     if (m_connection && m_connection->isBroken()) {
         m_connection.reset();
         m_window.reset();

@@ -1,0 +1,77 @@
+#pragma once
+
+#include "base/Error.h"
+
+#include <QList>
+#include <QString>
+#include <functional>
+#include <optional>
+
+/// What a desktop offers to a recording, as kinds and numbers; the words stand with the checks.
+namespace ostrel {
+
+enum class SessionKind { None, X11, Wayland };
+
+/// A display of the session.
+struct DisplayFacts {
+    qint64 width = 0; ///< pixels
+    qint64 height = 0;
+    /// Why no picture of it could be taken, for one was tried.
+    std::optional<Error> pictureFault;
+};
+
+/// A part of the X server that recordings use.
+struct ExtensionFacts {
+    quint32 major = 0;
+    quint32 minor = 0;
+    bool works = false; ///< it was tried and did what a recording asks of it
+};
+
+struct WindowManagerFacts {
+    QString name; ///< empty where it has none
+    bool tellsActiveWindow = false;
+};
+
+/// An X screen, looked at and tried. What is absent is not there.
+struct ScreenFacts {
+    QList<DisplayFacts> displays; ///< in the order of a recording: the main one first
+    std::optional<ExtensionFacts> sharedMemory;
+    std::optional<ExtensionFacts> changeTracking;
+    std::optional<ExtensionFacts> pointer;
+    std::optional<ExtensionFacts> monitors;
+    std::optional<WindowManagerFacts> windowManager;
+};
+
+enum class BusState {
+    NoAddress,   ///< the session names none
+    Unreachable, ///< nobody listens where it should be
+    Silent,      ///< somebody listens and does not answer
+    Answers,
+};
+
+/// A service on the session bus.
+struct ServiceFacts {
+    bool isRunning = false;
+    bool canBeStarted = false; ///< the bus starts it when somebody calls it
+};
+
+struct BusFacts {
+    BusState state = BusState::NoAddress;
+    ServiceFacts accessibility;
+    /// Absent where the service does not run or does not answer.
+    std::optional<bool> isAccessibilityGranted;
+    ServiceFacts keyring;
+};
+
+/// The questions to a desktop. A server that hangs may keep `screen` and `bus` from returning, so each is asked on a
+/// thread of its own that can be left behind; they hold nothing that belongs to somebody else. They change nothing on
+/// the desktop and start nothing there.
+struct DesktopProbes {
+    SessionKind session = SessionKind::None;
+    QString display; ///< as in $DISPLAY
+    /// For X11 sessions. @return the error of the connection
+    std::function<Result<ScreenFacts>()> screen;
+    std::function<BusFacts()> bus;
+};
+
+} // namespace ostrel

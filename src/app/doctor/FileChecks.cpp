@@ -1,0 +1,116 @@
+#include "app/doctor/Checks.h"
+#include "app/doctor/DoctorFacts.h"
+#include "app/doctor/ShellWord.h"
+#include "base/Fault.h"
+#include "observer/SettingsStore.h"
+
+#include <QLocale>
+
+#include <cerrno>
+
+namespace ostrel {
+
+namespace {
+
+/// Below this a recording soon stands still: it is a few days of pictures that wait, or years of a journal.
+constexpr qint64 littleSpace = 200'000'000;
+
+QString sizeText(qint64 bytes)
+{
+    return QLocale::c().formattedDataSize(bytes, 1, QLocale::DataSizeSIFormat);
+}
+
+/// Gives the user a folder that can be written.
+QString mendedBy(const FolderFacts &folder, const QString &elsewhere)
+{
+    const bool isPermission = folder.errorNumber == EACCES || folder.errorNumber == EPERM;
+    if (!isPermission)
+        return elsewhere;
+    if (folder.isOurs)
+        return QStringLiteral("chmod u+rwx %1").arg(shellWord(folder.tried));
+    if (folder.exists)
+        return QStringLiteral("sudo chown \"$USER\" %1").arg(shellWord(folder.path));
+    return QStringLiteral("sudo mkdir -p %1 && sudo chown \"$USER\" %1").arg(shellWord(folder.path));
+}
+
+QString usableText(const FolderFacts &folder)
+{
+    return QStringLiteral("%1, %2%3; %4 free")
+        .arg(shownPath(folder.path),
+             folder.writability == Writability::Tried ? QStringLiteral("can be written")
+                                                      : QStringLiteral("may be written"),
+             folder.exists ? QString() : QStringLiteral(" (it is made when it is needed)"), sizeText(folder.freeBytes));
+}
+
+QString refusedText(const FolderFacts &folder)
+{
+    return QStringLiteral("%1 cannot be written: %2")
+        .arg(shownPath(folder.path), fileError(folder.errorNumber, shownPath(folder.tried)).localizedDescription);
+}
+
+} // namespace
+
+Finding checkSettingsFile(const DoctorFacts &facts)
+{
+    const QString file = SettingsStore::primaryFile();
+    const SettingsOnDisk &settings = facts.settings;
+    const bool isLegacy = settings.source == SettingsOnDisk::Source::LegacyFile;
+    if (settings.primaryFault)
+        return Finding::missing(
+            QStringLiteral("%1 is left aside: %2").arg(shownPath(file), settings.primaryFault->localizedDescription),
+            QStringLiteral("\"${EDITOR:-nano}\" %1").arg(shellWord(file)));
+    if (settings.legacyFault)
+        return Finding::missing(
+            QStringLiteral("%1 is left aside: %2")
+                .arg(shownPath(SettingsStore::legacyFile()), settings.legacyFault->localizedDescription),
+            QStringLiteral("\"${EDITOR:-nano}\" %1").arg(shellWord(SettingsStore::legacyFile())));
+    if (settings.source == SettingsOnDisk::Source::Defaults)
+        return Finding::ok(QStringLiteral("there is none, so the defaults hold"));
+    return Finding::ok(QStringLiteral("%1 can be read").arg(shownPath(isLegacy ? SettingsStore::legacyFile() : file)));
+}
+
+Finding checkSecretFile(const DoctorFacts &facts)
+{
+    const SecretFileFacts &file = facts.secretFile;
+    const QString shown = shownPath(file.path);
+    if (!file.exists)
+        return Finding::ok(QStringLiteral("there is none"));
+    if (!file.isOurs)
+        return Finding::missing(QStringLiteral("%1 belongs to another user: it is not used").arg(shown),
+                                QStringLiteral("sudo chown \"$USER\" %1").arg(shellWord(file.path)));
+    if (!file.isClosedToOthers)
+        return Finding::missing(QStringLiteral("%1 can be read by others").arg(shown),
+                                QStringLiteral("chmod 600 %1").arg(shellWord(file.path)));
+    return Finding::ok(QStringLiteral("%1 is readable by you alone").arg(shown));
+}
+
+Finding checkJournalFolder(const DoctorFacts &facts)
+{
+    const FolderFacts &folder = facts.journalFolder;
+    const QString elsewhere = QStringLiteral("ostrel settings set outputDirectory ~/ostrel/journal");
+    if (folder.path.isEmpty())
+        return Finding::missing(QStringLiteral("the settings name none: what is recorded waits"), elsewhere);
+    if (folder.writability == Writability::Refused)
+        return Finding::missing(QStringLiteral("%1 What is recorded waits.").arg(refusedText(folder)),
+                                mendedBy(folder, elsewhere));
+    if (folder.freeBytes < littleSpace)
+        return Finding::missing(QStringLiteral("%1: nearly full").arg(usableText(folder)),
+                                QStringLiteral("make room on the disk of %1").arg(shellWord(folder.tried)));
+    return Finding::ok(usableText(folder));
+}
+
+Finding checkStateFolder(const DoctorFacts &facts)
+{
+    const FolderFacts &folder = facts.stateFolder;
+    const QString remount = QStringLiteral("make the disk of %1 writable").arg(shellWord(folder.tried));
+    const QString room = QStringLiteral("make room on the disk of %1").arg(shellWord(folder.tried));
+    if (folder.writability == Writability::Refused)
+        return Finding::blocking(refusedText(folder), mendedBy(folder, folder.errorNumber == ENOSPC ? room : remount));
+    if (folder.freeBytes == 0)
+        return Finding::blocking(QStringLiteral("the disk of %1 is full").arg(shownPath(folder.path)), room);
+    if (folder.freeBytes < littleSpace)
+        return Finding::missing(QStringLiteral("%1: pictures may be lost").arg(usableText(folder)), room);
+    return Finding::ok(usableText(folder));
+}
+
+} // namespace ostrel

@@ -1,0 +1,155 @@
+#include "app/doctor/Checks.h"
+#include "app/doctor/DoctorFacts.h"
+#include "base/Fault.h"
+
+#include <QStringList>
+
+namespace ostrel {
+
+namespace {
+
+/// The screen's facts; null where it could not be looked at.
+const ScreenFacts *screenOf(const DoctorFacts &facts)
+{
+    return facts.session == SessionKind::X11 && facts.screen && *facts.screen ? &**facts.screen : nullptr;
+}
+
+Finding noScreen()
+{
+    return Finding::untried(QStringLiteral("not tried without a display"));
+}
+
+bool isSilent(const DoctorFacts &facts)
+{
+    return !facts.screen || (!*facts.screen && isFault(facts.screen->error(), Fault::TimedOut));
+}
+
+QString versionText(const char *name, const ExtensionFacts &extension)
+{
+    return QStringLiteral("%1 %2.%3").arg(QLatin1String(name)).arg(extension.major).arg(extension.minor);
+}
+
+/// What the loss of one of the server's extensions costs.
+struct ExtensionWords {
+    const char *name;
+    const char *cost; ///< what follows from it
+    const char *fix;
+};
+
+Finding checkExtension(const DoctorFacts &facts, const std::optional<ExtensionFacts> ScreenFacts::*extension,
+                       const ExtensionWords &words)
+{
+    const ScreenFacts *screen = screenOf(facts);
+    if (!screen)
+        return noScreen();
+    const auto &found = screen->*extension;
+    if (found && found->works)
+        return Finding::ok(versionText(words.name, *found));
+    const QString what = found ? QStringLiteral("%1 does not work here").arg(versionText(words.name, *found))
+                               : QStringLiteral("the X server has no %1").arg(QLatin1String(words.name));
+    return Finding::missing(QStringLiteral("%1: %2").arg(what, QLatin1String(words.cost)), QLatin1String(words.fix));
+}
+
+} // namespace
+
+Finding checkSession(const DoctorFacts &facts)
+{
+    if (facts.session == SessionKind::Wayland)
+        return Finding::blocking(QStringLiteral("a Wayland session, which this version cannot record"),
+                                 QStringLiteral("log out, and choose an X11 (\"Xorg\") session at the login screen"));
+    if (facts.session == SessionKind::None)
+        return Finding::blocking(QStringLiteral("there is none here: neither DISPLAY nor WAYLAND_DISPLAY is set"),
+                                 QStringLiteral("run this in a terminal of your graphical X11 session"));
+    if (isSilent(facts))
+        return Finding::blocking(
+            QStringLiteral("the X server of display %1 does not answer; to restart it ends the session")
+                .arg(facts.display),
+            QStringLiteral("sudo systemctl restart display-manager"));
+    if (!*facts.screen)
+        return Finding::blocking(facts.screen->error().localizedDescription,
+                                 QStringLiteral("run this in a terminal of your graphical X11 session"));
+    return Finding::ok(QStringLiteral("X11, display %1").arg(facts.display));
+}
+
+Finding checkDisplays(const DoctorFacts &facts)
+{
+    const ScreenFacts *screen = screenOf(facts);
+    if (!screen)
+        return noScreen();
+    if (screen->displays.isEmpty())
+        return Finding::blocking(QStringLiteral("the X server has no display that is switched on"),
+                                 QStringLiteral("xrandr --auto"));
+    QStringList sizes;
+    for (const DisplayFacts &display : screen->displays)
+        sizes.append(QStringLiteral("%1x%2").arg(display.width).arg(display.height));
+    sizes.first() += QLatin1String(" (main)");
+    return Finding::ok(QStringLiteral("%1: %2").arg(sizes.size()).arg(sizes.join(QLatin1String(", "))));
+}
+
+Finding checkPictures(const DoctorFacts &facts)
+{
+    const ScreenFacts *screen = screenOf(facts);
+    if (!screen || screen->displays.isEmpty())
+        return noScreen();
+    QStringList faults;
+    for (qsizetype i = 0; i < screen->displays.size(); ++i) {
+        if (const auto &fault = screen->displays[i].pictureFault)
+            faults.append(QStringLiteral("display %1: %2").arg(i + 1).arg(fault->localizedDescription));
+    }
+    if (faults.isEmpty())
+        return Finding::ok(QStringLiteral("one of each display was taken and thrown away"));
+    const QString detail = faults.join(QLatin1Char(' '));
+    const QString fix = QStringLiteral("log out and in again; \"ostrel doctor\" then tries anew");
+    return faults.size() < screen->displays.size() ? Finding::missing(detail, fix) : Finding::blocking(detail, fix);
+}
+
+Finding checkSharedMemory(const DoctorFacts &facts)
+{
+    return checkExtension(facts, &ScreenFacts::sharedMemory,
+                          {.name = "MIT-SHM",
+                           .cost = "pictures come over the connection, which costs far more time",
+                           .fix = "run this on the display's own machine (containers: with --ipc=host)"});
+}
+
+Finding checkChangeTracking(const DoctorFacts &facts)
+{
+    return checkExtension(facts, &ScreenFacts::changeTracking,
+                          {.name = "XDamage",
+                           .cost = "a still screen costs as much time as a busy one",
+                           .fix = "start the X server without \"-extension DAMAGE\""});
+}
+
+Finding checkPointer(const DoctorFacts &facts)
+{
+    return checkExtension(facts, &ScreenFacts::pointer,
+                          {.name = "XFixes",
+                           .cost = "the pointer is missing from the pictures",
+                           .fix = "start the X server without \"-extension XFIXES\""});
+}
+
+Finding checkMonitors(const DoctorFacts &facts)
+{
+    return checkExtension(facts, &ScreenFacts::monitors,
+                          {.name = "RandR",
+                           .cost = "all monitors count as one display",
+                           .fix = "start the X server without \"-extension RANDR\""});
+}
+
+Finding checkFrontWindow(const DoctorFacts &facts)
+{
+    const ScreenFacts *screen = screenOf(facts);
+    if (!screen)
+        return noScreen();
+    const auto &manager = screen->windowManager;
+    const QString name = manager && !manager->name.isEmpty() ? manager->name : QStringLiteral("the window manager");
+    if (manager && manager->tellsActiveWindow)
+        return Finding::ok(QStringLiteral("%1 tells which one it is").arg(name));
+    const QString detail = QStringLiteral("%1: the journal can't name applications")
+                               .arg(manager ? QStringLiteral("%1 does not tell which one it is").arg(name)
+                                            : QStringLiteral("no window manager runs that tells which one it is"));
+    return Finding::missing(
+        detail, installCommand(facts.packages, Package::WindowManager) +
+                    (manager ? QStringLiteral(" && (openbox --replace &)") : QStringLiteral(" && (openbox &)")));
+}
+
+} // namespace ostrel

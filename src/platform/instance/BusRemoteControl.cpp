@@ -1,0 +1,50 @@
+#include "platform/instance/BusRemoteControl.h"
+
+#include "platform/instance/BusService.h"
+#include "platform/sessionbus/SessionBusAddress.h"
+
+namespace ostrel {
+
+BusRemoteControl::BusRemoteControl(std::optional<QByteArray> busAddress) : m_busAddress(std::move(busAddress)) {}
+
+BusRemoteControl::~BusRemoteControl()
+{
+    close();
+}
+
+void BusRemoteControl::open(ChangeSetting changeSetting)
+{
+    close();
+    const QByteArray address = m_busAddress ? *m_busAddress : sessionBusAddress().toUtf8();
+    if (address.isEmpty())
+        return;
+    m_changeSetting = std::move(changeSetting);
+    m_home = std::make_shared<Mailbox>();
+    m_service = std::make_unique<BusService>(address, [this, home = m_home](std::shared_ptr<SettingCall> call) {
+        home->post([this, call = std::move(call)] { serve(call); });
+    });
+    m_thread = std::thread([service = m_service.get()] { service->run(); });
+}
+
+void BusRemoteControl::close()
+{
+    if (!m_service)
+        return;
+    m_tasks.cancelAll();
+    m_service->stop();
+    m_thread.join();
+    m_home.reset(); // with the calls that came too late, which are answered with an error
+    m_service.reset();
+}
+
+void BusRemoteControl::serve(std::shared_ptr<SettingCall> call)
+{
+    // The scope keeps the closure. NOLINTNEXTLINE(cppcoreguidelines-avoid-capturing-lambda-coroutines)
+    m_tasks.spawn([change = m_changeSetting, call = std::move(call)](std::stop_token stop) -> Task<> {
+        const SettingAnswer answer = co_await change(call->change());
+        if (!stop.stop_requested())
+            call->answer(answer);
+    });
+}
+
+} // namespace ostrel

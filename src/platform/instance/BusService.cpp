@@ -1,0 +1,155 @@
+#include "platform/instance/BusService.h"
+
+#include "base/Log.h"
+#include "platform/instance/BusDeadline.h"
+#include "platform/instance/PassedText.h"
+#include "platform/instance/RecorderInterface.h"
+
+namespace ostrel {
+
+namespace {
+
+/// A name that is taken by another one is not waited for.
+constexpr guint32 doNotQueue = 4;
+constexpr guint32 primaryOwner = 1;
+
+void warn(const char *what, const GlibHandle<GError> &error)
+{
+    qCWarning(logPlatform, "%s: %s. Commands can't reach this recorder.", what,
+              error ? error->message : "another program has it");
+}
+
+/// The text in the file that came with the call.
+std::optional<QString> passedText(GDBusMethodInvocation *invocation, gint32 index)
+{
+    GUnixFDList *files = g_dbus_message_get_unix_fd_list(g_dbus_method_invocation_get_message(invocation));
+    if (files == nullptr || index < 0 || index >= g_unix_fd_list_get_length(files))
+        return std::nullopt;
+    return PassedText::readFrom(g_unix_fd_list_peek_fds(files, nullptr)[index]);
+}
+
+} // namespace
+
+SettingCall::SettingCall(SettingChange change, GDBusMethodInvocation *invocation)
+    : m_change(std::move(change)), m_invocation(invocation)
+{}
+
+SettingCall::~SettingCall()
+{
+    if (m_invocation != nullptr)
+        g_dbus_method_invocation_return_dbus_error(m_invocation, "com.tamsk.ostrel.Error.Ending", "The recorder ends.");
+}
+
+void SettingCall::answer(const SettingAnswer &answer)
+{
+    g_dbus_method_invocation_return_value(std::exchange(m_invocation, nullptr),
+                                          g_variant_new("(ss)",
+                                                        RecorderInterface::outcomeName(answer.outcome).constData(),
+                                                        answer.words.toUtf8().constData()));
+}
+
+BusService::BusService(QByteArray busAddress, OnCall onCall)
+    : m_busAddress(std::move(busAddress)), m_onCall(std::move(onCall)), m_stopped(g_cancellable_new())
+{}
+
+void BusService::run()
+{
+    m_context.reset(g_main_context_new());
+    g_main_context_push_thread_default(m_context.get());
+    if (connect() && exportObject() && takeName()) {
+        const GlibHandle<GMainLoop> loop(g_main_loop_new(m_context.get(), FALSE));
+        const GlibHandle<GSource> stopping(g_cancellable_source_new(m_stopped.get()));
+        const GCancellableSourceFunc quit = [](GCancellable *, gpointer data) {
+            g_main_loop_quit(static_cast<GMainLoop *>(data));
+            return gboolean(G_SOURCE_REMOVE);
+        };
+        g_source_set_callback(stopping.get(), G_SOURCE_FUNC(quit), loop.get(), nullptr);
+        g_source_attach(stopping.get(), m_context.get());
+        g_main_loop_run(loop.get());
+        g_source_destroy(stopping.get());
+        flush();
+    }
+    m_connection.reset();
+    g_main_context_pop_thread_default(m_context.get());
+}
+
+void BusService::stop()
+{
+    g_cancellable_cancel(m_stopped.get());
+}
+
+bool BusService::connect()
+{
+    // GLib's flags are enumerations. NOLINTNEXTLINE(clang-analyzer-optin.core.EnumCastOutOfRange)
+    constexpr auto flags = GDBusConnectionFlags(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                                G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
+    GlibHandle<GError> error;
+    m_connection.reset(g_dbus_connection_new_for_address_sync(m_busAddress.constData(), flags, nullptr, m_stopped.get(),
+                                                              ErrorOut(error)));
+    if (!m_connection && g_cancellable_is_cancelled(m_stopped.get()) == FALSE)
+        warn("the session bus can't be reached", error);
+    return m_connection != nullptr;
+}
+
+bool BusService::exportObject()
+{
+    static constexpr GDBusInterfaceVTable table{
+        .method_call = [](GDBusConnection *, const gchar *, const gchar *, const gchar *, const gchar *,
+                          GVariant *arguments, GDBusMethodInvocation *invocation,
+                          gpointer self) { static_cast<const BusService *>(self)->receive(invocation, arguments); },
+        .get_property = nullptr,
+        .set_property = nullptr,
+        .padding = {}};
+    GlibHandle<GError> error;
+    const GlibHandle<GDBusNodeInfo> node(
+        g_dbus_node_info_new_for_xml(RecorderInterface::introspection, ErrorOut(error)));
+    const bool exported =
+        node && g_dbus_connection_register_object(m_connection.get(), RecorderInterface::objectPath,
+                                                  node->interfaces[0], &table, this, nullptr, ErrorOut(error)) != 0;
+    if (!exported)
+        warn("the object can't be shown on the session bus", error);
+    return exported;
+}
+
+bool BusService::takeName()
+{
+    GlibHandle<GError> error;
+    const GlibHandle<GVariant> answer(g_dbus_connection_call_sync(
+        m_connection.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
+        g_variant_new("(su)", RecorderInterface::busName, doNotQueue), G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE,
+        -1, m_stopped.get(), ErrorOut(error)));
+    guint32 outcome = 0;
+    if (answer)
+        g_variant_get(answer.get(), "(u)", &outcome);
+    const bool taken = outcome == primaryOwner;
+    if (!taken && g_cancellable_is_cancelled(m_stopped.get()) == FALSE)
+        warn("the name on the session bus can't be had", error);
+    return taken;
+}
+
+void BusService::receive(GDBusMethodInvocation *invocation, GVariant *arguments) const
+{
+    const char *key = nullptr;
+    gint32 index = -1;
+    g_variant_get(arguments, "(&sh)", &key, &index);
+    auto value = passedText(invocation, index);
+    if (!value) {
+        g_dbus_method_invocation_return_error_literal(invocation, G_DBUS_ERROR, G_DBUS_ERROR_INVALID_ARGS,
+                                                      "The value is no file with a text of fitting length.");
+        return;
+    }
+    m_onCall(std::make_shared<SettingCall>(SettingChange{.key = QString::fromUtf8(key), .value = *std::move(value)},
+                                           invocation));
+}
+
+/// The last answers are still on their way when the program ends.
+void BusService::flush()
+{
+    constexpr std::chrono::milliseconds patience{500};
+    const GlibHandle<GCancellable> tooLate(g_cancellable_new());
+    const BusDeadline deadline(tooLate.get(), patience);
+    g_dbus_connection_flush_sync(m_connection.get(), tooLate.get(), nullptr);
+    g_dbus_connection_close_sync(m_connection.get(), tooLate.get(), nullptr);
+}
+
+} // namespace ostrel

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "app/RunningApplication.h"
+#include "platform/sessionbus/GlibHandles.h"
+
+#include <QByteArray>
+
+#include <functional>
+#include <memory>
+
+namespace ostrel {
+
+/// A call that waits for its answer. One that is let go of without an answer is answered with an error. Any thread.
+class SettingCall
+{
+public:
+    SettingCall(SettingChange change, GDBusMethodInvocation *invocation);
+    SettingCall(const SettingCall &) = delete;
+    SettingCall &operator=(const SettingCall &) = delete;
+    ~SettingCall();
+
+    const SettingChange &change() const { return m_change; }
+    /// Called once.
+    void answer(const SettingAnswer &answer);
+
+private:
+    const SettingChange m_change;
+    GDBusMethodInvocation *m_invocation; ///< null once it is answered
+};
+
+/// The recorder's object on the bus. Lives on one thread, from `run` to its return.
+class BusService
+{
+public:
+    using OnCall = std::function<void(std::shared_ptr<SettingCall>)>;
+
+    /// @param onCall called on the thread of `run`
+    BusService(QByteArray busAddress, OnCall onCall);
+
+    /// Connects, takes the name, and serves until `stop`. Returns at once where there is no bus or the name is taken.
+    void run();
+    /// Any thread, at any time, once.
+    void stop();
+
+private:
+    bool connect();
+    bool exportObject();
+    bool takeName();
+    void receive(GDBusMethodInvocation *invocation, GVariant *arguments) const;
+    void flush();
+
+    const QByteArray m_busAddress;
+    const OnCall m_onCall;
+    const GlibHandle<GCancellable> m_stopped;
+    GlibHandle<GMainContext> m_context;
+    GlibHandle<GDBusConnection> m_connection;
+};
+
+} // namespace ostrel

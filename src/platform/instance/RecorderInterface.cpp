@@ -1,0 +1,44 @@
+#include "platform/instance/RecorderInterface.h"
+
+#include <algorithm>
+#include <array>
+
+namespace ostrel::RecorderInterface {
+
+namespace {
+
+struct Name {
+    SettingAnswer::Outcome outcome;
+    const char *text;
+};
+
+using Outcome = SettingAnswer::Outcome;
+constexpr std::array names{Name{Outcome::AtOnce, "at-once"}, Name{Outcome::NextRecording, "next-recording"},
+                           Name{Outcome::RecordingEnds, "recording-ends"}, Name{Outcome::Refused, "refused"},
+                           Name{Outcome::NotSaved, "not-saved"}};
+
+} // namespace
+
+const char *const introspection = R"(<node>
+  <interface name="com.tamsk.ostrel.Recorder1">
+    <method name="ChangeSetting">
+      <arg name="key" type="s" direction="in"/>
+      <arg name="value" type="h" direction="in"/>
+      <arg name="outcome" type="s" direction="out"/>
+      <arg name="words" type="s" direction="out"/>
+    </method>
+  </interface>
+</node>)";
+
+QByteArray outcomeName(SettingAnswer::Outcome outcome)
+{
+    return std::ranges::find(names, outcome, &Name::outcome)->text;
+}
+
+std::optional<SettingAnswer::Outcome> outcomeNamed(const QByteArray &name)
+{
+    const auto *found = std::ranges::find_if(names, [&name](const Name &each) { return name == each.text; });
+    return found == names.end() ? std::nullopt : std::optional(found->outcome);
+}
+
+} // namespace ostrel::RecorderInterface

@@ -1,0 +1,102 @@
+#include "FindingMatchers.h"
+#include "HealthyFacts.h"
+
+#include "app/doctor/Checks.h"
+#include "base/Fault.h"
+
+#include <cerrno>
+
+using namespace ostrel;
+
+namespace {
+
+class FileChecks : public testing::Test
+{
+protected:
+    static void refuse(FolderFacts &folder, int errorNumber)
+    {
+        folder.writability = Writability::Refused;
+        folder.errorNumber = errorNumber;
+    }
+
+    DoctorFacts m_facts = healthyFacts();
+};
+
+TEST_F(FileChecks, settings_areToldByTheirSource)
+{
+    EXPECT_THAT(checkSettingsFile(m_facts), isOk("the defaults hold"));
+    m_facts.settings.source = SettingsOnDisk::Source::PrimaryFile;
+    EXPECT_THAT(checkSettingsFile(m_facts), isOk(".ostrel/settings.json can be read"));
+    m_facts.settings.source = SettingsOnDisk::Source::LegacyFile;
+    EXPECT_THAT(checkSettingsFile(m_facts), isOk(".moravel/settings.json can be read"));
+}
+
+TEST_F(FileChecks, settingsLeftAside_sayTheComplaintAndOpenTheFile)
+{
+    m_facts.settings.primaryFault = faultError(Fault::UndecodableAnswer, QStringLiteral("chunkSizeMs is no number"));
+    EXPECT_THAT(checkSettingsFile(m_facts),
+                isMissing("settings.json is left aside: The data could not be understood: chunkSizeMs",
+                          "\"${EDITOR:-nano}\" ~/.ostrel/settings.json"));
+}
+
+TEST_F(FileChecks, secretFile_isJudgedByOwnerAndMode)
+{
+    EXPECT_THAT(checkSecretFile(m_facts), isOk("there is none"));
+    SecretFileFacts &file = m_facts.secretFile;
+    file.exists = true;
+    EXPECT_THAT(checkSecretFile(m_facts), isMissing("another user", "sudo chown \"$USER\" /data/secrets.json"));
+    file.isOurs = true;
+    EXPECT_THAT(checkSecretFile(m_facts), isMissing("read by others", "chmod 600 /data/secrets.json"));
+    file.isClosedToOthers = true;
+    EXPECT_THAT(checkSecretFile(m_facts), isOk("readable by you alone"));
+}
+
+TEST_F(FileChecks, folders_tellTheirSpaceAndWhatWasTried)
+{
+    EXPECT_THAT(checkJournalFolder(m_facts), isOk("/data/journal, can be written; 123.0 GB free"));
+    m_facts.journalFolder.writability = Writability::Permitted;
+    m_facts.journalFolder.exists = false;
+    EXPECT_THAT(checkJournalFolder(m_facts), isOk("may be written (it is made when it is needed)"));
+    EXPECT_THAT(checkStateFolder(m_facts), isOk("/data/observer, can be written; 123.0 GB free"));
+}
+
+TEST_F(FileChecks, journalFolderRefused_letsRecordingWaitAndNamesTheCommand)
+{
+    refuse(m_facts.journalFolder, EACCES);
+    EXPECT_THAT(checkJournalFolder(m_facts), isMissing("What is recorded waits", "chmod u+rwx /data/journal"));
+    m_facts.journalFolder.isOurs = false;
+    EXPECT_THAT(checkJournalFolder(m_facts), isMissing("no permission", "sudo chown \"$USER\" /data/journal"));
+    m_facts.journalFolder.exists = false;
+    EXPECT_THAT(checkJournalFolder(m_facts),
+                isMissing("", "sudo mkdir -p /data/journal && sudo chown \"$USER\" /data/journal"));
+    refuse(m_facts.journalFolder, EROFS);
+    EXPECT_THAT(checkJournalFolder(m_facts),
+                isMissing("can only be read", "ostrel settings set outputDirectory ~/ostrel/journal"));
+}
+
+TEST_F(FileChecks, journalFolderNamedNowhere_isMissing)
+{
+    m_facts.journalFolder = {};
+    EXPECT_THAT(checkJournalFolder(m_facts),
+                isMissing("the settings name none", "ostrel settings set outputDirectory"));
+}
+
+TEST_F(FileChecks, littleSpace_isToldBeforeNothingIsLeft)
+{
+    m_facts.journalFolder.freeBytes = 12'300'000;
+    m_facts.stateFolder.freeBytes = 12'300'000;
+    EXPECT_THAT(checkJournalFolder(m_facts), isMissing("12.3 MB free: nearly full", "make room"));
+    EXPECT_THAT(checkStateFolder(m_facts), isMissing("12.3 MB free: pictures may be lost", "make room"));
+    m_facts.stateFolder.freeBytes = 0;
+    EXPECT_THAT(checkStateFolder(m_facts), isBlocking("is full", "make room"));
+}
+
+TEST_F(FileChecks, stateFolderRefused_blocks)
+{
+    refuse(m_facts.stateFolder, EACCES);
+    EXPECT_THAT(checkStateFolder(m_facts), isBlocking("cannot be written", "chmod u+rwx /data/observer"));
+    refuse(m_facts.stateFolder, EROFS);
+    EXPECT_THAT(checkStateFolder(m_facts), isBlocking("can only be read", "make the disk of /data/observer writable"));
+}
+
+} // namespace

@@ -1,0 +1,61 @@
+#include "app/RecorderLock.h"
+
+#include "base/Files.h"
+#include "support/Printers.h"
+#include "support/TestHome.h"
+
+#include <QCoreApplication>
+#include <QFile>
+
+#include <gtest/gtest.h>
+
+using namespace ostrel;
+
+namespace {
+
+TEST(RecorderLock, nobodyRecords_hasNoHolderAndMakesNoFile)
+{
+    const TestHome home;
+    EXPECT_FALSE(RecorderLock::holder().has_value());
+    EXPECT_FALSE(QFile::exists(home.path(QStringLiteral(".ostrel"))));
+}
+
+TEST(RecorderLock, heldLock_tellsItsHolderAndStaysHeld)
+{
+    const TestHome home;
+    const auto lock = RecorderLock::acquire();
+    ASSERT_TRUE(lock.has_value());
+    const auto holder = RecorderLock::holder();
+    ASSERT_TRUE(holder.has_value());
+    EXPECT_EQ(holder->processId, QCoreApplication::applicationPid());
+    EXPECT_EQ(holder->since.size(), qsizetype(qstrlen("2026-11-21T09:30:05")));
+    EXPECT_TRUE(RecorderLock::holder().has_value()) << "looking changes nothing";
+    EXPECT_FALSE(RecorderLock::acquire().has_value());
+}
+
+TEST(RecorderLock, signatureOfAKilledRecorder_isNoHolder)
+{
+    const TestHome home;
+    ASSERT_TRUE(writeFileAtomically(RecorderLock::file(), "1 2026-11-21T09:30:05\n").has_value());
+    EXPECT_FALSE(RecorderLock::holder().has_value());
+}
+
+TEST(RecorderLock, releasedLock_hasNoHolder)
+{
+    const TestHome home;
+    {
+        const auto lock = RecorderLock::acquire();
+        ASSERT_TRUE(lock.has_value());
+    }
+    EXPECT_FALSE(RecorderLock::holder().has_value());
+}
+
+TEST(RecorderLock, kernelListThatCannotBeRead_isNoHolder)
+{
+    const TestHome home;
+    const auto lock = RecorderLock::acquire();
+    ASSERT_TRUE(lock.has_value());
+    EXPECT_FALSE(RecorderLock::holder(home.path(QStringLiteral("none"))).has_value());
+}
+
+} // namespace

@@ -1,0 +1,118 @@
+#include "FindingMatchers.h"
+#include "HealthyFacts.h"
+
+#include "app/doctor/Checks.h"
+#include "base/Fault.h"
+
+using namespace ostrel;
+
+namespace {
+
+class ScreenChecks : public testing::Test
+{
+protected:
+    ScreenFacts &screen() { return **m_facts.screen; }
+
+    /// Every check that needs the screen.
+    QList<Finding> onTheScreen() const
+    {
+        QList<Finding> findings;
+        for (const auto check : {checkDisplays, checkPictures, checkSharedMemory, checkChangeTracking, checkPointer,
+                                 checkMonitors, checkFrontWindow})
+            findings.append(check(m_facts));
+        return findings;
+    }
+
+    DoctorFacts m_facts = healthyFacts();
+};
+
+TEST_F(ScreenChecks, healthyScreen_isToldInNumbers)
+{
+    EXPECT_THAT(checkSession(m_facts), isOk("X11, display :0"));
+    EXPECT_THAT(checkDisplays(m_facts), isOk("2: 1920x1080 (main), 1280x1024"));
+    EXPECT_THAT(checkPictures(m_facts), isOk("thrown away"));
+    EXPECT_THAT(checkSharedMemory(m_facts), isOk("MIT-SHM 1.2"));
+    EXPECT_THAT(checkChangeTracking(m_facts), isOk("XDamage 1.2"));
+    EXPECT_THAT(checkPointer(m_facts), isOk("XFixes 1.2"));
+    EXPECT_THAT(checkMonitors(m_facts), isOk("RandR 1.2"));
+    EXPECT_THAT(checkFrontWindow(m_facts), isOk("Openbox"));
+}
+
+TEST_F(ScreenChecks, noSession_blocksAndLeavesTheScreenUntried)
+{
+    m_facts.session = SessionKind::None;
+    m_facts.screen.reset();
+    EXPECT_THAT(checkSession(m_facts), isBlocking("DISPLAY", "X11 session"));
+    EXPECT_THAT(onTheScreen(), testing::Each(isUntried("not tried without a display")));
+}
+
+TEST_F(ScreenChecks, waylandSession_blocksAndSaysWhatToChoose)
+{
+    m_facts.session = SessionKind::Wayland;
+    m_facts.screen.reset();
+    EXPECT_THAT(checkSession(m_facts), isBlocking("Wayland", "X11 (\"Xorg\")"));
+    EXPECT_THAT(onTheScreen(), testing::Each(isUntried("")));
+}
+
+TEST_F(ScreenChecks, displayThatCannotBeReached_isNamed)
+{
+    m_facts.screen = std::unexpected(faultError(Fault::NoXDisplay, QStringLiteral("DISPLAY is \":7\"")));
+    EXPECT_THAT(checkSession(m_facts), isBlocking(":7", "X11 session"));
+    EXPECT_THAT(onTheScreen(), testing::Each(isUntried("")));
+}
+
+TEST_F(ScreenChecks, serverThatHangs_blocksHoweverItWasNoticed)
+{
+    m_facts.screen.reset();
+    EXPECT_THAT(checkSession(m_facts), isBlocking(":0 does not answer", "systemctl restart display-manager"));
+    m_facts.screen = std::unexpected(faultError(Fault::TimedOut));
+    EXPECT_THAT(checkSession(m_facts), isBlocking(":0 does not answer", "systemctl restart display-manager"));
+    EXPECT_THAT(onTheScreen(), testing::Each(isUntried("")));
+}
+
+TEST_F(ScreenChecks, noDisplaySwitchedOn_blocks)
+{
+    screen().displays.clear();
+    EXPECT_THAT(checkDisplays(m_facts), isBlocking("no display that is switched on", "xrandr --auto"));
+    EXPECT_THAT(checkPictures(m_facts), isUntried("not tried"));
+}
+
+TEST_F(ScreenChecks, pictureThatFails_blocksOnlyWhereEachOneFails)
+{
+    screen().displays[1].pictureFault = faultError(Fault::PictureRefused, QStringLiteral("error 8"));
+    EXPECT_THAT(checkPictures(m_facts), isMissing("display 2: The X server refused", "log out"));
+    screen().displays[0].pictureFault = faultError(Fault::PictureRefused, QStringLiteral("error 8"));
+    EXPECT_THAT(checkPictures(m_facts), isBlocking("display 1: ", "log out"));
+}
+
+TEST_F(ScreenChecks, extensionThatIsNotThere_saysWhatItCosts)
+{
+    screen().sharedMemory.reset();
+    screen().changeTracking.reset();
+    screen().pointer.reset();
+    screen().monitors.reset();
+    EXPECT_THAT(checkSharedMemory(m_facts), isMissing("no MIT-SHM: pictures come over the connection", "--ipc=host"));
+    EXPECT_THAT(checkChangeTracking(m_facts), isMissing("no XDamage: a still screen costs", "DAMAGE"));
+    EXPECT_THAT(checkPointer(m_facts), isMissing("no XFixes: the pointer is missing", "XFIXES"));
+    EXPECT_THAT(checkMonitors(m_facts), isMissing("no RandR: all monitors count as one", "RANDR"));
+}
+
+TEST_F(ScreenChecks, extensionThatIsThereAndFails_isNotCalledFine)
+{
+    screen().sharedMemory->works = false;
+    screen().monitors->works = false;
+    EXPECT_THAT(checkSharedMemory(m_facts), isMissing("MIT-SHM 1.2 does not work here", "--ipc=host"));
+    EXPECT_THAT(checkMonitors(m_facts), isMissing("RandR 1.2 does not work here", "RANDR"));
+}
+
+TEST_F(ScreenChecks, frontWindow_withoutAnybodyToTellIt_isMissing)
+{
+    screen().windowManager->tellsActiveWindow = false;
+    EXPECT_THAT(checkFrontWindow(m_facts), isMissing("Openbox does not tell", "sudo apt install openbox"));
+    screen().windowManager.reset();
+    EXPECT_THAT(checkFrontWindow(m_facts), isMissing("can't name applications", "sudo apt install openbox"));
+    m_facts.packages = PackageManager::Zypper;
+    EXPECT_THAT(checkFrontWindow(m_facts), isMissing("", "sudo zypper install openbox"));
+}
+
+} // namespace
