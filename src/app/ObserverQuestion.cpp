@@ -67,6 +67,7 @@ void ask(ObserverAnswer &answer, const ObserverSettings &settings, const std::op
     SerialQueue worker(QStringLiteral("com.tamsk.ostrel.worker"));
     LocalObserverAPI api(settings.localhostBaseURL(), token, transport, worker);
     Result<ObserverStatus> status;
+    // It runs to its end within this call. NOLINTNEXTLINE(cppcoreguidelines-avoid-capturing-lambda-coroutines)
     runToEnd([&](std::stop_token) -> Task<> {
         std::stop_source outOfTime;
         const auto withdraw = clock.schedule(patience, [&outOfTime] { outOfTime.request_stop(); });

@@ -29,7 +29,7 @@ inline const QString monitorB = QStringLiteral("screen");
 
 /// For pictures that show each move of the pointer at once: events tell it a moment later, so it is asked for each
 /// time.
-constexpr std::chrono::milliseconds neverAtRest = std::chrono::hours(24 * 365);
+constexpr std::chrono::milliseconds neverAtRest = std::chrono::hours(24);
 
 inline Picture copyOf(const FrameView &view)
 {

@@ -19,7 +19,8 @@ class X11PointerWatch
 {
 public:
     /// A few round trips. Where the server has no such counter, nothing is ever known.
-    /// @param rest after which the pointer counts as resting; far longer than the server's loop takes to turn
+    /// @param rest after which the pointer counts as resting; far longer than the server's loop takes to turn, and less
+    ///             than 24 days, beyond which the server miscalculates how long to sleep and keeps the processor busy
     X11PointerWatch(std::shared_ptr<X11Connection> connection, std::chrono::milliseconds rest);
     X11PointerWatch(const X11PointerWatch &) = delete;
     X11PointerWatch &operator=(const X11PointerWatch &) = delete;
