@@ -1,4 +1,5 @@
 #include "app/CommandLine.h"
+#include "app/StandardDescriptors.h"
 #include "model/SystemSettingsOpener.h"
 #include "observer/QProcessLauncher.h"
 #include "platform/defaults/QSettingsUserDefaults.h"
@@ -17,6 +18,7 @@ using namespace ostrel;
 /// The one place that knows the concrete platform.
 int main(int argc, char **argv)
 {
+    fillClosedStandardDescriptors();
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("ostrel"));
     QCoreApplication::setApplicationVersion(QStringLiteral(OSTREL_VERSION));

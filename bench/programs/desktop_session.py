@@ -78,9 +78,9 @@ class Session:
         self.programs.append(program)
         return program
 
-    def run(self, *command):
+    def run(self, *command, check=True):
         return subprocess.run(command, env=self.environment, stdin=subprocess.DEVNULL, capture_output=True, text=True,
-                              check=True, timeout=60).stdout
+                              check=check, timeout=60).stdout
 
     def log(self, name):
         return self.folder / f"{name}.log"

@@ -29,7 +29,9 @@ int ForegroundRecording::run()
             if (!m_host.isStarted())
                 return m_loop.quit(); // nothing has begun
             m_host.model().quit();
-            m_tasks.spawn([this](std::stop_token stop) { return explainDelay(stop); });
+            m_tasks.spawn([this](std::stop_token stop) {
+                return explainDelay(QStringLiteral("Waiting for the observer to finish."), stop);
+            });
         },
         [] {
             printMessage(QStringLiteral("ostrel: ended at once; frames not yet sent to the observer are lost\n"));
@@ -74,11 +76,11 @@ Task<> ForegroundRecording::stopAfter(std::chrono::seconds duration, std::stop_t
         m_host.model().quit();
 }
 
-Task<> ForegroundRecording::explainDelay(std::stop_token stop)
+Task<> ForegroundRecording::explainDelay(QString delay, std::stop_token stop)
 {
     constexpr std::chrono::seconds patience{2};
     if (co_await m_host.clock().sleepFor(patience, stop))
-        printMessage(QStringLiteral("Waiting for the observer to finish. A second signal ends at once.\n"));
+        printMessage(delay + QStringLiteral(" A second signal ends at once.\n"));
 }
 
 void ForegroundRecording::onEnded(RecordingEnd reason)
@@ -134,11 +136,22 @@ Task<> ForegroundRecording::printSummaryAndLeave(std::stop_token stop)
     }
     // What the observer had taken over need not wait for the next recording.
     if (m_observerEnded) {
-        co_await m_host.model().writeLeftovers(stop);
+        co_await writeLeftovers(stop);
         if (stop.stop_requested())
             co_return;
     }
     m_loop.quit();
+}
+
+Task<> ForegroundRecording::writeLeftovers(std::stop_token stop)
+{
+    m_tasks.spawn([this](std::stop_token delayStop) {
+        return explainDelay(QStringLiteral("Writing what the observer had taken over."), delayStop);
+    });
+    const bool written = co_await m_host.model().writeLeftovers(stop);
+    if (!stop.stop_requested() && !written)
+        printMessage(QStringLiteral("ostrel: what the observer had taken over could not be written now; it is written "
+                                    "with the next recording\n"));
 }
 
 } // namespace ostrel

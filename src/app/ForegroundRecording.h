@@ -30,7 +30,8 @@ private:
     void onStatus();
     void finish();
     Task<> stopAfter(std::chrono::seconds duration, std::stop_token stop);
-    Task<> explainDelay(std::stop_token stop);
+    Task<> explainDelay(QString delay, std::stop_token stop);
+    Task<> writeLeftovers(std::stop_token stop);
     Task<> printSummaryAndLeave(std::stop_token stop);
     QString failureText(RecordingEnd reason);
 

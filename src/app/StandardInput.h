@@ -9,7 +9,8 @@ namespace ostrel {
 /// Whether a person who types sees it.
 enum class InputEcho { Shown, Hidden };
 
-/// The longest text that is taken from standard input, in bytes of UTF-8. The observer takes messages of 1 MiB.
+/// The longest value that is taken from standard input or a command line, in bytes of UTF-8. The observer takes
+/// messages of 1 MiB.
 constexpr qsizetype longestInput = 65'536;
 
 /// Reads a value from standard input, less the line breaks at its end. A person at a terminal is asked for it: for all

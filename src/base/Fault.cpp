@@ -21,7 +21,8 @@ QString sentence(Fault fault, const QString &detail)
     case Fault::ConnectionClosed:
         return QStringLiteral("The server closed the connection before it had answered.");
     case Fault::TimedOut:
-        return QStringLiteral("The server took too long to answer.");
+        return QStringLiteral("The %1 took too long to answer.")
+            .arg(detail.isEmpty() ? QStringLiteral("server") : detail);
     case Fault::PortTaken:
         return QStringLiteral("Port %1 is in use by another program").arg(detail);
     case Fault::NetworkFailed:

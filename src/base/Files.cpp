@@ -6,9 +6,12 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -49,21 +52,53 @@ QString behindLink(const QString &path)
     return info.isSymLink() ? info.symLinkTarget() : path;
 }
 
+struct Descriptor {
+    const int number;
+    ~Descriptor()
+    {
+        if (number >= 0)
+            ::close(number);
+    }
+};
+
+/// Why something is no file of bytes; nothing where it is one. A pipe or a device would never end, or be destroyed.
+std::optional<Error> irregularity(const struct stat &info, const QString &path)
+{
+    if (S_ISDIR(info.st_mode))
+        return faultError(Fault::IsDirectory, path);
+    if (!S_ISREG(info.st_mode))
+        return faultError(Fault::FileFailed, QStringLiteral("%1 (it is no regular file)").arg(path));
+    return std::nullopt;
+}
+
 } // namespace
 
 Result<QByteArray> readFile(const QString &path)
 {
-    if (QFileInfo(path).isDir())
-        return std::unexpected(faultError(Fault::IsDirectory, path));
-    QFile file(path);
-    errno = 0;
-    if (!file.open(QIODevice::ReadOnly))
-        return std::unexpected(fileError(errno != 0 ? errno : EIO, path));
-    errno = 0;
-    QByteArray bytes = file.readAll();
-    if (file.error() != QFileDevice::NoError)
-        return std::unexpected(fileError(errno != 0 ? errno : EIO, path));
-    return bytes;
+    // Without O_NONBLOCK a pipe would wait for its writer here, for ever.
+    const Descriptor file{
+        .number = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)};
+    struct stat info{};
+    if (file.number < 0 || ::fstat(file.number, &info) != 0)
+        return std::unexpected(fileError(errno, path));
+    if (const auto error = irregularity(info, path))
+        return std::unexpected(*error);
+    // The size may be untrue: what the kernel makes up as it is read says 0.
+    QByteArray bytes;
+    bytes.reserve(std::min(qsizetype(info.st_size), longestFile));
+    while (bytes.size() <= longestFile) {
+        std::array<char, 65'536> piece{};
+        const ssize_t length = ::read(file.number, piece.data(), piece.size());
+        if (length < 0 && errno == EINTR)
+            continue;
+        if (length < 0)
+            return std::unexpected(fileError(errno, path));
+        if (length == 0)
+            return bytes;
+        bytes.append(piece.data(), length);
+    }
+    return std::unexpected(
+        faultError(Fault::FileFailed, QStringLiteral("%1 (it is longer than %2 bytes)").arg(path).arg(longestFile)));
 }
 
 Result<> writeFileAtomically(const QString &linkOrPath, const QByteArray &bytes)
@@ -75,8 +110,11 @@ Result<> writeFileAtomically(const QString &linkOrPath, const QByteArray &bytes)
     errno = 0;
     if (!makePrivateDirectory(directory))
         return std::unexpected(fileError(errno != 0 ? errno : EACCES, directory));
-    if (QFileInfo(path).isDir())
-        return std::unexpected(faultError(Fault::IsDirectory, path));
+    struct stat before{};
+    if (::stat(QFile::encodeName(path).constData(), &before) == 0) {
+        if (const auto error = irregularity(before, path))
+            return std::unexpected(*error);
+    }
 
     QByteArray temporary = QFile::encodeName(path) + ".XXXXXX";
     const int descriptor = ::mkostemp(temporary.data(), O_CLOEXEC); // made with mode 0600

@@ -7,11 +7,15 @@
 
 namespace ostrel {
 
-/// The whole content of a regular file. A folder, a missing or an unreadable file is an error. Any thread; blocks.
+/// The longest file that `readFile` takes, in bytes: far more than any that people or this system write.
+constexpr qsizetype longestFile = qsizetype(64) * 1024 * 1024;
+
+/// The whole content of a regular file, or of a link to one. A folder, a pipe or device, a missing, an unreadable or a
+/// too long file is an error. Any thread; blocks on the disk alone.
 Result<QByteArray> readFile(const QString &path);
 
-/// Replaces a file: temporary file beside it, flushed to the disk, then renamed, so that a reader and a crash see
-/// the old bytes or the new ones. Missing parent folders are made, for the user alone. The file is readable by the
+/// Replaces a regular file: temporary file beside it, flushed to the disk, then renamed, so that a reader and a crash
+/// see the old bytes or the new ones. Missing parent folders are made, for the user alone. The file is readable by the
 /// user alone. Any thread; blocks.
 Result<> writeFileAtomically(const QString &path, const QByteArray &bytes);
 

@@ -84,7 +84,7 @@ public:
     /// changes nothing.
     void quit();
     /// For after `quit`, when the observer had ended by itself: see ObserverControl::writeLeftovers.
-    Task<> writeLeftovers(std::stop_token stop) { return m_observer.writeLeftovers(std::move(stop)); }
+    Task<bool> writeLeftovers(std::stop_token stop) { return m_observer.writeLeftovers(std::move(stop)); }
     /// The recorder's counters since the last start, one line.
     Task<QString> diagnosticSummary();
 

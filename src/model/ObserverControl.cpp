@@ -16,6 +16,8 @@ namespace {
 
 constexpr qint64 shortestRestartPauseMs = 5000;
 constexpr milliseconds reachableRetryPause{250};
+/// Somebody waits at a terminal, and nothing is lost by giving up.
+constexpr milliseconds leftoversPatience{20'000};
 
 QString startingText()
 {
@@ -180,18 +182,31 @@ Task<> ObserverControl::lookForRecordingObserver(std::shared_ptr<LocalObserverAP
         m_recording->observerEnded = true;
 }
 
-Task<> ObserverControl::writeLeftovers(std::stop_token stop)
+Task<bool> ObserverControl::writeLeftovers(std::stop_token stop)
 {
     if (!startHelper())
-        co_return;
-    const auto reachable = co_await waitUntilReachable(reachableAttempts, stop);
+        co_return false;
+    std::stop_source bound;
+    // A local copy: what the stop resumes destroys the closure.
+    const auto end = [bound] { std::stop_source(bound).request_stop(); };
+    const std::stop_callback endWithCaller(stop, end);
+    const auto withdrawTimer = m_with.clock.schedule(leftoversPatience, end);
+    const bool written = co_await askToWriteLeftovers(bound.get_token());
+    withdrawTimer();
     if (stop.stop_requested())
-        co_return;
+        co_return false;
+    stopHelper();
+    co_return written;
+}
+
+Task<bool> ObserverControl::askToWriteLeftovers(std::stop_token stop)
+{
+    const auto reachable = co_await waitUntilReachable(reachableAttempts, stop);
+    if (!reachable)
+        co_return false;
     // It is answered when nothing is left to write.
-    if (reachable)
-        co_await stopRecording(stop);
-    if (!stop.stop_requested())
-        stopHelper();
+    const auto answer = co_await stopRecording(stop);
+    co_return answer.has_value();
 }
 
 void ObserverControl::noteAnswered(const Result<ObserverStatus> &answer)

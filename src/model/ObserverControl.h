@@ -80,9 +80,10 @@ public:
     /// The recording is over on our side: what becomes of the observer now no longer concerns it.
     void forgetRecording() { m_recording.reset(); }
 
-    /// Has a new observer write what one that ended by itself had taken over, then asks it to end. Gives up where none
-    /// comes up; the next one that runs does the same work.
-    Task<> writeLeftovers(std::stop_token stop);
+    /// Has a new observer write what one that ended by itself had taken over, then asks it to end. Gives up after 20
+    /// seconds in all, and at once where none can be started; the next one that runs does the same work.
+    /// @return whether it is written; false also when stopped
+    Task<bool> writeLeftovers(std::stop_token stop);
 
     const std::shared_ptr<LocalObserverAPI> &api() const { return m_api; }
 
@@ -99,6 +100,7 @@ private:
     bool isOfOurMaking(const QString &message) const;
     void noteRecordingObserver(const Result<ObserverStatus> &answer);
     Task<> lookForRecordingObserver(std::shared_ptr<LocalObserverAPI> api, std::stop_token stop);
+    Task<bool> askToWriteLeftovers(std::stop_token stop);
     void noteUnreachable(const Error &error);
     void noteReachable();
     void noteAnswered(const Result<ObserverStatus> &answer);

@@ -156,9 +156,15 @@ Task<std::expected<void, RecordingControl::StartFailure>> RecordingControl::star
     const auto answer = co_await m_with.observer.startRecording(life);
     if (stop.stop_requested())
         co_return {};
-    if (!answer)
+    if (!answer) {
+        // The status may hold the reason, and whoever watches it shows it; the failure itself has only its own words.
+        if (isFault(answer.error(), Fault::BadServerResponse))
+            co_await m_with.observer.refreshStatus(stop);
+        if (stop.stop_requested())
+            co_return {};
         co_return std::unexpected(StartFailure{.message = answer.error().localizedDescription,
                                                .observerMayRun = mayHaveBeenDone(answer.error())});
+    }
     if (!answer->running) {
         const QString reason = answer->lastError.value_or(QString());
         const QString generic = faultError(Fault::BadServerResponse).localizedDescription;

@@ -17,9 +17,11 @@ namespace ostrel {
 
 namespace {
 
-std::unique_ptr<QNetworkAccessManager> makeManager()
+std::shared_ptr<QNetworkAccessManager> makeManager(QObject &parent)
 {
-    auto manager = std::make_unique<QNetworkAccessManager>();
+    // The last to let go may be in the middle of a signal of one of its replies.
+    const std::shared_ptr<QNetworkAccessManager> manager(new QNetworkAccessManager(&parent),
+                                                         [](QNetworkAccessManager *old) { old->deleteLater(); });
     // Set on the manager, this beats whatever the environment or the desktop says.
     manager->setProxy(QNetworkProxy::NoProxy);
     // The default policy would carry our token to wherever the answer points.
@@ -30,7 +32,7 @@ std::unique_ptr<QNetworkAccessManager> makeManager()
 } // namespace
 
 NetworkTransport::NetworkTransport(Clock &clock, OwnerOfPort ownerOfPort)
-    : m_clock(clock), m_ownerOfPort(std::move(ownerOfPort)), m_sharing(makeManager()), m_separate(makeManager())
+    : m_clock(clock), m_ownerOfPort(std::move(ownerOfPort)), m_separate(makeManager(m_managers))
 {}
 
 NetworkTransport::~NetworkTransport() = default;
@@ -64,14 +66,32 @@ Task<Result<>> NetworkTransport::admit(QUrl url, std::stop_token stop)
     co_return Result<>();
 }
 
+std::shared_ptr<QNetworkAccessManager> NetworkTransport::sharingManager()
+{
+    if (!m_sharing)
+        m_sharing = makeManager(m_managers);
+    return m_sharing;
+}
+
 Task<Result<HttpAnswer>> NetworkTransport::send(HttpRequest request, std::stop_token stop)
+{
+    auto answer = co_await admitAndSend(std::move(request), std::move(stop));
+    // The port may have passed to another program since, and the next check be true of that one alone: a kept
+    // connection still leads to the former. A request that was taken back tells nothing of that kind.
+    if (!answer && !isFault(answer.error(), Fault::Cancelled))
+        m_sharing.reset();
+    co_return answer;
+}
+
+Task<Result<HttpAnswer>> NetworkTransport::admitAndSend(HttpRequest request, std::stop_token stop)
 {
     const Result<> admitted = co_await admit(request.url, stop);
     if (!admitted)
         co_return std::unexpected(admitted.error());
-    auto answer = co_await Op<Result<HttpAnswer>>(std::move(stop), [this, &request](auto resolve) {
+    const auto manager = mayShareConnection(request) ? sharingManager() : m_separate;
+    auto answer = co_await Op<Result<HttpAnswer>>(std::move(stop), [this, &manager, &request](auto resolve) {
         const auto exchange = std::make_shared<NetworkExchange>(m_clock, std::move(resolve));
-        exchange->begin(mayShareConnection(request) ? *m_sharing : *m_separate, std::move(request));
+        exchange->begin(*manager, std::move(request));
         return [exchange] { exchange->withdraw(); };
     });
     if (!answer)

@@ -4,6 +4,7 @@
 #include "observer/HttpTransport.h"
 #include "observer/PortOwner.h"
 
+#include <QObject>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -18,8 +19,8 @@ class Clock;
 
 /// Real requests to the loopback address, and to nothing else. Before each, the listener must prove to be a program of
 /// our own user: so neither a request after a restart of the observer nor one after a failure ever shows a token or a
-/// frame to a stranger who took the port. Nothing is ever sent twice. Requests that only ask share connections, all
-/// others have one of their own.
+/// frame to a stranger who took the port. Nothing is ever sent twice. Requests that only ask share connections, until
+/// one of any kind fails; all others have one of their own.
 ///
 /// Create, use and destroy it on the main thread; it outlives its requests.
 class NetworkTransport final : public HttpTransport
@@ -38,12 +39,17 @@ public:
 private:
     static Result<PortOwner> ownerOfOurPort(quint16 port);
     Task<Result<>> admit(QUrl url, std::stop_token stop);
+    Task<Result<HttpAnswer>> admitAndSend(HttpRequest request, std::stop_token stop);
+    std::shared_ptr<QNetworkAccessManager> sharingManager();
 
     Clock &m_clock;
     const OwnerOfPort m_ownerOfPort;
-    /// Two, because each gives any of its requests any of its open connections.
-    const std::unique_ptr<QNetworkAccessManager> m_sharing;
-    const std::unique_ptr<QNetworkAccessManager> m_separate;
+    /// The parent of the managers, some of which wait for the event loop to delete them.
+    QObject m_managers;
+    // Two, because each gives any of its requests any of its open connections.
+    /// Made when it is needed. Requests under way keep the one that they began with.
+    std::shared_ptr<QNetworkAccessManager> m_sharing;
+    const std::shared_ptr<QNetworkAccessManager> m_separate;
     std::optional<quint16> m_refusedPort; ///< that the log has told of
     /// Where nobody listens the kernel looks through its whole table, which can take longer than a frame of the
     /// screen.

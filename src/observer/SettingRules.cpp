@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <limits>
 #include <vector>
 
 namespace ostrel::SettingRules {
@@ -37,12 +36,15 @@ struct Rule {
     const char *key;
     Kind kind;
     qint64 least = 0;
-    qint64 greatest = std::numeric_limits<qint64>::max();
+    qint64 greatest = 0;
     std::array<const char *, 2> words = {};
 };
 
 constexpr qint64 anHourMs = 3'600'000;
 constexpr qint64 greatestPort = 65'535;
+// Far above what any model writes in one answer, or reads of a journal with profit; mistyped values lie above.
+constexpr qint64 aMillionTokens = 1'000'000;
+constexpr qint64 tenThousandEntries = 10'000;
 
 /// In the order of the record's fields, one for each.
 constexpr std::array rules{
@@ -58,13 +60,13 @@ constexpr std::array rules{
     Rule{.key = "rawInputDirectory", .kind = Rule::Kind::Path},
     Rule{.key = "instructions", .kind = Rule::Kind::Text},
     Rule{.key = "chunkSizeMs", .kind = Rule::Kind::WholeNumber, .least = 1, .greatest = anHourMs},
-    Rule{.key = "chunkOverlapMs", .kind = Rule::Kind::WholeNumber},
+    Rule{.key = "chunkOverlapMs", .kind = Rule::Kind::WholeNumber, .greatest = anHourMs},
     Rule{.key = "frameFps", .kind = Rule::Kind::PositiveNumber},
     Rule{.key = "mediaResolution", .kind = Rule::Kind::Line},
     Rule{.key = "model", .kind = Rule::Kind::Line},
     Rule{.key = "thinkingLevel", .kind = Rule::Kind::Line},
-    Rule{.key = "maxOutputTokens", .kind = Rule::Kind::WholeNumber},
-    Rule{.key = "journalTailSize", .kind = Rule::Kind::WholeNumber},
+    Rule{.key = "maxOutputTokens", .kind = Rule::Kind::WholeNumber, .greatest = aMillionTokens},
+    Rule{.key = "journalTailSize", .kind = Rule::Kind::WholeNumber, .greatest = tenThousandEntries},
     Rule{.key = "saveRawInputs", .kind = Rule::Kind::Boolean},
     Rule{.key = "archiveEnabled", .kind = Rule::Kind::Observers},
     Rule{.key = "archiveVaultId", .kind = Rule::Kind::Observers},
@@ -89,9 +91,7 @@ QString takes(const Rule &rule)
     case Rule::Kind::Boolean:
         return QStringLiteral("true or false");
     case Rule::Kind::WholeNumber:
-        if (rule.greatest < std::numeric_limits<qint64>::max())
-            return QStringLiteral("a whole number from %1 to %2").arg(rule.least).arg(rule.greatest);
-        return QStringLiteral("a whole number, %1 or more").arg(rule.least);
+        return QStringLiteral("a whole number from %1 to %2").arg(rule.least).arg(rule.greatest);
     case Rule::Kind::PositiveNumber:
         return QStringLiteral("a number above 0, such as 0.5");
     case Rule::Kind::OneOf:
@@ -114,6 +114,14 @@ QString takes(const Rule &rule)
         return QStringLiteral("no value from outside: whether there is an archive is the observer's own to say");
     }
     return {};
+}
+
+/// Whether any words may be its value, so that a complaint about one character of them says more than the rule.
+bool takesFreeText(const Rule &rule)
+{
+    constexpr std::array free{Rule::Kind::Line, Rule::Kind::LineOrEmpty, Rule::Kind::Text,
+                              Rule::Kind::Path, Rule::Kind::PathOrEmpty, Rule::Kind::Secret};
+    return std::ranges::find(free, rule.kind) != free.end();
 }
 
 bool isLine(const QString &text)
@@ -273,6 +281,8 @@ std::expected<void, QString> assign(ObserverSettings &settings, const QString &k
         if (key == QLatin1String(name))
             fitted = assignTo(field, *rule, value);
     });
+    if (!fitted && takesFreeText(*rule) && value.contains(QChar::Null))
+        return std::unexpected(QStringLiteral("%1 takes a text without NUL characters.").arg(key));
     if (!fitted)
         return std::unexpected(QStringLiteral("%1 takes %2.").arg(key, takes(*rule)));
     return {};

@@ -6,6 +6,7 @@
 #include "support/FakeAccessibilityAccess.h"
 #include "support/FakeDisplaySource.h"
 #include "support/FakeForegroundSource.h"
+#include "support/FakeKeyring.h"
 #include "support/FakeProcessLauncher.h"
 #include "support/FakeRunningApplication.h"
 #include "support/FakeScreenCaptureAccess.h"
@@ -13,7 +14,6 @@
 #include "support/FakeSystemSettingsOpener.h"
 #include "support/FakeUserDefaults.h"
 #include "support/TestHome.h"
-#include "support/UnaskedKeyring.h"
 
 #include <QByteArray>
 #include <QStringList>
@@ -70,7 +70,7 @@ protected:
     FakeAccessibilityAccess m_contextAccessibility;
     FakeAccessibilityAccess m_accessibility;
     FakeSecretStore m_secrets;
-    UnaskedKeyring m_keyring;
+    FakeKeyring m_keyring;
     FakeUserDefaults m_defaults;
     FakeSystemSettingsOpener m_opener;
     FakeProcessLauncher m_launcher;

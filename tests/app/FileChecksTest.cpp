@@ -39,6 +39,23 @@ TEST_F(FileChecks, settingsLeftAside_sayTheComplaintAndOpenTheFile)
                           "\"${EDITOR:-nano}\" ~/.ostrel/settings.json"));
 }
 
+TEST_F(FileChecks, settingsThatNoEditorCanOpen_areGivenToTheUserOrMovedAway)
+{
+    m_facts.settings.primaryFault = fileError(EACCES, QStringLiteral("settings.json"));
+    EXPECT_THAT(checkSettingsFile(m_facts),
+                isMissing("no permission",
+                          "sudo chown \"$USER\" ~/.ostrel/settings.json && chmod u+rw ~/.ostrel/settings.json"));
+    for (const int number : {EISDIR, ENXIO}) {
+        m_facts.settings.primaryFault = fileError(number, QStringLiteral("settings.json"));
+        EXPECT_THAT(checkSettingsFile(m_facts),
+                    isMissing("left aside", "mv ~/.ostrel/settings.json ~/.ostrel/settings.json.aside"));
+    }
+    m_facts.settings.primaryFault.reset();
+    m_facts.settings.legacyFault = fileError(EACCES, QStringLiteral("settings.json"));
+    EXPECT_THAT(checkSettingsFile(m_facts),
+                isMissing("no permission", "sudo chown \"$USER\" ~/.moravel/settings.json"));
+}
+
 TEST_F(FileChecks, secretFile_isJudgedByOwnerAndMode)
 {
     EXPECT_THAT(checkSecretFile(m_facts), isOk("there is none"));
@@ -97,6 +114,20 @@ TEST_F(FileChecks, stateFolderRefused_blocks)
     EXPECT_THAT(checkStateFolder(m_facts), isBlocking("cannot be written", "chmod u+rwx /data/observer"));
     refuse(m_facts.stateFolder, EROFS);
     EXPECT_THAT(checkStateFolder(m_facts), isBlocking("can only be read", "make the disk of /data/observer writable"));
+}
+
+TEST_F(FileChecks, programsFolderRefused_blocksAndIsMendedItself)
+{
+    refuse(m_facts.ownFolder, EACCES);
+    EXPECT_THAT(checkStateFolder(m_facts), isBlocking("/data cannot be written", "chmod u+rwx /data"));
+    m_facts.ownFolder.isOurs = false;
+    const Finding foreign = checkStateFolder(m_facts);
+    EXPECT_THAT(foreign, isBlocking("/data cannot be written: There is no permission", "sudo chown -R"));
+    EXPECT_EQ(foreign.fix, QStringLiteral("sudo chown -R \"$USER\" /data"));
+    refuse(m_facts.stateFolder, EACCES);
+    EXPECT_EQ(checkStateFolder(m_facts), foreign) << "what it holds is mended with it";
+    refuse(m_facts.ownFolder, EROFS);
+    EXPECT_THAT(checkStateFolder(m_facts), isBlocking("can only be read", "make the disk of /data writable"));
 }
 
 } // namespace

@@ -39,6 +39,7 @@ inline DoctorFacts healthyFacts()
     facts.node = {.path = QStringLiteral("/usr/bin/node"), .version = QStringLiteral("18.19.1")};
     facts.settings.settings = ObserverSettings::defaults();
     facts.journalFolder = folder("/data/journal");
+    facts.ownFolder = folder("/data");
     facts.stateFolder = folder("/data/observer");
     facts.observer.reach = ObserverReach::NotRunning;
     facts.observer.port = 8799;

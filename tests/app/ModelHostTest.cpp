@@ -7,6 +7,7 @@
 #include "support/FakeAccessibilityAccess.h"
 #include "support/FakeDisplaySource.h"
 #include "support/FakeForegroundSource.h"
+#include "support/FakeKeyring.h"
 #include "support/FakeProcessLauncher.h"
 #include "support/FakeRunningApplication.h"
 #include "support/FakeScreenCaptureAccess.h"
@@ -18,7 +19,6 @@
 #include "support/RunTask.h"
 #include "support/ScopedVariable.h"
 #include "support/TestHome.h"
-#include "support/UnaskedKeyring.h"
 
 #include <QTimer>
 
@@ -60,7 +60,7 @@ protected:
     FakeAccessibilityAccess m_contextAccessibility;
     FakeAccessibilityAccess m_accessibility;
     FakeSecretStore m_secrets;
-    UnaskedKeyring m_keyring;
+    FakeKeyring m_keyring;
     FakeUserDefaults m_defaults;
     FakeSystemSettingsOpener m_opener;
     FakeProcessLauncher m_launcher;

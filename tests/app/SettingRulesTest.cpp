@@ -30,7 +30,6 @@ void PrintTo(const SettingCase &each, std::ostream *stream)
 const std::vector<SettingCase> &settingCases()
 {
     static const char *const line = "a text in one line that is not empty";
-    static const char *const count = "a whole number, 0 or more";
     static const char *const path = "a path that begins with / or ~/";
     static const char *const observers = "no value from outside: whether there is an archive is the observer's own";
     static const std::vector<SettingCase> cases{
@@ -53,7 +52,7 @@ const std::vector<SettingCase> &settingCases()
          {"1", "20000", "3600000", "+5"},
          {"", "0", "-1", "3600001", "1.5", "1e3", " 1", "1 ", "0x10", "99999999999999999999"},
          "a whole number from 1 to 3600000"},
-        {"chunkOverlapMs", {"0", "4000"}, {"-1", "x"}, count},
+        {"chunkOverlapMs", {"0", "4000", "3600000"}, {"-1", "x", "3600001"}, "a whole number from 0 to 3600000"},
         {"frameFps",
          {"0.5", "1", "2.", ".25", "1e-1", "+3"},
          {"", "0", "-1", "0,5", "inf", "nan", "1e999", "1e-999", " 1", "1.0.0", "0x1p3"},
@@ -61,8 +60,11 @@ const std::vector<SettingCase> &settingCases()
         {"mediaResolution", {"HIGH", "LOW"}, {""}, line},
         {"model", {"gemini-3.1-flash-lite"}, {"", "a\nb"}, line},
         {"thinkingLevel", {"LOW"}, {""}, line},
-        {"maxOutputTokens", {"0", "9223372036854775807"}, {"-5", "9223372036854775808"}, count},
-        {"journalTailSize", {"0", "5"}, {"-1", "five"}, count},
+        {"maxOutputTokens",
+         {"0", "1000000"},
+         {"-5", "1000001", "9223372036854775807", "9223372036854775808"},
+         "a whole number from 0 to 1000000"},
+        {"journalTailSize", {"0", "5", "10000"}, {"-1", "five", "10001"}, "a whole number from 0 to 10000"},
         {"saveRawInputs", {"true", "false"}, {"", "yes", "True", "1"}, "true or false"},
         {"archiveEnabled", {}, {"true", "false"}, observers},
         {"archiveVaultId", {}, {"", "vault"}, observers},

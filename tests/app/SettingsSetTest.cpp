@@ -35,6 +35,45 @@ TEST_F(SettingsSet, unknownKey_namesTheNearestAndHowToListThem)
     EXPECT_EQ(file(), QByteArray("no file"));
 }
 
+TEST_F(SettingsSet, unknownKey_isRepeatedShortAndWithoutWhatATerminalObeys)
+{
+    const auto escape = set("\x1b[2Jmodel\a\u2028\u202e", "1");
+    EXPECT_EQ(escape.status, 2);
+    EXPECT_THAT(escape.messages.toStdString(), HasSubstr(R"("\u{1b}[2Jmodel\u{7}\u{2028}\u{202e}")"));
+    EXPECT_FALSE(escape.messages.contains(QChar(0x1b)));
+    const auto endless = run(setWords(QString(100'000, u'x'), utf8("1")));
+    EXPECT_THAT(endless.messages.toStdString(), HasSubstr('"' + std::string(60, 'x') + "...\""));
+    EXPECT_LT(endless.messages.size(), 300);
+    EXPECT_THAT(run(setWords(utf8("Größe😀"), utf8("1"))).messages.toStdString(), HasSubstr("\"Größe😀\""));
+}
+
+TEST_F(SettingsSet, keyAndValueInOneWord_sayHowItIsWrittenAndNeverRepeatTheValue)
+{
+    for (const auto &[word, words] :
+         {std::pair("localPort=9001", "no \"=\": `ostrel settings set localPort VALUE`"),
+          std::pair("analysisApiToken=9001", "`ostrel settings set analysisApiToken - < FILE`"),
+          std::pair("analysisToken=9001=", "There is no setting \"analysisToken\"; the nearest is analysisApiToken")}) {
+        const auto outcome = run({utf8("settings"), utf8("set"), utf8(word)});
+        EXPECT_EQ(outcome.status, 2);
+        EXPECT_THAT(outcome.messages.toStdString(), AllOf(HasSubstr(words), Not(HasSubstr("9001"))));
+    }
+    EXPECT_EQ(m_secrets.calls(), QStringList());
+}
+
+TEST_F(SettingsSet, argumentThatIsNoText_isStatus2AndTheFileIsAsItWas)
+{
+    const QByteArray before = R"({"model": "kept"})";
+    writeFile(before);
+    const auto broken = run(setWords(utf8("model"), QString::fromLocal8Bit("a\xff")));
+    EXPECT_EQ(broken.status, 2);
+    EXPECT_THAT(broken.messages.toStdString(), HasSubstr("The value of model is not valid UTF-8"));
+    const auto tooLong = run(setWords(utf8("instructions"), QString(longestInput / 2 + 1, QChar(0xe4))));
+    EXPECT_EQ(tooLong.status, 2);
+    EXPECT_THAT(tooLong.messages.toStdString(), HasSubstr("more than the 65536 bytes"));
+    EXPECT_EQ(file(), before);
+    EXPECT_EQ(run(setWords(utf8("instructions"), QString(longestInput / 2, QChar(0xe4)))).status, 0);
+}
+
 TEST_F(SettingsSet, wordsMissingOrTooMany_areStatus2)
 {
     EXPECT_EQ(run({utf8("settings"), utf8("set")}).status, 2);
@@ -75,7 +114,12 @@ TEST_F(SettingsSet, inputThatIsNoText_isStatus2AndTheFileIsAsItWas)
     EXPECT_EQ(tooLong.status, 2);
     EXPECT_THAT(tooLong.messages.toStdString(), HasSubstr("65536 bytes"));
     EXPECT_EQ(setFromInput("instructions", QByteArray(longestInput, 'x')).status, 0);
-    EXPECT_EQ(setFromInput("instructions", QByteArray("a\0b", 3)).status, 2);
+    for (const char *key : {"instructions", "model", "outputDirectory"}) {
+        const auto withNul = setFromInput(key, QByteArray("/\0b", 3));
+        EXPECT_EQ(withNul.status, 2);
+        EXPECT_THAT(withNul.messages.toStdString(),
+                    HasSubstr(std::string(key) + " takes a text without NUL characters."));
+    }
 }
 
 TEST_F(SettingsSet, secretFromStandardInput_isTrimmedIntoTheStoreAndNotIntoTheFile)

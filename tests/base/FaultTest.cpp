@@ -27,6 +27,13 @@ TEST(Fault, portTaken_namesThePort)
               QStringLiteral("Port 8799 is in use by another program"));
 }
 
+TEST(Fault, timedOut_namesWhoWasAskedOrElseTheServer)
+{
+    EXPECT_EQ(faultError(Fault::TimedOut).localizedDescription, QStringLiteral("The server took too long to answer."));
+    EXPECT_EQ(faultError(Fault::TimedOut, QStringLiteral("display server")).localizedDescription,
+              QStringLiteral("The display server took too long to answer."));
+}
+
 TEST(Fault, isFault_otherDomainWithSameCode_isNot)
 {
     const Error foreign{

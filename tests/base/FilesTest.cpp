@@ -24,7 +24,7 @@ protected:
     QString path(const char *name) const { return m_folder.filePath(QString::fromLatin1(name)); }
     QStringList names() const
     {
-        return QDir(m_folder.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+        return QDir(m_folder.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
     }
 
     QTemporaryDir m_folder;
@@ -100,6 +100,53 @@ TEST_F(Files, read_missingOrFolder_isAnErrorThatNamesIt)
     const auto folder = readFile(m_folder.path());
     ASSERT_FALSE(folder.has_value());
     EXPECT_TRUE(isFault(folder.error(), Fault::IsDirectory));
+}
+
+TEST_F(Files, readAndWrite_pipeOrDevice_failAtOnceAndLeaveIt)
+{
+    ASSERT_EQ(::mkfifo(qPrintable(path("pipe")), 0600), 0);
+    ASSERT_EQ(::symlink("pipe", qPrintable(path("link"))), 0);
+    for (const char *name : {"pipe", "link"}) {
+        const auto bytes = readFile(path(name));
+        ASSERT_FALSE(bytes.has_value()) << name;
+        EXPECT_TRUE(isFault(bytes.error(), Fault::FileFailed)) << name;
+        EXPECT_TRUE(bytes.error().localizedDescription.contains(QLatin1String("no regular file"))) << name;
+        EXPECT_FALSE(writeFileAtomically(path(name), "x").has_value()) << name;
+    }
+    EXPECT_EQ(names().size(), 2);
+    struct stat info = {};
+    ASSERT_EQ(::stat(qPrintable(path("pipe")), &info), 0);
+    EXPECT_TRUE(S_ISFIFO(info.st_mode));
+
+    ASSERT_EQ(::symlink("/dev/zero", qPrintable(path("zero"))), 0);
+    const auto endless = readFile(path("zero"));
+    ASSERT_FALSE(endless.has_value());
+    EXPECT_TRUE(isFault(endless.error(), Fault::FileFailed));
+}
+
+TEST_F(Files, read_linkToAFile_isItsContent)
+{
+    ASSERT_TRUE(writeFileAtomically(path("file"), "x").has_value());
+    ASSERT_EQ(::symlink("file", qPrintable(path("link"))), 0);
+    EXPECT_EQ(readFile(path("link")).value(), QByteArray("x"));
+}
+
+TEST_F(Files, read_fileOfTheKernelWithoutASize_isComplete)
+{
+    const auto status = readFile(QStringLiteral("/proc/self/status"));
+    ASSERT_TRUE(status.has_value());
+    EXPECT_TRUE(status->contains("\nPid:\t" + QByteArray::number(::getpid())));
+}
+
+TEST_F(Files, read_tooLong_isAnErrorThatSaysSo)
+{
+    ASSERT_TRUE(writeFileAtomically(path("file"), "x").has_value());
+    ASSERT_EQ(::truncate(qPrintable(path("file")), longestFile), 0);
+    EXPECT_EQ(readFile(path("file")).value().size(), longestFile);
+    ASSERT_EQ(::truncate(qPrintable(path("file")), longestFile + 1), 0);
+    const auto bytes = readFile(path("file"));
+    ASSERT_FALSE(bytes.has_value());
+    EXPECT_TRUE(bytes.error().localizedDescription.contains(QLatin1String("longer than 67108864 bytes")));
 }
 
 TEST_F(Files, keepDamagedFile_severalTimes_keepsEachUnderAName)

@@ -3,12 +3,14 @@
 #include "base/Files.h"
 #include "support/Printers.h"
 #include "support/StrangersListener.h"
+#include "support/TestHome.h"
 
 #include <QDir>
 #include <QDirIterator>
 #include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonObject>
+#include <QTemporaryDir>
 
 #include <gmock/gmock.h>
 
@@ -120,6 +122,31 @@ TEST_F(Doctor, anyDesktop_isLeftAsItWas)
                                             QStringLiteral("org.freedesktop.DBus.ListNames")});
     EXPECT_FALSE(names.contains("org.a11y.Bus")) << "to ask for consent would have started it";
     EXPECT_FALSE(names.contains("org.freedesktop.secrets"));
+}
+
+TEST_F(Doctor, programsFolderOfAnotherUser_blocksThoughTheObserversCanBeWritten)
+{
+    ASSERT_EQ(::geteuid(), 0U) << "only root can be another user for a test";
+    const QTemporaryDir home;
+    const QString observers = home.filePath(QStringLiteral(".ostrel/observer"));
+    ASSERT_TRUE(QDir().mkpath(observers));
+    for (const QString &folder : {home.path(), home.filePath(QStringLiteral(".ostrel"))})
+        ASSERT_EQ(::chmod(QFile::encodeName(folder).constData(), 0755), 0);
+    ASSERT_EQ(::chown(QFile::encodeName(observers).constData(), unprivilegedUser, unprivilegedUser), 0);
+
+    QProcess process;
+    m_ostrel.environment().insert(QStringLiteral("HOME"), home.path());
+    process.setProcessEnvironment(m_ostrel.environment());
+    const QString user = QString::number(unprivilegedUser);
+    process.start(QStringLiteral("setpriv"), {QStringLiteral("--reuid"), user, QStringLiteral("--clear-groups"),
+                                              OstrelProgram::file(), doctor[0], QStringLiteral("--json")});
+    ASSERT_TRUE(process.waitForFinished());
+    const Examination found{.status = process.exitCode(),
+                            .rows = QJsonDocument::fromJson(process.readAllStandardOutput()).array()};
+    EXPECT_EQ(found.status, 1);
+    EXPECT_FALSE(found.isOk("stateFolder"));
+    EXPECT_THAT(found.detail("stateFolder"), HasSubstr("~/.ostrel cannot be written"));
+    EXPECT_EQ(found.fix("stateFolder"), "sudo chown -R \"$USER\" ~/.ostrel");
 }
 
 TEST_F(Doctor, noDisplay_blocksAndTheRestIsStillTold)

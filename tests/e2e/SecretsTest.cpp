@@ -118,6 +118,19 @@ TEST_F(SecretsEndToEnd, busStopped_programWaitsOnceAndEndsInOrder)
     m_bus.process().thaw();
 }
 
+TEST_F(SecretsEndToEnd, keyringThatHidesASecret_isToldBesideTheSettings)
+{
+    startKeyring();
+    expectSecretIsShownAsSet();
+    m_keyring->lock();
+    const auto locked = run(showSettings);
+    EXPECT_THAT(locked.output.toStdString(), testing::ContainsRegex("byokGoogleVertexApiKey\n"));
+    EXPECT_THAT(locked.messages.toStdString(),
+                testing::AllOf(HasSubstr("byokGoogleVertexApiKey can't be seen"), HasSubstr("is locked; unlock it")));
+    m_keyring->daemon().freeze();
+    EXPECT_THAT(run(showSettings).messages.toStdString(), HasSubstr("the keyring does not answer"));
+}
+
 TEST_F(SecretsEndToEnd, keyringLocked_secretsWaitInTheFileAndMoveOnceItIsUnlocked)
 {
     startKeyring();

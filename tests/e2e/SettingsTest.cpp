@@ -11,6 +11,8 @@
 
 #include <csignal>
 
+#include <sys/stat.h>
+
 using namespace ostrel;
 using namespace std::chrono_literals;
 using testing::AllOf;
@@ -58,6 +60,18 @@ protected:
                 .messages = process.readAllStandardError()};
     }
 
+    /// Runs a line of shell in which "$0" is the program.
+    OstrelProgram::Outcome runByShell(const char *line)
+    {
+        QProcess process;
+        process.setProcessEnvironment(m_ostrel.environment());
+        process.start(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), QLatin1String(line), OstrelProgram::file()});
+        EXPECT_TRUE(process.waitForFinished());
+        return {.status = process.exitCode(),
+                .output = process.readAllStandardOutput(),
+                .messages = process.readAllStandardError()};
+    }
+
     VirtualDesktop m_desktop{{.size = {1280, 800}, .windowManager = true}};
     OstrelProgram m_ostrel{m_desktop.environment()};
 };
@@ -87,6 +101,42 @@ TEST_F(SettingsEndToEnd, wrongUse_isStatus2AndTheFileIsAsItWas)
         EXPECT_THAT(outcome.messages.toStdString(), AllOf(HasSubstr(key), Not(HasSubstr("geheim"))));
     }
     EXPECT_EQ(file(), before);
+}
+
+TEST_F(SettingsEndToEnd, argumentThatIsNoUtf8_isStatus2AndTheFileIsAsItWas)
+{
+    const QByteArray before = file();
+    const auto outcome = runByShell(R"sh("$0" settings set model "$(printf 'a\377')")sh");
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_THAT(outcome.messages.toStdString(), HasSubstr("The value of model is not valid UTF-8"));
+    EXPECT_EQ(file(), before);
+}
+
+TEST_F(SettingsEndToEnd, closedStandardDescriptors_areNeitherAValueNorMixedWithFiles)
+{
+    EXPECT_EQ(setFromInput("byokGoogleVertexApiKey", "geheim\n").status, 0);
+    const auto outcome = runByShell(R"("$0" settings set byokGoogleVertexApiKey - <&-)");
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_THAT(outcome.messages.toStdString(), HasSubstr("standard input"));
+    EXPECT_EQ(shown("byokGoogleVertexApiKey"), QStringLiteral("<redacted>")) << "it is not removed";
+    EXPECT_EQ(runByShell(R"("$0" settings set localPort 9001 <&- >&- 2>&-)").status, 0);
+    EXPECT_EQ(shown("localPort").toInt(), 9001);
+    EXPECT_EQ(runByShell(R"("$0" settings show >&-)").status, 1);
+}
+
+TEST_F(SettingsEndToEnd, settingsFileThatIsAPipe_holdsNothingUp)
+{
+    const QString settings = m_ostrel.path(QStringLiteral(".ostrel/settings.json"));
+    ASSERT_TRUE(QFile::remove(settings));
+    ASSERT_EQ(::mkfifo(QFile::encodeName(settings).constData(), 0600), 0);
+    const auto show = m_ostrel.run({QStringLiteral("settings"), QStringLiteral("show")});
+    EXPECT_EQ(show.status, 0);
+    EXPECT_THAT(show.messages.toStdString(), HasSubstr("no regular file"));
+    const auto outcome = set("localPort", QStringLiteral("9001"));
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.messages.toStdString(), HasSubstr("no regular file"));
+    EXPECT_THAT(m_ostrel.run({QStringLiteral("doctor")}).output.toStdString(),
+                HasSubstr("mv ~/.ostrel/settings.json ~/.ostrel/settings.json.aside"));
 }
 
 TEST_F(SettingsEndToEnd, whileRecording_theObserverWritesWhereItWasTold)

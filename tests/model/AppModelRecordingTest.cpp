@@ -110,6 +110,54 @@ TEST_F(StartRecording, startRefused_modelStaysIdle)
     EXPECT_FALSE(m_recorder->isCapturing());
 }
 
+TEST_F(StartRecording, startRefused_statusIsAskedOnceForTheObserversReason)
+{
+    launch();
+    m_observer.forgetRequests();
+    ObserverStatus full;
+    full.lastError = QStringLiteral("The disk is full.");
+    m_observer.expect(postStart, FakeHttpTransport::answer({}, 507));
+    m_observer.expect(getStatus, statusAnswer(false)); // whether it is there
+    m_observer.expect(getStatus, FakeHttpTransport::answer(full.toJson()));
+    std::optional<QString> reasonAtTheEnd;
+    QObject::connect(m_model.get(), &AppModel::recordingEnded,
+                     [&](RecordingEnd) { reasonAtTheEnd = m_model->status()->lastError; });
+    m_model->toggleRecording();
+    settle();
+    EXPECT_EQ(m_observer.endpoints(), QStringList({getStatus, postStart, getStatus}));
+    EXPECT_EQ(m_events, QStringList(startFailed));
+    EXPECT_EQ(reasonAtTheEnd, full.lastError);
+    EXPECT_EQ(m_model->helperError(), words(Fault::BadServerResponse));
+}
+
+TEST_F(StartRecording, startRefusedAndStatusFails_keepsTheWordsOfTheRefusal)
+{
+    launch();
+    m_observer.expect(postStart, FakeHttpTransport::answer({}, 507));
+    m_observer.expect(getStatus, statusAnswer(false));
+    m_observer.expect(getStatus, FakeHttpTransport::failure(Fault::ConnectionClosed));
+    m_model->toggleRecording();
+    settle();
+    EXPECT_EQ(m_events, QStringList(startFailed));
+    EXPECT_EQ(m_model->helperError(), words(Fault::BadServerResponse));
+}
+
+TEST_F(StartRecording, quitWhileTheReasonOfARefusalIsAskedFor_doesNotWaitForIt)
+{
+    launch();
+    m_observer.expect(postStart, FakeHttpTransport::answer({}, 507));
+    m_observer.expect(getStatus, statusAnswer(false));
+    const auto reason = m_observer.expectHeld(getStatus);
+    m_observer.expect(postStop, statusAnswer(false));
+    m_model->toggleRecording();
+    settle();
+    ASSERT_TRUE(reason->hasArrived());
+    m_model->quit();
+    settle();
+    EXPECT_TRUE(reason->wasCancelled());
+    EXPECT_EQ(m_events, QStringList({endedByRequest, terminated}));
+}
+
 TEST_F(StartRecording, answerToStartLost_observerIsStoppedAgain)
 {
     launch();

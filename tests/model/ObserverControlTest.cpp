@@ -16,6 +16,7 @@ using namespace std::chrono_literals;
 namespace {
 
 const QString getStatus = QStringLiteral("GET /api/status");
+const QString postStop = QStringLiteral("POST /api/stop");
 const QString startingText = QStringLiteral("Starting recording service\u2026");
 
 FakeHttpTransport::Answer idle()
@@ -272,6 +273,91 @@ TEST_F(Observer, refreshStopped_changesNothing)
     EXPECT_EQ(m_tasks.liveCount(), 0);
     EXPECT_EQ(m_state.helperError(), std::nullopt);
     EXPECT_EQ(m_launcher.children().size(), 0);
+}
+
+class Leftovers : public Observer
+{
+protected:
+    void write()
+    {
+        m_launcher.expectLaunch();
+        m_writing.start([this](std::stop_token stop) -> Task<> {
+            const bool written = co_await m_control->writeLeftovers(stop);
+            if (!stop.stop_requested())
+                m_written = written;
+        });
+        m_clock.advance(0ms);
+    }
+    int terminations() const { return m_launcher.children().constFirst()->terminateCount; }
+
+    void expectGivenUpAfterTwentySeconds(const FakeHttpTransport::HeldAnswer &hanging)
+    {
+        m_clock.advance(19'999ms);
+        EXPECT_EQ(m_written, std::nullopt);
+        EXPECT_EQ(terminations(), 0);
+        m_clock.advance(1ms);
+        EXPECT_EQ(m_written, false);
+        EXPECT_TRUE(hanging.wasCancelled());
+        EXPECT_EQ(terminations(), 1);
+    }
+
+    std::optional<bool> m_written;
+    TaskSlot m_writing;
+};
+
+TEST_F(Leftovers, successorAnswersTheStop_areWrittenAndItIsAskedToEnd)
+{
+    m_transport.always(getStatus, idle());
+    m_transport.expect(postStop, idle());
+    write();
+    EXPECT_EQ(m_written, true);
+    EXPECT_EQ(terminations(), 1);
+    EXPECT_EQ(m_clock.pendingTimerCount(), 0);
+}
+
+TEST_F(Leftovers, successorNeverAnswers_areGivenUpAfterTwentySeconds)
+{
+    const auto hanging = m_transport.expectHeld(getStatus);
+    write();
+    expectGivenUpAfterTwentySeconds(*hanging);
+}
+
+TEST_F(Leftovers, successorHangsInTheStop_areGivenUpAfterTwentySeconds)
+{
+    m_transport.always(getStatus, idle());
+    const auto hanging = m_transport.expectHeld(postStop);
+    write();
+    expectGivenUpAfterTwentySeconds(*hanging);
+}
+
+TEST_F(Leftovers, nobodyEverListens_areGivenUpWhenTheAttemptsAreOver)
+{
+    refuseStatus();
+    write();
+    m_clock.advance(20s);
+    EXPECT_EQ(m_written, false);
+    EXPECT_EQ(m_transport.count(getStatus), ObserverControl::reachableAttempts);
+    EXPECT_EQ(m_clock.pendingTimerCount(), 0);
+}
+
+TEST_F(Leftovers, cancelled_endsAtOnceAndLeavesNoTimer)
+{
+    const auto hanging = m_transport.expectHeld(getStatus);
+    write();
+    m_writing.cancel();
+    EXPECT_FALSE(m_writing.isRunning());
+    EXPECT_TRUE(hanging->wasCancelled());
+    EXPECT_EQ(m_clock.pendingTimerCount(), 0);
+    EXPECT_EQ(m_written, std::nullopt);
+}
+
+TEST_F(Leftovers, noSuccessorCanBeStarted_areGivenUpAtOnce)
+{
+    const auto control = make(std::nullopt);
+    std::optional<bool> written;
+    m_writing.start(
+        [&](std::stop_token stop) -> Task<> { written = co_await control->writeLeftovers(std::move(stop)); });
+    EXPECT_EQ(written, false);
 }
 
 } // namespace

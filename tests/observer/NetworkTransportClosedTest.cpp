@@ -1,6 +1,9 @@
 #include "TransportRig.h"
 
 #include "base/Fault.h"
+#include "base/TaskSlot.h"
+
+#include <atomic>
 
 using namespace ostrel;
 
@@ -55,6 +58,61 @@ TEST_F(TransportClosed, sharedConnectionCutOffAtTheNextRequest_failsAndNothingIs
     settleEvents();
     EXPECT_EQ(server.requests().size(), 2);
     EXPECT_EQ(server.connectionCount(), 1);
+}
+
+TEST_F(TransportClosed, sharedConnectionAfterAFailureElsewhere_isLeftForANewOne)
+{
+    HttpTestServer server(HttpTestServer::always(HttpTestServer::response(200, "{}")));
+    HttpTestServer rude([](const Request &, QTcpSocket &socket) { socket.disconnectFromHost(); });
+    for (const char *method : {"GET", "POST"}) {
+        ASSERT_TRUE(get(server.url()).has_value());
+        const int before = server.connectionCount();
+        ASSERT_FALSE(send({.method = method, .url = rude.url(), .headers = {}, .body = {}}).has_value());
+        EXPECT_TRUE(pumpUntil([&] { return server.closedCount() == before; })) << "the kept one is closed";
+        ASSERT_TRUE(get(server.url()).has_value());
+        EXPECT_EQ(server.connectionCount(), before + 1);
+    }
+}
+
+TEST_F(TransportClosed, portThatWasNobodysForAWhile_isReachedByANewConnection)
+{
+    HttpTestServer server(HttpTestServer::always(HttpTestServer::response(200, "{}")));
+    std::atomic<PortOwner> owner = PortOwner::OurUser; // asked for on a thread of its own
+    NetworkTransport transport(m_clock, [&owner](quint16) -> Result<PortOwner> { return owner.load(); });
+    const auto isAnswered = [&] {
+        const auto answer = runTask<Answer>([&](auto stop) {
+            return transport.send({.method = "GET", .url = server.url(), .headers = {}, .body = {}}, stop);
+        });
+        return answer && answer->has_value();
+    };
+    int connections = 0;
+    for (const PortOwner meanwhile : {PortOwner::Nobody, PortOwner::AnotherUser}) {
+        owner = PortOwner::OurUser;
+        ASSERT_TRUE(isAnswered());
+        EXPECT_EQ(server.connectionCount(), ++connections);
+        owner = meanwhile;
+        EXPECT_FALSE(isAnswered());
+        EXPECT_TRUE(pumpUntil([&] { return server.closedCount() == connections; }));
+    }
+}
+
+TEST_F(TransportClosed, requestUnderWayWhenAnotherFails_isAnsweredAllTheSame)
+{
+    QTcpSocket *waiting = nullptr;
+    HttpTestServer slow([&](const Request &, QTcpSocket &socket) { waiting = &socket; });
+    HttpTestServer rude([](const Request &, QTcpSocket &socket) { socket.disconnectFromHost(); });
+    std::optional<Answer> answer;
+    TaskSlot slot;
+    slot.start([&](std::stop_token stop) -> Task<> {
+        answer = co_await m_transport.send({.method = "GET", .url = slow.url(), .headers = {}, .body = {}}, stop);
+    });
+    ASSERT_TRUE(pumpUntil([&] { return waiting != nullptr; }));
+    ASSERT_FALSE(get(rude.url()).has_value());
+    settleEvents();
+    waiting->write(HttpTestServer::response(200, "{}"));
+    ASSERT_TRUE(pumpUntil([&] { return answer.has_value(); }));
+    EXPECT_TRUE(answer->has_value());
+    EXPECT_TRUE(pumpUntil([&] { return slow.closedCount() == 1; })) << "and its connection kept for nobody";
 }
 
 TEST_F(TransportClosed, serverThatDiesWhileABodyIsOnItsWay_isAClosedConnection)

@@ -70,10 +70,11 @@ TEST_F(Transport, requestsThatOnlyAsk_shareAConnection)
 
 TEST_F(Transport, requestThatChangesSomething_hasAConnectionOfItsOwn)
 {
-    // Closes what it was asked to close, as the observer does.
+    // Closes what it was asked to close, and says so, as the observer does.
     HttpTestServer server([](const Request &request, QTcpSocket &socket) {
-        socket.write(HttpTestServer::response(200, "{}"));
-        if (request.header("connection").contains("close"))
+        const bool isLast = request.header("connection").contains("close");
+        socket.write(HttpTestServer::response(200, "{}", isLast ? "Connection: close\r\n" : ""));
+        if (isLast)
             socket.disconnectFromHost();
     });
     for (const char *method : {"GET", "POST", "PUT", "POST"})

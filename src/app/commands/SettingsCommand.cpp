@@ -1,9 +1,13 @@
 #include "app/commands/Commands.h"
 #include "app/commands/SettingsSet.h"
+#include "observer/Keyring.h"
+#include "observer/SecretStore.h"
 #include "observer/SettingsFields.h"
 #include "observer/SettingsStore.h"
 
 #include <QLocale>
+
+#include <optional>
 
 namespace ostrel {
 
@@ -49,6 +53,43 @@ QString asText(const ObserverSettings &settings)
     return text;
 }
 
+/// Why the keyring may hold what it doesn't show, and what its user does about it; nothing where it hides nothing.
+std::optional<QString> hidingReason(KeyringState state)
+{
+    switch (state) {
+    case KeyringState::Locked:
+        return QStringLiteral("the keyring is locked; unlock it and run this again");
+    case KeyringState::ServiceSilent:
+    case KeyringState::BusSilent:
+        return QStringLiteral("the keyring does not answer; it may wait for you to unlock it");
+    case KeyringState::Failed:
+        return QStringLiteral("the keyring refuses to be read; `ostrel doctor` tells more");
+    case KeyringState::Ready:
+    case KeyringState::NoDefaultCollection:
+    case KeyringState::NoService:
+    case KeyringState::NoBus:
+        break;
+    }
+    return std::nullopt;
+}
+
+/// A line about the secrets that are shown as not set because they can't be seen; nothing where there are none.
+QString hiddenSecretsText(const ObserverSettings &settings, const Platform &platform)
+{
+    QStringList hidden;
+    const auto look = [&](const char *key, const QString &shown, const QString &service) {
+        if (shown.isEmpty() && !platform.secrets.lookUp(service, secretAccount))
+            hidden.append(QLatin1String(key));
+    };
+    look("analysisApiToken", settings.analysisApiToken, analysisApiTokenService);
+    look("byokGoogleVertexApiKey", settings.byokGoogleVertexApiKey, vertexApiKeyService);
+    const auto reason = hidden.isEmpty() ? std::nullopt : hidingReason(platform.keyring.state());
+    if (!reason)
+        return {};
+    return QStringLiteral("ostrel: Whether there is a value for %1 can't be seen: %2.\n")
+        .arg(hidden.join(QLatin1String(" and ")), *reason);
+}
+
 CommandResult run(const QCommandLineParser &parser, const Platform &platform)
 {
     const QStringList words = parser.positionalArguments().mid(1);
@@ -63,9 +104,10 @@ CommandResult run(const QCommandLineParser &parser, const Platform &platform)
     if (words.size() > 1)
         return usageError(QStringLiteral("settings"), QStringLiteral("show takes no further words; it shows all."));
     const ObserverSettings settings = redacted(SettingsStore(platform.secrets).load());
-    if (parser.isSet(jsonOption()))
-        return CommandResult::data(QString::fromUtf8(settings.toPrettyJson()));
-    return CommandResult::data(asText(settings));
+    CommandResult result =
+        CommandResult::data(parser.isSet(jsonOption()) ? QString::fromUtf8(settings.toPrettyJson()) : asText(settings));
+    result.messages = hiddenSecretsText(settings, platform);
+    return result;
 }
 
 } // namespace

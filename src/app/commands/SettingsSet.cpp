@@ -8,6 +8,7 @@
 #include "base/Text.h"
 #include "observer/SettingRules.h"
 
+#include <algorithm>
 #include <expected>
 #include <optional>
 
@@ -24,6 +25,39 @@ CommandResult refusal(const QString &message)
     return usageError(QStringLiteral("settings"), message);
 }
 
+/// What a user wrote, fit to be repeated to a terminal: short, and without characters that it would obey.
+QString harmless(const QString &text)
+{
+    constexpr qsizetype longest = 60;
+    const QList<uint> characters = text.toUcs4();
+    QString shown;
+    for (const uint character : characters.first(std::min(longest, characters.size()))) {
+        const bool breaksLine = character == QChar::LineSeparator || character == QChar::ParagraphSeparator;
+        if (QChar::isPrint(character) && !breaksLine)
+            shown += QChar::fromUcs4(character);
+        else
+            shown += QStringLiteral("\\u{%1}").arg(character, 0, 16);
+    }
+    return characters.size() > longest ? shown + QStringLiteral("...") : shown;
+}
+
+QString secretUsage(const QString &key)
+{
+    return QStringLiteral("`ostrel settings set %1 - < FILE`").arg(key);
+}
+
+/// The key is none. What stands behind a "=" may be a secret, and is never repeated.
+QString complaintAboutKey(const QString &word)
+{
+    const QString key = word.section(u'=', 0, 0);
+    if (SettingRules::isKey(key))
+        return QStringLiteral("A blank stands between a setting and its value, no \"=\": %1.")
+            .arg(SettingRules::isSecret(key) ? secretUsage(key)
+                                             : QStringLiteral("`ostrel settings set %1 VALUE`").arg(key));
+    return QStringLiteral("There is no setting \"%1\"; the nearest is %2. `ostrel settings show` lists them all.")
+        .arg(harmless(key), SettingRules::nearestKey(key));
+}
+
 /// What is wrong with the words, as far as it shows before the value is read.
 std::optional<QString> complaintAbout(const QStringList &words)
 {
@@ -31,16 +65,22 @@ std::optional<QString> complaintAbout(const QStringList &words)
         return QStringLiteral("Say which setting, and its value. `ostrel settings show` lists them all.");
     const QString &key = words[0];
     if (!SettingRules::isKey(key))
-        return QStringLiteral("There is no setting \"%1\"; the nearest is %2. `ostrel settings show` lists them all.")
-            .arg(key, SettingRules::nearestKey(key));
+        return complaintAboutKey(key);
     if (words.size() == 1 || SettingRules::isObservers(key))
         return QStringLiteral("%1 takes %2.").arg(key, SettingRules::takes(key));
     if (SettingRules::isSecret(key) && (words.size() > 2 || words[1] != fromStandardInput))
         return QStringLiteral("Other users can see what stands on a command line, so %1 is read from standard input: "
-                              "`ostrel settings set %1 - < FILE`.")
-            .arg(key);
+                              "%2.")
+            .arg(key, secretUsage(key));
     if (words.size() > 2)
         return QStringLiteral("%1 takes one word; put quotes around a value with blanks.").arg(key);
+    // The toolkit has put this character where the bytes were no text. Whoever means it uses standard input.
+    if (words[1].contains(QChar::ReplacementCharacter))
+        return QStringLiteral("The value of %1 is not valid UTF-8.").arg(key);
+    if (words[1].toUtf8().size() > longestInput)
+        return QStringLiteral("The value of %1 has more than the %2 bytes that a value may have.")
+            .arg(key)
+            .arg(longestInput);
     return std::nullopt;
 }
 
@@ -73,24 +113,24 @@ CommandResult resultOf(const SettingChange &change, const SettingAnswer &answer)
 CommandResult unreachable(const RecorderLock::Holder &recorder, RemoteFailure failure)
 {
     const QString who = QStringLiteral("Process %1 records, and it keeps the settings").arg(recorder.processId);
-    const QString stopIt = QStringLiteral("Stop it first, with Ctrl+C where it runs or with `kill %1`. "
-                                          "Nothing was changed.")
+    const QString stopIt = QStringLiteral("stop the recorder first, with Ctrl+C where it runs or with "
+                                          "`kill %1`. Nothing was changed.")
                                .arg(recorder.processId);
     switch (failure) {
     case RemoteFailure::NoBus:
         return CommandResult::failure(
             ExitFailed,
-            QStringLiteral("%1. Without a session bus it can't be told: run this in its desktop session. Or: %2")
+            QStringLiteral("%1. Without a session bus it can't be told: run this in its desktop session, or %2")
                 .arg(who, stopIt));
     case RemoteFailure::NotThere:
         return CommandResult::failure(
             ExitFailed,
             QStringLiteral("%1. It is not on this session's bus, so it can't be told: run this in its desktop "
-                           "session. Or: %2")
+                           "session, or %2")
                 .arg(who, stopIt));
     case RemoteFailure::NotTheRecorder:
         return CommandResult::failure(
-            ExitFailed, QStringLiteral("%1. Another program poses as it on the session bus, and was told nothing. %2")
+            ExitFailed, QStringLiteral("%1. Another program poses as it on the session bus, and was told nothing: %2")
                             .arg(who, stopIt));
     case RemoteFailure::Silent:
         return CommandResult::failure(

@@ -50,7 +50,8 @@ struct DoctorFacts {
     NodeFacts node;
     SettingsOnDisk settings;
     FolderFacts journalFolder;
-    FolderFacts stateFolder;
+    FolderFacts ownFolder;   ///< the program's: the recorder's lock, the settings, the secrets
+    FolderFacts stateFolder; ///< the observer's, within it
     ObserverAnswer observer;
     std::optional<RecorderLock::Holder> recorder;
     PackageManager packages = PackageManager::Unknown;

@@ -33,6 +33,27 @@ QString mendedBy(const FolderFacts &folder, const QString &elsewhere)
     return QStringLiteral("sudo mkdir -p %1 && sudo chown \"$USER\" %1").arg(shellWord(folder.path));
 }
 
+/// The same for the program's own folder: whoever else made it has made what lies in it too.
+QString ownFolderMendedBy(const FolderFacts &folder, const QString &elsewhere)
+{
+    const bool isPermission = folder.errorNumber == EACCES || folder.errorNumber == EPERM;
+    if (isPermission && folder.exists && !folder.isOurs)
+        return QStringLiteral("sudo chown -R \"$USER\" %1").arg(shellWord(folder.path));
+    return mendedBy(folder, elsewhere);
+}
+
+/// Gives the user a settings file that can be read. What is left aside for its content is mended in an editor; the
+/// others no editor could open.
+QString settingsMendedBy(const QString &file, const Error &fault)
+{
+    const QString word = shellWord(file);
+    if (isFault(fault, Fault::PermissionDenied))
+        return QStringLiteral("sudo chown \"$USER\" %1 && chmod u+rw %1").arg(word);
+    if (isFault(fault, Fault::IsDirectory) || isFault(fault, Fault::FileFailed))
+        return QStringLiteral("mv %1 %2").arg(word, shellWord(file + QLatin1String(".aside")));
+    return QStringLiteral("\"${EDITOR:-nano}\" %1").arg(word);
+}
+
 QString usableText(const FolderFacts &folder)
 {
     return QStringLiteral("%1, %2%3; %4 free")
@@ -58,12 +79,12 @@ Finding checkSettingsFile(const DoctorFacts &facts)
     if (settings.primaryFault)
         return Finding::missing(
             QStringLiteral("%1 is left aside: %2").arg(shownPath(file), settings.primaryFault->localizedDescription),
-            QStringLiteral("\"${EDITOR:-nano}\" %1").arg(shellWord(file)));
+            settingsMendedBy(file, *settings.primaryFault));
     if (settings.legacyFault)
         return Finding::missing(
             QStringLiteral("%1 is left aside: %2")
                 .arg(shownPath(SettingsStore::legacyFile()), settings.legacyFault->localizedDescription),
-            QStringLiteral("\"${EDITOR:-nano}\" %1").arg(shellWord(SettingsStore::legacyFile())));
+            settingsMendedBy(SettingsStore::legacyFile(), *settings.legacyFault));
     if (settings.source == SettingsOnDisk::Source::Defaults)
         return Finding::ok(QStringLiteral("there is none, so the defaults hold"));
     return Finding::ok(QStringLiteral("%1 can be read").arg(shownPath(isLegacy ? SettingsStore::legacyFile() : file)));
@@ -101,11 +122,14 @@ Finding checkJournalFolder(const DoctorFacts &facts)
 
 Finding checkStateFolder(const DoctorFacts &facts)
 {
-    const FolderFacts &folder = facts.stateFolder;
+    const bool ownRefused = facts.ownFolder.writability == Writability::Refused;
+    const FolderFacts &folder = ownRefused ? facts.ownFolder : facts.stateFolder;
     const QString remount = QStringLiteral("make the disk of %1 writable").arg(shellWord(folder.tried));
     const QString room = QStringLiteral("make room on the disk of %1").arg(shellWord(folder.tried));
+    const QString elsewhere = folder.errorNumber == ENOSPC ? room : remount;
     if (folder.writability == Writability::Refused)
-        return Finding::blocking(refusedText(folder), mendedBy(folder, folder.errorNumber == ENOSPC ? room : remount));
+        return Finding::blocking(refusedText(folder),
+                                 ownRefused ? ownFolderMendedBy(folder, elsewhere) : mendedBy(folder, elsewhere));
     if (folder.freeBytes == 0)
         return Finding::blocking(QStringLiteral("the disk of %1 is full").arg(shownPath(folder.path)), room);
     if (folder.freeBytes < littleSpace)

@@ -95,6 +95,7 @@ DoctorFacts gatherFacts(const Platform &platform)
     facts.node = readNodeFacts(facts.observerRoot.folder.value_or(homeDirectory()), nodePatience);
     facts.settings = readSettingsOnDisk();
     facts.journalFolder = readFolderFacts(facts.settings.settings.outputDirectory);
+    facts.ownFolder = readFolderFacts(stateDirectory());
     facts.stateFolder = readFolderFacts(stateDirectory() + QLatin1String("/observer"));
     facts.recorder = RecorderLock::holder();
     facts.packages = readPackageManager();

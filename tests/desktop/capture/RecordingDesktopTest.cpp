@@ -216,8 +216,8 @@ TEST_F(ImpatientRecordingDesktop, serverThatFreezes_endsPollingAfterTheFifthFail
     poll(4);
     EXPECT_TRUE(m_deaths.isEmpty());
     poll(1);
-    EXPECT_EQ(m_deaths, QStringList{QStringLiteral("Screen capture failed repeatedly for Display 1 (main): The server "
-                                                   "took too long to answer.")});
+    EXPECT_EQ(m_deaths, QStringList{QStringLiteral("Screen capture failed repeatedly for Display 1 (main): The display "
+                                                   "server took too long to answer.")});
     EXPECT_EQ(stopAndTakeFrames().size(), 1);
     EXPECT_FALSE(m_recorder->isCapturing());
     EXPECT_FALSE(start()) << "it is still frozen";

@@ -42,13 +42,19 @@ Error noDisplay(const QByteArray &display)
     return faultError(Fault::NoXDisplay, detail);
 }
 
+/// Not just "the server", which elsewhere is the observer.
+Error timedOut()
+{
+    return faultError(Fault::TimedOut, QStringLiteral("display server"));
+}
+
 } // namespace
 
 Result<std::unique_ptr<X11Connection>> X11Connection::open(const QByteArray &display,
                                                            std::chrono::milliseconds patience)
 {
     if (!isServerAnswering(display, patience))
-        return std::unexpected(faultError(Fault::TimedOut));
+        return std::unexpected(timedOut());
     int number = 0;
     Handle connection(xcb_connect(display.isEmpty() ? nullptr : display.constData(), &number));
     if (xcb_connection_has_error(connection.get()))
@@ -69,7 +75,7 @@ X11Connection::X11Connection(Handle connection, const xcb_screen_t *screen, std:
 Error X11Connection::brokenError() const
 {
     if (m_hasTimedOut)
-        return faultError(Fault::TimedOut);
+        return timedOut();
     return faultError(Fault::NoXDisplay, QStringLiteral("the connection to it was lost"));
 }
 
