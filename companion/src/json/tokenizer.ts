@@ -1,3 +1,5 @@
+import { plainTextEnd } from "./plainText.ts";
+
 /** What the tokenizer found. Bytes are parts of the pushed chunk: use them before the next push. */
 export type JsonEvent =
   | { readonly kind: "beginObject" | "endObject" | "beginArray" | "endArray" | "textEnd" }
@@ -193,16 +195,12 @@ export class JsonTokenizer {
   }
 
   #readText(chunk: Uint8Array, start: number): number {
-    let index = start;
-    for (; index < chunk.length; index += 1) {
-      const byte = chunk[index] ?? 0;
-      if (byte === quote || byte === backslash) break;
-      if (byte < 0x20) this.#fail(index, "control character in a text");
-    }
+    const index = plainTextEnd(chunk, start);
     if (index > start) this.#emitText(chunk.subarray(start, index));
     if (index === chunk.length) return index;
     if (chunk[index] === backslash) this.#state = "escape";
-    else this.#finishText();
+    else if (chunk[index] === quote) this.#finishText();
+    else this.#fail(index, "control character in a text");
     return index + 1;
   }
 

@@ -361,7 +361,7 @@ export class Observer {
       } catch (error) {
         if (!isDiskFull(error) || pictures.bytes === 0) throw error;
         const thinned = await pictures.shrinkTo(Math.floor(pictures.bytes / 2));
-        this.#complaints.set("quota", thinnedSentence(thinned));
+        if (thinned > 0) this.#complaints.set("quota", thinnedSentence(thinned));
       }
     }
   }

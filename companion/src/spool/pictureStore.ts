@@ -77,8 +77,8 @@ export class PictureStore {
       hasLost = true;
       // Meanwhile the chunk may have been analysed; then its pictures are counted no more.
       if (this.#chunks.get(id) !== pictures) break;
-      pictures.delete(picture);
-      this.#bytes -= picture.bytes;
+      // So may somebody else have made room, with the same picture.
+      if (pictures.delete(picture)) this.#bytes -= picture.bytes;
     }
     return hasLost;
   }

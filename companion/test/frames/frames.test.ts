@@ -45,12 +45,41 @@ for (const text of [
   });
 }
 
+it("base64_anyByteInALongText_isRefusedUnlessItIsOfTheAlphabet", () => {
+  for (let byte = 0; byte < 256; byte += 1) {
+    const character = String.fromCharCode(byte);
+    const isDigit = /[A-Za-z0-9+/]/.test(character);
+    for (const position of [0, 1, 2, 3, 30, 63]) {
+      const text = "A".repeat(position) + character + "A".repeat(63 - position);
+      const isPadding = character === "=" && position === 63;
+      const decodes = () => decode(text, 64);
+      if (isDigit || isPadding) assert.deepEqual(decodes(), Buffer.from(text, "base64"));
+      else assert.throws(decodes, Base64Error, `byte ${byte} at ${position}`);
+    }
+  }
+});
+
 it("base64_decoderAfterAnEnd_beginsAnew", () => {
   const decoder = new Base64Decoder();
   decoder.push(Buffer.from("QQ=="));
   assert.deepEqual([...decoder.end()], [0x41]);
-  assert.deepEqual([...decoder.push(Buffer.from("QUJD"))], [0x41, 0x42, 0x43]);
+  decoder.push(Buffer.from("QUJD"));
+  assert.deepEqual([...decoder.end()], [0x41, 0x42, 0x43]);
   assert.deepEqual([...decoder.end()], []);
+});
+
+it("base64_longText_isHandedOutInBlocks", () => {
+  const bytes = Buffer.from(Array.from({ length: 1_000_000 }, (_, index) => (index * 7919) >> 3));
+  const text = Buffer.from(bytes.toString("base64"));
+  const decoder = new Base64Decoder();
+  const parts: Buffer[] = [];
+  for (let start = 0; start < text.length; start += 10_001) {
+    const part = decoder.push(text.subarray(start, start + 10_001));
+    if (part.length > 0) parts.push(Buffer.from(part));
+  }
+  parts.push(Buffer.from(decoder.end()));
+  assert.equal(parts.length, 4);
+  assert.deepEqual(Buffer.concat(parts), bytes);
 });
 
 /** Each frame with the base64 text that came before it. */

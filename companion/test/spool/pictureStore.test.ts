@@ -45,3 +45,17 @@ it("pictures_ofAChunkThatGoesWhileTheyAreThinned_countNoMore", async () => {
   store.forget(2);
   assert.equal(store.bytes, 0);
 });
+
+it("pictures_thatTwoMakeRoomWith_countOnce", async () => {
+  const disk: Disk = { ...realDisk, remove: async () => {} };
+  const store = new PictureStore(disk, new SpoolLayout("/nowhere"));
+  const chunk = chunkOf(1, 3);
+  store.add(
+    chunk,
+    chunk.frames.map((frame) => frame.pictureBytes),
+  );
+  await Promise.all([store.shrinkTo(10), store.shrinkTo(10)]);
+  assert.ok(store.bytes >= 0, `${store.bytes} bytes`);
+  await store.shrinkTo(0);
+  assert.equal(store.bytes, 0);
+});

@@ -3,7 +3,7 @@
 #include "platform/instance/BusDeadline.h"
 #include "platform/instance/PassedText.h"
 #include "platform/instance/RecorderInterface.h"
-#include "platform/sessionbus/GlibHandles.h"
+#include "platform/sessionbus/BusConnection.h"
 #include "platform/sessionbus/SessionBusAddress.h"
 
 #include <limits>
@@ -17,19 +17,6 @@ using Answered = std::expected<T, RemoteFailure>;
 
 constexpr const char *bus = "org.freedesktop.DBus";
 constexpr const char *busPath = "/org/freedesktop/DBus";
-
-/// What GLib has to tell this thread stays out of everybody else's event loop.
-class OwnMainContext
-{
-public:
-    OwnMainContext() : m_context(g_main_context_new()) { g_main_context_push_thread_default(m_context.get()); }
-    OwnMainContext(const OwnMainContext &) = delete;
-    OwnMainContext &operator=(const OwnMainContext &) = delete;
-    ~OwnMainContext() { g_main_context_pop_thread_default(m_context.get()); }
-
-private:
-    GlibHandle<GMainContext> m_context;
-};
 
 /// One conversation with the bus, over when its deadline is.
 class Conversation
@@ -48,11 +35,8 @@ public:
 
     Answered<void> connect(const QByteArray &address)
     {
-        // GLib's flags are enumerations. NOLINTNEXTLINE(clang-analyzer-optin.core.EnumCastOutOfRange)
-        constexpr auto flags = GDBusConnectionFlags(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                                    G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-        m_connection.reset(
-            g_dbus_connection_new_for_address_sync(address.constData(), flags, nullptr, m_cancellable.get(), nullptr));
+        GlibHandle<GError> error;
+        m_connection = connectToBus(address, m_cancellable.get(), error);
         if (m_connection)
             return {};
         return std::unexpected(isOver() ? RemoteFailure::Silent : RemoteFailure::NoBus);
@@ -125,7 +109,8 @@ private:
     }
     static GVariant *first(const GlibHandle<GVariant> &tuple) { return g_variant_get_child_value(tuple.get(), 0); }
 
-    const OwnMainContext m_context;
+    const GlibHandle<GMainContext> m_context{g_main_context_new()};
+    const MainContextScope m_scope{m_context.get()};
     const GlibHandle<GCancellable> m_cancellable;
     GlibHandle<GDBusConnection> m_connection;
     const BusDeadline m_deadline;

@@ -4,6 +4,7 @@
 #include "platform/instance/BusDeadline.h"
 #include "platform/instance/PassedText.h"
 #include "platform/instance/RecorderInterface.h"
+#include "platform/sessionbus/BusConnection.h"
 
 namespace ostrel {
 
@@ -55,7 +56,7 @@ BusService::BusService(QByteArray busAddress, OnCall onCall)
 void BusService::run()
 {
     m_context.reset(g_main_context_new());
-    g_main_context_push_thread_default(m_context.get());
+    const MainContextScope scope(m_context.get());
     if (connect() && exportObject() && takeName()) {
         const GlibHandle<GMainLoop> loop(g_main_loop_new(m_context.get(), FALSE));
         const GlibHandle<GSource> stopping(g_cancellable_source_new(m_stopped.get()));
@@ -70,7 +71,6 @@ void BusService::run()
         flush();
     }
     m_connection.reset();
-    g_main_context_pop_thread_default(m_context.get());
 }
 
 void BusService::stop()
@@ -80,12 +80,8 @@ void BusService::stop()
 
 bool BusService::connect()
 {
-    // GLib's flags are enumerations. NOLINTNEXTLINE(clang-analyzer-optin.core.EnumCastOutOfRange)
-    constexpr auto flags = GDBusConnectionFlags(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                                G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
     GlibHandle<GError> error;
-    m_connection.reset(g_dbus_connection_new_for_address_sync(m_busAddress.constData(), flags, nullptr, m_stopped.get(),
-                                                              ErrorOut(error)));
+    m_connection = connectToBus(m_busAddress, m_stopped.get(), error);
     if (!m_connection && g_cancellable_is_cancelled(m_stopped.get()) == FALSE)
         warn("the session bus can't be reached", error);
     return m_connection != nullptr;

@@ -2,6 +2,7 @@
 
 #include "observer/SettingsStore.h"
 #include "observer/TokenStore.h"
+#include "platform/sessionbus/BusConnection.h"
 
 #include <QStringDecoder>
 
@@ -26,21 +27,6 @@ constexpr int noTimeout = std::numeric_limits<int>::max();
 
 /// In place of a path: none.
 constexpr const char *noPath = "/";
-
-class MainContextScope
-{
-public:
-    explicit MainContextScope(GMainContext *context) : m_context(context)
-    {
-        g_main_context_push_thread_default(m_context);
-    }
-    MainContextScope(const MainContextScope &) = delete;
-    MainContextScope &operator=(const MainContextScope &) = delete;
-    ~MainContextScope() { g_main_context_pop_thread_default(m_context); }
-
-private:
-    GMainContext *const m_context;
-};
 
 std::unexpected<KeyringFailure> failure(KeyringState state, const QString &detail = {})
 {
@@ -235,12 +221,7 @@ KeyringResult<> SecretServiceClient::connect()
     m_sessionOwner.clear();
     m_awaited = Awaited::Bus;
     GlibHandle<GError> error;
-    // GLib's flags are enumerations. NOLINTNEXTLINE(clang-analyzer-optin.core.EnumCastOutOfRange)
-    constexpr auto flags = GDBusConnectionFlags(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                                G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-    // Not the one that GLib shares: that one ends the process when the bus ends.
-    m_connection.reset(g_dbus_connection_new_for_address_sync(m_busAddress.constData(), flags, nullptr,
-                                                              m_cancellable.get(), ErrorOut(error)));
+    m_connection = connectToBus(m_busAddress, m_cancellable.get(), error);
     return m_connection ? KeyringResult<>() : failure(KeyringState::NoBus, QString::fromUtf8(error->message));
 }
 

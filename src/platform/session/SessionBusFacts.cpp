@@ -1,46 +1,15 @@
 #include "platform/session/SessionBusFacts.h"
 
+#include "platform/sessionbus/BusConnection.h"
 #include "platform/sessionbus/SessionBusAddress.h"
 
 #include <QStringList>
-
-#include <gio/gio.h>
-#include <memory>
 
 namespace ostrel {
 
 namespace {
 
 constexpr int serviceTimeoutMs = 1000;
-
-struct Unref {
-    void operator()(GDBusConnection *connection) const { g_object_unref(connection); }
-    void operator()(GVariant *variant) const { g_variant_unref(variant); }
-    void operator()(GMainContext *context) const { g_main_context_unref(context); }
-};
-template <class T>
-using Handle = std::unique_ptr<T, Unref>;
-
-/// What GLib has to tell the thread stays out of the main thread's event loop.
-class OwnMainContext
-{
-public:
-    OwnMainContext() : m_context(g_main_context_new()) { g_main_context_push_thread_default(m_context.get()); }
-    OwnMainContext(const OwnMainContext &) = delete;
-    OwnMainContext &operator=(const OwnMainContext &) = delete;
-    ~OwnMainContext() { g_main_context_pop_thread_default(m_context.get()); }
-
-private:
-    Handle<GMainContext> m_context;
-};
-
-Handle<GDBusConnection> connectTo(const QString &address)
-{
-    constexpr auto flags = GDBusConnectionFlags(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                                G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-    return Handle<GDBusConnection>(
-        g_dbus_connection_new_for_address_sync(address.toUtf8().constData(), flags, nullptr, nullptr, nullptr));
-}
 
 struct Call {
     const char *service;
@@ -51,11 +20,11 @@ struct Call {
 
 /// @param arguments taken over
 /// @return null when it was refused, when nobody was there to answer, or when nobody did in time
-Handle<GVariant> call(GDBusConnection *bus, const Call &call, GVariant *arguments)
+GlibHandle<GVariant> call(GDBusConnection *bus, const Call &call, GVariant *arguments)
 {
-    return Handle<GVariant>(g_dbus_connection_call_sync(bus, call.service, call.path, call.interface, call.method,
-                                                        arguments, nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START,
-                                                        serviceTimeoutMs, nullptr, nullptr));
+    return GlibHandle<GVariant>(g_dbus_connection_call_sync(bus, call.service, call.path, call.interface, call.method,
+                                                            arguments, nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START,
+                                                            serviceTimeoutMs, nullptr, nullptr));
 }
 
 /// A list of names that the bus itself tells; nothing without an answer.
@@ -66,9 +35,9 @@ std::optional<QStringList> names(GDBusConnection *bus, const char *method)
     if (!answer || !g_variant_is_of_type(answer.get(), G_VARIANT_TYPE("(as)")))
         return std::nullopt;
     QStringList names;
-    const Handle<GVariant> list(g_variant_get_child_value(answer.get(), 0));
+    const GlibHandle<GVariant> list(g_variant_get_child_value(answer.get(), 0));
     for (gsize i = 0; i < g_variant_n_children(list.get()); ++i) {
-        const Handle<GVariant> name(g_variant_get_child_value(list.get(), i));
+        const GlibHandle<GVariant> name(g_variant_get_child_value(list.get(), i));
         names.append(QString::fromUtf8(g_variant_get_string(name.get(), nullptr)));
     }
     return names;
@@ -81,8 +50,8 @@ std::optional<bool> isAccessibilityOn(GDBusConnection *bus)
                              g_variant_new("(ss)", "org.a11y.Status", "IsEnabled"));
     if (!answer || !g_variant_is_of_type(answer.get(), G_VARIANT_TYPE("(v)")))
         return std::nullopt;
-    const Handle<GVariant> boxed(g_variant_get_child_value(answer.get(), 0));
-    const Handle<GVariant> value(g_variant_get_variant(boxed.get()));
+    const GlibHandle<GVariant> boxed(g_variant_get_child_value(answer.get(), 0));
+    const GlibHandle<GVariant> value(g_variant_get_variant(boxed.get()));
     if (!g_variant_is_of_type(value.get(), G_VARIANT_TYPE_BOOLEAN))
         return std::nullopt;
     return g_variant_get_boolean(value.get()) != FALSE;
@@ -100,8 +69,10 @@ BusFacts readSessionBusFacts()
     const QString address = sessionBusAddress();
     if (address.isEmpty())
         return without(BusState::NoAddress);
-    const OwnMainContext context;
-    const auto bus = connectTo(address);
+    const GlibHandle<GMainContext> context(g_main_context_new());
+    const MainContextScope scope(context.get());
+    GlibHandle<GError> error;
+    const auto bus = connectToBus(address.toUtf8(), nullptr, error);
     if (!bus)
         return without(BusState::Unreachable);
 
