@@ -1,7 +1,6 @@
 #include "app/ForegroundRecording.h"
 
 #include "app/CommandLine.h"
-#include "app/TerminationSignals.h"
 #include "base/Paths.h"
 
 #include <unistd.h>
@@ -25,14 +24,7 @@ ForegroundRecording::ForegroundRecording(const Platform &platform, std::optional
 int ForegroundRecording::run()
 {
     const TerminationSignals signals(
-        [this] {
-            if (!m_host.isStarted())
-                return m_loop.quit(); // nothing has begun
-            m_host.model().quit();
-            m_tasks.spawn([this](std::stop_token stop) {
-                return explainDelay(QStringLiteral("Waiting for the observer to finish."), stop);
-            });
-        },
+        [this](EndingPace pace) { end(pace); },
         [] {
             printMessage(QStringLiteral("ostrel: ended at once; frames not yet sent to the observer are lost\n"));
             ::_exit(ExitFailed); // the observer notices that we are gone and finishes what it has
@@ -40,6 +32,22 @@ int ForegroundRecording::run()
     m_tasks.spawn([this](std::stop_token stop) { return start(stop); });
     m_loop.exec();
     return m_status;
+}
+
+void ForegroundRecording::end(EndingPace pace)
+{
+    if (!m_host.isStarted())
+        return m_loop.quit(); // nothing has begun
+    if (pace == EndingPace::Prompt)
+        m_host.model().quitBeforeShutdown();
+    else
+        m_host.model().quit();
+    if (!m_isEnding)
+        m_tasks.spawn([this](std::stop_token stop) {
+            return explainDelay(QStringLiteral("Waiting for the observer to finish."), stop);
+        });
+    m_isEnding = true;
+    m_isPrompt = pace == EndingPace::Prompt;
 }
 
 Task<> ForegroundRecording::start(std::stop_token stop)
@@ -134,8 +142,8 @@ Task<> ForegroundRecording::printSummaryAndLeave(std::stop_token stop)
             co_return;
         printMessage(summary + QLatin1Char('\n'));
     }
-    // What the observer had taken over need not wait for the next recording.
-    if (m_observerEnded) {
+    // What the observer had taken over need not wait for the next recording, where there is time.
+    if (m_observerEnded && !m_isPrompt) {
         co_await writeLeftovers(stop);
         if (stop.stop_requested())
             co_return;

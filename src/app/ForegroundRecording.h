@@ -2,6 +2,7 @@
 
 #include "app/ModelHost.h"
 #include "app/Platform.h"
+#include "app/TerminationSignals.h"
 #include "base/TaskScope.h"
 
 #include <QEventLoop>
@@ -24,6 +25,7 @@ public:
     int run();
 
 private:
+    void end(EndingPace pace);
     Task<> start(std::stop_token stop);
     void onStarted();
     void onEnded(RecordingEnd reason);
@@ -39,6 +41,8 @@ private:
     QEventLoop m_loop;
     bool m_started = false;
     bool m_observerEnded = false;
+    bool m_isEnding = false; ///< because of a signal
+    bool m_isPrompt = false; ///< there is no time for what the next recording can do as well
     int m_status = 0;
     qint64 m_port = 0; ///< the observer's, when the recording was asked for
     /// What the observer's last status complained of.

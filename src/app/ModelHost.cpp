@@ -20,7 +20,11 @@ const QString bundleIdentifier = QStringLiteral("com.tamsk.ostrel");
 
 ModelHost::ModelHost(const Platform &platform, std::function<void()> terminate)
     : m_platform(platform), m_terminate(std::move(terminate)),
-      m_context(platform.foreground, platform.contextAccessibility),
+      m_context({.foreground = platform.foreground,
+                 .accessibility = platform.contextAccessibility,
+                 .tree = platform.accessibilityTree,
+                 .browserScripts = platform.browserScripts,
+                 .excludesWindow = platform.excludesWindow}),
       m_transport(std::make_unique<NetworkTransport>(m_clock)),
       m_sampleQueue(QStringLiteral("com.tamsk.ostrel.screen-capture.samples")),
       m_contextQueue(QStringLiteral("com.tamsk.ostrel.context")),
@@ -76,6 +80,7 @@ std::unique_ptr<AppModel> ModelHost::makeModel(Stored stored)
                                                              .accessibility = m_platform.permissionAccessibility,
                                                              .defaults = m_platform.userDefaults,
                                                              .systemSettings = m_platform.settingsOpener,
+                                                             .workspace = m_platform.workspace,
                                                              .settingsStore = m_settingsStore,
                                                              .settingsQueue = m_settingsQueue,
                                                              .terminate = m_terminate});

@@ -1,10 +1,15 @@
 #pragma once
 
 #include "app/doctor/DesktopFacts.h"
+#include "context/PrivacyRules.h"
+
+#include <functional>
 
 namespace ostrel {
 
 class AccessibilityAccess;
+class AccessibilityTree;
+class BrowserScriptRunner;
 class DisplaySource;
 class ForegroundSource;
 class Keyring;
@@ -15,6 +20,7 @@ class ScreenCaptureAccess;
 class SecretStore;
 class SystemSettingsOpener;
 class UserDefaults;
+class WorkspaceEvents;
 
 /// The objects behind which the running desktop hides, chosen once by main. They outlive whoever is given this.
 struct Platform {
@@ -24,6 +30,12 @@ struct Platform {
     /// Two, because context samples and permission checks ask on threads of their own.
     AccessibilityAccess &contextAccessibility;
     AccessibilityAccess &permissionAccessibility;
+    AccessibilityTree &accessibilityTree;
+    BrowserScriptRunner &browserScripts;
+    /// Which windows are nobody's business, by the rules as they stand at the time of asking. Any thread.
+    std::function<bool(const WindowIdentity &)> excludesWindow;
+    /// Sleep, shutdown and the lock of the session.
+    WorkspaceEvents &workspace;
     SecretStore &secrets;
     /// What `secrets` can use of the desktop.
     Keyring &keyring;

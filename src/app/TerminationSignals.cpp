@@ -12,12 +12,12 @@ namespace {
 
 constexpr int handledSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
-/// A handler may do next to nothing; it writes one byte, and the event loop does the rest.
+/// A handler may do next to nothing; it writes the signal's number, and the event loop does the rest.
 int writeEnd = -1;
 
-void onSignal(int /*number*/)
+void onSignal(int number)
 {
-    const char byte = 0;
+    const auto byte = static_cast<unsigned char>(number);
     // A full pipe means that a signal is waiting to be handled already.
     [[maybe_unused]] const ssize_t written = ::write(writeEnd, &byte, 1);
 }
@@ -30,8 +30,8 @@ bool isIgnored(int number)
 
 } // namespace
 
-TerminationSignals::TerminationSignals(std::function<void()> firstSignal, std::function<void()> laterSignal)
-    : m_firstSignal(std::move(firstSignal)), m_laterSignal(std::move(laterSignal))
+TerminationSignals::TerminationSignals(std::function<void(EndingPace)> end, std::function<void()> abort)
+    : m_end(std::move(end)), m_abort(std::move(abort))
 {
     int ends[2];
     if (::pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0)
@@ -64,16 +64,20 @@ TerminationSignals::~TerminationSignals()
 
 void TerminationSignals::drain()
 {
-    char byte = 0;
-    int count = 0;
-    while (::read(m_readEnd, &byte, 1) == 1)
-        ++count;
-    for (; count > 0; --count) {
-        if (std::exchange(m_signalled, true))
-            m_laterSignal();
-        else
-            m_firstSignal();
-    }
+    unsigned char number = 0;
+    while (::read(m_readEnd, &number, 1) == 1)
+        take(number);
+}
+
+void TerminationSignals::take(int number)
+{
+    if (number != SIGHUP && std::exchange(m_wasAsked, true))
+        return m_abort();
+    const EndingPace pace = number == SIGINT ? EndingPace::Patient : EndingPace::Prompt;
+    if (m_told && *m_told >= pace)
+        return;
+    m_told = pace;
+    m_end(pace);
 }
 
 } // namespace ostrel

@@ -47,16 +47,24 @@ QString sentence(Fault fault, const QString &detail)
         return QStringLiteral("No X display can be reached (%1). Start this in a graphical session, or set DISPLAY to "
                               "a display that you may use.")
             .arg(detail);
+    case Fault::NoWaylandDisplay:
+        return QStringLiteral("No Wayland display can be reached (%1). Start this in a graphical session, or set "
+                              "WAYLAND_DISPLAY to a display that you may use.")
+            .arg(detail);
+    case Fault::NoScreencopy:
+        return QStringLiteral("This Wayland session's compositor does not let programs take pictures of the screen. "
+                              "Sway and others that offer wlr-screencopy do: log in with one of them, or with an X11 "
+                              "session, to record.");
     case Fault::ScreenFormatUnsupported:
-        return QStringLiteral("The screen's colours come in a form that cannot be recorded (%1). Run the X server with "
-                              "a colour depth of 24.")
+        return QStringLiteral("The screen's colours come in a form that cannot be recorded (%1). Set the screen to a "
+                              "colour depth of 24.")
             .arg(detail);
     case Fault::DisplayGone:
         return QStringLiteral("The display \"%1\" is not connected any more.").arg(detail);
     case Fault::DisplayResized:
         return QStringLiteral("The display \"%1\" has changed its size.").arg(detail);
     case Fault::PictureRefused:
-        return QStringLiteral("The X server refused a picture of the screen (%1).").arg(detail);
+        return QStringLiteral("The screen gave no picture of itself (%1).").arg(detail);
     case Fault::KeyringUnavailable:
         return QStringLiteral("The keyring could not be used: %1").arg(detail);
     case Fault::ProgramFailedToStart:

@@ -25,6 +25,8 @@ enum class Fault {
     IsDirectory,
     FileFailed,
     NoXDisplay,
+    NoWaylandDisplay,
+    NoScreencopy,
     ScreenFormatUnsupported,
     DisplayGone,
     DisplayResized,

@@ -76,6 +76,21 @@ bool containsCaseFolded(const QString &text, const QString &part)
     return text.toCaseFolded().contains(part.toCaseFolded());
 }
 
+QString harmless(const QString &text)
+{
+    constexpr qsizetype longest = 60;
+    const QList<uint> characters = text.toUcs4();
+    QString shown;
+    for (const uint character : characters.first(std::min(longest, characters.size()))) {
+        const bool breaksLine = character == QChar::LineSeparator || character == QChar::ParagraphSeparator;
+        if (QChar::isPrint(character) && !breaksLine)
+            shown += QChar::fromUcs4(character);
+        else
+            shown += QStringLiteral("\\u{%1}").arg(character, 0, 16);
+    }
+    return characters.size() > longest ? shown + QStringLiteral("...") : shown;
+}
+
 std::optional<qint64> parseInteger(const QString &text)
 {
     const bool hasSign = text.startsWith(u'+') || text.startsWith(u'-');

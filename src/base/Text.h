@@ -23,6 +23,10 @@ QStringList splitWords(const QString &text);
 /// Whether `text` holds `part` when both are case-folded by the Unicode rules.
 bool containsCaseFolded(const QString &text, const QString &part);
 
+/// What somebody else wrote, fit to be repeated to a terminal: 60 characters at most, and each that it would obey, or
+/// that would break the line, as "\u{1b}".
+QString harmless(const QString &text);
+
 /// A decimal integer of the form [+-]?[0-9]+ that fits into 64 bits, and nothing else around it.
 std::optional<qint64> parseInteger(const QString &text);
 

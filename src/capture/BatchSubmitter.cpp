@@ -39,9 +39,11 @@ Task<bool> BatchSubmitter::flush(std::stop_token stop)
 Task<bool> BatchSubmitter::submit(std::shared_ptr<LocalObserverAPI> api, QList<CapturedFramePayload> frames,
                                   std::stop_token stop)
 {
+    m_framesOnTheirWay = frames.size();
     const auto answer = co_await api->submitFrames(std::move(frames), stop);
     if (stop.stop_requested())
         co_return true;
+    m_framesOnTheirWay = 0;
     if (answer) {
         m_outlets.publishStatus(*answer);
         co_return true;

@@ -40,6 +40,8 @@ public:
     /// @param stop aborts even a batch on its way, so pass a token of your own lifetime and not that of a timer
     /// @return false when this flush ended the recording
     Task<bool> flush(std::stop_token stop);
+    /// Those that were taken from the buffer and not answered for yet.
+    qint64 framesOnTheirWay() const { return m_framesOnTheirWay; }
     /// Waits until no batch is on its way.
     Task<> settled(std::stop_token stop);
 
@@ -51,6 +53,7 @@ private:
     const Outlets m_outlets;
     AsyncLock m_turn;
     std::shared_ptr<LocalObserverAPI> m_api;
+    qint64 m_framesOnTheirWay = 0;
 };
 
 } // namespace ostrel

@@ -50,7 +50,7 @@ CaptureSources::CaptureSources(const Clock &clock, DisplaySource &displays, Seri
 
 CaptureSources::~CaptureSources() = default;
 
-Result<> CaptureSources::openScreenshotSources(const CapturePlan &plan)
+Result<> CaptureSources::openScreenshotSources(const CapturePlan &plan, DisplaysChanged displaysChanged)
 {
     std::vector<DisplayCaptureSource> sources;
     for (const CapturePlan::Display &display : plan.displays) {
@@ -61,21 +61,30 @@ Result<> CaptureSources::openScreenshotSources(const CapturePlan &plan)
             DisplayCaptureSource{display.filter, display.configuration, display.context, std::move(*screenshotter)});
     }
     m_screenshotSources = std::move(sources);
+    m_displaysChanged = std::move(displaysChanged);
     qCInfo(logScreenCapture, "screen capture screenshot polling started sources=%zu", m_screenshotSources.size());
     return {};
 }
 
-Result<> CaptureSources::captureScreenshot(std::size_t index)
+Result<ScreenshotOutcome> CaptureSources::captureScreenshot(std::size_t index)
 {
     // The poller's last job may come after the sources have gone.
     if (index >= m_screenshotSources.size())
-        return {};
+        return ScreenshotOutcome::Skipped;
+    if (index == 0)
+        lookForChangedDisplays();
+    if (m_isPaused)
+        return ScreenshotOutcome::Skipped;
     DisplayCaptureSource &source = m_screenshotSources[index];
     const auto picture = takePicture(*source.screenshotter);
     if (!picture)
         return std::unexpected(picture.error());
+    if (m_isPaused) {
+        source.context->newestDownsample.noteChanges(*picture);
+        return ScreenshotOutcome::Skipped;
+    }
     m_gate.processCapturedImage(*picture, *source.context, m_clock.nowMs());
-    return {};
+    return ScreenshotOutcome::Taken;
 }
 
 Result<> CaptureSources::startStreams(const CapturePlan &plan, StreamsDied streamsDied)
@@ -117,7 +126,7 @@ DisplaySource::StreamDelegate CaptureSources::delegateFor(StreamId id)
         .didOutputSample =
             [weak, id](const StreamSample &sample) {
                 if (const auto sources = weak.lock())
-                    sources->m_gate.streamDidOutputSample(id, sample);
+                    sources->takeSample(id, sample);
             },
         .didStopWithError =
             [weak, id](const Error &error) {
@@ -125,6 +134,21 @@ DisplaySource::StreamDelegate CaptureSources::delegateFor(StreamId id)
                     sources->streamDidStop(id, error);
             },
     };
+}
+
+void CaptureSources::takeSample(StreamId id, const StreamSample &sample)
+{
+    if (!m_isPaused)
+        return m_gate.streamDidOutputSample(id, sample);
+    // What it says of changes is never said again.
+    if (const auto context = m_gate.contexts.value(id); context && sample.image)
+        context->newestDownsample.noteChanges(*sample.image);
+}
+
+void CaptureSources::lookForChangedDisplays()
+{
+    if (m_displaysChanged && m_displays.haveDisplaysChanged())
+        std::exchange(m_displaysChanged, nullptr)();
 }
 
 void CaptureSources::streamDidStop(StreamId id, const Error &error)
@@ -145,6 +169,7 @@ void CaptureSources::tearDown()
     m_gate.contexts.clear();
     m_screenshotSources.clear();
     m_streamsDied = nullptr;
+    m_displaysChanged = nullptr;
     for (const RunningStream &running : std::exchange(m_streams, {}))
         running.stream->stop();
 }

@@ -21,6 +21,8 @@ struct CapturableDisplay {
     qint64 width = 0;      ///< pixels
     qint64 height = 0;
     QRectF bounds; ///< desktop coordinates, origin at the main display's top-left corner, y downwards
+
+    bool operator==(const CapturableDisplay &) const = default;
 };
 
 /// What can be captured at this moment.
@@ -111,6 +113,11 @@ public:
 
     /// Reads the list afresh. An empty list of displays is an answer, not an error.
     virtual Result<ShareableContent> shareableContent() = 0;
+
+    /// Whether the displays, or which one is the main one, differ from the last answer of `shareableContent`. Asked
+    /// before every round of pictures, so it must cost next to nothing while nothing has happened; false where nobody
+    /// tells.
+    virtual bool haveDisplaysChanged() { return false; }
 
     /// Screenshot mode only.
     virtual Result<std::unique_ptr<DisplayScreenshotter>>

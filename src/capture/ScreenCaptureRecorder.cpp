@@ -1,6 +1,7 @@
 #include "capture/ScreenCaptureRecorder.h"
 
 #include "base/AsyncLock.h"
+#include "base/Checked.h"
 #include "base/Clock.h"
 #include "base/Fault.h"
 #include "base/Log.h"
@@ -33,6 +34,7 @@ public:
                                 std::shared_ptr<LocalObserverAPI> api);
     static Task<> stop(std::shared_ptr<Session> self, bool skipFlush);
     static Task<QString> diagnosticSummary(std::shared_ptr<Session> self);
+    void setPaused(bool paused);
     bool isCapturing() const { return m_isCapturing; }
 
     /// The owner goes: ends everything, and returns when no job refers to what the dependencies name.
@@ -52,7 +54,10 @@ private:
     /// Calls back from the event loop, unless the owner has gone by then.
     void publish(std::function<void(const ScreenCaptureRecorder &)> call);
     void publishStreamsDied(const QString &message);
+    void publishDisplaysChanged();
     CaptureSources::StreamsDied streamsDiedOutlet();
+    CaptureSources::DisplaysChanged displaysChangedOutlet();
+    void logLostFrames(qint64 buffered) const;
 
     bool isGone() const { return m_lifetime.stop_requested(); }
     /// For what must not be cut off by the task that does it.
@@ -68,6 +73,7 @@ private:
     BatchSubmitter m_submitter;
     qint64 m_recording = 0; ///< counts starts, so that a late end never hits the next recording
     bool m_isCapturing = false;
+    bool m_isPaused = false;
     TaskSlot m_chunkTask;
     TaskSlot m_screenshotTask;
     TaskSlot m_foregroundAppTask;
@@ -153,9 +159,10 @@ Task<Result<>> ScreenCaptureRecorder::Session::openSources(CapturePlan plan, Act
                                                            qint64 intervalMs)
 {
     const auto opened = co_await m_dependencies.sampleQueue.run(
-        lifetime(), [sources = m_sources, died = streamsDiedOutlet(), plan, context, intervalMs] {
+        lifetime(), [sources = m_sources, died = streamsDiedOutlet(), changed = displaysChangedOutlet(), plan, context,
+                     intervalMs] {
             sources->gate().reset(intervalMs, context);
-            return plan.mode == CaptureMode::Screenshots ? sources->openScreenshotSources(plan)
+            return plan.mode == CaptureMode::Screenshots ? sources->openScreenshotSources(plan, changed)
                                                          : sources->startStreams(plan, died);
         });
     if (!opened)
@@ -211,8 +218,11 @@ Task<> ScreenCaptureRecorder::Session::endRecording(LastFlush lastFlush)
     m_screenshotTask.cancel();
     m_foregroundAppTask.cancel();
     // Jobs that these tasks have handed over come first; a picture that is just being taken is in the last batch.
-    static_cast<void>(
-        co_await m_dependencies.sampleQueue.run(lifetime(), [sources = m_sources] { sources->tearDown(); }));
+    static_cast<void>(co_await m_dependencies.sampleQueue.run(lifetime(), [sources = m_sources, lastFlush] {
+        sources->tearDown();
+        if (lastFlush == LastFlush::Skip)
+            sources->gate().bufferedFrames.clear();
+    }));
     if (lastFlush == LastFlush::Post)
         static_cast<void>(co_await m_submitter.flush(lifetime()));
     else
@@ -251,6 +261,39 @@ CaptureSources::StreamsDied ScreenCaptureRecorder::Session::streamsDiedOutlet()
     };
 }
 
+void ScreenCaptureRecorder::Session::publishDisplaysChanged()
+{
+    publish([](const auto &owner) {
+        if (const auto call = owner.onDisplaysChanged)
+            call();
+    });
+}
+
+CaptureSources::DisplaysChanged ScreenCaptureRecorder::Session::displaysChangedOutlet()
+{
+    return [home = m_home.get(), weak = weak_from_this()] {
+        home->post([weak] {
+            if (const auto session = weak.lock())
+                session->publishDisplaysChanged();
+        });
+    };
+}
+
+void ScreenCaptureRecorder::Session::setPaused(bool paused)
+{
+    if (std::exchange(m_isPaused, paused) == paused)
+        return;
+    qCInfo(logScreenCapture, "screen capture %s", paused ? "paused" : "goes on after a pause");
+    m_sources->setPaused(paused);
+}
+
+void ScreenCaptureRecorder::Session::logLostFrames(qint64 buffered) const
+{
+    const qint64 lost = checkedAdd(buffered, m_submitter.framesOnTheirWay());
+    if (lost > 0)
+        qCCritical(logScreenCapture, "screen capture ended before the observer took frames=%lld", lost);
+}
+
 void ScreenCaptureRecorder::Session::shutDown()
 {
     m_owner = nullptr;
@@ -259,7 +302,10 @@ void ScreenCaptureRecorder::Session::shutDown()
     m_foregroundAppTask.cancel();
     m_isCapturing = false;
     m_lifetime.request_stop();
-    m_dependencies.sampleQueue.sync([sources = m_sources] { sources->tearDown(); });
+    logLostFrames(m_dependencies.sampleQueue.sync([sources = m_sources] {
+        sources->tearDown();
+        return qint64(sources->gate().bufferedFrames.size());
+    }));
     m_dependencies.contextQueue.sync([] {});
 }
 
@@ -280,6 +326,11 @@ Task<Result<>> ScreenCaptureRecorder::start(ObserverSettings settings, std::shar
 Task<> ScreenCaptureRecorder::stop(bool skipFlush)
 {
     return Session::stop(m_session, skipFlush);
+}
+
+void ScreenCaptureRecorder::setPaused(bool paused)
+{
+    m_session->setPaused(paused);
 }
 
 bool ScreenCaptureRecorder::isCapturing() const

@@ -39,15 +39,18 @@ public:
     /// What `dependencies` names outlives this object.
     explicit ScreenCaptureRecorder(Dependencies dependencies);
     /// Ends all tasks without a final flush, and waits for what is under way on both queues. Await `stop` first where
-    /// frames must not be lost.
+    /// frames must not be lost; those that are, are logged.
     ~ScreenCaptureRecorder();
     ScreenCaptureRecorder(const ScreenCaptureRecorder &) = delete;
     ScreenCaptureRecorder &operator=(const ScreenCaptureRecorder &) = delete;
 
-    /// All three are called on the main thread, from the event loop, never from within `start` or `stop`.
+    /// All are called on the main thread, from the event loop, never from within `start` or `stop`.
     std::function<void(const ObserverStatus &)> onStatus;
     std::function<void(const QString &message)> onError;
     std::function<void(const QString &message)> onStreamsDied; ///< where it is unset, `onError` is called instead
+    /// The displays are no longer those that capture was started on; it goes on with what is left of them until the
+    /// owner starts it again. Once a recording.
+    std::function<void()> onDisplaysChanged;
 
     /// Begins a recording. Fails with domain "TamskOstrel.ScreenCapture": 1 no display, 2 no stream could be started;
     /// or with the display source's error. Nothing runs after a failure. A recording under way is stopped first.
@@ -56,6 +59,10 @@ public:
     /// Ends capture. Waits for a batch on its way; unless `skipFlush`, then posts what is buffered. Never fails, and
     /// does nothing when nothing runs.
     Task<> stop(bool skipFlush);
+
+    /// While it is paused, nothing is captured, by recordings to come neither; what was captured before is still
+    /// posted.
+    void setPaused(bool paused);
 
     /// Whether capture runs (from a successful `start` until `stop` has ended it).
     bool isCapturing() const;

@@ -42,7 +42,9 @@ Task<> pollScreenshots(ScreenshotPolling polling, std::stop_token stop)
             if (!taken)
                 co_return;
             if (*taken) {
-                failures[i] = 0;
+                // A turn that was skipped says nothing of the display.
+                if (**taken == ScreenshotOutcome::Taken)
+                    failures[i] = 0;
                 continue;
             }
             const ScreenshotPolling::Source &source = polling.displays[qsizetype(i)];

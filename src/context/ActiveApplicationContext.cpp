@@ -2,16 +2,57 @@
 
 #include "base/Text.h"
 #include "context/AccessibilityAccess.h"
+#include "context/AccessibilityContextReader.h"
+#include "context/AccessibilityTree.h"
 #include "context/ActiveDisplayResolver.h"
+#include "context/BrowserTabContextReader.h"
 #include "context/ForegroundSource.h"
 
+#include <QTextBoundaryFinder>
 #include <QUrl>
 
 #include <algorithm>
+#include <chrono>
 
 namespace ostrel {
 
 namespace {
+
+using namespace std::chrono_literals;
+
+/// All of a sample's questions to other programs together, so that samples keep coming twice a second.
+constexpr auto sampleLimit = 400ms;
+/// What one fact may take of a text that goes with every frame; in UTF-16 units. Real titles are far shorter.
+constexpr qsizetype longestFact = 1000;
+/// The longest name that DNS knows. What is longer is no host, and cut it would be another one.
+constexpr qsizetype longestHost = 253;
+
+/// The beginning of a long text, up to a character's end, with a mark that there was more.
+QString shortened(const QString &text)
+{
+    if (text.size() <= longestFact)
+        return text;
+    const QString start = text.left(longestFact);
+    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, start);
+    finder.setPosition(longestFact - 1);
+    if (!finder.isAtBoundary())
+        finder.toPreviousBoundary();
+    // A base letter with a thousand accents has no boundary but its own; half a surrogate pair is still not left.
+    qsizetype end = finder.position() > 0 ? finder.position() : longestFact - 1;
+    if (start[end - 1].isHighSurrogate())
+        --end;
+    return trimmedBlanks(start.left(end)) + QChar(0x2026);
+}
+
+/// A fact as the text may show it: on one line of bounded length, and without characters that drive a terminal.
+std::optional<QString> shownText(std::optional<QString> fact)
+{
+    if (!fact)
+        return std::nullopt;
+    std::ranges::replace_if(*fact, [](QChar c) { return c.category() == QChar::Other_Control; }, u' ');
+    fact = ActiveApplicationContext::normalize(fact);
+    return fact ? std::optional(shortened(*fact)) : std::nullopt;
+}
 
 /// The host of a valid address as it is written there: QUrl's own is lower-cased, decoded from its ASCII form, and an
 /// IPv6 host has lost its brackets, while the user knows the site as the address shows it.
@@ -30,42 +71,87 @@ QString writtenHost(const QString &address)
 
 } // namespace
 
-ActiveApplicationContext::ActiveApplicationContext(ForegroundSource &foreground, AccessibilityAccess &accessibility)
-    : m_foreground(foreground), m_accessibility(accessibility)
-{}
+ActiveApplicationContext::ActiveApplicationContext(Sources sources) : m_sources(std::move(sources)) {}
 
 ActiveRecordingContext ActiveApplicationContext::currentRecordingContext(const QList<ActiveDisplayCandidate> &displays)
 {
+    const QDeadlineTimer deadline(sampleLimit);
     ActiveApplicationContextDetails details;
-    const auto application = m_foreground.frontmostApplication();
-    if (application)
+    if (const auto application = m_sources.foreground.frontmostApplication()) {
         details.appName = application->localizedName;
-    // Without the user's consent to window and site names, nothing of the window is even asked for.
-    if (application && m_accessibility.isTrusted())
-        readFocusedWindow(details);
+        // Without the user's consent to window and site names, nothing of the window is even asked for.
+        if (m_sources.accessibility.isTrusted())
+            details = readWindow(*application, details, deadline);
+    }
     return {.appContextText = promptText(details),
             .activeDisplay =
-                ActiveDisplayResolver::resolve(details.windowFrame, m_foreground.mouseLocation(), displays)};
+                ActiveDisplayResolver::resolve(details.windowFrame, m_sources.foreground.mouseLocation(), displays)};
 }
 
-void ActiveApplicationContext::readFocusedWindow(ActiveApplicationContextDetails &details)
+ActiveApplicationContextDetails ActiveApplicationContext::readWindow(const ForegroundApplication &application,
+                                                                     ActiveApplicationContextDetails base,
+                                                                     QDeadlineTimer deadline)
 {
-    const auto window = m_foreground.focusedWindow();
-    if (!window)
+    const FocusedWindow window = m_sources.foreground.focusedWindow().value_or(FocusedWindow());
+    base.windowFrame = window.frame;
+    if (isExcluded(application, window.title))
+        return base;
+
+    ActiveApplicationContextDetails details = readTree(application, base, deadline);
+    addBrowserTab(details, application, window.title, deadline);
+    if (!details.windowTitle)
+        details.windowTitle = normalize(window.title);
+    if (window.frame)
+        details.windowFrame = window.frame;
+    // The tree may already be that of the next window, and a page may be excluded where its window isn't.
+    const bool isPrivate = isExcluded(application, details.windowTitle) || isExcluded(application, details.pageTitle);
+    return isPrivate ? base : details;
+}
+
+ActiveApplicationContextDetails ActiveApplicationContext::readTree(const ForegroundApplication &application,
+                                                                   const ActiveApplicationContextDetails &base,
+                                                                   QDeadlineTimer deadline)
+{
+    // Whatever has the focus somewhere would otherwise be told of an application that may not even have a tree.
+    if (application.processIdentifier == 0)
+        return base;
+    m_sources.tree.beginSample(deadline);
+    return AccessibilityContextReader(m_sources.tree).read(application.processIdentifier, base);
+}
+
+void ActiveApplicationContext::addBrowserTab(ActiveApplicationContextDetails &details,
+                                             const ForegroundApplication &application,
+                                             const std::optional<QString> &windowTitle, QDeadlineTimer deadline)
+{
+    // What the tree told wins, so a browser that could add nothing isn't bothered.
+    if (details.website && details.pageTitle)
         return;
-    details.windowTitle = normalize(window->title);
-    details.windowFrame = window->frame;
+    const auto tab = BrowserTabContextReader(m_sources.browserScripts).read(application, windowTitle, deadline);
+    if (!tab)
+        return;
+    if (!details.website)
+        details.website = domain(tab->url);
+    if (!details.pageTitle)
+        details.pageTitle = normalize(tab->title);
+}
+
+bool ActiveApplicationContext::isExcluded(const ForegroundApplication &application,
+                                          const std::optional<QString> &title) const
+{
+    return m_sources.excludesWindow({.bundleIdentifier = application.bundleIdentifier,
+                                     .windowClass = application.windowClass,
+                                     .title = title.value_or(QString())});
 }
 
 std::optional<QString> ActiveApplicationContext::promptText(const ActiveApplicationContextDetails &details)
 {
-    auto app = normalize(details.appName);
+    auto app = shownText(details.appName);
     if (!app)
         return std::nullopt;
-    const auto website = normalize(details.website);
-    const auto page = normalize(details.pageTitle);
-    const auto window = normalize(details.windowTitle);
-    const auto focus = normalize(details.focusedElement);
+    const auto website = shownText(details.website);
+    const auto page = shownText(details.pageTitle);
+    const auto window = shownText(details.windowTitle);
+    const auto focus = shownText(details.focusedElement);
     if (!website && !page && !window && !focus)
         return app;
 
@@ -90,6 +176,8 @@ std::optional<QString> ActiveApplicationContext::domain(const std::optional<QStr
     if (!parsed.isValid() || parsed.host().isEmpty())
         return std::nullopt;
     const QString host = writtenHost(*address);
+    if (host.size() > longestHost)
+        return std::nullopt;
     const QString www = QStringLiteral("www.");
     return normalize(host.startsWith(www) ? host.mid(www.size()) : host);
 }

@@ -1,17 +1,23 @@
 #pragma once
 
 #include "context/ActiveDisplay.h"
+#include "context/PrivacyRules.h"
 
+#include <QDeadlineTimer>
 #include <QList>
 #include <QRectF>
 #include <QString>
 #include <QStringList>
+#include <functional>
 #include <optional>
 
 namespace ostrel {
 
 class AccessibilityAccess;
+class AccessibilityTree;
+class BrowserScriptRunner;
 class ForegroundSource;
+struct ForegroundApplication;
 
 /// What travels with each frame besides its picture.
 struct ActiveRecordingContext {
@@ -35,13 +41,25 @@ struct ActiveApplicationContextDetails {
 class ActiveApplicationContext
 {
 public:
-    /// Both outlive this object.
-    ActiveApplicationContext(ForegroundSource &foreground, AccessibilityAccess &accessibility);
+    /// What the facts come from; the references outlive this object.
+    struct Sources {
+        ForegroundSource &foreground;
+        AccessibilityAccess &accessibility;
+        AccessibilityTree &tree;
+        BrowserScriptRunner &browserScripts;
+        /// Whether a window is nobody's business. Called on the worker thread.
+        std::function<bool(const WindowIdentity &)> excludesWindow;
+    };
 
-    /// One sample, everything read afresh. Blocks for a few round trips to the window system and the bus: worker
-    /// thread only, one call at a time.
+    explicit ActiveApplicationContext(Sources sources);
+
+    /// One sample, everything read afresh. Blocks for round trips to the window system, the accessibility tree and the
+    /// browser; after 400 ms the latter two are asked for nothing more. Worker thread only, one call at a time.
+    ///
+    /// While a window that the rules exclude is in front, the text is the application's name alone.
     ActiveRecordingContext currentRecordingContext(const QList<ActiveDisplayCandidate> &displays);
 
+    /// The facts in words. A fact of more than 1,000 UTF-16 units is cut; control characters become blanks.
     static std::optional<QString> promptText(const ActiveApplicationContextDetails &details);
     /// The host of a page's address, without a leading "www.".
     static std::optional<QString> domain(const std::optional<QString> &url);
@@ -50,11 +68,16 @@ public:
     static void appendLine(const QString &label, const std::optional<QString> &value, QStringList &lines);
 
 private:
-    /// Adds what the window itself says. Only where names may be read.
-    void readFocusedWindow(ActiveApplicationContextDetails &details);
+    /// Everything that is told only with the user's consent. Of an excluded window that is its frame alone.
+    ActiveApplicationContextDetails readWindow(const ForegroundApplication &application,
+                                               ActiveApplicationContextDetails base, QDeadlineTimer deadline);
+    ActiveApplicationContextDetails readTree(const ForegroundApplication &application,
+                                             const ActiveApplicationContextDetails &base, QDeadlineTimer deadline);
+    void addBrowserTab(ActiveApplicationContextDetails &details, const ForegroundApplication &application,
+                       const std::optional<QString> &windowTitle, QDeadlineTimer deadline);
+    bool isExcluded(const ForegroundApplication &application, const std::optional<QString> &title) const;
 
-    ForegroundSource &m_foreground;
-    AccessibilityAccess &m_accessibility;
+    const Sources m_sources;
 };
 
 } // namespace ostrel

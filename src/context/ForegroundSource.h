@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QList>
 #include <QPointF>
 #include <QRectF>
 #include <QString>
@@ -11,11 +12,20 @@ struct ForegroundApplication {
     std::optional<QString> localizedName;
     std::optional<QString> bundleIdentifier; ///< the desktop-file id without ".desktop"
     qint32 processIdentifier = 0;            ///< 0 where the window system doesn't tell
+    QString windowClass = {};                ///< both parts of WM_CLASS, a blank between them; the app id on Wayland
 };
 
 struct FocusedWindow {
     std::optional<QString> title;
     std::optional<QRectF> frame; ///< with its decorations, desktop coordinates
+};
+
+/// A fact that a desktop doesn't give, in words for the user.
+struct UnavailableFact {
+    QString fact;   ///< what is missing: "window title", "pointer position", ...
+    QString reason; ///< goes on after "because": "sway doesn't tell where the pointer is"
+
+    bool operator==(const UnavailableFact &) const = default;
 };
 
 /// What the window system knows of the front-most application. Every call reads afresh and may block for a round trip;
@@ -31,6 +41,8 @@ public:
     virtual std::optional<FocusedWindow> focusedWindow() = 0;
     /// Desktop coordinates: origin at the main display's top-left corner, y downwards.
     virtual std::optional<QPointF> mouseLocation() = 0;
+    /// Which of these facts this desktop never gives, and why. Not what merely happens to be absent now.
+    virtual QList<UnavailableFact> unavailableFacts() = 0;
 };
 
 } // namespace ostrel

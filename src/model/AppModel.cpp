@@ -3,6 +3,7 @@
 #include "base/Clock.h"
 #include "base/SerialQueue.h"
 #include "capture/ScreenCaptureRecorder.h"
+#include "capture/WorkspaceEvents.h"
 #include "journal/JournalReader.h"
 
 namespace ostrel {
@@ -12,6 +13,7 @@ using std::chrono::milliseconds;
 namespace {
 
 constexpr milliseconds pollPause{1500};
+constexpr std::chrono::seconds shutdownPatience{4};
 
 } // namespace
 
@@ -32,6 +34,12 @@ AppModel::AppModel(Dependencies with)
                      .systemSettings = with.systemSettings}),
       m_recorder(std::move(with.recorder)),
       m_recording({.state = m_state, .observer = m_observer, .permissions = m_permissions, .recorder = *m_recorder}),
+      m_recovery({.clock = with.clock,
+                  .state = m_state,
+                  .observer = m_observer,
+                  .recording = m_recording,
+                  .workspace = with.workspace,
+                  .worker = with.worker}),
       m_settingsEditing({.state = m_state,
                          .observer = m_observer,
                          .store = with.settingsStore,
@@ -44,8 +52,10 @@ AppModel::AppModel(Dependencies with)
                         .stopCapture = [this] { m_recording.stopCapture(); },
                         .startPolling = [this] { startPolling(); }};
     forwardSignals();
+    watchWorkspace(with.workspace);
     static_cast<void>(m_observer.startHelper()); // a failure is the helper error by now
     startPolling();
+    m_recovery.resumeRecordingAfterUpdateIfNeeded();
 }
 
 AppModel::~AppModel() = default;
@@ -67,6 +77,16 @@ void AppModel::forwardSignals()
     connect(&m_recording, &RecordingControl::recordingStarted, this, &AppModel::recordingStarted);
     connect(&m_recording, &RecordingControl::recordingEnded, this, &AppModel::recordingEnded);
     connect(&m_recording, &RecordingControl::observerStatusReceived, this, &AppModel::applyObserverStatus);
+}
+
+void AppModel::watchWorkspace(WorkspaceEvents &workspace)
+{
+    connect(&workspace, &WorkspaceEvents::lockedChanged, this, [this](bool locked) { m_recorder->setPaused(locked); });
+    m_recorder->setPaused(workspace.isLocked());
+    connect(&workspace, &WorkspaceEvents::willShutDown, this, [this](std::shared_ptr<SystemHold> hold) {
+        m_shutdownHold = std::move(hold);
+        quitBeforeShutdown();
+    });
 }
 
 bool AppModel::isRecording() const
@@ -126,9 +146,42 @@ Task<> AppModel::runQuit(std::stop_token stop)
     co_await m_settingsEditing.finish(stop);
     if (stop.stop_requested())
         co_return;
+    leave();
+}
+
+void AppModel::quitBeforeShutdown()
+{
+    if (m_hasLeft || m_quitLimit.isRunning())
+        return;
+    m_quitLimit.start([this](std::stop_token stop) { return limitQuit(std::move(stop)); });
+    quit();
+}
+
+Task<> AppModel::limitQuit(std::stop_token stop)
+{
+    if (!co_await m_clock.sleepFor(shutdownPatience, stop))
+        co_return;
+    m_tasks.cancelAll();
+    m_recording.abandonEnding();
+    leave();
+}
+
+void AppModel::leave()
+{
+    m_hasLeft = true;
+    m_quitLimit.cancel();
     m_observer.stopHelper();
+    m_shutdownHold.reset();
     const auto terminate = m_terminate; // may destroy this object
     terminate();
+}
+
+Task<> AppModel::prepareForUpdateRelaunch(std::stop_token stop)
+{
+    if (!isRecordingUnderWay())
+        co_return;
+    m_pollTask.cancel(); // a poll that finds the child gone would start it again
+    co_await m_recovery.prepareForUpdateRelaunch(std::move(stop));
 }
 
 Task<QString> AppModel::diagnosticSummary()

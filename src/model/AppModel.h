@@ -4,6 +4,7 @@
 #include "base/TaskScope.h"
 #include "base/TaskSlot.h"
 #include "journal/JournalRecords.h"
+#include "model/CaptureRecovery.h"
 #include "model/ModelState.h"
 #include "model/ObserverControl.h"
 #include "model/Permissions.h"
@@ -22,6 +23,8 @@
 namespace ostrel {
 
 class ScreenCaptureRecorder;
+class SystemHold;
+class WorkspaceEvents;
 
 /// The one object that a user interface binds to, be it a window or the command line. It starts the observer and keeps
 /// it running, polls its status every 1.5 seconds, and starts and stops recordings. Main thread, which it never blocks:
@@ -52,6 +55,7 @@ public:
         AccessibilityAccess &accessibility; ///< used on `worker`
         UserDefaults &defaults;
         SystemSettingsOpener &systemSettings;
+        WorkspaceEvents &workspace;
         SettingsStore &settingsStore;    ///< used on `settingsQueue`
         SerialQueue &settingsQueue;      ///< saves settings and secrets, in the order of asking
         std::function<void()> terminate; ///< ends the program; called once, at the end of `quit`
@@ -59,7 +63,8 @@ public:
 
     static constexpr int journalDayLimit = 7;
 
-    /// Takes the first permissions snapshot (waiting for the worker), starts the observer and the polling.
+    /// Takes the first permissions snapshot (waiting for the worker), starts the observer and the polling, and resumes
+    /// the recording that an update has interrupted.
     explicit AppModel(Dependencies dependencies);
     /// Drops what is under way. Await the end of `quit` where nothing must be lost.
     ~AppModel() override;
@@ -83,9 +88,16 @@ public:
     /// ends the observer's process, then terminates the program. Whatever fails on the way, it goes on. A second call
     /// changes nothing.
     void quit();
+    /// As `quit`, but gives up after 4 seconds what has not come to its end by then: the system, or the session, which
+    /// is shutting down, waits for 5. Also hurries a quit under way.
+    void quitBeforeShutdown();
     /// For after `quit`, when the observer had ended by itself: see ObserverControl::writeLeftovers.
     Task<bool> writeLeftovers(std::stop_token stop) { return m_observer.writeLeftovers(std::move(stop)); }
-    /// The recorder's counters since the last start, one line.
+    /// What has to be done before the program quits to be replaced by a newer one: see
+    /// CaptureRecovery::prepareForUpdateRelaunch. The polling ends with the recording.
+    Task<> prepareForUpdateRelaunch(std::stop_token stop);
+    const CaptureRecoveryPolicy &recoveryPolicy() const { return m_recovery.recoveryPolicy(); }
+    /// The recorder's counters since capture was started last, one line.
     Task<QString> diagnosticSummary();
 
     // The settings: see SettingsEditing.
@@ -146,11 +158,14 @@ Q_SIGNALS:
 private:
     void forwardSignals();
     void announceRecording();
+    void watchWorkspace(WorkspaceEvents &workspace);
     void startPolling();
     Task<> poll(std::stop_token stop);
     void applyObserverStatus(const ObserverStatus &status);
     Task<> readJournal(std::stop_token stop);
     Task<> runQuit(std::stop_token stop);
+    Task<> limitQuit(std::stop_token stop);
+    void leave();
     RecorderSubtext subtext() const { return StatusTexts::recorderSubtext(helperError(), status(), settings()); }
 
     Clock &m_clock;
@@ -161,13 +176,17 @@ private:
     PermissionsArea m_permissions;
     const std::unique_ptr<ScreenCaptureRecorder> m_recorder;
     RecordingControl m_recording;
+    CaptureRecovery m_recovery;
     SettingsEditing m_settingsEditing;
     QList<JournalDay> m_journalDays;
     bool m_wasRecording = false;
     bool m_quitting = false;
+    bool m_hasLeft = false;
     bool m_journalReadAgain = false;
+    std::shared_ptr<SystemHold> m_shutdownHold; ///< from the announcement of a shutdown until we leave
     TaskSlot m_journalTask;
     TaskSlot m_pollTask;
+    TaskSlot m_quitLimit;
     TaskScope m_tasks;
 };
 

@@ -54,6 +54,7 @@ RecordingControl::~RecordingControl()
     m_with.recorder.onStatus = nullptr;
     m_with.recorder.onError = nullptr;
     m_with.recorder.onStreamsDied = nullptr;
+    m_with.recorder.onDisplaysChanged = nullptr;
     // The start first: when its request is let go of, it already knows that it is cancelled.
     m_start.cancel();
     m_life.request_stop();
@@ -67,7 +68,12 @@ void RecordingControl::takeCallbacks()
             Q_EMIT observerStatusReceived(status);
     };
     m_with.recorder.onStreamsDied = [this](const QString &message) {
-        captureFailed(message, {.skipFlush = false, .observer = ObserverStop::Ask});
+        if (m_phase == Phase::Capturing)
+            Q_EMIT captureDied(message);
+    };
+    m_with.recorder.onDisplaysChanged = [this] {
+        if (m_phase == Phase::Capturing)
+            Q_EMIT displaysChanged();
     };
     // A batch was refused: the recorder has dropped it, asked the observer to stop, and stops itself.
     m_with.recorder.onError = [this](const QString &message) {
@@ -92,6 +98,8 @@ void RecordingControl::toggleRecording()
 void RecordingControl::beginStart()
 {
     m_starting = true;
+    m_endIsDue = true;
+    Q_EMIT startBegun();
     m_start.start([this](std::stop_token stop) { return startRecording(std::move(stop)); });
 }
 
@@ -133,6 +141,7 @@ Task<std::expected<void, RecordingControl::StartFailure>> RecordingControl::star
     if (!observing || stop.stop_requested())
         co_return observing;
     m_phase = Phase::Capturing;
+    m_captureIsAtRest = false;
     const auto capturing = co_await m_with.recorder.start(m_with.state.settings(), m_with.observer.api());
     if (!capturing)
         co_return std::unexpected(
@@ -206,12 +215,31 @@ void RecordingControl::observerStopped()
 
 void RecordingControl::stopCapture()
 {
-    // The scope keeps the closure. NOLINTNEXTLINE(cppcoreguidelines-avoid-capturing-lambda-coroutines)
-    m_endings.spawn([this](std::stop_token stop) -> Task<> {
-        const auto turn = co_await m_turn.acquire(std::move(stop));
-        if (turn)
-            co_await m_with.recorder.stop(false);
-    });
+    m_endings.spawn([this](std::stop_token stop) { return suspendCapture(std::move(stop)); });
+}
+
+Task<> RecordingControl::suspendCapture(std::stop_token stop)
+{
+    const auto turn = co_await m_turn.acquire(std::move(stop));
+    if (turn)
+        co_await m_with.recorder.stop(false);
+}
+
+/// Whoever cancels this stops capture when its turn comes, or starts it once more, so a cancelled one only returns.
+Task<Result<>> RecordingControl::resumeCapture(std::stop_token stop)
+{
+    const auto turn = co_await m_turn.acquire(stop);
+    if (!turn || m_phase != Phase::Capturing)
+        co_return std::unexpected(faultError(Fault::Cancelled));
+    co_return co_await m_with.recorder.start(m_with.state.settings(), m_with.observer.api());
+}
+
+void RecordingControl::giveUp(const QString &message)
+{
+    if (m_phase != Phase::Capturing)
+        return;
+    setStoppingRecording(true);
+    beginEnding({.reason = RecordingEnd::CaptureFailed, .message = message, .refreshesStatus = true});
 }
 
 Task<> RecordingControl::betweenRecordings(std::function<void()> act, std::stop_token stop)
@@ -233,7 +261,21 @@ Task<> RecordingControl::close(std::stop_token stop)
     m_phase = Phase::Ending;
     m_starting = false;
     m_start.cancel();
+    Q_EMIT endingBegun();
     co_await runEnding({.reason = RecordingEnd::Requested, .announced = active}, std::move(stop));
+}
+
+void RecordingControl::abandonEnding()
+{
+    m_endings.cancelAll();
+    if (m_phase == Phase::Idle)
+        return;
+    Ending ending{.reason = RecordingEnd::Requested, .announced = m_endIsDue};
+    if (!m_captureIsAtRest) {
+        ending.reason = RecordingEnd::CaptureFailed;
+        ending.message = StatusTexts::lastPicturesNotDelivered();
+    }
+    finish(std::move(ending));
 }
 
 void RecordingControl::beginEnding(Ending ending)
@@ -241,6 +283,7 @@ void RecordingControl::beginEnding(Ending ending)
     m_phase = Phase::Ending;
     m_starting = false;
     m_start.cancel();
+    Q_EMIT endingBegun();
     m_endings.spawn([this, ending](std::stop_token stop) { return runEnding(ending, std::move(stop)); });
 }
 
@@ -252,6 +295,7 @@ Task<> RecordingControl::runEnding(Ending ending, std::stop_token stop)
     co_await m_with.recorder.stop(ending.skipFlush);
     if (stop.stop_requested())
         co_return;
+    m_captureIsAtRest = true;
     co_await publishedNews(stop); // that the last batch failed, belongs to this recording
     if (stop.stop_requested())
         co_return;
@@ -267,12 +311,18 @@ Task<> RecordingControl::runEnding(Ending ending, std::stop_token stop)
         if (stop.stop_requested())
             co_return;
     }
+    if (ending.refreshesStatus) {
+        co_await m_with.observer.refreshStatus(stop);
+        if (stop.stop_requested())
+            co_return;
+    }
     finish(std::move(ending));
 }
 
 void RecordingControl::finish(Ending ending)
 {
     m_phase = Phase::Idle;
+    m_captureIsAtRest = true;
     if (ending.message)
         m_with.state.setHelperError(ending.message);
     if (ending.reason == RecordingEnd::Requested && m_failedWhileEnding)
@@ -285,8 +335,10 @@ void RecordingControl::finish(Ending ending)
     const bool restart = m_pendingRecordingRestart;
     setPendingRecordingRestart(false);
     setStoppingRecording(false);
-    if (ending.announced)
+    if (ending.announced) {
+        m_endIsDue = false;
         Q_EMIT recordingEnded(ending.reason);
+    }
     if (restart && !m_closed)
         beginStart();
 }

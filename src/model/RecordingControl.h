@@ -32,7 +32,8 @@ enum class RecordingEnd {
 /// other for longer than it takes to notice. Main thread.
 ///
 /// Starts and endings wait for each other: an ending cancels a start under way, but never in the middle of a request to
-/// the observer, whose outcome would then be unknown. Endings run to their end.
+/// the observer, whose outcome would then be unknown. Endings run to their end. In between, capture may be interrupted
+/// and started again by whoever recovers it: the recording goes on.
 class RecordingControl : public QObject
 {
     Q_OBJECT
@@ -57,14 +58,26 @@ public:
     void stopRecording();
     /// Ends capture with its final flush in the background, without a word to the observer.
     void stopCapture();
+    /// The same, to be awaited; the recording goes on without capture.
+    Task<> suspendCapture(std::stop_token stop);
+    /// Starts capture of the recording again, with the settings in force; one that runs is ended first, with its flush.
+    /// A stop ends the wait for its turn, but not a start that has begun.
+    /// @return the recorder's error; Fault::Cancelled without a recording, or when it has not begun
+    Task<Result<>> resumeCapture(std::stop_token stop);
+    /// Ends the recording, on both sides, because its capture can't be had any more.
+    void giveUp(const QString &message);
     /// Ends the recording, if there is one, as `stopRecording` does, and then calls a function before another begins.
     Task<> betweenRecordings(std::function<void()> act, std::stop_token stop);
     /// Ends everything, as `stopRecording` does, and starts nothing any more.
     Task<> close(std::stop_token stop);
+    /// Calls whatever is being ended ended. What has not been delivered by now is lost, and said to be.
+    void abandonEnding();
 
     /// The observer reported that it records no more.
     void observerStopped();
 
+    /// Whether there is a recording that has not begun to end, whatever its capture does.
+    bool isCapturing() const { return m_phase == Phase::Capturing; }
     /// Whether there is a recording, or a start, that has not begun to end.
     bool isUnderWay() const { return m_starting || m_phase == Phase::Preparing || m_phase == Phase::Capturing; }
     bool stoppingRecording() const { return m_stoppingRecording; }
@@ -73,6 +86,12 @@ public:
 Q_SIGNALS:
     void stoppingRecordingChanged();
     void pendingRecordingRestartChanged();
+    void startBegun();
+    void endingBegun();
+    /// Capture of a recording that goes on has ended by itself.
+    void captureDied(const QString &message);
+    /// The displays of a recording that goes on are no longer those that it captures.
+    void displaysChanged();
     /// Both sides run.
     void recordingStarted();
     /// Both sides are stopped, as far as they could be reached.
@@ -88,6 +107,7 @@ private:
         bool skipFlush = false;
         ObserverStop observer = ObserverStop::Ask;
         std::optional<QString> message = {}; ///< the helper error in the end
+        bool refreshesStatus = false;        ///< in the end, whatever the observer answered
         bool announced = true;
     };
     struct StartFailure {
@@ -113,6 +133,8 @@ private:
     bool m_starting = false; ///< a start was asked for and is neither done nor given up
     bool m_closed = false;
     bool m_failedWhileEnding = false;
+    bool m_endIsDue = false;       ///< a recording, or its start, has not been announced as ended yet
+    bool m_captureIsAtRest = true; ///< nothing of this recording is left to be delivered
     bool m_stoppingRecording = false;
     bool m_pendingRecordingRestart = false;
     AsyncLock m_turn;

@@ -60,6 +60,11 @@ std::optional<QString> recordingProviderIndicatorText(const ObserverSettings &se
     return std::nullopt;
 }
 
+QString lastPicturesNotDelivered()
+{
+    return QStringLiteral("The observer did not take the last pictures in time; they may be lost.");
+}
+
 QString observerEnded()
 {
     return QStringLiteral(

@@ -33,6 +33,8 @@ std::optional<QString> analysisBackfillNotice(const std::optional<ObserverStatus
 RecorderSubtext recorderSubtext(const std::optional<QString> &helperError, const std::optional<ObserverStatus> &status,
                                 const ObserverSettings &settings);
 std::optional<QString> recordingProviderIndicatorText(const ObserverSettings &settings);
+/// What it means for a recording that its end could not be waited for.
+QString lastPicturesNotDelivered();
 /// What it means for a recording that the observer's process is gone: what is lost and what is not.
 QString observerEnded();
 

@@ -62,14 +62,21 @@ QList<ListeningSocket> preferred(QList<ListeningSocket> sockets)
     return sockets;
 }
 
-PortOwner ownerAmong(const QList<ListeningSocket> &sockets, uid_t ourUser)
+PortOwner ownerAmong(const QList<ListeningSocket> &candidates, uid_t ourUser)
 {
-    const QList<ListeningSocket> candidates = preferred(sockets);
     if (candidates.isEmpty())
         return PortOwner::Nobody;
     // Should several sockets share one rank, any stranger is one too many.
     const bool foreign = std::ranges::any_of(candidates, [&](const auto &socket) { return socket.user != ourUser; });
     return foreign ? PortOwner::AnotherUser : PortOwner::OurUser;
+}
+
+/// Asked in the quickest way that the kernel offers.
+Result<QList<ListeningSocket>> answeringSockets(quint16 port)
+{
+    if (const auto sockets = diagnosedSockets(port))
+        return preferred(*sockets);
+    return listeningSockets(port);
 }
 
 } // namespace
@@ -108,9 +115,21 @@ Result<PortOwner> portOwnerInTables(quint16 port, uid_t ourUser, const QString &
 
 Result<PortOwner> portOwner(quint16 port, uid_t ourUser)
 {
-    if (const auto sockets = diagnosedSockets(port))
-        return ownerAmong(*sockets, ourUser);
-    return portOwnerInTables(port, ourUser);
+    const auto sockets = answeringSockets(port);
+    if (!sockets)
+        return std::unexpected(sockets.error());
+    return ownerAmong(*sockets, ourUser);
+}
+
+QList<quint64> ownSockets(quint16 port, uid_t ourUser)
+{
+    const auto sockets = answeringSockets(port);
+    if (!sockets || ownerAmong(*sockets, ourUser) != PortOwner::OurUser)
+        return {};
+    QList<quint64> numbers;
+    for (const ListeningSocket &socket : *sockets)
+        numbers.append(socket.inode);
+    return numbers;
 }
 
 } // namespace ostrel

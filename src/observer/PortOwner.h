@@ -30,6 +30,10 @@ enum class PortOwner { Nobody, OurUser, AnotherUser };
 /// @return the error of `portOwnerInTables`
 Result<PortOwner> portOwner(quint16 port, uid_t ourUser);
 
+/// The kernel's numbers of the sockets that would answer, where all of them are ours; none otherwise, and where the
+/// kernel does not say. Cost and thread as for `portOwner`.
+QList<quint64> ownSockets(quint16 port, uid_t ourUser);
+
 /// The same by the kernel's printed tables. Listening sockets stand first in them, so finding one takes less than a
 /// millisecond; finding none may take tens of them on a machine with many connections.
 /// @param procNet the folder of the tables, `tcp` and `tcp6`

@@ -4,6 +4,8 @@
 #include "app/Platform.h"
 #include "base/SerialQueue.h"
 #include "support/FakeAccessibilityAccess.h"
+#include "support/FakeAccessibilityTree.h"
+#include "support/FakeBrowserScriptRunner.h"
 #include "support/FakeDisplaySource.h"
 #include "support/FakeForegroundSource.h"
 #include "support/FakeKeyring.h"
@@ -13,6 +15,7 @@
 #include "support/FakeSecretStore.h"
 #include "support/FakeSystemSettingsOpener.h"
 #include "support/FakeUserDefaults.h"
+#include "support/FakeWorkspaceEvents.h"
 #include "support/TestHome.h"
 
 #include <QByteArray>
@@ -69,6 +72,9 @@ protected:
     FakeForegroundSource m_foreground;
     FakeAccessibilityAccess m_contextAccessibility;
     FakeAccessibilityAccess m_accessibility;
+    FakeAccessibilityTree m_tree;
+    FakeBrowserScriptRunner m_browserScripts;
+    FakeWorkspaceEvents m_workspace;
     FakeSecretStore m_secrets;
     FakeKeyring m_keyring;
     FakeUserDefaults m_defaults;
@@ -81,6 +87,10 @@ protected:
                               .foreground = m_foreground,
                               .contextAccessibility = m_contextAccessibility,
                               .permissionAccessibility = m_accessibility,
+                              .accessibilityTree = m_tree,
+                              .browserScripts = m_browserScripts,
+                              .excludesWindow = [](const WindowIdentity &) { return false; },
+                              .workspace = m_workspace,
                               .secrets = m_secrets,
                               .keyring = m_keyring,
                               .userDefaults = m_defaults,

@@ -56,6 +56,47 @@ TEST_F(FileChecks, settingsThatNoEditorCanOpen_areGivenToTheUserOrMovedAway)
                 isMissing("no permission", "sudo chown \"$USER\" ~/.moravel/settings.json"));
 }
 
+TEST_F(FileChecks, privacyRules_areOkAlsoWithoutAFile)
+{
+    EXPECT_THAT(checkPrivacyRules(m_facts), isOk("there is no file, so the built-in ones hold"));
+    m_facts.privacyRules = PrivacyRulesText::parse(R"({"excludedWindowClasses": ["Mine"]})");
+    EXPECT_THAT(checkPrivacyRules(m_facts), isOk(".ostrel/privacy.json can be read"));
+}
+
+TEST_F(FileChecks, privacyRulesLeftAside_sayTheKeyOrTheByteAndOpenTheFile)
+{
+    m_facts.privacyRules = PrivacyRulesText::parse(R"({"excludedWindowClasses": "Mine"})");
+    EXPECT_THAT(checkPrivacyRules(m_facts),
+                isMissing("privacy.json is left aside, the built-in rules hold: The data could not be understood: "
+                          "excludedWindowClasses is no list",
+                          "\"${EDITOR:-nano}\" ~/.ostrel/privacy.json"));
+    m_facts.privacyRules = PrivacyRulesText::parse("{\"excludedWindowClasses\": [");
+    EXPECT_THAT(checkPrivacyRules(m_facts), isMissing("at byte 27", "\"${EDITOR:-nano}\" ~/.ostrel/privacy.json"));
+}
+
+TEST_F(FileChecks, privacyRulesThatNoEditorCanOpen_areGivenToTheUserOrMovedAway)
+{
+    m_facts.privacyRules = std::unexpected(fileError(EACCES, QStringLiteral("privacy.json")));
+    EXPECT_THAT(checkPrivacyRules(m_facts), isMissing("no permission", "sudo chown \"$USER\" ~/.ostrel/privacy.json"));
+    m_facts.privacyRules = std::unexpected(fileError(EISDIR, QStringLiteral("privacy.json")));
+    EXPECT_THAT(checkPrivacyRules(m_facts),
+                isMissing("left aside", "mv ~/.ostrel/privacy.json ~/.ostrel/privacy.json.aside"));
+}
+
+TEST_F(FileChecks, privacyRulesInPartUnusable_nameTheListAndTheEntryOnOneLine)
+{
+    m_facts.privacyRules = PrivacyRulesText::parse(
+        R"({"excludedApplications": ["good", 7, "", null, 8], "excludedTitlePatterns": ["(\n"]})");
+    const Finding finding = checkPrivacyRules(m_facts);
+    EXPECT_THAT(finding, isMissing("not all of ~/.ostrel/privacy.json can be used, the other rules hold: "
+                                   "entry 2 of excludedApplications",
+                                   "\"${EDITOR:-nano}\" ~/.ostrel/privacy.json"));
+    EXPECT_THAT(finding.detail.toStdString(), testing::EndsWith("; and 2 more"));
+    m_facts.privacyRules = PrivacyRulesText::parse(R"({"excludedTitlePatterns": ["(\n"]})");
+    EXPECT_THAT(checkPrivacyRules(m_facts).detail.toStdString(),
+                testing::HasSubstr("\"(\\u{a}\" of excludedTitlePatterns is no regular expression"));
+}
+
 TEST_F(FileChecks, secretFile_isJudgedByOwnerAndMode)
 {
     EXPECT_THAT(checkSecretFile(m_facts), isOk("there is none"));

@@ -34,6 +34,7 @@ inline DoctorFacts healthyFacts()
                          .isAccessibilityGranted = true,
                          .keyring = {.isRunning = true, .canBeStarted = true}};
     facts.keyring = KeyringState::Ready;
+    facts.systemBus = SystemBusFacts{.state = BusState::Answers, .isLogindThere = true, .doesLogindAnswer = true};
     facts.secretFile.path = QStringLiteral("/data/secrets.json");
     facts.observerRoot = {.folder = QStringLiteral("/opt/observer"), .isComplete = true, .isFromOverride = false};
     facts.node = {.path = QStringLiteral("/usr/bin/node"), .version = QStringLiteral("18.19.1")};

@@ -5,6 +5,8 @@
 #include "observer/SettingsStore.h"
 #include "observer/TokenStore.h"
 #include "support/FakeAccessibilityAccess.h"
+#include "support/FakeAccessibilityTree.h"
+#include "support/FakeBrowserScriptRunner.h"
 #include "support/FakeDisplaySource.h"
 #include "support/FakeForegroundSource.h"
 #include "support/FakeKeyring.h"
@@ -14,6 +16,7 @@
 #include "support/FakeSecretStore.h"
 #include "support/FakeSystemSettingsOpener.h"
 #include "support/FakeUserDefaults.h"
+#include "support/FakeWorkspaceEvents.h"
 #include "support/FreePort.h"
 #include "support/Printers.h"
 #include "support/RunTask.h"
@@ -59,6 +62,9 @@ protected:
     FakeForegroundSource m_foreground;
     FakeAccessibilityAccess m_contextAccessibility;
     FakeAccessibilityAccess m_accessibility;
+    FakeAccessibilityTree m_tree;
+    FakeBrowserScriptRunner m_browserScripts;
+    FakeWorkspaceEvents m_workspace;
     FakeSecretStore m_secrets;
     FakeKeyring m_keyring;
     FakeUserDefaults m_defaults;
@@ -71,6 +77,10 @@ protected:
                               .foreground = m_foreground,
                               .contextAccessibility = m_contextAccessibility,
                               .permissionAccessibility = m_accessibility,
+                              .accessibilityTree = m_tree,
+                              .browserScripts = m_browserScripts,
+                              .excludesWindow = [](const WindowIdentity &) { return false; },
+                              .workspace = m_workspace,
                               .secrets = m_secrets,
                               .keyring = m_keyring,
                               .userDefaults = m_defaults,

@@ -46,12 +46,52 @@ TEST_F(ScreenChecks, noSession_blocksAndLeavesTheScreenUntried)
     EXPECT_THAT(onTheScreen(), testing::Each(isUntried("not tried without a display")));
 }
 
-TEST_F(ScreenChecks, waylandSession_blocksAndSaysWhatToChoose)
+TEST_F(ScreenChecks, healthyWaylandSession_isToldInItsOwnTerms)
+{
+    m_facts.session = SessionKind::Wayland;
+    m_facts.display = QStringLiteral("wayland-1");
+    const auto displays = screen().displays;
+    m_facts.screen = ScreenFacts{};
+    screen().displays = displays;
+    screen().windowManager = WindowManagerFacts{.name = QStringLiteral("sway"), .tellsActiveWindow = true};
+    EXPECT_THAT(checkSession(m_facts), isOk("Wayland, display wayland-1"));
+    EXPECT_THAT(checkDisplays(m_facts), isOk("2: 1920x1080 (main), 1280x1024"));
+    EXPECT_THAT(checkPictures(m_facts), isOk("the windows that the privacy rules name are black"));
+    for (const auto check : {checkSharedMemory, checkChangeTracking, checkPointer, checkMonitors})
+        EXPECT_THAT(check(m_facts), isOk("wlr-screencopy"));
+    EXPECT_THAT(checkFrontWindow(m_facts), isOk("sway tells which one it is"));
+}
+
+TEST_F(ScreenChecks, compositorThatTellsNoWindows_isSaidToShowPrivateOnes)
+{
+    m_facts.session = SessionKind::Wayland;
+    screen().windowManager.reset();
+    EXPECT_THAT(checkPictures(m_facts), isOk("they show every window, also those that the privacy rules name"));
+}
+
+TEST_F(ScreenChecks, compositorWithoutScreencopy_blocksAndSaysWhatToChoose)
+{
+    m_facts.session = SessionKind::Wayland;
+    m_facts.screen = std::unexpected(faultError(Fault::NoScreencopy));
+    EXPECT_THAT(checkSession(m_facts), isBlocking("Wayland", "X11 (\"Xorg\")"));
+    EXPECT_THAT(onTheScreen(), testing::Each(isUntried("")));
+}
+
+TEST_F(ScreenChecks, compositorThatHangsOrIsGone_blocks)
 {
     m_facts.session = SessionKind::Wayland;
     m_facts.screen.reset();
-    EXPECT_THAT(checkSession(m_facts), isBlocking("Wayland", "X11 (\"Xorg\")"));
+    EXPECT_THAT(checkSession(m_facts), isBlocking("does not answer", "log out"));
+    m_facts.screen = std::unexpected(faultError(Fault::NoWaylandDisplay, QStringLiteral("wayland-7")));
+    EXPECT_THAT(checkSession(m_facts), isBlocking("wayland-7", "graphical session"));
     EXPECT_THAT(onTheScreen(), testing::Each(isUntried("")));
+}
+
+TEST_F(ScreenChecks, compositorThatNamesNoWindow_isToldWithWhatItCosts)
+{
+    m_facts.session = SessionKind::Wayland;
+    screen().windowManager.reset();
+    EXPECT_THAT(checkFrontWindow(m_facts), isMissing("can't name applications", "sway"));
 }
 
 TEST_F(ScreenChecks, displayThatCannotBeReached_isNamed)
@@ -80,7 +120,7 @@ TEST_F(ScreenChecks, noDisplaySwitchedOn_blocks)
 TEST_F(ScreenChecks, pictureThatFails_blocksOnlyWhereEachOneFails)
 {
     screen().displays[1].pictureFault = faultError(Fault::PictureRefused, QStringLiteral("error 8"));
-    EXPECT_THAT(checkPictures(m_facts), isMissing("display 2: The X server refused", "log out"));
+    EXPECT_THAT(checkPictures(m_facts), isMissing("display 2: The screen gave no picture", "log out"));
     screen().displays[0].pictureFault = faultError(Fault::PictureRefused, QStringLiteral("error 8"));
     EXPECT_THAT(checkPictures(m_facts), isBlocking("display 1: ", "log out"));
 }

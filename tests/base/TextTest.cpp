@@ -62,6 +62,23 @@ TEST(Text, contains_otherCase_isFound)
     EXPECT_FALSE(containsCaseFolded(QStringLiteral("sear ch"), QStringLiteral("search")));
 }
 
+TEST(Text, harmless_plainText_staysAsItIs)
+{
+    EXPECT_EQ(harmless(QStringLiteral("Größe (1)")), QStringLiteral("Größe (1)"));
+    EXPECT_EQ(harmless(QString(60, u'x')), QString(60, u'x'));
+}
+
+TEST(Text, harmless_whatATerminalObeysOrBreaksTheLine_isWrittenOut)
+{
+    EXPECT_EQ(harmless(QStringLiteral("a\x1b[2Jb\n\u2028")), QStringLiteral("a\\u{1b}[2Jb\\u{a}\\u{2028}"));
+}
+
+TEST(Text, harmless_moreThanSixtyCharacters_isCutBetweenTwo)
+{
+    const QString mouse = QString::fromUcs4(U"\U0001F401");
+    EXPECT_EQ(harmless(mouse.repeated(61)), mouse.repeated(60) + QStringLiteral("..."));
+}
+
 TEST(Text, parseInteger_digitsWithSign_isTheNumber)
 {
     EXPECT_EQ(parseInteger(QStringLiteral("007")), 7);

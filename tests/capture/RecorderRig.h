@@ -6,6 +6,8 @@
 #include "context/ActiveApplicationContext.h"
 #include "observer/LocalObserverAPI.h"
 #include "support/FakeAccessibilityAccess.h"
+#include "support/FakeAccessibilityTree.h"
+#include "support/FakeBrowserScriptRunner.h"
 #include "support/FakeDisplaySource.h"
 #include "support/FakeForegroundSource.h"
 #include "support/FakeHttpTransport.h"
@@ -158,7 +160,13 @@ protected:
     FakeDisplaySource displays{sampleQueue};
     FakeForegroundSource foreground;
     FakeAccessibilityAccess accessibility;
-    ActiveApplicationContext context{foreground, accessibility};
+    FakeAccessibilityTree tree;
+    FakeBrowserScriptRunner browserScripts;
+    ActiveApplicationContext context{{.foreground = foreground,
+                                      .accessibility = accessibility,
+                                      .tree = tree,
+                                      .browserScripts = browserScripts,
+                                      .excludesWindow = [](const WindowIdentity &) { return false; }}};
     FakeHttpTransport transport;
     std::shared_ptr<LocalObserverAPI> api = std::make_shared<LocalObserverAPI>(
         QUrl(QStringLiteral("http://127.0.0.1:8799")), QStringLiteral("token"), transport, apiWorker);

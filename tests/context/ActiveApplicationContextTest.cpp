@@ -1,6 +1,4 @@
 #include "context/ActiveApplicationContext.h"
-#include "support/FakeAccessibilityAccess.h"
-#include "support/FakeForegroundSource.h"
 #include "support/Printers.h"
 
 #include <gtest/gtest.h>
@@ -101,6 +99,21 @@ TEST(Domain, spaceInThePath_isNoObstacle)
     EXPECT_EQ(domainOf("https://example.com/a b"), text("example.com"));
 }
 
+TEST(Domain, hostLongerThanDnsKnows_isNone)
+{
+    const QString label = QString(60, u'a') + u'.';
+    EXPECT_EQ(ActiveApplicationContext::domain(label.repeated(4)), label.repeated(4));
+    EXPECT_EQ(ActiveApplicationContext::domain(label.repeated(5)), std::nullopt);
+}
+
+TEST(Domain, hugeAddress_stillYieldsItsHost)
+{
+    EXPECT_EQ(ActiveApplicationContext::domain(QStringLiteral("https://example.com/") + QString(100'000, u'a')),
+              text("example.com"));
+    EXPECT_EQ(ActiveApplicationContext::domain(QStringLiteral("data:text/html,") + QString(100'000, u'a')),
+              std::nullopt);
+}
+
 TEST(Domain, noHost_isNone)
 {
     for (const char *url : {"", " ", "file:///home/me/a.txt", "about:blank", "data:text/html,a", "https://", "://",
@@ -170,99 +183,72 @@ TEST(PromptText, windowTitleWithoutPage_isShown)
     EXPECT_EQ(ActiveApplicationContext::promptText(details), text("Active context:\n- App: A\n- Window: W W"));
 }
 
-class RecordingContextTest : public testing::Test
+TEST(PromptText, controlCharacters_becomeBlanks)
 {
-protected:
-    void setApplication()
-    {
-        m_foreground.onFrontmostApplication = [] {
-            return ForegroundApplication{.localizedName = text("Chromium"),
-                                         .bundleIdentifier = text("com.google.Chrome"),
-                                         .processIdentifier = 42};
-        };
-    }
-    void setMouse(std::optional<QPointF> location)
-    {
-        m_foreground.onMouseLocation = [location] { return location; };
-    }
-    void setTrusted(bool trusted)
-    {
-        m_access.onIsTrusted = [trusted] { return trusted; };
-    }
-    ActiveRecordingContext sample() { return m_context.currentRecordingContext(m_displays); }
-
-    static ActiveDisplaySelection selected(const char *id, const char *reason)
-    {
-        return {.displayId = QString::fromUtf8(id),
-                .displayLabel = QString::fromUtf8(id),
-                .reason = QString::fromUtf8(reason)};
-    }
-
-    FakeForegroundSource m_foreground;
-    FakeAccessibilityAccess m_access;
-    ActiveApplicationContext m_context{m_foreground, m_access};
-    QList<ActiveDisplayCandidate> m_displays = {
-        {.displayId = QStringLiteral("1"), .displayLabel = QStringLiteral("1"), .bounds = {0, 0, 100, 100}},
-        {.displayId = QStringLiteral("2"), .displayLabel = QStringLiteral("2"), .bounds = {100, 0, 100, 100}}};
-};
-
-TEST_F(RecordingContextTest, notTrusted_isTheNameAloneAndTheMouse)
-{
-    setApplication();
-    setTrusted(false);
-    setMouse(QPointF(50, 50));
-    // No answer is set for the focused window: asking for it would fail this test.
-    EXPECT_EQ(sample(),
-              (ActiveRecordingContext{.appContextText = text("Chromium"), .activeDisplay = selected("1", "mouse")}));
+    ActiveApplicationContextDetails details;
+    details.appName = QStringLiteral("A\u0000B");
+    details.windowTitle = text("\u001b[31mred\u007f\u0007\u0085\u009bend");
+    EXPECT_EQ(ActiveApplicationContext::promptText(details),
+              text("Active context:\n- App: A B\n- Window: [31mred end"));
+    details.windowTitle = text("\u0001 \u001b");
+    EXPECT_EQ(ActiveApplicationContext::promptText(details), text("A B"));
 }
 
-TEST_F(RecordingContextTest, trusted_hasTitleAndWindowsDisplay)
+TEST(PromptText, joinedEmojiAndRightToLeftText_areKept)
 {
-    setApplication();
-    setTrusted(true);
-    setMouse(QPointF(50, 50));
-    m_foreground.onFocusedWindow = [] {
-        return FocusedWindow{.title = text(" A \t title "), .frame = QRectF(110, 10, 50, 50)};
-    };
-    EXPECT_EQ(sample(),
-              (ActiveRecordingContext{.appContextText = text("Active context:\n- App: Chromium\n- Window: A title"),
-                                      .activeDisplay = selected("2", "focusedWindow")}));
+    ActiveApplicationContextDetails details;
+    details.appName = text("A");
+    details.windowTitle = text("\U0001F468\u200D\U0001F469\u200D\U0001F467 \u2068\u05e9\u05dc\u05d5\u05dd\u2069");
+    EXPECT_EQ(ActiveApplicationContext::promptText(details),
+              QStringLiteral("Active context:\n- App: A\n- Window: ") + *details.windowTitle);
 }
 
-TEST_F(RecordingContextTest, trustedWithoutWindow_isTheNameAloneAndTheMouse)
+std::optional<QString> shownTitle(const QString &title)
 {
-    setApplication();
-    setTrusted(true);
-    setMouse(QPointF(150, 50));
-    m_foreground.onFocusedWindow = []() -> std::optional<FocusedWindow> { return std::nullopt; };
-    EXPECT_EQ(sample(),
-              (ActiveRecordingContext{.appContextText = text("Chromium"), .activeDisplay = selected("2", "mouse")}));
+    ActiveApplicationContextDetails details;
+    details.appName = text("A");
+    details.windowTitle = title;
+    const auto shown = ActiveApplicationContext::promptText(details);
+    const QString before = QStringLiteral("Active context:\n- App: A\n- Window: ");
+    return shown && shown->startsWith(before) ? std::optional(shown->mid(before.size())) : std::nullopt;
 }
 
-TEST_F(RecordingContextTest, noApplication_hasNoTextAndStillADisplay)
+TEST(PromptText, titleOfAThousandUnits_isWhole)
 {
-    m_foreground.onFrontmostApplication = []() -> std::optional<ForegroundApplication> { return std::nullopt; };
-    setMouse(QPointF(150, 50));
-    EXPECT_EQ(sample(),
-              (ActiveRecordingContext{.appContextText = std::nullopt, .activeDisplay = selected("2", "mouse")}));
+    EXPECT_EQ(shownTitle(QString(1000, u'a')), QString(1000, u'a'));
 }
 
-TEST_F(RecordingContextTest, applicationWithoutName_hasNoTextAndStillADisplay)
+TEST(PromptText, longerTitle_isCutWithAMark)
 {
-    m_foreground.onFrontmostApplication = [] { return ForegroundApplication(); };
-    setTrusted(true);
-    setMouse(std::nullopt);
-    m_foreground.onFocusedWindow = [] { return FocusedWindow{.title = text("A"), .frame = QRectF(0, 0, 10, 10)}; };
-    EXPECT_EQ(sample(), (ActiveRecordingContext{.appContextText = std::nullopt,
-                                                .activeDisplay = selected("1", "focusedWindow")}));
+    EXPECT_EQ(shownTitle(QString(1001, u'a')), QString(999, u'a') + u'\u2026');
+    EXPECT_EQ(shownTitle(QString(998, u'a') + QStringLiteral(" bbb")), QString(998, u'a') + u'\u2026');
+    EXPECT_EQ(shownTitle(QString(100'000, u'a')), QString(999, u'a') + u'\u2026');
 }
 
-TEST_F(RecordingContextTest, noMouseAndNoWindow_hasNoDisplay)
+TEST(PromptText, cutTitle_endsWithAWholeCharacter)
 {
-    setApplication();
-    setTrusted(false);
-    setMouse(std::nullopt);
-    EXPECT_EQ(sample().activeDisplay, std::nullopt);
+    const QString family = QStringLiteral("\U0001F468\u200D\U0001F469\u200D\U0001F467"); // 8 units, one character
+    EXPECT_EQ(shownTitle(QString(995, u'a') + family), QString(995, u'a') + u'\u2026');
+    const QString stroke = QStringLiteral("\U00020000"); // 2 units
+    EXPECT_EQ(shownTitle(stroke.repeated(600)), stroke.repeated(499) + u'\u2026');
+}
+
+TEST(PromptText, endlessCharacter_isCutWithinIt)
+{
+    const auto shown = shownTitle(QString(QStringLiteral("a")) + QString(5000, QChar(0x301)));
+    ASSERT_TRUE(shown);
+    EXPECT_EQ(shown->size(), 1000);
+    const auto pairs = shownTitle(QStringLiteral("a") + QStringLiteral("\U000E0100").repeated(5000));
+    ASSERT_TRUE(pairs);
+    EXPECT_FALSE((*pairs)[pairs->size() - 2].isHighSurrogate());
+}
+
+TEST(PromptText, titlesThatDifferOnlyBeyondTheCut_showPageOnly)
+{
+    auto details = allDetails();
+    details.pageTitle = QString(2000, u'a');
+    details.windowTitle = QString(2000, u'a') + u'b';
+    EXPECT_FALSE(ActiveApplicationContext::promptText(details)->contains(QStringLiteral("- Window: ")));
 }
 
 } // namespace

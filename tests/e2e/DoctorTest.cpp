@@ -95,11 +95,28 @@ TEST_F(Doctor, wholeDesktop_isOkAndCanBeRecorded)
     m_ostrel.writeSettings();
     const Examination found = examine(m_ostrel);
     EXPECT_EQ(found.status, 0);
-    EXPECT_EQ(found.rows.size(), 20);
-    for (const char *check :
-         {"session", "displays", "pictures", "sharedMemory", "changeTracking", "pointer", "monitors", "frontWindow",
-          "sessionBus", "accessibilityService", "accessibilityGrant", "observerProgram", "node", "settingsFile",
-          "secretFile", "journalFolder", "stateFolder", "port", "recorder"}) {
+    EXPECT_EQ(found.rows.size(), 23);
+    for (const char *check : {"session",
+                              "displays",
+                              "pictures",
+                              "sharedMemory",
+                              "changeTracking",
+                              "pointer",
+                              "monitors",
+                              "frontWindow",
+                              "sessionBus",
+                              "accessibilityService",
+                              "accessibilityGrant",
+                              "browserTabs",
+                              "observerProgram",
+                              "node",
+                              "settingsFile",
+                              "privacy",
+                              "secretFile",
+                              "journalFolder",
+                              "stateFolder",
+                              "port",
+                              "recorder"}) {
         EXPECT_TRUE(found.isOk(check)) << check << ": " << found.detail(check);
         EXPECT_TRUE(found.row(check).value(QStringLiteral("fix")).isNull()) << check;
     }
@@ -310,6 +327,18 @@ TEST_F(Doctor, settingsThatCannotBeRead_sayTheComplaint)
     EXPECT_EQ(found.status, 0);
     EXPECT_THAT(found.detail("settingsFile"), HasSubstr("chunkSizeMs"));
     EXPECT_THAT(found.fix("settingsFile"), HasSubstr("~/.ostrel/settings.json"));
+}
+
+TEST_F(Doctor, privacyRulesInPartUnusable_areMissedAndTheFileIsNamed)
+{
+    ASSERT_TRUE(writeFileAtomically(m_ostrel.path(QStringLiteral(".ostrel/privacy.json")),
+                                    R"({"excludedTitlePatterns": ["("]})")
+                    .has_value());
+    const Examination found = examine(m_ostrel);
+    EXPECT_EQ(found.status, 0);
+    EXPECT_FALSE(found.isOk("privacy"));
+    EXPECT_THAT(found.detail("privacy"), HasSubstr("\"(\" of excludedTitlePatterns"));
+    EXPECT_THAT(found.fix("privacy"), HasSubstr("~/.ostrel/privacy.json"));
 }
 
 TEST_F(Doctor, duringARecording_tellsItsProcessAndThatTheObserverAnswers)

@@ -29,8 +29,7 @@ class ObserverOfTheProgram : public testing::Test
 protected:
     ObserverOfTheProgram()
     {
-        m_ostrel.writeSettings("\"chunkSizeMs\": 500, \"frameFps\": 10, \"saveRawInputs\": true, "
-                               "\"rawInputDirectory\": \"~/raw\"");
+        m_ostrel.writeSettings(QByteArray("\"chunkSizeMs\": 500, \"frameFps\": 10, ") + OstrelProgram::keepAnalysed);
         m_desktop.startTerminal(QStringLiteral("Release checklist"));
     }
 
@@ -80,22 +79,10 @@ protected:
         return batches;
     }
 
-    /// Each analysed frame as "batch-frame", as often as it was analysed.
-    QStringList analysedFrames() const
-    {
-        QStringList frames;
-        const QDir raw(m_ostrel.path(QStringLiteral("raw")));
-        for (const QString &chunk : raw.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-            for (const QString &picture : QDir(raw.filePath(chunk)).entryList({QStringLiteral("*.jpg")}))
-                frames.append(picture.chopped(4));
-        }
-        return frames;
-    }
-
     void expectEachAnalysedOnce(const QSet<QString> &batches)
     {
         EXPECT_EQ(m_ostrel.spooled(), QStringList());
-        const QStringList frames = analysedFrames();
+        const QStringList frames = m_ostrel.analysedFrames();
         EXPECT_EQ(frames.size(), QSet<QString>(frames.begin(), frames.end()).size()) << "a frame was analysed twice";
         QSet<QString> analysed;
         for (const QString &frame : frames)
@@ -136,8 +123,20 @@ TEST_F(ObserverOfTheProgram, killedAndTheProgramInterruptedAtOnce_saysTheSame)
 {
     recordAndKill(700ms);
     const auto batches = batchesTakenOver();
-    m_ostrel.terminate();
+    m_ostrel.signal(SIGINT);
     expectOneEndWithTheWords(m_ostrel.waitForEnd());
+    m_ostrel.expectNoObserverStays();
+    expectEachAnalysedOnce(batches);
+}
+
+TEST_F(ObserverOfTheProgram, killedAndTheProgramTerminatedAtOnce_saysTheSameAndTheNextRecordingWritesIt)
+{
+    recordAndKill(700ms);
+    const auto batches = batchesTakenOver();
+    m_ostrel.terminate(); // the session may be ending: there is no time to write what is left
+    expectOneEndWithTheWords(m_ostrel.waitForEnd());
+    m_ostrel.expectNoObserverStays();
+    EXPECT_EQ(m_ostrel.run({QStringLiteral("record"), QStringLiteral("--seconds"), QStringLiteral("1")}).status, 0);
     m_ostrel.expectNoObserverStays();
     expectEachAnalysedOnce(batches);
 }

@@ -5,6 +5,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QRegularExpression>
 
 #include <gtest/gtest.h>
 
@@ -75,12 +76,12 @@ void OstrelProgram::launch(const QString &program, const QStringList &arguments)
         failTest(QStringLiteral("%1 could not be started").arg(program));
 }
 
-void OstrelProgram::waitForMessage(const QByteArray &text)
+void OstrelProgram::waitForMessage(const QByteArray &text, int times)
 {
     waitUntil(QStringLiteral("the message \"%1\"").arg(QString::fromUtf8(text)), 30s, [&] {
         m_process->waitForReadyRead(50);
         m_messages += m_process->readAllStandardError();
-        return m_messages.contains(text);
+        return m_messages.count(text) >= times;
     });
 }
 
@@ -107,6 +108,21 @@ OstrelProgram::Outcome OstrelProgram::waitForEnd()
     return {.status = m_process->exitStatus() == QProcess::NormalExit ? m_process->exitCode() : -1,
             .output = m_process->readAllStandardOutput(),
             .messages = m_messages};
+}
+
+void OstrelProgram::tellOfCapture()
+{
+    m_environment.insert(QStringLiteral("QT_LOGGING_RULES"),
+                         QStringLiteral("com.tamsk.ostrel.ScreenCaptureRecorder.info=true"));
+}
+
+int OstrelProgram::framesHandedOver(const QByteArray &messages)
+{
+    static const QRegularExpression form(QStringLiteral("screen capture submitting frames=(\\d+)"));
+    int sum = 0;
+    for (const auto &match : form.globalMatch(QString::fromUtf8(messages)))
+        sum += match.captured(1).toInt();
+    return sum;
 }
 
 void OstrelProgram::writeSettings(const QByteArray &otherKeys, int port)
@@ -144,6 +160,17 @@ QStringList OstrelProgram::spooled() const
             names.append(folder + QLatin1Char('/') + name);
     }
     return names;
+}
+
+QStringList OstrelProgram::analysedFrames() const
+{
+    QStringList frames;
+    const QDir raw(path(QStringLiteral("raw")));
+    for (const QString &chunk : raw.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        for (const QString &picture : QDir(raw.filePath(chunk)).entryList({QStringLiteral("*.jpg")}))
+            frames.append(picture.chopped(4));
+    }
+    return frames;
 }
 
 QByteArray OstrelProgram::journal() const

@@ -36,12 +36,17 @@ public:
     void start(const QStringList &arguments);
     /// Starts it by way of another program, which must become it.
     void startThrough(const QString &program, const QStringList &arguments);
-    /// Waits until standard error holds this text.
-    void waitForMessage(const QByteArray &text);
+    /// Waits until standard error holds this text that many times.
+    void waitForMessage(const QByteArray &text, int times = 1);
     void terminate();
     void signal(int number);
     qint64 processId() const;
     Outcome waitForEnd();
+
+    /// From the next start on it says what its capture does.
+    void tellOfCapture();
+    /// How many frames it has handed over to the observer, as it says then.
+    static int framesHandedOver(const QByteArray &messages);
 
     /// Writes the settings file, with a free port unless one is given.
     void writeSettings(const QByteArray &otherKeys = {}, int port = 0);
@@ -51,6 +56,10 @@ public:
     void expectNoObserverStays() const;
     /// What waits to be analysed, as names below `~/.ostrel/observer`.
     QStringList spooled() const;
+    /// For `writeSettings`: the observer keeps the picture of each frame that it has analysed.
+    static constexpr const char *keepAnalysed = "\"saveRawInputs\": true, \"rawInputDirectory\": \"~/raw\"";
+    /// Those frames as "batch-frame", each as often as it was analysed.
+    QStringList analysedFrames() const;
     /// All the journal's files, one after the other.
     QByteArray journal() const;
 

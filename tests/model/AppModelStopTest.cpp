@@ -177,24 +177,6 @@ TEST_F(StopRecording, pressedRightAfterTheObserverStopped_startsAgain)
     EXPECT_TRUE(m_recorder->isCapturing());
 }
 
-TEST_F(StopRecording, displayFailsForGood_isFlushedStoppedAndShown)
-{
-    m_captureFails = true;
-    m_observer.expect(postFrames, statusAnswer(true));
-    m_observer.expect(postStop, statusAnswer(false));
-    advance(10s);
-    m_observer.always(getStatus, statusAnswer(false));
-    EXPECT_EQ(commands(), QStringList({postFrames, postStop}));
-    EXPECT_EQ(m_events, QStringList(captureFailed));
-    ASSERT_TRUE(m_model->helperError());
-    EXPECT_TRUE(m_model->helperError()->startsWith(QStringLiteral("Screen capture failed repeatedly for ")));
-    EXPECT_FALSE(m_model->isRecording());
-    EXPECT_FALSE(m_recorder->isCapturing());
-    const auto shown = m_model->helperError();
-    advance(10s);
-    EXPECT_EQ(m_model->helperError(), shown);
-}
-
 TEST_F(StopRecording, batchRefused_observerIsAskedOnceAndTheTextStays)
 {
     m_observer.expect(postFrames, FakeHttpTransport::answer({}, 507));

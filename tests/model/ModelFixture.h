@@ -6,6 +6,8 @@
 #include "context/ActiveApplicationContext.h"
 #include "model/AppModel.h"
 #include "support/FakeAccessibilityAccess.h"
+#include "support/FakeAccessibilityTree.h"
+#include "support/FakeBrowserScriptRunner.h"
 #include "support/FakeDisplaySource.h"
 #include "support/FakeForegroundSource.h"
 #include "support/FakeHttpTransport.h"
@@ -14,6 +16,7 @@
 #include "support/FakeSecretStore.h"
 #include "support/FakeSystemSettingsOpener.h"
 #include "support/FakeUserDefaults.h"
+#include "support/FakeWorkspaceEvents.h"
 #include "support/ManualClock.h"
 #include "support/Printers.h"
 
@@ -107,6 +110,7 @@ protected:
             .accessibility = m_accessibility,
             .defaults = m_defaults,
             .systemSettings = m_opener,
+            .workspace = m_workspace,
             .settingsStore = m_settingsStore,
             .settingsQueue = m_settingsQueue,
             .terminate = [this] { m_events.append(terminated); },
@@ -205,11 +209,18 @@ protected:
     FakeForegroundSource m_foreground;
     FakeUserDefaults m_defaults;
     FakeSystemSettingsOpener m_opener;
+    FakeWorkspaceEvents m_workspace;
     FakeProcessLauncher m_launcher;
     FakeHttpTransport m_observer;
     SerialQueue m_samples{QStringLiteral("test.samples")};
     FakeDisplaySource m_displays{m_samples};
-    ActiveApplicationContext m_contextReader{m_foreground, m_contextAccessibility};
+    FakeAccessibilityTree m_tree;
+    FakeBrowserScriptRunner m_browserScripts;
+    ActiveApplicationContext m_contextReader{{.foreground = m_foreground,
+                                              .accessibility = m_contextAccessibility,
+                                              .tree = m_tree,
+                                              .browserScripts = m_browserScripts,
+                                              .excludesWindow = [](const WindowIdentity &) { return false; }}};
     SerialQueue m_context{QStringLiteral("test.context")};
     SerialQueue m_observerQueue{QStringLiteral("test.observer")};
     SerialQueue m_worker{QStringLiteral("test.worker")};

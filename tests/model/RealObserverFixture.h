@@ -8,12 +8,15 @@
 #include "model/AppModel.h"
 #include "observer/NetworkTransport.h"
 #include "support/FakeAccessibilityAccess.h"
+#include "support/FakeAccessibilityTree.h"
+#include "support/FakeBrowserScriptRunner.h"
 #include "support/FakeDisplaySource.h"
 #include "support/FakeForegroundSource.h"
 #include "support/FakeScreenCaptureAccess.h"
 #include "support/FakeSecretStore.h"
 #include "support/FakeSystemSettingsOpener.h"
 #include "support/FakeUserDefaults.h"
+#include "support/FakeWorkspaceEvents.h"
 #include "support/FreePort.h"
 #include "support/ManualClock.h"
 #include "support/Printers.h"
@@ -111,6 +114,7 @@ protected:
             .accessibility = m_accessibility,
             .defaults = m_defaults,
             .systemSettings = m_opener,
+            .workspace = m_workspace,
             .settingsStore = m_settingsStore,
             .settingsQueue = m_settingsQueue,
             .terminate = [this] { m_terminated = true; },
@@ -259,12 +263,19 @@ protected:
     FakeForegroundSource m_foreground;
     FakeUserDefaults m_defaults;
     FakeSystemSettingsOpener m_opener;
+    FakeWorkspaceEvents m_workspace;
     WatchedLauncher m_launcher;
     NetworkTransport m_network{m_clock};
     WatchedTransport m_transport{m_network};
     SerialQueue m_samples{QStringLiteral("test.samples")};
     FakeDisplaySource m_displays{m_samples};
-    ActiveApplicationContext m_contextReader{m_foreground, m_accessibility};
+    FakeAccessibilityTree m_tree;
+    FakeBrowserScriptRunner m_browserScripts;
+    ActiveApplicationContext m_contextReader{{.foreground = m_foreground,
+                                              .accessibility = m_accessibility,
+                                              .tree = m_tree,
+                                              .browserScripts = m_browserScripts,
+                                              .excludesWindow = [](const WindowIdentity &) { return false; }}};
     SerialQueue m_context{QStringLiteral("test.context")};
     SerialQueue m_observerQueue{QStringLiteral("test.observer")};
     SerialQueue m_worker{QStringLiteral("test.worker")};

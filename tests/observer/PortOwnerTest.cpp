@@ -132,6 +132,20 @@ TEST_F(PortOwnerOfTheSystem, realListeners_areFoundWithTheirUser)
     expectOwner(stranger.port(), StrangersListener::user() + 1, PortOwner::AnotherUser);
 }
 
+TEST_F(PortOwnerOfTheSystem, ownSockets_areNumberedWhereNobodyElseListens)
+{
+    QTcpServer ours;
+    ASSERT_TRUE(ours.listen(QHostAddress::LocalHost));
+    EXPECT_EQ(ownSockets(ours.serverPort(), ::geteuid()),
+              QList<quint64>{listeningSockets(ours.serverPort()).value().first().inode});
+    EXPECT_TRUE(ownSockets(ours.serverPort(), ::geteuid() + 1).isEmpty());
+    const quint16 port = ours.serverPort();
+    ours.close();
+    EXPECT_TRUE(ownSockets(port, ::geteuid()).isEmpty());
+    const StrangersListener stranger;
+    EXPECT_EQ(ownSockets(stranger.port(), ::geteuid()).isEmpty(), StrangersListener::user() != ::geteuid());
+}
+
 TEST_F(PortOwnerOfTheSystem, listenersOnEveryAddressAndOnIpv6_areFound)
 {
     QTcpServer everywhere, dual;

@@ -68,6 +68,7 @@ public:
     CaptureMode mode = CaptureMode::Screenshots;
     std::function<Result<ShareableContent>()> onShareableContent;
     std::function<Result<std::optional<FrameView>>(quint32 displayId)> onCapture;
+    std::function<bool()> onHaveDisplaysChanged = [] { return false; };
     /// Why making the screenshotter or the stream of a display fails; by default none does.
     std::map<quint32, Error> refusedDisplays;
     std::map<quint32, Error> streamsThatDoNotStart;
@@ -99,6 +100,12 @@ public:
             return onShareableContent();
         ADD_FAILURE() << "unexpected call of DisplaySource::shareableContent";
         return ShareableContent{};
+    }
+
+    bool haveDisplaysChanged() override
+    {
+        checkThread("haveDisplaysChanged");
+        return onHaveDisplaysChanged();
     }
 
     Result<std::unique_ptr<DisplayScreenshotter>>

@@ -15,6 +15,7 @@ public:
     std::function<std::optional<ForegroundApplication>()> onFrontmostApplication;
     std::function<std::optional<FocusedWindow>()> onFocusedWindow;
     std::function<std::optional<QPointF>()> onMouseLocation;
+    std::function<QList<UnavailableFact>()> onUnavailableFacts;
 
     std::optional<ForegroundApplication> frontmostApplication() override
     {
@@ -22,15 +23,16 @@ public:
     }
     std::optional<FocusedWindow> focusedWindow() override { return answer(onFocusedWindow, "focusedWindow"); }
     std::optional<QPointF> mouseLocation() override { return answer(onMouseLocation, "mouseLocation"); }
+    QList<UnavailableFact> unavailableFacts() override { return answer(onUnavailableFacts, "unavailableFacts"); }
 
 private:
     template <class T>
-    static std::optional<T> answer(const std::function<std::optional<T>()> &expected, const char *call)
+    static T answer(const std::function<T()> &expected, const char *call)
     {
         if (expected)
             return expected();
         ADD_FAILURE() << "unexpected call of ForegroundSource::" << call;
-        return std::nullopt;
+        return {};
     }
 };
 

@@ -11,7 +11,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// An ordinary session bus, but for the folders of services that it may start: it starts none.
+/// An ordinary bus, but for the folders of services that it may start: it starts none.
 const QByteArray configuration = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-BUS Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
@@ -28,7 +28,7 @@ const QByteArray configuration = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//
 
 } // namespace
 
-SessionBus::SessionBus()
+MessageBus::MessageBus(const char *variable, std::initializer_list<const char *> entered)
 {
     for (const char *name : {"home", "run"})
         QDir(m_directory.path()).mkdir(QLatin1String(name));
@@ -37,36 +37,31 @@ SessionBus::SessionBus()
     m_environment.insert(QStringLiteral("LC_ALL"), QStringLiteral("C.UTF-8"));
     m_environment.insert(QStringLiteral("HOME"), path(QStringLiteral("home")));
     m_environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), path(QStringLiteral("run")));
-    m_environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), QString::fromLatin1(address()));
+    m_environment.insert(QLatin1String(variable), QString::fromLatin1(address()));
     m_environment.insert(QStringLiteral("GSETTINGS_BACKEND"), QStringLiteral("memory"));
 
     QFile file(path(QStringLiteral("bus.conf")));
     if (!file.open(QIODevice::WriteOnly) || file.write(configuration) != configuration.size())
         failTest(QStringLiteral("\"%1\" could not be written").arg(file.fileName()));
     file.close();
-    enter();
+    for (const char *name : entered)
+        m_entered.push_back(
+            std::make_unique<ScopedVariable>(name, m_environment.value(QLatin1String(name)).toLocal8Bit()));
     start();
 }
 
-QByteArray SessionBus::address() const
+QByteArray MessageBus::address() const
 {
     return QStringLiteral("unix:path=%1").arg(path(QStringLiteral("run/bus"))).toLatin1();
 }
 
-void SessionBus::enter()
-{
-    for (const char *name : {"XDG_RUNTIME_DIR", "DBUS_SESSION_BUS_ADDRESS"})
-        m_entered.push_back(
-            std::make_unique<ScopedVariable>(name, m_environment.value(QLatin1String(name)).toLocal8Bit()));
-}
-
-void SessionBus::restart()
+void MessageBus::restart()
 {
     m_process.reset();
     start();
 }
 
-void SessionBus::start()
+void MessageBus::start()
 {
     m_process = std::make_unique<TestProcess>(TestProcess::Command{
         .program = QStringLiteral("dbus-daemon"),

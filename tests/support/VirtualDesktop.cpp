@@ -94,6 +94,8 @@ void VirtualDesktop::makeFolders()
     put(QStringLiteral("XDG_RUNTIME_DIR"), path(QStringLiteral("run")));
     // Libraries start a bus of their own where none is named.
     put(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), QStringLiteral("disabled:"));
+    // The machine's own, where it has one, is nobody's business: its sleep would be ours.
+    put(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"), QStringLiteral("disabled:"));
     put(QStringLiteral("GSETTINGS_BACKEND"), QStringLiteral("memory"));
     put(marker, m_directory.path());
 }

@@ -8,7 +8,6 @@
 #include "base/Text.h"
 #include "observer/SettingRules.h"
 
-#include <algorithm>
 #include <expected>
 #include <optional>
 
@@ -23,22 +22,6 @@ const QString fromStandardInput = QStringLiteral("-");
 CommandResult refusal(const QString &message)
 {
     return usageError(QStringLiteral("settings"), message);
-}
-
-/// What a user wrote, fit to be repeated to a terminal: short, and without characters that it would obey.
-QString harmless(const QString &text)
-{
-    constexpr qsizetype longest = 60;
-    const QList<uint> characters = text.toUcs4();
-    QString shown;
-    for (const uint character : characters.first(std::min(longest, characters.size()))) {
-        const bool breaksLine = character == QChar::LineSeparator || character == QChar::ParagraphSeparator;
-        if (QChar::isPrint(character) && !breaksLine)
-            shown += QChar::fromUcs4(character);
-        else
-            shown += QStringLiteral("\\u{%1}").arg(character, 0, 16);
-    }
-    return characters.size() > longest ? shown + QStringLiteral("...") : shown;
 }
 
 QString secretUsage(const QString &key)

@@ -19,11 +19,14 @@ Finding checkSessionBus(const DoctorFacts &facts);
 Finding checkAccessibilityService(const DoctorFacts &facts);
 Finding checkAccessibilityGrant(const DoctorFacts &facts);
 Finding checkKeyring(const DoctorFacts &facts);
+Finding checkSleep(const DoctorFacts &facts);
+Finding checkBrowserTabs(const DoctorFacts &facts);
 
 Finding checkObserverProgram(const DoctorFacts &facts);
 Finding checkNode(const DoctorFacts &facts);
 
 Finding checkSettingsFile(const DoctorFacts &facts);
+Finding checkPrivacyRules(const DoctorFacts &facts);
 Finding checkSecretFile(const DoctorFacts &facts);
 Finding checkJournalFolder(const DoctorFacts &facts);
 Finding checkStateFolder(const DoctorFacts &facts);

@@ -32,7 +32,8 @@ struct WindowManagerFacts {
     bool tellsActiveWindow = false;
 };
 
-/// An X screen, looked at and tried. What is absent is not there.
+/// A screen, looked at and tried. What is absent is not there; what pictures of an X server need besides is asked of X
+/// servers only.
 struct ScreenFacts {
     QList<DisplayFacts> displays; ///< in the order of a recording: the main one first
     std::optional<ExtensionFacts> sharedMemory;
@@ -63,15 +64,30 @@ struct BusFacts {
     ServiceFacts keyring;
 };
 
-/// The questions to a desktop. A server that hangs may keep `screen` and `bus` from returning, so each is asked on a
-/// thread of its own that can be left behind; they hold nothing that belongs to somebody else. They change nothing on
+/// A browser, or a program built on one, that lets other programs drive it: remote debugging is switched on.
+struct DebuggedBrowserFacts {
+    qint64 process = 0;
+    quint16 port = 0; ///< of 127.0.0.1
+};
+
+struct SystemBusFacts {
+    BusState state = BusState::Unreachable;
+    bool isLogindThere = false;
+    bool doesLogindAnswer = false;
+};
+
+/// The questions to a desktop. A server that hangs may keep `screen` and the buses from returning, so each is asked on
+/// a thread of its own that can be left behind; they hold nothing that belongs to somebody else. They change nothing on
 /// the desktop and start nothing there.
 struct DesktopProbes {
     SessionKind session = SessionKind::None;
-    QString display; ///< as in $DISPLAY
-    /// For X11 sessions. @return the error of the connection
+    QString display; ///< as in $DISPLAY, or in $WAYLAND_DISPLAY
+    /// Where there is a session. @return the error of the connection
     std::function<Result<ScreenFacts>()> screen;
     std::function<BusFacts()> bus;
+    std::function<SystemBusFacts()> systemBus;
+    /// Looks at processes alone: it connects to nothing and takes some milliseconds.
+    std::function<QList<DebuggedBrowserFacts>()> debuggedBrowsers;
 };
 
 } // namespace ostrel

@@ -5,6 +5,7 @@
 #include "app/doctor/DesktopFacts.h"
 #include "app/doctor/FolderFacts.h"
 #include "app/doctor/Packages.h"
+#include "context/PrivacyRulesFile.h"
 #include "observer/Keyring.h"
 #include "observer/SettingsOnDisk.h"
 
@@ -39,16 +40,20 @@ struct SecretFileFacts {
 struct DoctorFacts {
     SessionKind session = SessionKind::None;
     QString display;
-    /// Asked for X11 sessions only; absent where the X server did not answer in time.
+    /// Asked where there is a session; absent where nobody answered in time.
     std::optional<Result<ScreenFacts>> screen;
     /// Absent where the bus did not answer in time.
     std::optional<BusFacts> bus;
+    std::optional<SystemBusFacts> systemBus; ///< the same
     /// Asked only where one runs: to ask would start it.
     std::optional<KeyringState> keyring;
+    QList<DebuggedBrowserFacts> debuggedBrowsers;
     SecretFileFacts secretFile;
     ObserverRootFacts observerRoot;
     NodeFacts node;
     SettingsOnDisk settings;
+    /// The user's privacy rules; absent where there is no file.
+    std::optional<Result<PrivacyRulesText>> privacyRules;
     FolderFacts journalFolder;
     FolderFacts ownFolder;   ///< the program's: the recorder's lock, the settings, the secrets
     FolderFacts stateFolder; ///< the observer's, within it

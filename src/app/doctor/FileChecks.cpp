@@ -42,16 +42,32 @@ QString ownFolderMendedBy(const FolderFacts &folder, const QString &elsewhere)
     return mendedBy(folder, elsewhere);
 }
 
-/// Gives the user a settings file that can be read. What is left aside for its content is mended in an editor; the
-/// others no editor could open.
-QString settingsMendedBy(const QString &file, const Error &fault)
+/// Opens a file whose content is to be mended.
+QString edit(const QString &file)
+{
+    return QStringLiteral("\"${EDITOR:-nano}\" %1").arg(shellWord(file));
+}
+
+/// Gives the user a file of the program's own that can be read. What is left aside for its content is mended in an
+/// editor; the others no editor could open.
+QString fileMendedBy(const QString &file, const Error &fault)
 {
     const QString word = shellWord(file);
     if (isFault(fault, Fault::PermissionDenied))
         return QStringLiteral("sudo chown \"$USER\" %1 && chmod u+rw %1").arg(word);
     if (isFault(fault, Fault::IsDirectory) || isFault(fault, Fault::FileFailed))
         return QStringLiteral("mv %1 %2").arg(word, shellWord(file + QLatin1String(".aside")));
-    return QStringLiteral("\"${EDITOR:-nano}\" %1").arg(word);
+    return edit(file);
+}
+
+/// The first complaints about a file, and how many more there are.
+QString shortened(const QStringList &complaints)
+{
+    constexpr qsizetype mostShown = 3;
+    QString first = complaints.mid(0, mostShown).join(QLatin1String("; "));
+    if (complaints.size() <= mostShown)
+        return first;
+    return QStringLiteral("%1; and %2 more").arg(first, QString::number(complaints.size() - mostShown));
 }
 
 QString usableText(const FolderFacts &folder)
@@ -79,15 +95,33 @@ Finding checkSettingsFile(const DoctorFacts &facts)
     if (settings.primaryFault)
         return Finding::missing(
             QStringLiteral("%1 is left aside: %2").arg(shownPath(file), settings.primaryFault->localizedDescription),
-            settingsMendedBy(file, *settings.primaryFault));
+            fileMendedBy(file, *settings.primaryFault));
     if (settings.legacyFault)
         return Finding::missing(
             QStringLiteral("%1 is left aside: %2")
                 .arg(shownPath(SettingsStore::legacyFile()), settings.legacyFault->localizedDescription),
-            settingsMendedBy(SettingsStore::legacyFile(), *settings.legacyFault));
+            fileMendedBy(SettingsStore::legacyFile(), *settings.legacyFault));
     if (settings.source == SettingsOnDisk::Source::Defaults)
         return Finding::ok(QStringLiteral("there is none, so the defaults hold"));
     return Finding::ok(QStringLiteral("%1 can be read").arg(shownPath(isLegacy ? SettingsStore::legacyFile() : file)));
+}
+
+Finding checkPrivacyRules(const DoctorFacts &facts)
+{
+    const QString file = PrivacyRulesFile::primaryFile();
+    const QString shown = shownPath(file);
+    const auto &rules = facts.privacyRules;
+    if (!rules)
+        return Finding::ok(QStringLiteral("there is no file, so the built-in ones hold"));
+    if (!*rules)
+        return Finding::missing(QStringLiteral("%1 is left aside, the built-in rules hold: %2")
+                                    .arg(shown, rules->error().localizedDescription),
+                                fileMendedBy(file, rules->error()));
+    if (const QStringList &complaints = (*rules)->complaints; !complaints.isEmpty())
+        return Finding::missing(
+            QStringLiteral("not all of %1 can be used, the other rules hold: %2").arg(shown, shortened(complaints)),
+            edit(file));
+    return Finding::ok(QStringLiteral("%1 can be read").arg(shown));
 }
 
 Finding checkSecretFile(const DoctorFacts &facts)

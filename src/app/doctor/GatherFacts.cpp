@@ -83,17 +83,20 @@ DoctorFacts gatherFacts(const Platform &platform)
     const DesktopProbes &desktop = platform.desktop;
     const auto deadline = std::chrono::steady_clock::now() + desktopPatience;
     std::optional<LeftBehind<Result<ScreenFacts>>> screen;
-    if (desktop.session == SessionKind::X11)
+    if (desktop.session != SessionKind::None)
         screen.emplace(desktop.screen);
     LeftBehind<BusFacts> bus(desktop.bus);
+    LeftBehind<SystemBusFacts> systemBus(desktop.systemBus);
 
     DoctorFacts facts;
     facts.session = desktop.session;
     facts.display = desktop.display;
+    facts.debuggedBrowsers = desktop.debuggedBrowsers();
     facts.secretFile = readSecretFile();
     facts.observerRoot = readObserverRoot();
     facts.node = readNodeFacts(facts.observerRoot.folder.value_or(homeDirectory()), nodePatience);
     facts.settings = readSettingsOnDisk();
+    facts.privacyRules = PrivacyRulesFile::look();
     facts.journalFolder = readFolderFacts(facts.settings.settings.outputDirectory);
     facts.ownFolder = readFolderFacts(stateDirectory());
     facts.stateFolder = readFolderFacts(stateDirectory() + QLatin1String("/observer"));
@@ -103,6 +106,7 @@ DoctorFacts gatherFacts(const Platform &platform)
     if (facts.bus && facts.bus->keyring.isRunning)
         facts.keyring = platform.keyring.state();
     facts.observer = askObserver(platform.secrets, facts.settings.settings, answerPatience);
+    facts.systemBus = systemBus.answerBy(deadline);
     if (screen)
         facts.screen = screen->answerBy(deadline);
     return facts;

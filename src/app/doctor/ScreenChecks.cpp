@@ -11,7 +11,7 @@ namespace {
 /// The screen's facts; null where it could not be looked at.
 const ScreenFacts *screenOf(const DoctorFacts &facts)
 {
-    return facts.session == SessionKind::X11 && facts.screen && *facts.screen ? &**facts.screen : nullptr;
+    return facts.screen && *facts.screen ? &**facts.screen : nullptr;
 }
 
 Finding noScreen()
@@ -42,6 +42,8 @@ Finding checkExtension(const DoctorFacts &facts, const std::optional<ExtensionFa
     const ScreenFacts *screen = screenOf(facts);
     if (!screen)
         return noScreen();
+    if (facts.session == SessionKind::Wayland)
+        return Finding::ok(QStringLiteral("part of wlr-screencopy"));
     const auto &found = screen->*extension;
     if (found && found->works)
         return Finding::ok(versionText(words.name, *found));
@@ -50,13 +52,45 @@ Finding checkExtension(const DoctorFacts &facts, const std::optional<ExtensionFa
     return Finding::missing(QStringLiteral("%1: %2").arg(what, QLatin1String(words.cost)), QLatin1String(words.fix));
 }
 
+QString switchOn(const DoctorFacts &facts)
+{
+    return facts.session == SessionKind::Wayland ? QStringLiteral("switch one on in the desktop's settings")
+                                                 : QStringLiteral("xrandr --auto");
+}
+
+Finding checkWaylandSession(const DoctorFacts &facts)
+{
+    if (isSilent(facts))
+        return Finding::blocking(
+            QStringLiteral("the Wayland compositor of display %1 does not answer").arg(facts.display),
+            QStringLiteral("log out and in again"));
+    if (!*facts.screen && isFault(facts.screen->error(), Fault::NoScreencopy))
+        return Finding::blocking(
+            QStringLiteral("a Wayland session whose compositor lets no program take pictures of the screen"),
+            QStringLiteral("log out, and choose sway or an X11 (\"Xorg\") session at the login screen"));
+    if (!*facts.screen)
+        return Finding::blocking(facts.screen->error().localizedDescription,
+                                 QStringLiteral("run this in a terminal of your graphical session"));
+    return Finding::ok(QStringLiteral("Wayland, display %1").arg(facts.display));
+}
+
+/// What becomes of private windows in Wayland's pictures of whole screens. A compositor that tells which window is in
+/// front also tells where they are.
+QString onPrivateWindows(SessionKind session, const ScreenFacts &screen)
+{
+    if (session != SessionKind::Wayland)
+        return {};
+    if (screen.windowManager && screen.windowManager->tellsActiveWindow)
+        return QStringLiteral("; in a recording the windows that the privacy rules name are black");
+    return QStringLiteral("; with this compositor they show every window, also those that the privacy rules name");
+}
+
 } // namespace
 
 Finding checkSession(const DoctorFacts &facts)
 {
     if (facts.session == SessionKind::Wayland)
-        return Finding::blocking(QStringLiteral("a Wayland session, which this version cannot record"),
-                                 QStringLiteral("log out, and choose an X11 (\"Xorg\") session at the login screen"));
+        return checkWaylandSession(facts);
     if (facts.session == SessionKind::None)
         return Finding::blocking(QStringLiteral("there is none here: neither DISPLAY nor WAYLAND_DISPLAY is set"),
                                  QStringLiteral("run this in a terminal of your graphical X11 session"));
@@ -77,8 +111,7 @@ Finding checkDisplays(const DoctorFacts &facts)
     if (!screen)
         return noScreen();
     if (screen->displays.isEmpty())
-        return Finding::blocking(QStringLiteral("the X server has no display that is switched on"),
-                                 QStringLiteral("xrandr --auto"));
+        return Finding::blocking(QStringLiteral("there is no display that is switched on"), switchOn(facts));
     QStringList sizes;
     for (const DisplayFacts &display : screen->displays)
         sizes.append(QStringLiteral("%1x%2").arg(display.width).arg(display.height));
@@ -97,7 +130,8 @@ Finding checkPictures(const DoctorFacts &facts)
             faults.append(QStringLiteral("display %1: %2").arg(i + 1).arg(fault->localizedDescription));
     }
     if (faults.isEmpty())
-        return Finding::ok(QStringLiteral("one of each display was taken and thrown away"));
+        return Finding::ok(QStringLiteral("one of each display was taken and thrown away%1")
+                               .arg(onPrivateWindows(facts.session, *screen)));
     const QString detail = faults.join(QLatin1Char(' '));
     const QString fix = QStringLiteral("log out and in again; \"ostrel doctor\" then tries anew");
     return faults.size() < screen->displays.size() ? Finding::missing(detail, fix) : Finding::blocking(detail, fix);
@@ -144,6 +178,10 @@ Finding checkFrontWindow(const DoctorFacts &facts)
     const QString name = manager && !manager->name.isEmpty() ? manager->name : QStringLiteral("the window manager");
     if (manager && manager->tellsActiveWindow)
         return Finding::ok(QStringLiteral("%1 tells which one it is").arg(name));
+    if (facts.session == SessionKind::Wayland)
+        return Finding::missing(QStringLiteral("this compositor does not tell which one it is: the journal can't name "
+                                               "applications"),
+                                QStringLiteral("log out, and choose sway or an X11 (\"Xorg\") session"));
     const QString detail = QStringLiteral("%1: the journal can't name applications")
                                .arg(manager ? QStringLiteral("%1 does not tell which one it is").arg(name)
                                             : QStringLiteral("no window manager runs that tells which one it is"));

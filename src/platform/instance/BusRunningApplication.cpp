@@ -4,6 +4,7 @@
 #include "platform/instance/PassedText.h"
 #include "platform/instance/RecorderInterface.h"
 #include "platform/sessionbus/BusConnection.h"
+#include "platform/sessionbus/BusNames.h"
 #include "platform/sessionbus/SessionBusAddress.h"
 
 #include <limits>
@@ -14,9 +15,6 @@ namespace {
 
 template <class T>
 using Answered = std::expected<T, RemoteFailure>;
-
-constexpr const char *bus = "org.freedesktop.DBus";
-constexpr const char *busPath = "/org/freedesktop/DBus";
 
 /// One conversation with the bus, over when its deadline is.
 class Conversation
@@ -104,8 +102,8 @@ private:
     GlibHandle<GVariant> ask(const char *method, GVariant *arguments, const char *answerType, GlibHandle<GError> &error)
     {
         return GlibHandle<GVariant>(g_dbus_connection_call_sync(
-            m_connection.get(), bus, busPath, bus, method, arguments, G_VARIANT_TYPE(answerType),
-            G_DBUS_CALL_FLAGS_NONE, noTimeout, m_cancellable.get(), ErrorOut(error)));
+            m_connection.get(), BusNames::daemon, BusNames::daemonPath, BusNames::daemon, method, arguments,
+            G_VARIANT_TYPE(answerType), G_DBUS_CALL_FLAGS_NONE, noTimeout, m_cancellable.get(), ErrorOut(error)));
     }
     static GVariant *first(const GlibHandle<GVariant> &tuple) { return g_variant_get_child_value(tuple.get(), 0); }
 

@@ -5,6 +5,8 @@
 #include "platform/instance/PassedText.h"
 #include "platform/instance/RecorderInterface.h"
 #include "platform/sessionbus/BusConnection.h"
+#include "platform/sessionbus/BusLoop.h"
+#include "platform/sessionbus/BusNames.h"
 
 namespace ostrel {
 
@@ -55,19 +57,9 @@ BusService::BusService(QByteArray busAddress, OnCall onCall)
 
 void BusService::run()
 {
-    m_context.reset(g_main_context_new());
-    const MainContextScope scope(m_context.get());
+    BusLoop loop(m_stopped.get());
     if (connect() && exportObject() && takeName()) {
-        const GlibHandle<GMainLoop> loop(g_main_loop_new(m_context.get(), FALSE));
-        const GlibHandle<GSource> stopping(g_cancellable_source_new(m_stopped.get()));
-        const GCancellableSourceFunc quit = [](GCancellable *, gpointer data) {
-            g_main_loop_quit(static_cast<GMainLoop *>(data));
-            return gboolean(G_SOURCE_REMOVE);
-        };
-        g_source_set_callback(stopping.get(), G_SOURCE_FUNC(quit), loop.get(), nullptr);
-        g_source_attach(stopping.get(), m_context.get());
-        g_main_loop_run(loop.get());
-        g_source_destroy(stopping.get());
+        loop.run();
         flush();
     }
     m_connection.reset();
@@ -111,7 +103,7 @@ bool BusService::takeName()
 {
     GlibHandle<GError> error;
     const GlibHandle<GVariant> answer(g_dbus_connection_call_sync(
-        m_connection.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
+        m_connection.get(), BusNames::daemon, BusNames::daemonPath, BusNames::daemon, "RequestName",
         g_variant_new("(su)", RecorderInterface::busName, doNotQueue), G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE,
         -1, m_stopped.get(), ErrorOut(error)));
     guint32 outcome = 0;

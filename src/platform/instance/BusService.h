@@ -52,7 +52,6 @@ private:
     const QByteArray m_busAddress;
     const OnCall m_onCall;
     const GlibHandle<GCancellable> m_stopped;
-    GlibHandle<GMainContext> m_context;
     GlibHandle<GDBusConnection> m_connection;
 };
 

@@ -3,6 +3,7 @@
 #include "observer/SettingsStore.h"
 #include "observer/TokenStore.h"
 #include "platform/sessionbus/BusConnection.h"
+#include "platform/sessionbus/BusNames.h"
 
 #include <QStringDecoder>
 
@@ -12,7 +13,6 @@ namespace ostrel {
 
 namespace {
 
-constexpr const char *busName = "org.freedesktop.DBus";
 constexpr const char *serviceName = "org.freedesktop.secrets";
 constexpr const char *servicePath = "/org/freedesktop/secrets";
 constexpr const char *serviceInterface = "org.freedesktop.Secret.Service";
@@ -255,8 +255,8 @@ KeyringResult<QByteArray> SecretServiceClient::unlockedCollection()
     QByteArray path = pathIn(alias->get(), 0);
     if (path == noPath)
         return failure(KeyringState::NoDefaultCollection);
-    const auto answer = callService(path, "org.freedesktop.DBus.Properties", "Get",
-                                    g_variant_new("(ss)", collectionInterface, "Locked"), "(v)");
+    const auto answer =
+        callService(path, BusNames::properties, "Get", g_variant_new("(ss)", collectionInterface, "Locked"), "(v)");
     if (!answer)
         return std::unexpected(answer.error());
     const GlibHandle<GVariant> box(g_variant_get_child_value(answer->get(), 0));
@@ -302,8 +302,8 @@ KeyringResult<GlibHandle<GVariant>> SecretServiceClient::callBus(const char *met
     m_awaited = QByteArray(method) == "StartServiceByName" ? Awaited::Service : Awaited::Bus;
     GlibHandle<GError> error;
     GlibHandle<GVariant> answer(g_dbus_connection_call_sync(
-        m_connection.get(), busName, "/org/freedesktop/DBus", busName, method, arguments, G_VARIANT_TYPE(answerType),
-        G_DBUS_CALL_FLAGS_NONE, noTimeout, m_cancellable.get(), ErrorOut(error)));
+        m_connection.get(), BusNames::daemon, BusNames::daemonPath, BusNames::daemon, method, arguments,
+        G_VARIANT_TYPE(answerType), G_DBUS_CALL_FLAGS_NONE, noTimeout, m_cancellable.get(), ErrorOut(error)));
     if (!answer)
         return failure(error);
     return answer;

@@ -1,30 +1,88 @@
 #include "platform/session/SessionPlatform.h"
 
+#include "base/Log.h"
+#include "context/PrivacyRulesFile.h"
 #include "platform/atspi/AtspiAccess.h"
+#include "platform/atspi/AtspiTree.h"
 #include "platform/desktopentry/DesktopEntries.h"
+#include "platform/devtools/DevToolsScriptRunner.h"
+#include "platform/logind/LogindEvents.h"
+#include "platform/session/BrowserDebugging.h"
 #include "platform/session/Unavailable.h"
+#include "platform/sway/SwayForegroundSource.h"
+#include "platform/sway/SwayPrivateWindows.h"
+#include "platform/wlroots/WlrDisplaySource.h"
+#include "platform/wlroots/WlrScreenCaptureAccess.h"
 #include "platform/x11/capture/X11DisplaySource.h"
 #include "platform/x11/capture/X11ScreenCaptureAccess.h"
 #include "platform/x11/foreground/X11ForegroundSource.h"
+
+#include <utility>
 
 namespace ostrel {
 
 namespace {
 
-void useX11(SessionPlatform &platform)
+void useX11(SessionPlatform &platform, std::function<PrivacyRules()> rules)
 {
-    platform.displays = std::make_unique<X11DisplaySource>();
+    // Asked on another thread than the foreground's.
+    auto classes = std::make_shared<DesktopEntries>(DesktopEntries::sessionFolders());
+    platform.displays = std::make_unique<X11DisplaySource>(
+        X11Privacy{.rules = std::move(rules), .bundleIdentifierOf = [classes](const QString &windowClass) {
+                       return classes->applicationFor(windowClass).bundleIdentifier;
+                   }});
     platform.screenCaptureAccess = std::make_unique<X11ScreenCaptureAccess>();
     auto entries = std::make_shared<DesktopEntries>(DesktopEntries::sessionFolders());
     platform.foreground = std::make_unique<X11ForegroundSource>(
         QByteArray(), [entries](const QString &windowClass) { return entries->applicationFor(windowClass); });
 }
 
-void useNothing(SessionPlatform &platform, const QString &reason)
+PrivateAreas privateAreasOfSway(SwayPrivateWindows::Rules excludes)
+{
+    // Asked on another thread than the foreground's.
+    auto classes = std::make_shared<DesktopEntries>(DesktopEntries::sessionFolders());
+    auto windows =
+        std::make_shared<SwayPrivateWindows>(QByteArray(), std::move(excludes), [classes](const QString &appId) {
+            return classes->applicationFor(appId).bundleIdentifier;
+        });
+    return [windows](const QList<qint32> &processes) { return windows->places(processes); };
+}
+
+/// Says so once, when the first picture is taken.
+PrivateAreas privateAreasThatNobodyTells()
+{
+    return [hasWarned = false](const QList<qint32> &) mutable {
+        if (!std::exchange(hasWarned, true))
+            qCWarning(logPlatform, "this compositor does not tell where windows are: private ones are in the pictures");
+        return QList<QRect>();
+    };
+}
+
+/// Whether the compositor gives pictures is seen at the first use; where it does not, the errors say so.
+void useWayland(SessionPlatform &platform, const QProcessEnvironment &environment)
+{
+    platform.screenCaptureAccess = std::make_unique<WlrScreenCaptureAccess>();
+    if (environment.value(QStringLiteral("SWAYSOCK")).isEmpty()) {
+        platform.displays =
+            std::make_unique<WlrDisplaySource>(QByteArray(), WlrCaptureSeams(), privateAreasThatNobodyTells());
+        platform.foreground = std::make_unique<UnavailableForeground>(
+            QStringLiteral("this compositor doesn't tell other programs which window is in front"));
+        return;
+    }
+    platform.displays = std::make_unique<WlrDisplaySource>(QByteArray(), WlrCaptureSeams(),
+                                                           privateAreasOfSway(platform.excludesWindow));
+    auto entries = std::make_shared<DesktopEntries>(DesktopEntries::sessionFolders());
+    platform.foreground = std::make_unique<SwayForegroundSource>(
+        QByteArray(), [entries](const QString &appId) { return entries->applicationFor(appId); });
+}
+
+/// @param reason a sentence: why nothing can be recorded
+/// @param foregroundReason what goes on after "because": why nothing is known of the foreground
+void useNothing(SessionPlatform &platform, const QString &reason, const QString &foregroundReason)
 {
     platform.displays = std::make_unique<UnavailableDisplaySource>(reason);
     platform.screenCaptureAccess = std::make_unique<UnavailableScreenCapture>();
-    platform.foreground = std::make_unique<UnavailableForeground>();
+    platform.foreground = std::make_unique<UnavailableForeground>(foregroundReason);
 }
 
 } // namespace
@@ -39,15 +97,21 @@ SessionPlatform makeSessionPlatform(const QProcessEnvironment &environment)
     SessionPlatform platform;
     platform.contextAccessibility = std::make_unique<AtspiAccess>();
     platform.permissionAccessibility = std::make_unique<AtspiAccess>();
+    platform.accessibilityTree = std::make_unique<AtspiTree>();
+    platform.browserScripts = std::make_unique<DevToolsScriptRunner>(makeDebuggingPorts());
+    auto rules = std::make_shared<PrivacyRulesFile>();
+    platform.excludesWindow = [rules](const WindowIdentity &window) { return rules->current().excludes(window); };
+    platform.workspace = std::make_unique<LogindEvents>();
     // Under Wayland, DISPLAY leads to a translation layer whose root window is black: recording it would be a lie.
     if (isWaylandSession(environment))
-        useNothing(platform, QStringLiteral("This is a Wayland session, which this version cannot record. "
-                                            "Log in with an X11 session to record."));
+        useWayland(platform, environment);
     else if (environment.value(QStringLiteral("DISPLAY")).isEmpty())
-        useNothing(platform, QStringLiteral("There is no display to record (DISPLAY is not set). Run this within a "
-                                            "graphical X11 session, or try `./run --demo`, which brings its own."));
+        useNothing(platform,
+                   QStringLiteral("There is no display to record (DISPLAY is not set). Run this within a "
+                                  "graphical session, or try `./run --demo`, which brings its own."),
+                   QStringLiteral("there is no display (DISPLAY is not set)"));
     else
-        useX11(platform);
+        useX11(platform, [rules] { return rules->current(); });
     return platform;
 }
 

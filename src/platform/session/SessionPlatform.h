@@ -2,10 +2,15 @@
 
 #include "capture/DisplaySource.h"
 #include "capture/ScreenCaptureAccess.h"
+#include "capture/WorkspaceEvents.h"
 #include "context/AccessibilityAccess.h"
+#include "context/AccessibilityTree.h"
+#include "context/BrowserScriptRunner.h"
 #include "context/ForegroundSource.h"
+#include "context/PrivacyRules.h"
 
 #include <QProcessEnvironment>
+#include <functional>
 #include <memory>
 
 namespace ostrel {
@@ -18,6 +23,11 @@ struct SessionPlatform {
     /// One for the context samples and one for the permission checks, which run on different threads.
     std::unique_ptr<AccessibilityAccess> contextAccessibility;
     std::unique_ptr<AccessibilityAccess> permissionAccessibility;
+    std::unique_ptr<AccessibilityTree> accessibilityTree;
+    std::unique_ptr<BrowserScriptRunner> browserScripts;
+    /// By the privacy rules as they stand at the time of asking; any thread.
+    std::function<bool(const WindowIdentity &)> excludesWindow;
+    std::unique_ptr<WorkspaceEvents> workspace;
 };
 
 /// Whether the environment is that of a Wayland session, even where DISPLAY leads to a translation layer for X.

@@ -27,4 +27,12 @@ UnavailableDisplaySource::makeStream(const DisplayContentFilter & /*filter*/,
     return std::unexpected(unavailable());
 }
 
+QList<UnavailableFact> UnavailableForeground::unavailableFacts()
+{
+    return {{.fact = QStringLiteral("foreground application"), .reason = m_reason},
+            {.fact = QStringLiteral("window title"), .reason = m_reason},
+            {.fact = QStringLiteral("window position"), .reason = m_reason},
+            {.fact = QStringLiteral("pointer position"), .reason = m_reason}};
+}
+
 } // namespace ostrel

@@ -41,9 +41,16 @@ public:
 class UnavailableForeground final : public ForegroundSource
 {
 public:
+    /// @param reason what goes on after "because"
+    explicit UnavailableForeground(QString reason) : m_reason(std::move(reason)) {}
+
     std::optional<ForegroundApplication> frontmostApplication() override { return std::nullopt; }
     std::optional<FocusedWindow> focusedWindow() override { return std::nullopt; }
     std::optional<QPointF> mouseLocation() override { return std::nullopt; }
+    QList<UnavailableFact> unavailableFacts() override;
+
+private:
+    const QString m_reason;
 };
 
 } // namespace ostrel

@@ -13,6 +13,12 @@ namespace ostrel {
 GlibHandle<GDBusConnection> connectToBus(const QByteArray &address, GCancellable *cancellable,
                                          GlibHandle<GError> &error);
 
+/// The same for those who can't wait for a bus that hangs.
+/// @param context the thread's default; it is run until the bus has answered or the time is over
+/// @param timeoutMs positive
+/// @return null when there is none in time
+GlibHandle<GDBusConnection> connectToBusInTime(const QByteArray &address, GMainContext *context, int timeoutMs);
+
 /// While it lives, GLib tells this thread what it has to tell by this main context, not by everybody's.
 class MainContextScope
 {

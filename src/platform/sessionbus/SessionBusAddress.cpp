@@ -16,4 +16,10 @@ QString sessionBusAddress()
     return QLatin1String("unix:path=") + socket;
 }
 
+QString systemBusAddress()
+{
+    const QString address = qEnvironmentVariable("DBUS_SYSTEM_BUS_ADDRESS");
+    return address.isEmpty() ? QStringLiteral("unix:path=/run/dbus/system_bus_socket") : address;
+}
+
 } // namespace ostrel

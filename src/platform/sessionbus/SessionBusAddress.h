@@ -8,4 +8,7 @@ namespace ostrel {
 /// and whatever one found on it would be new and empty: so it never is "autolaunch:".
 QString sessionBusAddress();
 
+/// Where the bus of the whole machine listens, or would if there were one.
+QString systemBusAddress();
+
 } // namespace ostrel

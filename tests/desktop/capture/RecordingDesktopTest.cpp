@@ -5,6 +5,8 @@
 #include "observer/LocalObserverAPI.h"
 #include "platform/x11/capture/X11DisplaySource.h"
 #include "support/FakeAccessibilityAccess.h"
+#include "support/FakeAccessibilityTree.h"
+#include "support/FakeBrowserScriptRunner.h"
 #include "support/FakeForegroundSource.h"
 #include "support/FakeHttpTransport.h"
 #include "support/ManualClock.h"
@@ -90,7 +92,13 @@ protected:
     X11DisplaySource m_displays;
     FakeForegroundSource m_foreground;
     FakeAccessibilityAccess m_accessibility;
-    ActiveApplicationContext m_context{m_foreground, m_accessibility};
+    FakeAccessibilityTree m_tree;
+    FakeBrowserScriptRunner m_browserScripts;
+    ActiveApplicationContext m_context{{.foreground = m_foreground,
+                                        .accessibility = m_accessibility,
+                                        .tree = m_tree,
+                                        .browserScripts = m_browserScripts,
+                                        .excludesWindow = [](const WindowIdentity &) { return false; }}};
     FakeHttpTransport m_transport;
     std::shared_ptr<LocalObserverAPI> m_api = std::make_shared<LocalObserverAPI>(
         QUrl(QStringLiteral("http://127.0.0.1:8799")), std::nullopt, m_transport, m_apiWorker);

@@ -257,8 +257,8 @@ TEST_F(X11CaptureAtDepth16, screenshotter_saysWhatIsWrongAndWhatToDo)
     ASSERT_FALSE(screenshotter);
     EXPECT_TRUE(isFault(screenshotter.error(), Fault::ScreenFormatUnsupported));
     EXPECT_EQ(screenshotter.error().localizedDescription,
-              QStringLiteral("The screen's colours come in a form that cannot be recorded (a colour depth of 16). Run "
-                             "the X server with a colour depth of 24."));
+              QStringLiteral("The screen's colours come in a form that cannot be recorded (a colour depth of 16). Set "
+                             "the screen to a colour depth of 24."));
 }
 
 } // namespace

@@ -6,10 +6,13 @@
 #include <QList>
 #include <QPoint>
 #include <QRect>
+#include <QSysInfo>
 
 #include <memory>
 #include <random>
 #include <vector>
+#include <xcb/composite.h>
+#include <xcb/xfixes.h>
 
 namespace ostrel {
 
@@ -123,6 +126,100 @@ public:
         sync();
         return window;
     }
+    /// The same with a depth of its own, not shown yet. @param argb premultiplied
+    xcb_window_t makeTranslucentWindow(const QRect &place, std::uint32_t argb)
+    {
+        const xcb_visualid_t visual = visualOfDepth(32);
+        const xcb_colormap_t colormap = xcb_generate_id(server());
+        xcb_create_colormap(server(), XCB_COLORMAP_ALLOC_NONE, colormap, root(), visual);
+        const xcb_window_t window = xcb_generate_id(server());
+        const std::uint32_t values[] = {argb, 0, 1, colormap};
+        xcb_create_window(server(), 32, window, root(), int16_t(place.x()), int16_t(place.y()), uint16_t(place.width()),
+                          uint16_t(place.height()), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT, visual,
+                          XCB_CW_BACK_PIXEL | XCB_CW_BORDER_PIXEL | XCB_CW_OVERRIDE_REDIRECT | XCB_CW_COLORMAP, values);
+        sync();
+        return window;
+    }
+    /// A window that the server paints nothing into: it shows what was there before. Not shown yet.
+    xcb_window_t makeUnpaintedWindow(const QRect &place)
+    {
+        const xcb_window_t window = xcb_generate_id(server());
+        const std::uint32_t overrideRedirect = 1;
+        xcb_create_window(server(), XCB_COPY_FROM_PARENT, window, root(), int16_t(place.x()), int16_t(place.y()),
+                          uint16_t(place.width()), uint16_t(place.height()), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
+                          XCB_COPY_FROM_PARENT, XCB_CW_OVERRIDE_REDIRECT, &overrideRedirect);
+        sync();
+        return window;
+    }
+    /// Lets a window be seen only where this part of it is.
+    void shapeWindow(xcb_window_t window, const QRect &part)
+    {
+        m_connection->reply<xcb_xfixes_query_version_reply>(xcb_xfixes_query_version(server(), 5, 0));
+        const xcb_xfixes_region_t region = xcb_generate_id(server());
+        const xcb_rectangle_t rectangle{int16_t(part.x()), int16_t(part.y()), uint16_t(part.width()),
+                                        uint16_t(part.height())};
+        xcb_xfixes_create_region(server(), region, 1, &rectangle);
+        xcb_xfixes_set_window_shape_region(server(), window, XCB_SHAPE_SK_BOUNDING, 0, 0, region);
+        xcb_xfixes_destroy_region(server(), region);
+        sync();
+    }
+    void showWindow(xcb_window_t window)
+    {
+        xcb_map_window(server(), window);
+        sync();
+    }
+    void hideWindow(xcb_window_t window)
+    {
+        xcb_unmap_window(server(), window);
+        sync();
+    }
+    void lowerWindow(xcb_window_t window)
+    {
+        const std::uint32_t below = XCB_STACK_MODE_BELOW;
+        xcb_configure_window(server(), window, XCB_CONFIG_WINDOW_STACK_MODE, &below);
+        sync();
+    }
+    void setClass(xcb_window_t window, const QByteArray &name)
+    {
+        setText(window, XCB_ATOM_WM_CLASS, name.toLower() + '\0' + name + '\0');
+    }
+    void setTitle(xcb_window_t window, const QByteArray &title) { setText(window, XCB_ATOM_WM_NAME, title); }
+    /// Says which process of this machine a window belongs to, as toolkits do.
+    void setProcess(xcb_window_t window, std::uint32_t process)
+    {
+        setText(window, XCB_ATOM_WM_CLIENT_MACHINE, QSysInfo::machineHostName().toLocal8Bit());
+        setProperty(window, "_NET_WM_PID", XCB_ATOM_CARDINAL, {process});
+        sync();
+    }
+    /// Paints the whole screen with a pattern of noise, in the way that others can find out.
+    void setWallpaper(unsigned seed)
+    {
+        constexpr std::uint16_t side = 64;
+        const xcb_pixmap_t pixmap = xcb_generate_id(server());
+        xcb_create_pixmap(server(), m_connection->screen().root_depth, pixmap, root(), side, side);
+        std::mt19937 random(seed);
+        std::vector<std::uint32_t> pixels(std::size_t(side) * side);
+        for (std::uint32_t &pixel : pixels)
+            pixel = std::uint32_t(random()) & 0x00ff00; // other than all colours of the tests
+        xcb_put_image(server(), XCB_IMAGE_FORMAT_Z_PIXMAP, pixmap, m_context, side, side, 0, 0, 0,
+                      m_connection->screen().root_depth, std::uint32_t(pixels.size() * 4),
+                      reinterpret_cast<const std::uint8_t *>(pixels.data()));
+        const std::uint32_t background = pixmap;
+        xcb_change_window_attributes(server(), root(), XCB_CW_BACK_PIXMAP, &background);
+        xcb_clear_area(server(), 0, root(), 0, 0, 0, 0);
+        setProperty(root(), "_XROOTPMAP_ID", XCB_ATOM_PIXMAP, {pixmap});
+        sync();
+    }
+    /// Whether a window has a picture of its own.
+    bool isRedirected(xcb_window_t window)
+    {
+        m_connection->reply<xcb_composite_query_version_reply>(xcb_composite_query_version(server(), 0, 4));
+        const xcb_pixmap_t pixmap = xcb_generate_id(server());
+        const bool isNamed = m_connection->check(xcb_composite_name_window_pixmap_checked(server(), window, pixmap));
+        xcb_free_pixmap(server(), pixmap);
+        return isNamed;
+    }
+
     void placeWindow(xcb_window_t window, const QRect &place)
     {
         const std::uint32_t values[] = {std::uint32_t(place.x()), std::uint32_t(place.y()),
@@ -165,6 +262,22 @@ public:
 private:
     xcb_connection_t *server() const { return m_connection->get(); }
     xcb_window_t root() const { return m_connection->root(); }
+
+    void setText(xcb_window_t window, xcb_atom_t property, const QByteArray &text)
+    {
+        xcb_change_property(server(), XCB_PROP_MODE_REPLACE, window, property, XCB_ATOM_STRING, 8,
+                            std::uint32_t(text.size()), text.constData());
+        sync();
+    }
+
+    xcb_visualid_t visualOfDepth(int depth) const
+    {
+        for (auto it = xcb_screen_allowed_depths_iterator(&m_connection->screen()); it.rem > 0; xcb_depth_next(&it)) {
+            if (it.data->depth == depth && it.data->visuals_len > 0)
+                return xcb_depth_visuals(it.data)->visual_id;
+        }
+        failTest(QStringLiteral("the screen has no such depth"));
+    }
 
     void setProperty(xcb_window_t window, const char *name, xcb_atom_t type, const std::vector<std::uint32_t> &values)
     {

@@ -2,6 +2,8 @@
 #include "platform/atspi/AtspiAccess.h"
 #include "platform/desktopentry/DesktopEntries.h"
 #include "platform/x11/foreground/X11ForegroundSource.h"
+#include "support/FakeAccessibilityTree.h"
+#include "support/FakeBrowserScriptRunner.h"
 #include "support/Printers.h"
 #include "support/VirtualDesktop.h"
 
@@ -33,7 +35,16 @@ TEST(RecordingContextOnADesktop, consent_addsTitleAndWindowsDisplay)
     DesktopEntries entries(DesktopEntries::sessionFolders());
     X11ForegroundSource foreground({}, [&entries](const QString &name) { return entries.applicationFor(name); });
     AtspiAccess access;
-    ActiveApplicationContext context(foreground, access);
+    // A terminal that registers nowhere: whatever is told comes from the window system.
+    FakeAccessibilityTree tree;
+    tree.onApplication = [](qint32) { return nullptr; };
+    tree.onSystemWide = [] { return nullptr; };
+    FakeBrowserScriptRunner browserScripts;
+    ActiveApplicationContext context({.foreground = foreground,
+                                      .accessibility = access,
+                                      .tree = tree,
+                                      .browserScripts = browserScripts,
+                                      .excludesWindow = [](const WindowIdentity &) { return false; }});
     desktop.activate(desktop.startTerminal(text("Building"), text("60x10+1000+100")));
     desktop.moveMouse({10, 10});
 

@@ -1,5 +1,6 @@
 #include "platform/x11/foreground/X11ForegroundSource.h"
 #include "platform/desktopentry/DesktopEntries.h"
+#include "platform/x11/base/X11Connection.h"
 #include "support/Printers.h"
 #include "support/VirtualDesktop.h"
 
@@ -50,6 +51,7 @@ TEST_F(X11ForegroundSourceTest, terminal_hasNameTitlePidAndFrame)
     EXPECT_EQ(application->localizedName, text("XTerm"));
     EXPECT_EQ(application->bundleIdentifier, text("debian-xterm"));
     EXPECT_GT(application->processIdentifier, 0);
+    EXPECT_EQ(application->windowClass, text("xterm XTerm"));
     const auto focused = m_source.focusedWindow();
     ASSERT_TRUE(focused);
     EXPECT_EQ(focused->title, text("A shell"));
@@ -117,6 +119,30 @@ TEST_F(X11ForegroundSourceTest, windowOfAnotherMachine_hasNoPid)
     setProperty(window, "WM_CLIENT_MACHINE", "8s", "elsewhere.example");
     EXPECT_EQ(m_source.frontmostApplication()->processIdentifier, 0);
     EXPECT_EQ(m_source.frontmostApplication()->localizedName, text("XTerm"));
+}
+
+TEST_F(X11ForegroundSourceTest, bothPartsOfTheClass_areTold)
+{
+    const auto window = m_desktop.startTerminal(text("classy"));
+    m_desktop.activate(window);
+    const auto toldClass = [this, window](QByteArray value) {
+        value.replace('|', '\0');
+        const auto connection = X11Connection::open(m_desktop.display());
+        xcb_connection_t *server = connection.value()->get();
+        xcb_change_property(server, XCB_PROP_MODE_REPLACE, window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 8,
+                            uint32_t(value.size()), value.constData());
+        std::free(xcb_get_input_focus_reply(server, xcb_get_input_focus(server), nullptr)); // it has been done
+        return m_source.frontmostApplication()->windowClass;
+    };
+    EXPECT_EQ(toldClass("one|Two|"), text("one Two"));
+    EXPECT_EQ(toldClass("one"), text("one"));
+    EXPECT_EQ(toldClass("|Two|"), text("Two"));
+    EXPECT_EQ(toldClass("|"), QString());
+}
+
+TEST_F(X11ForegroundSourceTest, windowManagerThatNamesTheActiveWindow_leavesNothingUnavailable)
+{
+    EXPECT_EQ(m_source.unavailableFacts(), QList<UnavailableFact>());
 }
 
 TEST_F(X11ForegroundSourceTest, shadowDrawnByTheProgram_isNotInTheFrame)
@@ -190,6 +216,10 @@ TEST(X11ForegroundSourceAlone, noDisplay_isNothing)
     });
     EXPECT_FALSE(source.frontmostApplication());
     EXPECT_FALSE(source.mouseLocation());
+    const auto unavailable = source.unavailableFacts();
+    ASSERT_EQ(unavailable.size(), 2);
+    EXPECT_EQ(unavailable[0].reason, text("the X server can't be reached"));
+    EXPECT_EQ(unavailable[1].fact, text("pointer position"));
 }
 
 TEST(X11ForegroundSourceAlone, noWindowManager_isThePointerAlone)
@@ -199,6 +229,9 @@ TEST(X11ForegroundSourceAlone, noWindowManager_isThePointerAlone)
     X11ForegroundSource source(desktop.display(), [](const QString &) { return ForegroundApplication(); });
     EXPECT_FALSE(source.frontmostApplication());
     EXPECT_TRUE(source.mouseLocation());
+    const QList<UnavailableFact> expected = {{.fact = text("foreground application, window title and window position"),
+                                              .reason = text("no window manager says which window is active")}};
+    EXPECT_EQ(source.unavailableFacts(), expected);
 }
 
 } // namespace

@@ -10,8 +10,10 @@
 #include <sys/socket.h>
 #include <utility>
 #include <vector>
+#include <xcb/composite.h>
 #include <xcb/damage.h>
 #include <xcb/randr.h>
+#include <xcb/render.h>
 #include <xcb/shm.h>
 #include <xcb/sync.h>
 #include <xcb/xcbext.h>
@@ -32,7 +34,8 @@ const xcb_screen_t *screenByNumber(xcb_connection_t *connection, int number)
 }
 
 /// What is spoken here; all of them are asked for when the connection is opened.
-constexpr std::array extensions{&xcb_randr_id, &xcb_shm_id, &xcb_xfixes_id, &xcb_damage_id, &xcb_sync_id};
+constexpr std::array extensions{&xcb_randr_id, &xcb_shm_id,    &xcb_xfixes_id,   &xcb_damage_id,
+                                &xcb_sync_id,  &xcb_render_id, &xcb_composite_id};
 
 Error noDisplay(const QByteArray &display)
 {
@@ -161,6 +164,13 @@ std::optional<std::uint8_t> X11Connection::firstEventOf(xcb_extension_t &extensi
     if (!data || !data->present)
         return std::nullopt;
     return data->first_event;
+}
+
+void X11Connection::selectRootEvents(std::uint32_t mask)
+{
+    // A client has one mask for each window: a new one replaces it.
+    m_rootEvents |= mask;
+    xcb_change_window_attributes(get(), root(), XCB_CW_EVENT_MASK, &m_rootEvents);
 }
 
 void X11Connection::dispatchEvents() const

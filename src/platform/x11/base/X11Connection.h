@@ -82,8 +82,13 @@ public:
     bool checkAnswered(xcb_void_cookie_t cookie) const;
 
     /// The number of an extension's first event. Absent when the server lacks the extension; whoever speaks to it
-    /// nevertheless loses the connection. No round trip for RandR, SHM, XFIXES, DAMAGE and SYNC.
+    /// nevertheless loses the connection. No round trip for those that are spoken
+    /// here.
     std::optional<std::uint8_t> firstEventOf(xcb_extension_t &extension) const;
+
+    /// Has the server tell of the root window what the mask says, besides what others have asked for here. Nothing is
+    /// waited for.
+    void selectRootEvents(std::uint32_t mask);
 
     /// Reads what the server has sent unasked and hands it to all subscriptions. Never waits. Events come in order
     /// with the answers: after an answer has been collected, all that happened before it is handed on here. Also for
@@ -115,6 +120,7 @@ private:
     const xcb_screen_t *const m_screen;
     const std::chrono::milliseconds m_patience;
     mutable bool m_hasTimedOut = false;
+    std::uint32_t m_rootEvents = 0;
     QHash<QByteArray, xcb_atom_t> m_atoms;
     Handlers m_handlers;
 };

@@ -1,8 +1,7 @@
 #include "platform/x11/base/X11Monitors.h"
 
+#include "base/DisplayRules.h"
 #include "platform/x11/base/X11Connection.h"
-
-#include <QSet>
 
 #include <algorithm>
 #include <tuple>
@@ -11,16 +10,6 @@
 namespace ostrel {
 
 namespace {
-
-quint32 fnv1a(const QByteArray &bytes)
-{
-    quint32 hash = 2166136261u;
-    for (const char byte : bytes) {
-        hash ^= quint8(byte);
-        hash *= 16777619u;
-    }
-    return hash;
-}
 
 bool hasMonitors(X11Connection &connection)
 {
@@ -158,18 +147,12 @@ QPoint X11OriginRequest::collect()
 
 void assignDisplayIds(QList<X11Monitor> &monitors)
 {
-    QList<X11Monitor *> byName;
-    for (X11Monitor &monitor : monitors)
-        byName.append(&monitor);
-    // By name, for the server may list the same monitors in another order tomorrow.
-    std::sort(byName.begin(), byName.end(), [](const auto *a, const auto *b) { return a->name < b->name; });
-    QSet<quint32> taken;
-    for (X11Monitor *monitor : byName) {
-        monitor->displayId = fnv1a(monitor->name.toUtf8());
-        while (taken.contains(monitor->displayId))
-            ++monitor->displayId;
-        taken.insert(monitor->displayId);
-    }
+    QStringList names;
+    for (const X11Monitor &monitor : monitors)
+        names.append(monitor.name);
+    const QList<quint32> identifiers = displayIdentifiers(names);
+    for (qsizetype i = 0; i < monitors.size(); ++i)
+        monitors[i].displayId = identifiers[i];
 }
 
 std::optional<qsizetype> mainMonitorIndex(const QList<X11Monitor> &monitors)

@@ -29,7 +29,7 @@ class SharedMemoryGrabber final : public X11Grabber
 {
 public:
     SharedMemoryGrabber(std::shared_ptr<X11Connection> connection, QSize size, X11PixelFormat format)
-        : X11Grabber(size, format), m_connection(std::move(connection)),
+        : X11Grabber(size, format, connection->root()), m_connection(std::move(connection)),
           m_segment(X11SharedSegment::attach(m_connection, pictureBytes() + lookBytes()))
     {}
 
@@ -65,10 +65,9 @@ private:
 
     Cookie send(QPoint corner, RowRange rows, std::size_t offset)
     {
-        return xcb_shm_get_image(m_connection->get(), m_connection->root(), int16_t(corner.x()),
-                                 int16_t(corner.y() + rows.begin), uint16_t(m_size.width()),
-                                 uint16_t(rows.end - rows.begin), allPlanes, XCB_IMAGE_FORMAT_Z_PIXMAP, m_segment->id(),
-                                 uint32_t(offset));
+        return xcb_shm_get_image(m_connection->get(), m_source, int16_t(corner.x()), int16_t(corner.y() + rows.begin),
+                                 uint16_t(m_size.width()), uint16_t(rows.end - rows.begin), allPlanes,
+                                 XCB_IMAGE_FORMAT_Z_PIXMAP, m_segment->id(), uint32_t(offset));
     }
 
     Result<> collect(Cookie cookie)
@@ -88,7 +87,7 @@ class WireGrabber final : public X11Grabber
 {
 public:
     WireGrabber(std::shared_ptr<X11Connection> connection, QSize size, X11PixelFormat format)
-        : X11Grabber(size, format), m_connection(std::move(connection)),
+        : X11Grabber(size, format, connection->root()), m_connection(std::move(connection)),
           m_pixels(std::make_unique_for_overwrite<std::uint8_t[]>(pictureBytes()))
     {}
 
@@ -132,7 +131,7 @@ private:
     xcb_get_image_cookie_t send(QPoint corner, RowRange rows)
     {
         m_piece.reset(); // never two at a time
-        return xcb_get_image(m_connection->get(), XCB_IMAGE_FORMAT_Z_PIXMAP, m_connection->root(), int16_t(corner.x()),
+        return xcb_get_image(m_connection->get(), XCB_IMAGE_FORMAT_Z_PIXMAP, m_source, int16_t(corner.x()),
                              int16_t(corner.y() + rows.begin), uint16_t(m_size.width()),
                              uint16_t(rows.end - rows.begin), allPlanes);
     }

@@ -11,12 +11,14 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <xcb/xproto.h>
 
 namespace ostrel {
 
 class X11Connection;
 
-/// Keeps a picture of a rectangle of the root window and fetches rows of it anew, each to where it belongs. Requests
+/// Keeps a picture of a rectangle of the root window, or of what stands in for it, and fetches rows of it anew, each to
+/// where it belongs. Requests
 /// are sent first and collected later, so that others can share their round trip. One thread at a time.
 class X11Grabber
 {
@@ -29,8 +31,12 @@ public:
     std::ptrdiff_t stride() const { return m_stride; }
     int height() const { return m_size.height(); }
 
+    /// Where rows are read from: at first the root window, later any drawable of its depth.
+    xcb_drawable_t source() const { return m_source; }
+    void setSource(xcb_drawable_t source) { m_source = source; }
+
     /// Sends for rows of the picture. `collect` comes next; until then these rows must not be touched.
-    /// @param corner of the rectangle, pixels on the X screen
+    /// @param corner of the rectangle in the source; pixels on the X screen where that is the root window
     virtual void request(QPoint corner, std::span<const RowRange> rows) = 0;
     /// Waits until the rows are in place. After a failure they are noise.
     /// @return Fault::PictureRefused where the rectangle is not all on the screen; Fault::NoXDisplay or
@@ -44,7 +50,8 @@ public:
     virtual Result<const std::uint8_t *> look(QPoint corner, RowRange rows) = 0;
 
 protected:
-    X11Grabber(QSize size, X11PixelFormat format) : m_size(size), m_stride(std::ptrdiff_t(format.stride(size.width())))
+    X11Grabber(QSize size, X11PixelFormat format, xcb_drawable_t source)
+        : m_size(size), m_stride(std::ptrdiff_t(format.stride(size.width()))), m_source(source)
     {}
 
     std::size_t pictureBytes() const { return std::size_t(m_stride) * std::size_t(m_size.height()); }
@@ -52,6 +59,7 @@ protected:
 
     const QSize m_size;
     const std::ptrdiff_t m_stride;
+    xcb_drawable_t m_source;
 };
 
 /// Has the server write into memory that it shares with us: no picture passes through the connection.

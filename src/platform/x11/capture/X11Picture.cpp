@@ -3,6 +3,8 @@
 #include "base/Log.h"
 #include "platform/x11/capture/X11RowBands.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <utility>
 
 namespace ostrel {
@@ -25,7 +27,39 @@ Result<FrameView> X11Picture::take()
     const auto changes = m_means.tracker ? m_means.tracker->takeChanges() : std::nullopt;
     const auto picture = m_isWhole && changes ? update(*changes, std::move(cursor)) : fetchAll(std::move(cursor));
     m_isWhole = picture.has_value();
-    return picture;
+    if (!std::exchange(m_isViewLost, false) || !picture)
+        return picture;
+    m_changedRows.reset();
+    return view();
+}
+
+Result<FrameView> X11Picture::takeFrom(const Substitute &substitute)
+{
+    m_isWhole = false;
+    m_isViewLost = false;
+    Cursor cursor = m_means.cursor ? m_means.cursor->current(m_area.topLeft()) : std::nullopt;
+    const xcb_drawable_t screen = m_means.grabber->source();
+    m_means.grabber->setSource(substitute.source);
+    m_means.grabber->request(substitute.corner, {{RowRange{0, m_area.height()}}});
+    const auto fetched = m_means.grabber->collect();
+    m_means.grabber->setSource(screen);
+    if (!fetched)
+        return std::unexpected(fetched.error());
+    m_cursorLayer.forget();
+    for (const QRect &part : substitute.covered)
+        cover(part);
+    drawCursor(std::move(cursor));
+    m_changedRows.reset();
+    return view();
+}
+
+void X11Picture::cover(const QRect &part)
+{
+    constexpr std::ptrdiff_t bytesPerPixel = 4;
+    const QRect seen = (part & m_area).translated(-m_area.topLeft());
+    for (int y = seen.top(); y <= seen.bottom(); ++y)
+        std::fill_n(m_means.grabber->pixels() + y * m_means.grabber->stride() + seen.left() * bytesPerPixel,
+                    seen.width() * bytesPerPixel, std::uint8_t(0));
 }
 
 Result<FrameView> X11Picture::fetchAll(Cursor cursor)

@@ -51,6 +51,19 @@ public:
     ///         next time
     Result<FrameView> take();
 
+    /// What is shown instead of the screen as it is.
+    struct Substitute {
+        xcb_drawable_t source = XCB_NONE; ///< of the root window's depth
+        QPoint corner;                    ///< of the picture in the source
+        std::vector<QRect> covered;       ///< parts that are painted black, pixels on the X screen
+    };
+    /// Fetches all of it; nothing is said about changes. The next `take` fetches all rows of the screen.
+    /// @return as `take`
+    Result<FrameView> takeFrom(const Substitute &substitute);
+
+    /// Says that nobody has seen the last view, so that the next one doesn't tell what has changed since then.
+    void discardView() { m_isViewLost = true; }
+
 private:
     using Cursor = std::optional<X11CursorImage>;
 
@@ -60,6 +73,7 @@ private:
     bool isAuditDue() const;
     Result<X11Audit::Verdict> audit(std::vector<RowRange> &changedRows);
     void distrustTracker();
+    void cover(const QRect &part);
     void drawCursor(Cursor cursor);
     FrameView view() const;
 
@@ -68,6 +82,7 @@ private:
     QRect m_area;
     X11CursorLayer m_cursorLayer;
     bool m_isWhole = false; ///< all rows have been fetched, and no change after that was lost
+    bool m_isViewLost = false;
     std::optional<std::vector<RowRange>> m_changedRows; ///< between the last two views
     std::chrono::milliseconds m_lastComparison{};       ///< with the screen, or fetching all of it
 };

@@ -26,6 +26,7 @@ std::optional<ForegroundApplication> X11ForegroundSource::frontmostApplication()
     const X11WindowOwner owner = readWindowOwner(*server, *m_window);
     ForegroundApplication application = m_lookup(owner.windowClass);
     application.processIdentifier = owner.pid;
+    application.windowClass = owner.instanceAndClass;
     return application;
 }
 
@@ -55,6 +56,20 @@ std::optional<QPointF> X11ForegroundSource::mouseLocation()
     if (!pointer || !pointer->same_screen)
         return std::nullopt;
     return QPointF(QPoint(pointer->root_x, pointer->root_y) - corner);
+}
+
+QList<UnavailableFact> X11ForegroundSource::unavailableFacts()
+{
+    const auto activeWindow = QStringLiteral("foreground application, window title and window position");
+    X11Connection *server = connection();
+    if (!server) {
+        const auto reason = QStringLiteral("the X server can't be reached");
+        return {{.fact = activeWindow, .reason = reason},
+                {.fact = QStringLiteral("pointer position"), .reason = reason}};
+    }
+    if (!tellsActiveWindow(*server))
+        return {{.fact = activeWindow, .reason = QStringLiteral("no window manager says which window is active")}};
+    return {};
 }
 
 X11Connection *X11ForegroundSource::connection()

@@ -28,6 +28,7 @@ public:
     std::optional<ForegroundApplication> frontmostApplication() override;
     std::optional<FocusedWindow> focusedWindow() override;
     std::optional<QPointF> mouseLocation() override;
+    QList<UnavailableFact> unavailableFacts() override;
 
 private:
     X11Connection *connection();

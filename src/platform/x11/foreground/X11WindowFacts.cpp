@@ -18,6 +18,7 @@ namespace ostrel {
 namespace {
 
 constexpr char activeWindowName[] = "_NET_ACTIVE_WINDOW";
+constexpr char supportedName[] = "_NET_SUPPORTED";
 constexpr char pidName[] = "_NET_WM_PID";
 constexpr char titleName[] = "_NET_WM_NAME";
 constexpr char frameExtentsName[] = "_NET_FRAME_EXTENTS";
@@ -66,6 +67,29 @@ QMargins extents(const std::optional<X11PropertyRequest::Value> &value)
     const auto side = [&value](qsizetype index) { return int(std::min(*value->cardinal(index), 0x7fffu)); };
     return {side(0), side(2), side(1), side(3)};
 }
+
+/// What a window is called: asked for at construction, collected once.
+class TitleRequest
+{
+public:
+    TitleRequest(X11Connection &connection, xcb_window_t window)
+        : m_connection(connection), m_new(connection, window, connection.atom(titleName)),
+          m_old(connection, window, XCB_ATOM_WM_NAME)
+    {}
+
+    std::optional<QString> collect()
+    {
+        const auto newValue = m_new.collect();
+        const auto oldValue = m_old.collect();
+        const auto title = decodeTitle(m_connection, newValue);
+        return title ? title : decodeTitle(m_connection, oldValue);
+    }
+
+private:
+    X11Connection &m_connection;
+    X11PropertyRequest m_new;
+    X11PropertyRequest m_old;
+};
 
 /// Where a window lies: asked for at construction, collected once.
 class FrameRequest
@@ -137,6 +161,19 @@ std::optional<xcb_window_t> readActiveWindow(X11Connection &connection)
     return window && *window != XCB_WINDOW_NONE ? window : std::nullopt;
 }
 
+bool tellsActiveWindow(X11Connection &connection)
+{
+    // What it can do, not what it has done: before the first window some have never set the property itself.
+    X11PropertyRequest request(connection, connection.root(), connection.atom(supportedName));
+    const auto supported = request.collect();
+    const xcb_atom_t activeWindow = connection.atom(activeWindowName);
+    for (qsizetype i = 0; const auto each = supported ? supported->cardinal(i) : std::nullopt; ++i) {
+        if (*each == activeWindow)
+            return true;
+    }
+    return false;
+}
+
 X11WindowOwner readWindowOwner(X11Connection &connection, xcb_window_t window)
 {
     X11PropertyRequest classRequest(connection, window, XCB_ATOM_WM_CLASS);
@@ -149,6 +186,7 @@ X11WindowOwner readWindowOwner(X11Connection &connection, xcb_window_t window)
         const QList<QByteArray> names = value->bytes.split('\0');
         const QByteArray &name = names.value(1).isEmpty() ? names.first() : names[1];
         owner.windowClass = decodeString(name);
+        owner.instanceAndClass = (decodeString(names.first()) + u' ' + decodeString(names.value(1))).trimmed();
     }
     const auto machine = machineRequest.collect();
     const auto pid = pidRequest.collect();
@@ -159,18 +197,16 @@ X11WindowOwner readWindowOwner(X11Connection &connection, xcb_window_t window)
     return owner;
 }
 
+std::optional<QString> readWindowTitle(X11Connection &connection, xcb_window_t window)
+{
+    return TitleRequest(connection, window).collect();
+}
+
 X11WindowLook readWindowLook(X11Connection &connection, xcb_window_t window)
 {
-    X11PropertyRequest newTitle(connection, window, connection.atom(titleName));
-    X11PropertyRequest oldTitle(connection, window, XCB_ATOM_WM_NAME);
+    TitleRequest title(connection, window);
     FrameRequest frame(connection, window);
-
-    const auto newValue = newTitle.collect();
-    const auto oldValue = oldTitle.collect();
-    auto title = decodeTitle(connection, newValue);
-    if (!title)
-        title = decodeTitle(connection, oldValue);
-    return {.title = title, .frame = frame.collect()};
+    return {.title = title.collect(), .frame = frame.collect()};
 }
 
 void internWindowAtoms(X11Connection &connection)

@@ -36,13 +36,19 @@ private:
 
 /// The window that the window manager says is active; absent where none is, or nobody says.
 std::optional<xcb_window_t> readActiveWindow(X11Connection &connection);
+/// Whether there is a window manager that would name the active window.
+bool tellsActiveWindow(X11Connection &connection);
 
 /// Who a window belongs to.
 struct X11WindowOwner {
-    QString windowClass; ///< the class part of WM_CLASS; empty where there is none
-    qint32 pid = 0;      ///< 0 where it runs on another machine or the window doesn't say
+    QString windowClass;      ///< the class part of WM_CLASS; empty where there is none
+    QString instanceAndClass; ///< both parts, a blank between them
+    qint32 pid = 0;           ///< 0 where it runs on another machine or the window doesn't say
 };
 X11WindowOwner readWindowOwner(X11Connection &connection, xcb_window_t window);
+
+/// A window's title, by whichever property tells it; absent where none does.
+std::optional<QString> readWindowTitle(X11Connection &connection, xcb_window_t window);
 
 /// What a window shows and where.
 struct X11WindowLook {

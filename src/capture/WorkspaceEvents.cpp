@@ -1,0 +1,7 @@
+#include "capture/WorkspaceEvents.h"
+
+namespace ostrel {
+
+WorkspaceEvents::~WorkspaceEvents() = default;
+
+} // namespace ostrel

@@ -1,0 +1,145 @@
+#include "model/CaptureRecovery.h"
+
+#include "base/Clock.h"
+#include "base/Log.h"
+#include "base/SerialQueue.h"
+#include "capture/RecordingResumeMarker.h"
+#include "capture/WorkspaceEvents.h"
+#include "model/LimitedHold.h"
+#include "model/ModelState.h"
+#include "model/ObserverControl.h"
+#include "model/RecordingControl.h"
+
+#include <chrono>
+#include <utility>
+
+namespace ostrel {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto resumePause = 2s;
+/// A docking station brings its displays one after the other; each restart would cost another set of first pictures.
+constexpr auto displaySettlingTime = 1s;
+/// The time that the observer needs to come up.
+constexpr auto startUpTime = 3s;
+
+} // namespace
+
+CaptureRecovery::CaptureRecovery(Dependencies dependencies)
+    : m_with(dependencies), m_sleepWakeMonitor(dependencies.workspace)
+{
+    m_sleepWakeMonitor.onWillSleep = [this] { willSleep(); };
+    m_sleepWakeMonitor.onDidWake = [this] { perform(m_recoveryPolicy.didWake()); };
+    connect(&m_with.recording, &RecordingControl::captureDied, this, [this](const QString &message) {
+        qCWarning(logScreenCapture, "screen capture interrupted: %s", qUtf8Printable(message));
+        perform(m_recoveryPolicy.captureDied());
+    });
+    connect(&m_with.recording, &RecordingControl::displaysChanged, this, &CaptureRecovery::displaysChanged);
+    connect(&m_with.recording, &RecordingControl::startBegun, this, &CaptureRecovery::forget);
+    connect(&m_with.recording, &RecordingControl::endingBegun, this, &CaptureRecovery::forget);
+}
+
+void CaptureRecovery::forget()
+{
+    m_recoveryPolicy.reset();
+    m_displaysTask.cancel();
+    m_captureResumeTask.cancel();
+}
+
+void CaptureRecovery::willSleep()
+{
+    m_sleepHold = m_sleepWakeMonitor.takeHold();
+    perform(m_recoveryPolicy.willSleep(m_with.recording.isCapturing()));
+    m_sleepHold.reset();
+}
+
+void CaptureRecovery::perform(const CaptureRecoveryAction &action)
+{
+    using Kind = CaptureRecoveryAction::Kind;
+    if (action.kind == Kind::none)
+        return;
+    m_displaysTask.cancel();
+    m_captureResumeTask.cancel();
+    switch (action.kind) {
+    case Kind::none:
+        break;
+    case Kind::stopForSleep:
+        stopForSleep();
+        break;
+    case Kind::resume:
+        m_captureResumeTask.start([this](std::stop_token stop) { return attemptCaptureResume(std::move(stop)); });
+        break;
+    case Kind::giveUp:
+        m_with.recording.giveUp(action.message);
+        break;
+    }
+}
+
+void CaptureRecovery::stopForSleep()
+{
+    // The scope keeps the closure, and with it the hold, until capture has come to rest.
+    const auto hold = std::make_shared<LimitedHold>(m_with.clock, std::exchange(m_sleepHold, nullptr));
+    m_tasks.spawn([this, hold](std::stop_token stop) { return m_with.recording.suspendCapture(std::move(stop)); });
+}
+
+Task<> CaptureRecovery::attemptCaptureResume(std::stop_token stop)
+{
+    do {
+        const auto resumed = co_await m_with.recording.resumeCapture(stop);
+        if (stop.stop_requested())
+            co_return;
+        if (resumed) {
+            m_recoveryPolicy.resumeSucceeded();
+            m_with.state.setHelperError(std::nullopt);
+            co_return;
+        }
+        const auto action = m_recoveryPolicy.resumeFailed(resumed.error().localizedDescription);
+        if (action.kind == CaptureRecoveryAction::Kind::giveUp) {
+            perform(action);
+            co_return;
+        }
+    } while (co_await m_with.clock.sleepFor(resumePause, stop));
+}
+
+void CaptureRecovery::displaysChanged()
+{
+    if (!m_displaysTask.isRunning())
+        m_displaysTask.start([this](std::stop_token stop) { return resumeOnChangedDisplays(std::move(stop)); });
+}
+
+Task<> CaptureRecovery::resumeOnChangedDisplays(std::stop_token stop)
+{
+    if (!co_await m_with.clock.sleepFor(displaySettlingTime, stop))
+        co_return;
+    qCInfo(logScreenCapture, "screen capture starts again: the displays have changed");
+    perform(m_recoveryPolicy.captureDied());
+}
+
+Task<> CaptureRecovery::prepareForUpdateRelaunch(std::stop_token stop)
+{
+    if (!m_with.recording.isUnderWay())
+        co_return;
+    co_await m_with.worker.run(stop, [] { RecordingResumeMarker::write(); });
+    if (stop.stop_requested())
+        co_return;
+    co_await m_with.recording.betweenRecordings([&observer = m_with.observer] { observer.stopHelper(); }, stop);
+}
+
+void CaptureRecovery::resumeRecordingAfterUpdateIfNeeded()
+{
+    m_tasks.spawn([this](std::stop_token stop) { return resumeAfterUpdate(std::move(stop)); });
+}
+
+Task<> CaptureRecovery::resumeAfterUpdate(std::stop_token stop)
+{
+    const auto wasRecording = co_await m_with.worker.run(stop, [] { return RecordingResumeMarker::consume(); });
+    if (!wasRecording.value_or(false) || !co_await m_with.clock.sleepFor(startUpTime, stop))
+        co_return;
+    const RecordingControl &recording = m_with.recording;
+    if (!recording.isUnderWay() && !recording.stoppingRecording() && !m_with.state.observerIsRunning())
+        m_with.recording.toggleRecording();
+}
+
+} // namespace ostrel

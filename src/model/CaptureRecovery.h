@@ -1,0 +1,73 @@
+#pragma once
+
+#include "base/Task.h"
+#include "base/TaskScope.h"
+#include "base/TaskSlot.h"
+#include "capture/CaptureRecoveryPolicy.h"
+#include "capture/SleepWakeMonitor.h"
+
+#include <QObject>
+#include <memory>
+#include <stop_token>
+
+namespace ostrel {
+
+class Clock;
+class ModelState;
+class ObserverControl;
+class RecordingControl;
+class SerialQueue;
+class WorkspaceEvents;
+
+/// Keeps a recording going when its capture dies, when the system sleeps, when the displays change, and when the
+/// program is replaced by a newer one. The recording itself, as the observer and the user see it, goes on meanwhile;
+/// only when capture can't be had any more, it is ended. Main thread.
+class CaptureRecovery : public QObject
+{
+    Q_OBJECT
+
+public:
+    struct Dependencies {
+        Clock &clock;
+        ModelState &state;
+        ObserverControl &observer;
+        RecordingControl &recording;
+        WorkspaceEvents &workspace;
+        SerialQueue &worker; ///< reads and writes the resume marker
+    };
+
+    /// What the dependencies name outlives this object.
+    explicit CaptureRecovery(Dependencies dependencies);
+
+    const CaptureRecoveryPolicy &recoveryPolicy() const { return m_recoveryPolicy; }
+
+    /// Carries out what the policy has decided; each action but `none` first cancels the attempts under way.
+    void perform(const CaptureRecoveryAction &action);
+    /// Starts capture again, 2 s after each failure once more, as often as the policy grants; then gives up.
+    Task<> attemptCaptureResume(std::stop_token stop);
+
+    /// Called before the program is replaced. Ends a recording under way, leaves the next run word of it, and then ends
+    /// the observer's process. Without a recording nothing happens.
+    Task<> prepareForUpdateRelaunch(std::stop_token stop);
+    /// Called once, at start-up: if the run before has left word, starts a recording 3 s later, unless there is one by
+    /// then. The word is taken back in any case.
+    void resumeRecordingAfterUpdateIfNeeded();
+
+private:
+    void willSleep();
+    void displaysChanged();
+    void forget();
+    void stopForSleep();
+    Task<> resumeOnChangedDisplays(std::stop_token stop);
+    Task<> resumeAfterUpdate(std::stop_token stop);
+
+    const Dependencies m_with;
+    SleepWakeMonitor m_sleepWakeMonitor;
+    CaptureRecoveryPolicy m_recoveryPolicy;
+    std::shared_ptr<SystemHold> m_sleepHold; ///< from the announcement of a sleep until somebody has taken it
+    TaskSlot m_displaysTask;
+    TaskSlot m_captureResumeTask;
+    TaskScope m_tasks;
+};
+
+} // namespace ostrel

@@ -1,0 +1,90 @@
+#pragma once
+
+#include "platform/sessionbus/BusConnection.h"
+
+#include <QByteArray>
+#include <QDeadlineTimer>
+#include <QSet>
+
+#include <vector>
+
+namespace ostrel {
+
+/// The accessibility bus, found through the session bus and found again when it was lost.
+///
+/// A call waits 250 ms at most and never past the sample's deadline. Whoever let one pass in silence is not asked again
+/// within the sample. Nothing is started by a call, and nothing is subscribed to: no signal ever wakes this process up.
+///
+/// What a sample costs is the waits, not the questions: each wakes up four threads. One sample asks nearly what the one
+/// before it asked, so those questions can be asked ahead, all in one wait. One thread at a time.
+class AtspiBus
+{
+public:
+    enum class Outcome {
+        Answered,
+        Refused, ///< also an answer of another type, and no bus
+        Unknown, ///< there is no such method, or not for this object
+        Silent,
+        Gone, ///< nobody has that name any more
+    };
+
+    struct Call {
+        QByteArray name; ///< unique, or a well-known one of the bus's own services
+        QByteArray path;
+        const char *interface = nullptr;
+        const char *method = nullptr;
+        GlibHandle<GVariant> arguments;
+        const char *replyType = nullptr;
+    };
+
+    struct Reply {
+        Outcome outcome = Outcome::Refused;
+        GlibHandle<GVariant> value; ///< of the type asked for; null unless answered
+        qint64 elapsedMs = 0;       ///< from asking, together with others, to the answer
+    };
+
+    AtspiBus();
+    AtspiBus(const AtspiBus &) = delete;
+    AtspiBus &operator=(const AtspiBus &) = delete;
+    ~AtspiBus();
+
+    /// Connects where there is no connection. What was learnt about the silent, and all answers, end here.
+    void beginSample(QDeadlineTimer deadline);
+    /// Asks a program at once what the last sample asked it, as far as it answered soon; `ask` finds the answers
+    /// wherever it comes to the same questions within this sample. The others are dropped.
+    void askAhead(const QByteArray &name);
+    /// Changes whenever another connection was made: names of earlier ones mean nothing on it.
+    int generation() const { return m_generation; }
+
+    /// Asks everything at once and waits for all answers. @return one for each call, in their order
+    std::vector<Reply> ask(std::vector<Call> calls);
+    Reply ask(Call call);
+
+    static GlibHandle<GVariant> arguments(GVariant *floating);
+
+private:
+    struct Waiting;
+    struct Question;
+
+    void connect();
+    GlibHandle<GDBusConnection> open(const QByteArray &address) const;
+    QByteArray findAddress();
+    int patienceMs() const;
+    void exchange(std::vector<Question> &questions);
+    void send(GDBusConnection *connection, Question *question) const;
+    static void takeReply(GObject *source, GAsyncResult *result, gpointer question);
+    const Question *answeredAhead(const Call &call) const;
+    void remember(std::vector<Question> questions);
+    void forget(const QByteArray &name);
+
+    QDeadlineTimer m_deadline;
+    GlibHandle<GMainContext> m_context;
+    GlibHandle<GDBusConnection> m_connection;
+    QSet<QByteArray> m_silent;
+    std::vector<Question> m_ahead; ///< answers of this sample that nobody may have come to yet
+    std::vector<Call> m_asked;     ///< in this sample, and answered soon
+    std::vector<Call> m_askedBefore;
+    int m_generation = 0;
+};
+
+} // namespace ostrel

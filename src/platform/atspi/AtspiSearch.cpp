@@ -1,0 +1,181 @@
+#include "platform/atspi/AtspiSearch.h"
+
+#include "platform/atspi/AtspiRoles.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+
+namespace ostrel {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr qint64 slowSearchMs = 150;
+constexpr auto restAfterSlowSearch = 10s;
+/// Of programs without a search, as Qt's: what is deeper in a window than this reaches is not found.
+constexpr qsizetype mostWalkedElements = 64;
+constexpr qsizetype mostRememberedPrograms = 256;
+
+/// An array of 32-bit words. @return floating
+template <std::size_t words>
+GVariant *bits(const std::vector<int> &set)
+{
+    std::array<quint32, words> array{};
+    for (const int bit : set)
+        array[std::size_t(bit / 32)] |= 1U << (bit % 32);
+    return g_variant_new_fixed_array(G_VARIANT_TYPE_INT32, array.data(), words, sizeof(quint32));
+}
+
+bool saysSomething(const AtspiPage &page)
+{
+    const auto texts = {QStringLiteral("URI"), QStringLiteral("DocURL"), QStringLiteral("Title")};
+    return std::ranges::any_of(texts, [&](const QString &name) { return !page.attributes.value(name).isEmpty(); });
+}
+
+} // namespace
+
+struct AtspiSearch::Rule {
+    std::vector<int> states; ///< all of them
+    std::vector<int> roles;  ///< one of them; none stands for any
+    int maximum = 0;
+};
+
+// A program ends a search when it has found as many as it was asked for. Asked for one more than there are, it looks at
+// every element of the page: of 2,000 that takes Chromium ten milliseconds, where the first one takes less than one.
+
+std::optional<QList<AtspiPage>> AtspiSearch::pages(const AtspiReference &window)
+{
+    constexpr int few = 4;
+    Rule rule{.states = {AtspiState::showing}, .roles = {int(AtspiRole::documentWeb)}, .maximum = 1};
+    auto found = matches(window, rule);
+    if (!found)
+        return std::nullopt;
+    QList<AtspiPage> pages = readPages(*found);
+    if (found->isEmpty() || std::ranges::any_of(pages, saysSomething))
+        return pages;
+    rule.maximum = few;
+    found = matches(window, rule);
+    return readPages(found.value_or(QList<AtspiReference>()));
+}
+
+QList<AtspiPage> AtspiSearch::readPages(const QList<AtspiReference> &found)
+{
+    QList<AtspiPage> pages;
+    for (const AtspiReference &reference : found) {
+        AtspiPage page{.reference = reference, .attributes = m_queries.documentAttributes(reference)};
+        if (!page.attributes.value(QStringLiteral("URI")).startsWith(QLatin1String("devtools:")))
+            pages.append(std::move(page));
+    }
+    return pages;
+}
+
+std::optional<AtspiFocus> AtspiSearch::focused(const AtspiReference &window)
+{
+    constexpr int few = 8;
+    Rule rule{.states = {AtspiState::focused}, .roles = {}, .maximum = 1};
+    auto found = matches(window, rule);
+    if (!found)
+        return focusedByWalk(window);
+    if (found->isEmpty())
+        return std::nullopt;
+    AtspiFocus first{.reference = found->first(), .control = m_queries.control(found->first())};
+    if (first.control.role != AtspiRole::documentWeb)
+        return first;
+    // A page says that it has the focus also while a control within it or beside it has the focus.
+    rule.maximum = few;
+    found = matches(window, rule);
+    const auto control = firstControl(found.value_or(QList<AtspiReference>()));
+    return control ? AtspiFocus{.reference = *control, .control = m_queries.control(*control)} : first;
+}
+
+std::optional<AtspiFocus> AtspiSearch::focusedByWalk(const AtspiReference &window)
+{
+    const auto found = walkToFocused(window);
+    return found ? std::optional(AtspiFocus{.reference = *found, .control = m_queries.control(*found)}) : std::nullopt;
+}
+
+std::optional<AtspiReference> AtspiSearch::firstControl(const QList<AtspiReference> &found)
+{
+    const QList<std::optional<quint32>> roles = m_queries.roles(found);
+    for (qsizetype i = 0; i < found.size(); ++i) {
+        if (roles[i] && *roles[i] != AtspiRole::documentWeb)
+            return found[i];
+    }
+    return std::nullopt;
+}
+
+std::optional<QList<AtspiReference>> AtspiSearch::matches(const AtspiReference &window, const Rule &rule)
+{
+    forgetOtherPrograms();
+    if (m_cannotSearch.contains(window.name))
+        return std::nullopt;
+    const auto rest = m_restUntil.constFind(window.name);
+    if (rest != m_restUntil.cend() && !rest->hasExpired())
+        return QList<AtspiReference>();
+
+    const auto reply = m_bus.ask({.name = window.name,
+                                  .path = window.path,
+                                  .interface = "org.a11y.atspi.Collection",
+                                  .method = "GetMatches",
+                                  .arguments = argumentsFor(rule),
+                                  .replyType = "(a(so))"});
+    if (reply.elapsedMs >= slowSearchMs)
+        m_restUntil.insert(window.name, QDeadlineTimer(restAfterSlowSearch));
+    if (reply.outcome == AtspiBus::Outcome::Unknown) {
+        m_cannotSearch.insert(window.name);
+        return std::nullopt;
+    }
+    return reply.value ? AtspiQueries::referencesIn(reply.value.get(), rule.maximum) : QList<AtspiReference>();
+}
+
+GlibHandle<GVariant> AtspiSearch::argumentsFor(const Rule &rule)
+{
+    // How several bits, attributes, roles or interfaces go together.
+    constexpr int all = 1;
+    constexpr int any = 2;
+    constexpr guint32 inTreeOrder = 1;
+    constexpr gboolean inverted = FALSE;
+    constexpr gboolean alsoBelowMatches = TRUE;
+    const int howRoles = rule.roles.empty() ? all : any;
+    GVariant *const matchRule =
+        g_variant_new("(@aii@a{ss}i@aii@asib)", bits<2>(rule.states), all, g_variant_new("a{ss}", nullptr), all,
+                      bits<4>(rule.roles), howRoles, g_variant_new("as", nullptr), all, inverted);
+    return AtspiBus::arguments(
+        g_variant_new("(@(aiia{ss}iaiiasib)uib)", matchRule, inTreeOrder, rule.maximum, alsoBelowMatches));
+}
+
+std::optional<AtspiReference> AtspiSearch::walkToFocused(const AtspiReference &window)
+{
+    QList<AtspiReference> queue{window};
+    std::optional<AtspiReference> focusedPage;
+    qsizetype walked = 0;
+    while (!queue.isEmpty() && walked < mostWalkedElements) {
+        const auto children = m_queries.firstChildren(queue.takeFirst(), mostWalkedElements - walked);
+        const QList<AtspiStates> states = m_queries.states(children);
+        walked += std::max<qsizetype>(1, children.size());
+        for (qsizetype i = 0; i < children.size(); ++i) {
+            const bool isFocused = states[i].has(AtspiState::focused);
+            if (isFocused && m_queries.role(children[i]) != AtspiRole::documentWeb)
+                return children[i];
+            if (isFocused && !focusedPage)
+                focusedPage = children[i];
+            if (states[i].has(AtspiState::showing))
+                queue.append(children[i]);
+        }
+    }
+    return focusedPage;
+}
+
+void AtspiSearch::forgetOtherPrograms()
+{
+    const bool tooMany = m_cannotSearch.size() + m_restUntil.size() > mostRememberedPrograms;
+    if (m_generation == m_bus.generation() && !tooMany)
+        return;
+    m_generation = m_bus.generation();
+    m_cannotSearch.clear();
+    m_restUntil.clear();
+}
+
+} // namespace ostrel

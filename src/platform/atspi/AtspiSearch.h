@@ -1,0 +1,58 @@
+#pragma once
+
+#include "platform/atspi/AtspiQueries.h"
+
+#include <QDeadlineTimer>
+#include <QHash>
+#include <QSet>
+
+namespace ostrel {
+
+/// An object, and what it says about itself.
+struct AtspiFocus {
+    AtspiReference reference;
+    AtspiControl control;
+};
+
+/// A web page, and what it says about itself ("URI", "Title").
+struct AtspiPage {
+    AtspiReference reference;
+    AtspiAttributes attributes;
+};
+
+/// Searches within windows, by the programs themselves where they can: that is one round trip, where walking over the
+/// tree takes hundreds.
+///
+/// A search runs in the searched program's main thread. One that took long, as in a huge page, is not repeated for a
+/// while, lest recording makes that program jerk.
+class AtspiSearch
+{
+public:
+    AtspiSearch(AtspiBus &bus, AtspiQueries &queries) : m_bus(bus), m_queries(queries) {}
+
+    /// The visible web page, or the visible pages, outermost first, where the first one says nothing of use. A
+    /// browser's own tools beside a page are no page. @return nothing where the program can't search
+    std::optional<QList<AtspiPage>> pages(const AtspiReference &window);
+    /// What has the keyboard's focus.
+    std::optional<AtspiFocus> focused(const AtspiReference &window);
+
+private:
+    struct Rule;
+
+    std::optional<QList<AtspiReference>> matches(const AtspiReference &window, const Rule &rule);
+    static GlibHandle<GVariant> argumentsFor(const Rule &rule);
+    /// Without a browser's own tools.
+    QList<AtspiPage> readPages(const QList<AtspiReference> &found);
+    std::optional<AtspiReference> firstControl(const QList<AtspiReference> &found);
+    std::optional<AtspiFocus> focusedByWalk(const AtspiReference &window);
+    std::optional<AtspiReference> walkToFocused(const AtspiReference &window);
+    void forgetOtherPrograms();
+
+    AtspiBus &m_bus;
+    AtspiQueries &m_queries;
+    QSet<QByteArray> m_cannotSearch;
+    QHash<QByteArray, QDeadlineTimer> m_restUntil;
+    int m_generation = -1;
+};
+
+} // namespace ostrel

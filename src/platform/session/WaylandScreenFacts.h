@@ -1,0 +1,16 @@
+#pragma once
+
+#include "app/doctor/DesktopFacts.h"
+
+#include <QByteArray>
+
+namespace ostrel {
+
+/// Looks at a Wayland session and tries what recordings need: a picture of every display, and word of the window in
+/// front. Any thread; a compositor that hangs may keep it for long.
+/// @param display    as in $WAYLAND_DISPLAY
+/// @param swaySocket as in $SWAYSOCK
+/// @return Fault::NoWaylandDisplay, Fault::TimedOut, Fault::NoScreencopy
+Result<ScreenFacts> readWaylandScreenFacts(const QByteArray &display, const QByteArray &swaySocket);
+
+} // namespace ostrel

@@ -1,0 +1,106 @@
+#include "ModelFixture.h"
+#include "capture/RecordingResumeMarker.h"
+
+using namespace ostrel;
+using namespace std::chrono_literals;
+
+namespace {
+
+class BeforeAnUpdate : public RunningRecording
+{
+protected:
+    void prepare()
+    {
+        m_preparing.start([this](std::stop_token stop) { return m_model->prepareForUpdateRelaunch(stop); });
+        settle();
+    }
+
+    TaskSlot m_preparing;
+};
+
+TEST_F(BeforeAnUpdate, recording_isEndedAndLeavesWordAndTheChildEnds)
+{
+    m_observer.expect(postFrames, statusAnswer(true));
+    expectStop();
+    prepare();
+    EXPECT_FALSE(m_preparing.isRunning());
+    EXPECT_EQ(commands(), QStringList({postFrames, postStop}));
+    EXPECT_EQ(m_events, QStringList(endedByRequest));
+    EXPECT_EQ(child().terminateCount, 1);
+    child().running = false;
+    advance(20s);
+    EXPECT_EQ(m_launcher.children().size(), 1) << "the polling does not start it again";
+    EXPECT_TRUE(RecordingResumeMarker::consume());
+}
+
+TEST_F(BeforeAnUpdate, notRecording_doesNothing)
+{
+    m_observer.expect(postFrames, statusAnswer(true));
+    expectStop();
+    m_model->toggleRecording();
+    settle();
+    prepare();
+    EXPECT_EQ(child().terminateCount, 0);
+    EXPECT_FALSE(RecordingResumeMarker::consume());
+}
+
+class AfterAnUpdate : public ModelFixture
+{
+protected:
+    AfterAnUpdate() { RecordingResumeMarker::write(); }
+};
+
+TEST_F(AfterAnUpdate, marker_startsARecordingAfterThreeSeconds)
+{
+    launch();
+    EXPECT_FALSE(RecordingResumeMarker::consume()) << "it is gone already";
+    advance(2999ms);
+    EXPECT_EQ(commands(), QStringList());
+    m_observer.expect(postStart, statusAnswer(true));
+    m_observer.always(getStatus, statusAnswer(true));
+    advance(1ms);
+    EXPECT_EQ(m_events, QStringList(started));
+}
+
+TEST_F(AfterAnUpdate, markerWithARecordingUnderWay_isOnlyRemoved)
+{
+    launch();
+    record();
+    advance(10s);
+    EXPECT_EQ(commands(), QStringList());
+    EXPECT_EQ(m_events, QStringList());
+    EXPECT_TRUE(m_model->isRecording());
+    EXPECT_FALSE(RecordingResumeMarker::consume());
+}
+
+TEST_F(AfterAnUpdate, markerWithAnObserverThatRecordsAlready_isOnlyRemoved)
+{
+    m_launcher.expectLaunch();
+    m_observer.always(getStatus, statusAnswer(true));
+    build();
+    advance(10s);
+    EXPECT_EQ(commands(), QStringList());
+    EXPECT_FALSE(RecordingResumeMarker::consume());
+}
+
+TEST_F(AfterAnUpdate, recordingThatCannotStart_leavesNoMarker)
+{
+    m_screenGranted = false;
+    launch();
+    advance(3s);
+    EXPECT_EQ(m_events, QStringList(startFailed));
+    EXPECT_FALSE(RecordingResumeMarker::consume());
+}
+
+class WithoutUpdate : public ModelFixture
+{};
+
+TEST_F(WithoutUpdate, noMarker_startsNothing)
+{
+    launch();
+    advance(10s);
+    EXPECT_EQ(commands(), QStringList());
+    EXPECT_EQ(m_events, QStringList());
+}
+
+} // namespace
