@@ -127,7 +127,8 @@ protected:
     /// Lets what is on its way arrive; no time passes.
     void arrive()
     {
-        EXPECT_TRUE(pumpUntil([this] { return m_transport.onTheirWay() == 0; })) << "a request is never answered";
+        EXPECT_TRUE(pumpUntil([this] { return m_transport.onTheirWay() == 0; }))
+            << "a request is never answered: " << m_transport.endpointsOnTheirWay().join(u' ').toStdString();
         settle();
     }
     /// Time passes in small steps, and after each the observer has answered.

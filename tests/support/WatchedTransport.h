@@ -4,6 +4,7 @@
 
 #include <QHash>
 #include <QString>
+#include <QStringList>
 
 #include <functional>
 #include <numeric>
@@ -21,6 +22,15 @@ public:
 
     int onTheirWay(const QString &endpoint) const { return m_onTheirWay.value(endpoint); }
     int onTheirWay() const { return std::accumulate(m_onTheirWay.begin(), m_onTheirWay.end(), 0); }
+    QStringList endpointsOnTheirWay() const
+    {
+        QStringList endpoints;
+        for (auto it = m_onTheirWay.begin(); it != m_onTheirWay.end(); ++it) {
+            if (it.value() > 0)
+                endpoints.append(it.key());
+        }
+        return endpoints;
+    }
     int sentCount() const { return m_sentCount; }
     /// How many were answered with success.
     int answered(const QString &endpoint) const { return m_answered.value(endpoint); }

@@ -191,9 +191,9 @@ TEST_F(Lock, severalWhoSaySo_areLockedUntilTheLastSaysOtherwise)
     listen();
     expectTold({locked});
     expectInhibitors(1);
-    tellActive(saver, false);
     m_logind->prepareForSleep(false);
-    expectTold({locked, QStringLiteral("wake")});
+    expectTold({locked, QStringLiteral("wake")}); // whoever has heard that has read the hint before
+    tellActive(saver, false);
     m_logind->setLockedHint(false);
     expectTold({locked, QStringLiteral("wake"), unlocked});
 }
