@@ -18,7 +18,7 @@ QList<QByteArray> AtspiApplications::namesOf(qint32 processIdentifier)
         m_processes.clear();
         m_askedForWindowStates = false;
     }
-    const QList<QByteArray> names = known(processIdentifier);
+    QList<QByteArray> names = known(processIdentifier);
     if (!names.isEmpty())
         return names;
     refresh();

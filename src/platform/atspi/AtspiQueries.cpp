@@ -99,8 +99,8 @@ AtspiAttributes attributesIn(const AtspiBus::Reply &reply)
 
 std::optional<AtspiReference> referenceIn(GVariant *pair)
 {
-    const AtspiReference reference{.name = g_variant_get_string(child(pair, 0).get(), nullptr),
-                                   .path = g_variant_get_string(child(pair, 1).get(), nullptr)};
+    AtspiReference reference{.name = g_variant_get_string(child(pair, 0).get(), nullptr),
+                             .path = g_variant_get_string(child(pair, 1).get(), nullptr)};
     const bool leadsNowhere = reference.path == "/org/a11y/atspi/null";
     // Only a running program has a unique name; nothing else may be asked on a program's word.
     if (leadsNowhere || g_dbus_is_unique_name(reference.name.constData()) == FALSE)

@@ -132,7 +132,7 @@ AccessibilityValue AtspiTree::Reader::role(const Element &element)
 
 AccessibilityValue AtspiTree::Reader::title(const Element &element)
 {
-    const AccessibilityValue documentTitle = documentAttribute(element, QStringLiteral("Title"));
+    AccessibilityValue documentTitle = documentAttribute(element, QStringLiteral("Title"));
     if (!std::holds_alternative<std::monostate>(documentTitle))
         return documentTitle;
     return valueOf(element.control ? element.control->name : queries.names({element.reference}).first());

@@ -33,7 +33,7 @@ public:
     {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
-        if (path.isEmpty() || path.size() >= qsizetype(sizeof(address.sun_path)))
+        if (m_descriptor < 0 || path.isEmpty() || path.size() >= qsizetype(sizeof(address.sun_path)))
             return;
         std::memcpy(address.sun_path, path.constData(), std::size_t(path.size()));
         m_isConnected = ::connect(m_descriptor, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0;

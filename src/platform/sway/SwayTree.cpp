@@ -32,7 +32,7 @@ std::optional<QJsonObject> focusedNode(const QJsonObject &root)
 {
     QList<QJsonObject> waiting{root};
     while (!waiting.isEmpty()) {
-        const QJsonObject node = waiting.takeLast();
+        QJsonObject node = waiting.takeLast();
         if (node["focused"_L1].toBool())
             return node;
         for (const auto &children : {node["nodes"_L1].toArray(), node["floating_nodes"_L1].toArray()}) {

@@ -48,7 +48,7 @@ bool showsTitles(const QJsonObject &node) // NOLINT(misc-no-recursion)
 
 QString windowClassOf(const QJsonObject &node)
 {
-    const QString appId = node["app_id"_L1].toString();
+    QString appId = node["app_id"_L1].toString();
     if (!appId.isEmpty())
         return appId;
     const QJsonValue properties = node["window_properties"_L1];

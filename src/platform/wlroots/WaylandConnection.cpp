@@ -19,7 +19,7 @@ namespace {
 
 QByteArray socketPath(const QByteArray &display)
 {
-    const QByteArray name = display.isEmpty() ? qgetenv("WAYLAND_DISPLAY") : display;
+    QByteArray name = display.isEmpty() ? qgetenv("WAYLAND_DISPLAY") : display;
     if (name.isEmpty() || name.startsWith('/'))
         return name;
     const QByteArray folder = qgetenv("XDG_RUNTIME_DIR");

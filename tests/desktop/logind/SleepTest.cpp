@@ -198,7 +198,9 @@ TEST_F(Sleep, hundredCycles_leaveNoDescriptorAndNoThread)
         expectInhibitors(1);
         fallAsleep();
     }
-    EXPECT_TRUE(pumpUntil([&] { return descriptors() == descriptorsBefore; })) << descriptors();
+    // GLib may have held the first answer's own descriptor when they were counted.
+    EXPECT_TRUE(pumpUntil([&] { return descriptors() <= descriptorsBefore; }))
+        << descriptors() << " instead of " << descriptorsBefore;
     EXPECT_EQ(threads(), threadsBefore);
 }
 
