@@ -270,14 +270,19 @@ TEST_F(TransportStream, earlyAnswerOfAServerThatReadsNoMore_endsWithTheDeadline)
 
 TEST_F(TransportStream, connectionClosedInTheMiddleOfTheBody_failsAndNothingIsSentTwice)
 {
+    QList<QTcpSocket *> open;
     int connections = 0;
+    QByteArray sentAgain;
     QTcpServer server;
     ASSERT_TRUE(server.listen(QHostAddress::LocalHost));
     QObject::connect(&server, &QTcpServer::newConnection, &server, [&] {
-        ++connections;
         QTcpSocket *socket = server.nextPendingConnection();
-        QObject::connect(socket, &QTcpSocket::readyRead, socket, [socket] {
-            if (socket->bytesAvailable() > 500'000)
+        open.append(socket);
+        QObject::connect(socket, &QTcpSocket::disconnected, socket, [&, socket] { open.removeAll(socket); });
+        QObject::connect(socket, &QTcpSocket::readyRead, socket, [&, socket, isFirst = connections++ == 0] {
+            if (!isFirst)
+                sentAgain += socket->readAll();
+            else if (socket->bytesAvailable() > 500'000)
                 socket->abort();
         });
     });
@@ -285,8 +290,9 @@ TEST_F(TransportStream, connectionClosedInTheMiddleOfTheBody_failsAndNothingIsSe
     const Answer answer = send(post(QUrl(QStringLiteral("http://127.0.0.1:%1").arg(server.serverPort())), source));
     ASSERT_FALSE(answer.has_value());
     EXPECT_EQ(answer.error(), faultError(Fault::ConnectionClosed));
-    EXPECT_EQ(connections, 1);
-    EXPECT_TRUE(pumpUntil([&] { return source.use_count() == 1; }));
+    // The network stack may connect once more before it finds that the body can't be had again.
+    EXPECT_TRUE(pumpUntil([&] { return source.use_count() == 1 && open.isEmpty(); }));
+    EXPECT_EQ(sentAgain, QByteArray());
 }
 
 TEST_F(TransportStream, sourceThatEndsBeforeItsLength_failsTheRequest)
