@@ -37,6 +37,12 @@ protected:
         EXPECT_EQ(m_ostrel.spooled(), QStringList());
     }
 
+    void waitForBatch() const
+    {
+        waitUntil(QStringLiteral("the first batch"), std::chrono::seconds(20),
+                  [this] { return !m_ostrel.spooled().isEmpty(); });
+    }
+
     /// Stops the observer's process, so that it answers nothing, until the end of the test.
     void freezeObserver()
     {
@@ -74,6 +80,7 @@ TEST_F(InterruptedRecording, monitorUnpluggedAndPluggedInAgain_isRecordedOn)
 
 TEST_F(InterruptedRecording, serverThatIsGone_isGivenUpAndWhatWasRecordedIsAnalysed)
 {
+    waitForBatch();
     m_desktop.server().kill();
     const auto outcome = m_ostrel.waitForEnd();
     EXPECT_EQ(outcome.status, 1);
@@ -97,6 +104,7 @@ TEST_F(InterruptedRecording, terminatedWhileTheObserverHangs_endsWithinFiveSecon
 
 TEST_F(InterruptedRecording, hangUpsAndATerminationOfOneSessionsEnd_areOneOrderlyEnd)
 {
+    waitForBatch();
     m_ostrel.signal(SIGHUP);
     m_ostrel.signal(SIGHUP);
     m_ostrel.terminate();
