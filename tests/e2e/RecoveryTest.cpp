@@ -39,7 +39,7 @@ protected:
 
     void waitForBatch() const
     {
-        waitUntil(QStringLiteral("the first batch"), std::chrono::seconds(20),
+        waitUntil(QStringLiteral("the first batch"), std::chrono::seconds(60),
                   [this] { return !m_ostrel.spooled().isEmpty(); });
     }
 
