@@ -45,4 +45,13 @@ void ModelState::setHelperError(const std::optional<QString> &message)
     Q_EMIT helperErrorChanged();
 }
 
+void ModelState::showArchiveMessage(const std::optional<QString> &message, bool isError)
+{
+    if (message == m_archiveMessage && isError == m_archiveMessageIsError)
+        return;
+    m_archiveMessage = message;
+    m_archiveMessageIsError = isError;
+    Q_EMIT archiveMessageChanged();
+}
+
 } // namespace ostrel

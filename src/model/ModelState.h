@@ -37,17 +37,29 @@ public:
     const std::optional<QString> &helperError() const { return m_helperError; }
     void setHelperError(const std::optional<QString> &message);
 
+    /// One line of feedback under the archive's controls, and whether it tells of an error.
+    const std::optional<QString> &archiveMessage() const { return m_archiveMessage; }
+    bool archiveMessageIsError() const { return m_archiveMessageIsError; }
+    void setArchiveMessage(const QString &message) { showArchiveMessage(message, false); }
+    void setArchiveError(const QString &message) { showArchiveMessage(message, true); }
+    void clearArchiveMessage() { showArchiveMessage(std::nullopt, false); }
+
 Q_SIGNALS:
     void settingsChanged();
     void draftSettingsChanged();
     void statusChanged();
     void helperErrorChanged();
+    void archiveMessageChanged();
 
 private:
+    void showArchiveMessage(const std::optional<QString> &message, bool isError);
+
     ObserverSettings m_settings;
     ObserverSettings m_draftSettings;
     std::optional<ObserverStatus> m_status;
     std::optional<QString> m_helperError;
+    std::optional<QString> m_archiveMessage;
+    bool m_archiveMessageIsError = false;
 };
 
 } // namespace ostrel
