@@ -4,6 +4,7 @@
 #include "platform/instance/BusDeadline.h"
 #include "platform/instance/PassedText.h"
 #include "platform/instance/RecorderInterface.h"
+#include "platform/sessionbus/BusCall.h"
 #include "platform/sessionbus/BusConnection.h"
 #include "platform/sessionbus/BusLoop.h"
 #include "platform/sessionbus/BusNames.h"
@@ -62,6 +63,8 @@ void BusService::run()
         loop.run();
         flush();
     }
+    if (m_connection)
+        loop.close(m_connection.get());
     m_connection.reset();
 }
 
@@ -102,10 +105,10 @@ bool BusService::exportObject()
 bool BusService::takeName()
 {
     GlibHandle<GError> error;
-    const GlibHandle<GVariant> answer(g_dbus_connection_call_sync(
-        m_connection.get(), BusNames::daemon, BusNames::daemonPath, BusNames::daemon, "RequestName",
-        g_variant_new("(su)", RecorderInterface::busName, doNotQueue), G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE,
-        -1, m_stopped.get(), ErrorOut(error)));
+    const BusLine line{
+        .connection = m_connection.get(), .patience = std::chrono::seconds(25), .cancellable = m_stopped.get()};
+    const auto answer = callBus(line, {BusNames::daemon, BusNames::daemonPath, BusNames::daemon, "RequestName"},
+                                g_variant_new("(su)", RecorderInterface::busName, doNotQueue), "(u)", error);
     guint32 outcome = 0;
     if (answer)
         g_variant_get(answer.get(), "(u)", &outcome);

@@ -44,15 +44,11 @@ int descriptorIn(GVariant *answer, GUnixFDList *files)
 
 bool SleepInhibitor::take(const BusLine &line, GlibHandle<GError> &error)
 {
-    GUnixFDList *received = nullptr;
-    const GlibHandle<GVariant> answer(g_dbus_connection_call_with_unix_fd_list_sync(
-        line.connection, LogindNames::service, LogindNames::path, LogindNames::manager, "Inhibit", arguments(),
-        G_VARIANT_TYPE("(h)"), G_DBUS_CALL_FLAGS_NO_AUTO_START, int(line.patience.count()), nullptr, &received,
-        line.cancellable, ErrorOut(error)));
-    const GlibHandle<GUnixFDList> files(received);
-    if (!answer)
+    const auto answer = callBusForFiles(
+        line, {LogindNames::service, LogindNames::path, LogindNames::manager, "Inhibit"}, arguments(), "(h)", error);
+    if (!answer.value)
         return false;
-    const int descriptor = descriptorIn(answer.get(), files.get());
+    const int descriptor = descriptorIn(answer.value.get(), answer.files.get());
     if (descriptor < 0) {
         error.reset(g_error_new_literal(G_IO_ERROR, G_IO_ERROR_INVALID_DATA, "its answer holds no descriptor"));
         return false;

@@ -28,6 +28,15 @@ struct BusLine {
 GlibHandle<GVariant> callBus(const BusLine &line, const BusMethod &method, GVariant *arguments, const char *answerType,
                              GlibHandle<GError> &error);
 
+struct BusAnswer {
+    GlibHandle<GVariant> value;    ///< null, with the error set, without one
+    GlibHandle<GUnixFDList> files; ///< null where the answer brings none
+};
+
+/// The same for a method that answers with descriptors.
+BusAnswer callBusForFiles(const BusLine &line, const BusMethod &method, GVariant *arguments, const char *answerType,
+                          GlibHandle<GError> &error);
+
 /// A property that is a truth value; nothing where it is none, or where nobody answers.
 std::optional<bool> readBusFlag(const BusLine &line, const BusMethod &object, const char *property);
 

@@ -19,6 +19,12 @@ GlibHandle<GDBusConnection> connectToBus(const QByteArray &address, GCancellable
 /// @return null when there is none in time
 GlibHandle<GDBusConnection> connectToBusInTime(const QByteArray &address, GMainContext *context, int timeoutMs);
 
+/// Closes a connection of this thread and takes what it still has to tell. Without this a message that comes while its
+/// reader leaves waits for the reader for ever, and keeps connection and context alive with it. Waits for a second at
+/// most.
+/// @param context the thread's default
+void closeBus(GDBusConnection *connection, GMainContext *context);
+
 /// While it lives, GLib tells this thread what it has to tell by this main context, not by everybody's.
 class MainContextScope
 {

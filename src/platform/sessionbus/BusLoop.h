@@ -40,6 +40,9 @@ public:
     void runFor(std::chrono::milliseconds duration);
     void quit() { m_hasQuit = true; }
 
+    /// For a connection of this thread that is needed no more; also after the stop. See `closeBus`.
+    void close(GDBusConnection *connection) { closeBus(connection, m_context.get()); }
+
     GCancellable *stopped() const { return m_stopped; }
     bool isStopped() const { return g_cancellable_is_cancelled(m_stopped) != FALSE; }
     std::unique_ptr<BusTimer> after(std::chrono::milliseconds delay, std::function<void()> callback);

@@ -62,6 +62,7 @@ void BusThread::serve(GDBusConnection *connection, BusLoop &loop)
     loop.run();
     m_visitor->leave();
     g_signal_handler_disconnect(connection, handler);
+    loop.close(connection);
     if (loop.isStopped())
         return;
     qCInfo(logPlatform, "The %s has ended; it is tried again from time to time.", m_bus.name);

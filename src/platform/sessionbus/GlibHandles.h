@@ -9,8 +9,10 @@ namespace ostrel {
 
 /// Owners of GLib's objects.
 struct GlibDelete {
+    void operator()(GAsyncResult *object) const { g_object_unref(object); }
     void operator()(GCancellable *object) const { g_object_unref(object); }
     void operator()(GDBusConnection *object) const { g_object_unref(object); }
+    void operator()(GDBusMessage *object) const { g_object_unref(object); }
     void operator()(GDBusMethodInvocation *object) const { g_object_unref(object); }
     void operator()(GUnixFDList *object) const { g_object_unref(object); }
     void operator()(GDBusNodeInfo *node) const { g_dbus_node_info_unref(node); }
