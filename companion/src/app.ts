@@ -1,4 +1,5 @@
 import type { IncomingMessage, RequestListener, ServerResponse } from "node:http";
+import { type ArchiveApi, archiveRefusal, archiveRoutes } from "./archive/archiveRoutes.ts";
 import { describeFailure, isDiskFull, isSystemError } from "./base/failure.ts";
 import { bodyPieces, readJson } from "./http/body.ts";
 import { RequestError } from "./http/errors.ts";
@@ -12,9 +13,13 @@ import { InvalidRecord, parseRecord } from "./wire/schema.ts";
 export interface AppDependencies {
   readonly observer: Pick<
     Observer,
-    "status" | "start" | "stop" | "receiveFrames" | "replaceSettings"
+    "status" | "start" | "stop" | "receiveFrames" | "replaceSettings" | "complain"
   >;
+  /** Throws ArchiveNotReady where it can't be used at all. */
+  archive(): ArchiveApi;
   readonly token: string;
+  /** A request has come that bears the token. */
+  onRequest(): void;
   /** The port that requests have to name as their host's. */
   port(): number;
   /** How long a body may take to arrive. */
@@ -37,6 +42,7 @@ export function createApp(dependencies: AppDependencies): RequestListener {
   return (request, response) => {
     const answer = async () => {
       guard.check(request, dependencies.port());
+      dependencies.onRequest();
       return findHandler(routes, request)(request);
     };
     answer().then(
@@ -49,13 +55,10 @@ export function createApp(dependencies: AppDependencies): RequestListener {
   };
 }
 
-function createRoutes({ observer, bodyDeadlineMs }: AppDependencies): Routes {
+function createRoutes({ observer, archive, bodyDeadlineMs }: AppDependencies): Routes {
   const json = (request: IncomingMessage) => readJson(request, bodyDeadlineMs);
-  const later: Handler = () => {
-    throw new RequestError("notImplemented", "This version of the observer has no archive.");
-  };
   const route = (method: string, handler: Handler) => new Map([[method, handler]]);
-  return new Map([
+  const routes = new Map([
     ["/api/status", route("GET", () => observer.status())],
     [
       "/api/start",
@@ -75,16 +78,29 @@ function createRoutes({ observer, bodyDeadlineMs }: AppDependencies): Routes {
         observer.replaceSettings(parseRecord(ObserverSettings, await json(request))),
       ),
     ],
-    ["/api/archive/status", route("GET", later)],
-    ["/api/archive/prepare", route("POST", later)],
-    ["/api/archive/enable", route("POST", later)],
-    ["/api/archive/disable", route("POST", later)],
-    ["/api/archive/recover", route("POST", later)],
-    ["/api/archive/export/estimate", route("POST", later)],
-    ["/api/archive/export", route("POST", later)],
-    ["/api/archive/export/status", route("GET", later)],
-    ["/api/archive/export/cancel", route("POST", later)],
   ]);
+  for (const { method, path, answer } of archiveRoutes) {
+    const plain: Handler = (request) => answer(archive(), () => json(request));
+    const isQuestion = method === "GET" || path === "/api/archive/export/estimate";
+    const handler = isQuestion ? plain : tellingRefusals(plain, observer);
+    routes.set(path, new Map([...(routes.get(path) ?? []), [method, handler]]));
+  }
+  return routes;
+}
+
+/** The application reads no body of a refusal: why something was not done stands in the status. */
+function tellingRefusals(answer: Handler, observer: AppDependencies["observer"]): Handler {
+  return async (request) => {
+    try {
+      const record = await answer(request);
+      observer.complain("archive request", undefined);
+      return record;
+    } catch (error) {
+      const refusal = archiveRefusal(error);
+      if (refusal !== undefined) observer.complain("archive request", refusal.message);
+      throw error;
+    }
+  };
 }
 
 function findHandler(routes: Routes, request: IncomingMessage): Handler {
@@ -109,6 +125,8 @@ function asRequestError(error: unknown, { onUnexpected }: AppDependencies): Requ
   }
   if (error instanceof NotRecording) return new RequestError("notRecording", error.message);
   if (error instanceof ShuttingDown) return new RequestError("shuttingDown", error.message);
+  const refusal = archiveRefusal(error);
+  if (refusal !== undefined) return refusal;
   if (isDiskFull(error)) {
     return new RequestError("diskFull", "The disk is full.");
   }

@@ -6,19 +6,28 @@ import { join } from "node:path";
 import * as localAnalyser from "./analysis/localAnalyser.ts";
 import { loadRules } from "./analysis/userRules.ts";
 import { createApp } from "./app.ts";
+import { ArchiveSlot } from "./archive/archiveSlot.ts";
+import { openArchive } from "./archive/openArchive.ts";
 import { systemClock } from "./base/clock.ts";
 import { describeFailure } from "./base/failure.ts";
 import { makeFolder } from "./base/makeFolder.ts";
-import { asAnalyser } from "./engine/analyser.ts";
+import { type Analyst, asAnalyser } from "./engine/analyser.ts";
 import { Journals } from "./engine/journals.ts";
 import { bulletKey } from "./journal/journalWriter.ts";
+import { LifeSigns } from "./observer/lifeSigns.ts";
 import { Observer } from "./observer/observer.ts";
 import { exitCodes } from "./process/exitCodes.ts";
 import { listen } from "./process/listen.ts";
 import { watchParent } from "./process/parentWatch.ts";
 import { isPipe, parseSecrets, readStandardInput } from "./process/standardInput.ts";
 import { StateLock, type Unlock } from "./process/stateLock.ts";
+import { chatProtocol } from "./providers/chat.ts";
+import { ModelAnalyst } from "./providers/modelAnalyst.ts";
+import { ServiceAccounts } from "./providers/serviceAccount.ts";
+import { UsageLedger } from "./providers/usage.ts";
+import { vertexProtocol } from "./providers/vertex.ts";
 import { loadSettings } from "./settings/loadSettings.ts";
+import { readAnalysisLimits } from "./settings/ownSettings.ts";
 import { SettingsInUse } from "./settings/settingsInUse.ts";
 import { realDisk } from "./spool/disk.ts";
 import { SpoolLayout } from "./spool/layout.ts";
@@ -77,8 +86,28 @@ async function lockStateFolder(folder: string): Promise<Unlock> {
   throw new StartFailure(exitCodes.stateFolderLocked, `Another observer is at work on ${folder}.`);
 }
 
-async function openObserver(folder: string, home: string, settings: SettingsInUse) {
+function modelAnalyst(layout: SpoolLayout, home: string, settings: SettingsInUse): Analyst {
+  const accounts = new ServiceAccounts(systemClock, home);
+  return new ModelAnalyst({
+    settings,
+    home,
+    layout,
+    clock: systemClock,
+    usage: new UsageLedger(realDisk, layout.usageFile, systemClock),
+    limits: () => readAnalysisLimits(layout.ownSettingsFile),
+    protocolOf: (provider) =>
+      provider.kind === "chat" ? chatProtocol(provider) : vertexProtocol(provider, accounts),
+  });
+}
+
+async function openObserver(
+  folder: string,
+  home: string,
+  settings: SettingsInUse,
+  archive: ArchiveSlot,
+) {
   const journals = new Journals();
+  const layout = new SpoolLayout(folder);
   const { rules, complaint } = await loadRules(join(folder, "rules.json"));
   try {
     return await Observer.open({
@@ -86,10 +115,14 @@ async function openObserver(folder: string, home: string, settings: SettingsInUs
       home,
       bulletKey,
       disk: realDisk,
-      layout: new SpoolLayout(folder),
+      layout,
       clock: systemClock,
+      random: Math.random,
       analyser: asAnalyser("local", localAnalyser.analyserWith(rules)),
+      analyst: modelAnalyst(layout, home, settings),
       rulesComplaint: complaint,
+      finishedChunks: archive,
+      onGap: say,
       quotaBytes: defaultQuotaBytes,
       appendToJournal: (...entry) => journals.append(...entry),
     });
@@ -105,9 +138,17 @@ function usablePort(port: number | bigint): number {
   throw new StartFailure(exitCodes.unusablePort, `${port} is not a port; see localPort.`);
 }
 
-async function openServer(observer: Observer, token: string, port: number): Promise<Server> {
+async function openServer(
+  observer: Observer,
+  archive: ArchiveSlot,
+  token: string,
+  port: number,
+): Promise<Server> {
+  const lifeSigns = new LifeSigns(systemClock, observer);
   const app = createApp({
     observer,
+    archive: () => archive.api,
+    onRequest: () => lifeSigns.sign(),
     token,
     bodyDeadlineMs,
     port: () => port,
@@ -176,11 +217,12 @@ function watchOurParent(end: EndOfService): void {
 }
 
 /** What is acknowledged is durable already; this ends the session and what is being worked on. */
-async function close(server: Server, observer: Observer): Promise<void> {
+async function close(server: Server, observer: Observer, archive: ArchiveSlot): Promise<void> {
   server.close();
   server.closeIdleConnections();
   const cut = systemClock.after(requestGraceMs, () => server.closeAllConnections());
   await observer.close();
+  await archive.close();
   cut();
   server.closeAllConnections();
 }
@@ -194,13 +236,18 @@ async function serve(end: EndOfService, token: string): Promise<void> {
   try {
     const settings = new SettingsInUse(await loadSettings(home));
     const port = usablePort(settings.record.localPort);
-    const observer = await openObserver(folder, home, settings);
-    const server = await openServer(observer, token, port);
+    const archive = await ArchiveSlot.open((onComplaint) =>
+      openArchive(folder, home, process.env, onComplaint),
+    );
+    settings.tellArchive(() => archive.settings);
+    const observer = await openObserver(folder, home, settings, archive);
+    archive.tellTo((...complaint) => observer.complain(...complaint));
+    const server = await openServer(observer, archive, token, port);
     say(`listening on 127.0.0.1:${port}`);
     takeSecrets(observer, firstLine);
     await end.wanted();
     systemClock.after(closingPatienceMs, () => process.exit(exitCodes.orderly));
-    await close(server, observer);
+    await close(server, observer, archive);
   } finally {
     await unlock();
   }

@@ -12,6 +12,12 @@ export interface FileStat {
 /** An open file, or a folder that is open to be synced. */
 export interface OpenHandle {
   write(bytes: Uint8Array, offset?: number): Promise<{ readonly bytesWritten: number }>;
+  read(
+    into: Uint8Array,
+    offset: number,
+    length: number,
+    position: number,
+  ): Promise<{ readonly bytesRead: number }>;
   readFile(): Promise<Buffer>;
   stat(options: { readonly bigint: true }): Promise<FileStat>;
   truncate(size: number): Promise<void>;
@@ -28,6 +34,7 @@ export interface FileSystem {
   open(path: string, flags: number, mode?: number): Promise<OpenHandle>;
   mkdir(path: string, options: { readonly mode: number }): Promise<unknown>;
   rename(from: string, to: string): Promise<void>;
+  link(from: string, to: string): Promise<void>;
   unlink(path: string): Promise<void>;
   rm(path: string, options: { readonly recursive?: boolean; readonly force: true }): Promise<void>;
   readdir(path: string): Promise<string[]>;

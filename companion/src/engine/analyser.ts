@@ -1,4 +1,6 @@
-import type { AnalysisOutcome, ObservedFrame } from "../analysis/types.ts";
+import type { AnalysisOutcome, Bullet, ObservedFrame } from "../analysis/types.ts";
+import type { ModelProvider } from "../settings/provider.ts";
+import type { Chunk } from "../spool/records.ts";
 
 /** An analyser whose state the queue keeps for it, as JSON, from one chunk to the next. */
 export interface Analyser {
@@ -9,6 +11,28 @@ export interface Analyser {
   parseState(json: unknown): unknown;
   analyseChunk(state: unknown, frames: readonly ObservedFrame[]): AnalysisOutcome<unknown>;
   finishSession(state: unknown, stoppedAtMs: number): AnalysisOutcome<unknown>;
+}
+
+/** What a model made of a chunk. */
+export interface ModelAnswer {
+  readonly bullets: readonly Bullet[];
+  /** What the user should know of it, in a sentence. */
+  readonly remark: string | undefined;
+}
+
+/** Has a model write the bullets. It remembers nothing between chunks but what the journal says. */
+export interface Analyst {
+  /**
+   * Asks the provider about the chunk's frames. Throws ProviderFailure (`retry`, `configuration`,
+   * `ceiling` or `badRequest`), or the error of the disk; anything once the signal is aborted. `keep`
+   * is given each request as it is sent, but for the pictures, which it names, and for secrets.
+   */
+  analyse(
+    provider: ModelProvider,
+    chunk: Chunk,
+    signal: AbortSignal,
+    keep: (request: string) => Promise<void>,
+  ): Promise<ModelAnswer>;
 }
 
 interface TypedAnalyser<State> {

@@ -1,21 +1,24 @@
 import type { Clock } from "../base/clock.ts";
 import { describeFailure, isSystemError } from "../base/failure.ts";
 import type { JournalSession, KeyedBullet } from "../journal/types.ts";
+import { ProviderFailure } from "../providers/failures.ts";
 import { expandedAbsolutePath } from "../settings/expandedPath.ts";
-import { chosenProvider } from "../settings/provider.ts";
-import type { SettingsInUse } from "../settings/settingsInUse.ts";
-import { type Chunk, type ChunkResult, observed } from "../spool/records.ts";
-import type { Spool } from "../spool/spool.ts";
-import type { Analyser } from "./analyser.ts";
-import { saveRawInputs } from "./rawInputs.ts";
+import {
+  chosenProvider,
+  isSameProvider,
+  type ModelProvider,
+  type Provider,
+} from "../settings/provider.ts";
+import type { Chunk, ChunkResult } from "../spool/records.ts";
+import type { PendingChunk } from "../spool/spool.ts";
+import { type AnalysisDependencies, ChunkAnalysis } from "./chunkAnalysis.ts";
+import { unanalysedText } from "./gapText.ts";
+import { ModelPause } from "./modelPause.ts";
 
-export interface EngineDependencies {
-  readonly spool: Spool;
-  readonly settings: SettingsInUse;
-  readonly analyser: Analyser;
+export interface EngineDependencies extends AnalysisDependencies {
   readonly clock: Clock;
-  readonly home: string;
-  bulletKey(atMs: number, chunkId: number, n: number): string;
+  /** At least 0 and below 1. */
+  random(): number;
   /** Appends to the journal in the directory; the same keys again change nothing. */
   appendToJournal(
     directory: string,
@@ -26,12 +29,14 @@ export interface EngineDependencies {
   withRoom(task: () => Promise<void>): Promise<void>;
   /** Lines were appended. */
   onWritten(lineCount: number): void;
-  /** Something went wrong that doesn't hold up the queue; undefined when it goes right again. */
-  onComplaint(area: string, sentence: string | undefined): void;
 }
 
 const firstRetryMs = 5_000;
 const greatestRetryMs = 600_000;
+/** How often a model may refuse a chunk before it is put aside. */
+const mostRefusals = 3;
+/** When so many chunks were put aside in a row, it is not the chunks. */
+const mostPutAside = 3;
 
 /** The chunk can never be analysed, so the ones behind it must not wait for it. */
 class UnusableChunk extends Error {
@@ -44,32 +49,54 @@ class JournalFailure extends Error {
 }
 
 /**
- * Works off the queue of chunks, one at a time and in order. The stages of a chunk are analysis,
- * stored result, journal, stored queue state, removal; each may be repeated after a kill.
+ * Works off the queue of chunks, one at a time: in order for the built-in analyser, whose memory
+ * goes from one to the next, and the newest first for a model, so that days without network don't
+ * delay today. The stages of a chunk are analysis, stored result, journal, stored queue state, removal;
+ * each may be repeated after a kill.
  */
 export class Engine {
   readonly #dependencies: EngineDependencies;
+  readonly #analysis: ChunkAnalysis;
+  readonly #pause: ModelPause;
   #isOpen = false;
   readonly #opened: Promise<void>;
   #resolveOpened: () => void = () => {};
   #isWanted = false;
   #running: Promise<void> | undefined;
-  #blockedReason: string | undefined;
+  /** Why the disk or the journal holds up the queue. */
+  #stuckReason: string | undefined;
   #retryMs = firstRetryMs;
   #cancelRetry: (() => void) | undefined;
-  /** The chunk at hand, once its lines stand in the journal: what the user then deletes stays so. */
-  #appendedChunk: number | undefined;
+  /** The question that is out, which a change of the settings takes back. */
+  #question: AbortController | undefined;
+  #lastSettings;
+  /** Chunks with a stored answer that are not done: nobody need be asked about them. */
+  readonly #answered = new Set<number>();
+  /** Those of them whose lines stand in the journal: what the user then deletes stays so. */
+  readonly #appended = new Set<number>();
+  #putAsideInRow = 0;
+  #waiters: (() => void)[] = [];
 
   constructor(dependencies: EngineDependencies) {
     this.#dependencies = dependencies;
+    this.#analysis = new ChunkAnalysis(dependencies);
+    this.#lastSettings = dependencies.settings.record;
+    this.#pause = new ModelPause(dependencies.clock, dependencies.random, () => this.wake());
     this.#opened = new Promise((resolve) => {
       this.#resolveOpened = resolve;
     });
   }
 
-  /** Why the queue stands still; undefined while it moves. */
-  get blockedReason(): string | undefined {
-    return this.#blockedReason;
+  /** Why no chunk is worked on at present; undefined while one is, or none waits. */
+  get reason(): string | undefined {
+    return this.#stuckReason ?? this.#modelReason;
+  }
+
+  /** Whether the reason is one that the user should know of. */
+  get isBlocked(): boolean {
+    if (this.#stuckReason !== undefined) return true;
+    if (this.#modelReason === undefined) return false;
+    return this.#pause.reason === undefined || this.#pause.isBlocking;
   }
 
   /** Until this is called nothing is analysed: before the secrets are known, nor is the provider. */
@@ -79,11 +106,33 @@ export class Engine {
     this.wake();
   }
 
-  /** Works if there is work. Call it when a chunk was closed and when the settings changed. */
+  /** Works if there is work. Call it when a chunk was closed. */
   wake(): void {
     if (!this.#isOpen) return;
     this.#isWanted = true;
     this.#running ??= this.#run();
+  }
+
+  /** The settings were changed: whatever was waited for, it is tried at once. */
+  settingsChanged(): void {
+    const { record } = this.#dependencies.settings;
+    if (isSameProvider(record, this.#lastSettings)) this.#pause.end();
+    else {
+      this.#question?.abort();
+      this.#pause.forget();
+      // What was said of the other one's model is so no more.
+      this.#dependencies.onComplaint("model", undefined);
+    }
+    this.#lastSettings = record;
+    this.#putAsideInRow = 0;
+    this.wake();
+  }
+
+  /** Somebody begins to record: what they may have put right in the meantime is tried. */
+  recordingBegins(): void {
+    this.#pause.endConfiguration();
+    this.#putAsideInRow = 0;
+    this.wake();
   }
 
   /** Resolves when it is open and there is no more work that can be done now. */
@@ -92,12 +141,37 @@ export class Engine {
     while (this.#running !== undefined) await this.#running;
   }
 
-  /** Resolves when the chunk at hand is through its stages; no other is begun. */
+  /** Resolves when the chunk waits no more, or nothing can be done about it now. */
+  async handled(id: number | undefined): Promise<void> {
+    await this.#opened;
+    // The built-in analyser is done with the last chunk when it is done with all.
+    if (chosenProvider(this.#dependencies.settings.record).kind === "local") return this.settled();
+    const waits = () => this.#pending.some((chunk) => chunk.id === id);
+    while (this.#running !== undefined && waits()) {
+      await new Promise<void>((resolve) => this.#waiters.push(resolve));
+    }
+  }
+
+  /** Resolves when the chunk at hand is through its stages, or its question taken back. */
   async close(): Promise<void> {
     this.#isOpen = false;
     this.#isWanted = false;
     this.#cancelRetry?.();
+    this.#pause.end();
+    this.#question?.abort();
     await this.#running;
+  }
+
+  get #pending(): readonly PendingChunk[] {
+    return this.#dependencies.spool.pendingChunks;
+  }
+
+  /** Why a model can't be asked about the chunks that need one. */
+  get #modelReason(): string | undefined {
+    if (!this.#pending.some((chunk) => chunk.hasFrames)) return undefined;
+    const chosen = chosenProvider(this.#dependencies.settings.record);
+    if (chosen.kind === "local") return undefined;
+    return chosen.kind === "unavailable" ? chosen.reason : this.#pause.reason;
   }
 
   async #run(): Promise<void> {
@@ -107,132 +181,167 @@ export class Engine {
       await this.#drain();
     }
     this.#running = undefined;
+    this.#announce();
+  }
+
+  #announce(): void {
+    for (const resolve of this.#waiters.splice(0)) resolve();
   }
 
   async #drain(): Promise<void> {
-    const { spool, settings } = this.#dependencies;
-    for (let id = spool.pendingChunks[0]; id !== undefined; id = spool.pendingChunks[0]) {
+    for (;;) {
+      // It holds for a whole chunk, though the settings may change in the meantime.
+      const chosen = chosenProvider(this.#dependencies.settings.record);
+      const id = this.#next(chosen);
+      if (id === undefined) break;
       if (!this.#isOpen) return;
-      const provider = chosenProvider(settings.record);
-      if (provider.kind === "unavailable") {
-        this.#blockedReason = provider.reason;
-        return;
-      }
-      if (!(await this.#attempt(id))) return;
+      const goesOn = await this.#attempt(id, chosen);
+      this.#announce();
+      if (!goesOn) return;
     }
-    this.#blockedReason = undefined;
+    this.#stuckReason = undefined;
+  }
+
+  /** The chunk to work on; undefined when there is none, or all have to wait. */
+  #next(chosen: Provider): number | undefined {
+    const [oldest] = this.#pending;
+    if (chosen.kind === "local") return oldest?.id;
+    // The end of a session comes when all of it is done, should that be by the built-in analyser.
+    if (oldest?.hasFrames === false) return oldest.id;
+    const free = this.#pending.find(({ id, hasGaps }) => hasGaps || this.#answered.has(id));
+    if (free !== undefined) return free.id;
+    if (this.#modelReason !== undefined) return undefined;
+    return this.#pending.filter(({ hasFrames }) => hasFrames).at(-1)?.id;
   }
 
   /** False when the queue has to wait. */
-  async #attempt(id: number): Promise<boolean> {
+  async #attempt(id: number, chosen: Provider): Promise<boolean> {
     try {
-      await this.#process(id);
-      this.#blockedReason = undefined;
+      await this.#process(id, chosen);
+      this.#stuckReason = undefined;
       this.#retryMs = firstRetryMs;
       return true;
     } catch (error) {
-      if (error instanceof UnusableChunk && (await this.#setAside(id, error))) return true;
-      const tried =
-        error instanceof JournalFailure ? "The journal can't be written" : "The queue is stuck";
-      const cause = error instanceof JournalFailure ? error.cause : error;
-      this.#blockedReason = `${describeFailure(tried, cause)}.`;
-      this.#cancelRetry = this.#dependencies.clock.after(this.#retryMs, () => this.wake());
-      this.#retryMs = Math.min(this.#retryMs * 2, greatestRetryMs);
+      if (this.#question?.signal.aborted === true) return true;
+      if (error instanceof ProviderFailure && (await this.#bearFailure(id, error))) return true;
+      if (error instanceof UnusableChunk && (await this.#setAside(id, error.message))) return true;
+      this.#waitForDisk(error);
       return false;
+    } finally {
+      this.#question = undefined;
     }
   }
 
-  async #process(id: number): Promise<void> {
-    const { spool, withRoom } = this.#dependencies;
+  #waitForDisk(error: unknown): void {
+    const tried =
+      error instanceof JournalFailure ? "The journal can't be written" : "The queue is stuck";
+    const cause = error instanceof JournalFailure ? error.cause : error;
+    this.#stuckReason = `${describeFailure(tried, cause)}.`;
+    this.#cancelRetry = this.#dependencies.clock.after(this.#retryMs, () => this.wake());
+    this.#retryMs = Math.min(this.#retryMs * 2, greatestRetryMs);
+  }
+
+  async #process(id: number, chosen: Provider): Promise<void> {
+    const { spool, withRoom, onWritten } = this.#dependencies;
     const chunk = await usable("read", () => spool.readChunk(id));
     const stored = await usable("read the result of", () => spool.readResult(id));
-    const result = stored ?? (await this.#analyse(chunk));
-    if (result.bullets.length > 0 && this.#appendedChunk !== id) {
-      await this.#append(chunk, result);
-      this.#appendedChunk = id;
+    const result = stored ?? (await this.#analyse(chunk, chosen));
+    this.#answered.add(id);
+    if (result.bullets.length > 0 && !this.#appended.has(id)) {
+      await this.#append(chunk, result.bullets);
+      this.#appended.add(id);
     }
-    await withRoom(() => spool.complete(chunk, result.state));
+    const state = result.state === undefined ? spool.queueState?.state : result.state;
+    await withRoom(() => spool.complete(chunk, state));
+    this.#answered.delete(id);
+    this.#appended.delete(id);
+    if (result.bullets.length > 0) onWritten(result.bullets.length);
   }
 
-  async #append(chunk: Chunk, { bullets }: ChunkResult): Promise<void> {
-    const { settings, home, appendToJournal, onWritten } = this.#dependencies;
+  async #append(chunk: Chunk, bullets: readonly KeyedBullet[]): Promise<void> {
+    const { settings, home, appendToJournal } = this.#dependencies;
     try {
       const directory = expandedAbsolutePath(settings.record.outputDirectory, home);
       await appendToJournal(directory, chunk.session, bullets);
     } catch (error) {
       throw new JournalFailure("the journal can't be written", { cause: error });
     }
-    onWritten(bullets.length);
   }
 
-  async #analyse(chunk: Chunk): Promise<ChunkResult> {
-    await this.#saveRawInputs(chunk);
-    const result = await usable("analyse", async () => this.#outcome(chunk));
+  async #analyse(chunk: Chunk, chosen: Provider): Promise<ChunkResult> {
     const { spool, withRoom } = this.#dependencies;
+    await this.#analysis.saveInputs(chunk);
+    const result =
+      chosen.kind === "model" && chunk.frames.length > 0
+        ? await this.#modelResult(chosen.provider, chunk)
+        : await usable("analyse", async () => this.#analysis.withoutModel(chunk, chosen));
     await withRoom(() => spool.storeResult(chunk.id, result));
     return result;
   }
 
-  #outcome(chunk: Chunk): ChunkResult {
-    const { analyser, bulletKey, spool } = this.#dependencies;
-    const states = asStates(spool.queueState?.state);
-    let { state, bullets } = analyser.analyseChunk(
-      this.#knownState(states[analyser.name]),
-      chunk.frames.map(observed),
-    );
-    if (chunk.stoppedAtMs !== undefined) {
-      const ending = analyser.finishSession(state, chunk.stoppedAtMs);
-      state = ending.state;
-      bullets = [...bullets, ...ending.bullets];
-    }
-    return {
-      version: 1,
-      state: { ...states, [analyser.name]: state },
-      bullets: bullets.map(({ atMs, text }, n) => ({
-        key: bulletKey(atMs, chunk.id, n),
-        atMs,
-        text,
-      })),
-    };
+  async #modelResult(provider: ModelProvider, chunk: Chunk): Promise<ChunkResult> {
+    this.#question = new AbortController();
+    const { signal } = this.#question;
+    const result = await this.#analysis.byModel(provider, chunk, signal);
+    signal.throwIfAborted();
+    this.#pause.forget();
+    this.#putAsideInRow = 0;
+    return result;
   }
 
-  #knownState(kept: unknown): unknown {
-    const { analyser, onComplaint } = this.#dependencies;
-    if (kept === undefined) return analyser.initialState();
-    try {
-      return analyser.parseState(kept);
-    } catch {
-      onComplaint("analyser", "What the analyser remembered could not be read; it starts anew.");
-      return analyser.initialState();
+  /** True when the queue can go on at once, be it only to find that it has to wait. */
+  async #bearFailure(id: number, failure: ProviderFailure): Promise<boolean> {
+    if (failure.kind !== "badRequest") {
+      this.#pause.begin(failure);
+      return true;
     }
-  }
-
-  async #saveRawInputs(chunk: Chunk): Promise<void> {
-    const { spool, settings, home, onComplaint } = this.#dependencies;
-    if (!settings.record.saveRawInputs) return;
     try {
-      const directory = expandedAbsolutePath(settings.record.rawInputDirectory, home);
-      await saveRawInputs(spool.disk, spool.layout, directory, chunk);
-      onComplaint("raw inputs", undefined);
+      const refusals = await this.#dependencies.spool.countRefusal(id);
+      if (refusals < mostRefusals) {
+        this.#pause.begin(failure);
+        return true;
+      }
     } catch (error) {
-      onComplaint("raw inputs", `${describeFailure("The model inputs can't be kept", error)}.`);
+      this.#waitForDisk(error);
+      return false;
     }
+    if (this.#putAsideInRow >= mostPutAside) {
+      this.#pause.begin(new ProviderFailure("configuration", failure.message));
+      return true;
+    }
+    return this.#setAsideRefused(id, failure.message);
   }
 
-  async #setAside(id: number, error: UnusableChunk): Promise<boolean> {
+  async #setAsideRefused(id: number, why: string): Promise<boolean> {
+    const { spool, bulletKey } = this.#dependencies;
+    try {
+      const chunk = await spool.readChunk(id);
+      const [first, last] = [chunk.frames[0], chunk.frames.at(-1)];
+      if (first !== undefined && last !== undefined) {
+        const atMs = first.receivedAtMs;
+        const text = unanalysedText(atMs, last.receivedAtMs);
+        await this.#append(chunk, [{ key: bulletKey(atMs, id, 0), atMs, text }]);
+      }
+    } catch (error) {
+      this.#waitForDisk(error);
+      return false;
+    }
+    if (!(await this.#setAside(id, why))) return false;
+    this.#putAsideInRow += 1;
+    this.#pause.forget();
+    return true;
+  }
+
+  async #setAside(id: number, why: string): Promise<boolean> {
     const { spool, clock, onComplaint } = this.#dependencies;
     try {
       await spool.setAside(id, clock.nowMs());
-      onComplaint("chunks", `Chunk ${id} was put aside: ${error.message}.`);
+      onComplaint("chunks", `Chunk ${id} was put aside: ${why.replace(/\.$/, "")}.`);
       return true;
     } catch {
       return false;
     }
   }
-}
-
-function asStates(state: unknown): Readonly<Record<string, unknown>> {
-  return typeof state === "object" && state !== null ? { ...state } : {};
 }
 
 /** Failures of the disk pass through, and are tried again; every other condemns the chunk. */

@@ -4,6 +4,18 @@ import type { Disk } from "../spool/disk.ts";
 import type { SpoolLayout } from "../spool/layout.ts";
 import { type Chunk, pictureName } from "../spool/records.ts";
 
+/** Keeps the last request about a chunk, beside the pictures that it names. */
+export async function saveRequest(
+  disk: Disk,
+  directory: string,
+  chunkId: number,
+  request: string,
+): Promise<void> {
+  const folder = join(directory, String(chunkId));
+  await disk.makeFolder(folder);
+  await disk.replaceFile(join(folder, "request.json"), request);
+}
+
 /**
  * Keeps what an analyser was shown of a chunk: `<directory>/<chunk id>/` with each picture and,
  * under the same name ending in .txt, the context text of its frame. May be repeated.

@@ -9,12 +9,15 @@ export const errorStatus = {
   methodNotAllowed: 405,
   bodyTimeout: 408,
   notRecording: 409,
+  archiveNotReady: 409,
   bodyTooLarge: 413,
   invalidRecord: 422,
+  recoveryKeyWrong: 422,
   internal: 500,
   diskFailed: 500,
-  notImplemented: 501,
+  archiveUnreachable: 502,
   shuttingDown: 503,
+  keyringRefused: 503,
   diskFull: 507,
 } as const;
 export type ErrorCode = keyof typeof errorStatus;

@@ -3,17 +3,19 @@ import { describeFailure, isDiskFull, isSystemError } from "../base/failure.ts";
 import { isoLocalTime, sortableLocalTime } from "../base/localTime.ts";
 import { Mutex } from "../base/mutex.ts";
 import { Engine, type EngineDependencies } from "../engine/engine.ts";
-import { FrameReader } from "../frames/frameReader.ts";
+import { gapText } from "../engine/gapText.ts";
 import { chunkLengthMs } from "../settings/chunkLength.ts";
 import type { Secrets, SettingsInUse } from "../settings/settingsInUse.ts";
 import type { BatchWriter } from "../spool/batchWriter.ts";
 import { Chunker } from "../spool/chunker.ts";
-import type { SpooledFrame } from "../spool/records.ts";
+import type { Gap } from "../spool/records.ts";
 import { type Leftovers, type Recovery, recover } from "../spool/recovery.ts";
-import type { Spool } from "../spool/spool.ts";
+import type { FinishedChunks, Spool } from "../spool/spool.ts";
 import type { ObserverSettings, ObserverStatus } from "../wire/records.ts";
 import { Complaints } from "./complaints.ts";
+import { diskCause, type GapArea, OpenGaps } from "./openGaps.ts";
 import { keepQuota, type QuotaDependencies, thinnedSentence } from "./quota.ts";
+import { lostPicturesSentence, writeBatch } from "./receiving.ts";
 import { SessionLedger } from "./sessionFile.ts";
 
 export interface ObserverDependencies
@@ -23,6 +25,10 @@ export interface ObserverDependencies
   readonly clock: Clock;
   /** Why the user's rules of analysis are not in use. */
   readonly rulesComplaint?: string | undefined;
+  /** Who takes the pictures of finished chunks over. */
+  readonly finishedChunks?: FinishedChunks | undefined;
+  /** Frames are missing, or are no more: a sentence for the log. */
+  onGap?(sentence: string): void;
 }
 
 /** Frames were sent while no session runs. */
@@ -38,6 +44,8 @@ export class ShuttingDown extends Error {
 const quietFactor = 2;
 /** How soon what the disk refused is tried again, should nobody ask for anything before. */
 const mendAfterMs = 10_000;
+/** How long the disk may take for a batch before that is said. */
+const slowBatchMs = 25_000;
 /** How long a stop waits for its lines behind a long queue; its caller gives up after 60 s. */
 const stopPatienceMs = 20_000;
 /** The same when the observer ends, for which it has 5 s in all. */
@@ -53,10 +61,12 @@ export class Observer {
   readonly #engine: Engine;
   readonly #ledger: SessionLedger;
   readonly #turns = new Mutex();
-  // Pictures that wait are as thin as before, and the rules are as they were at the start.
-  readonly #complaints = new Complaints(["quota", "rules"]);
+  // Pictures that wait are as thin as before, the rules are as they were at the start, and the archive
+  // goes on between recordings.
+  readonly #complaints = new Complaints(["quota", "rules", "archive", "archive room"]);
   #leftovers: Leftovers | undefined;
   #chunker: Chunker | undefined;
+  readonly #gaps = new OpenGaps();
   /** A session whose end could not be stored; the next start or stop tries again. */
   #isStopping = false;
   #isClosing = false;
@@ -91,8 +101,8 @@ export class Observer {
    * The caller holds the lock. Nothing is analysed before `beginAnalysis`.
    */
   static async open(dependencies: ObserverDependencies): Promise<Observer> {
-    const { disk, layout, clock } = dependencies;
-    const recovery = await recover(disk, layout, clock.nowMs());
+    const { disk, layout, clock, finishedChunks } = dependencies;
+    const recovery = await recover(disk, layout, clock.nowMs(), finishedChunks);
     const ledger = await SessionLedger.open(disk, layout.sessionFile, clock.nowMs());
     const observer = new Observer(dependencies, recovery, ledger);
     for (const complaint of recovery.complaints) observer.#complaints.set("recovery", complaint);
@@ -111,17 +121,18 @@ export class Observer {
   /** Costs no disk access: the application asks every 1.5 s. */
   status(): ObserverStatus {
     const pending = this.#spool.pendingChunks.length;
-    const reason = this.#engine.blockedReason;
+    const reason = this.#engine.reason;
+    const isBlocked = this.#engine.isBlocked;
     return {
-      running: this.#chunker !== undefined && !this.#isStopping,
+      running: this.isRecording(),
       sessionId: this.#sessionId,
       chunkIndex: this.#chunkIndex,
       lastAction: this.#lastAction,
       lastError: this.#complaints.newest,
       lastChunkAt: this.#lastChunkAt,
       pendingAnalysisChunks: pending,
-      analysisBackfillActive: pending > 0 && reason === undefined,
-      analysisBackfillBlocked: reason !== undefined,
+      analysisBackfillActive: pending > 0 && !isBlocked,
+      analysisBackfillBlocked: isBlocked,
       analysisBackfillLastError: reason,
     };
   }
@@ -140,15 +151,17 @@ export class Observer {
 
   /**
    * Ends the session. The built-in analyser's lines stand in the journal when this resolves,
-   * because the application ends the observer right after. Only behind a queue of very many chunks
-   * they don't: it resolves in time all the same, and the status tells how many wait.
+   * because the application ends the observer right after; of a model's, those of the last chunk.
+   * Behind a queue of very many chunks, and with a slow model, they don't: it resolves in time all the
+   * same, and the status tells how many wait.
    */
   async stop(): Promise<ObserverStatus> {
     await this.#inTurn(async () => {
       await this.#putRight();
       if (this.#chunker !== undefined) await this.#endSession();
     });
-    await this.#settled(stopPatienceMs);
+    const last = this.#spool.pendingChunks.at(-1)?.id;
+    await this.#inTime(this.#engine.handled(last), stopPatienceMs);
     return this.status();
   }
 
@@ -165,7 +178,8 @@ export class Observer {
       }
       const { batch, frames } = await this.#receiveBatch(body, chunker);
       this.#complaints.set("frames", undefined);
-      this.#tellLostPictures(batch);
+      this.#complaints.set("pictures", lostPicturesSentence(batch.lostPictures));
+      if (frames[0] !== undefined) await this.#endGap("disk", frames[0].receivedAtMs);
       if (frames.length > 0) {
         this.#spool.accepted(batch.id, frames.length);
         chunker.add(frames);
@@ -182,13 +196,40 @@ export class Observer {
   replaceSettings(given: ObserverSettings): ObserverSettings {
     const { settings } = this.#dependencies;
     settings.replace(given);
-    this.#engine.wake();
+    this.#engine.settingsChanged();
     return settings.answer;
   }
 
   applySecrets(secrets: Secrets): void {
     this.#dependencies.settings.applySecrets(secrets);
-    this.#engine.wake();
+    this.#engine.settingsChanged();
+  }
+
+  /** Others have something to say in the status; undefined when it is over. */
+  complain(area: string, sentence: string | undefined): void {
+    this.#complaints.set(area, sentence);
+  }
+
+  /** Resolves when no more of the waiting chunks can be worked on for now. */
+  settled(): Promise<void> {
+    return this.#engine.settled();
+  }
+
+  isRecording(): boolean {
+    return this.#chunker !== undefined && !this.#isStopping;
+  }
+
+  /** Nobody asks for anything any more; the sentence says so. */
+  silenceBegins(sinceMs: number, sentence: string): void {
+    this.#gaps.begin("silence", sinceMs, "the application did not answer");
+    this.#complaints.set("silence", sentence);
+    this.#dependencies.onGap?.(sentence);
+  }
+
+  silenceEnds(): void {
+    this.#complaints.set("silence", undefined);
+    const nowMs = this.#dependencies.clock.nowMs();
+    void this.#inTurn(() => this.#endGap("silence", nowMs)).catch(() => undefined);
   }
 
   /** Ends the session as a stop would, and then all work. Nothing may be asked of it afterwards. */
@@ -198,7 +239,7 @@ export class Observer {
     await this.#turns.run(async () => {
       if (this.#chunker !== undefined) await this.#endSession().catch(() => undefined);
     });
-    await this.#settled(closePatienceMs);
+    await this.#inTime(this.#engine.settled(), closePatienceMs);
     await this.#engine.close();
   }
 
@@ -213,13 +254,13 @@ export class Observer {
     });
   }
 
-  /** Resolves when the queue has come as far as it can for now, or when the time is up. */
-  async #settled(patienceMs: number): Promise<void> {
+  /** Resolves with the task, or when the time is up. */
+  async #inTime(task: Promise<void>, patienceMs: number): Promise<void> {
     let cancel = () => {};
     const timeIsUp = new Promise<void>((resolve) => {
       cancel = this.#dependencies.clock.after(patienceMs, resolve);
     });
-    await Promise.race([this.#engine.settled(), timeIsUp]);
+    await Promise.race([task, timeIsUp]);
     cancel();
   }
 
@@ -233,6 +274,7 @@ export class Observer {
       this.#sessionId = session.id;
       this.#chunkIndex = 0;
       this.#lastAction = "Recording started.";
+      this.#engine.recordingBegins();
     } catch (error) {
       this.#complaints.set(
         "frames",
@@ -247,8 +289,10 @@ export class Observer {
     if (chunker === undefined) return;
     this.#isStopping = true;
     this.#cancelQuietTimer?.();
+    const nowMs = this.#dependencies.clock.nowMs();
     try {
-      await this.#withRoom(() => chunker.finish(this.#dependencies.clock.nowMs()));
+      for (const area of this.#gaps.areas) await this.#writeGap(chunker, area, nowMs);
+      await this.#withRoom(() => chunker.finish(nowMs));
       this.#noteChunks(chunker);
       await this.#withRoom(() => this.#ledger.end());
     } catch (error) {
@@ -267,7 +311,9 @@ export class Observer {
     if (this.#leftovers === undefined) return;
     try {
       const lengthMs = chunkLengthMs(this.#dependencies.settings.record);
-      await this.#leftovers.putRight(this.#ledger.open, lengthMs);
+      const nowMs = this.#dependencies.clock.nowMs();
+      const gap = await this.#leftovers.putRight(this.#ledger.open, lengthMs, nowMs);
+      if (gap !== undefined) this.#tellInterruption(gap);
       if (this.#ledger.open !== undefined) await this.#ledger.end();
     } catch (error) {
       this.#complaints.set("leftovers", `${describeFailure("Frames can't be recovered", error)}.`);
@@ -278,46 +324,60 @@ export class Observer {
     this.#engine.wake();
   }
 
+  #tellInterruption(gap: Gap): void {
+    const sentence = `The last recording ended unexpectedly. In the journal: ${gapText(gap)}.`;
+    this.#complaints.set("interruption", sentence);
+    this.#dependencies.onGap?.(sentence);
+  }
+
+  /** The frames that end the gap are safe already; its line is tried again with the next ones. */
+  async #endGap(area: GapArea, toMs: number): Promise<void> {
+    const chunker = this.#chunker;
+    if (chunker === undefined || !this.#gaps.areas.includes(area)) return;
+    await this.#closeChunks(async () => {
+      await this.#writeGap(chunker, area, toMs);
+      await chunker.closeOpen();
+    });
+  }
+
+  async #writeGap(chunker: Chunker, area: GapArea, toMs: number): Promise<void> {
+    const gap = this.#gaps.ending(area, toMs);
+    if (gap === undefined) return;
+    await this.#withRoom(() => chunker.addGap(gap));
+    this.#gaps.forget(area);
+    this.#dependencies.onGap?.(`In the journal: ${gapText(gap)}.`);
+  }
+
   async #receiveBatch(body: AsyncIterable<Uint8Array>, chunker: Chunker) {
     let batch: BatchWriter | undefined;
+    let isSlow = false;
+    const cancelSlow = this.#dependencies.clock.after(slowBatchMs, () => {
+      const sentence = "The disk has been taking the frames for 25 s, and has not kept them yet.";
+      isSlow = true;
+      this.#complaints.set("frames", sentence);
+      this.#dependencies.onGap?.(sentence);
+    });
     try {
       batch = await this.#withRoom(() => this.#spool.beginBatch(chunker.session));
-      return { batch, frames: await this.#writeBatch(body, batch) };
+      const frames = await writeBatch(body, batch);
+      if (frames.length === 0) await this.#spool.abandonBatch(batch);
+      return { batch, frames };
     } catch (error) {
       if (batch !== undefined) await this.#spool.abandonBatch(batch);
-      if (isSystemError(error)) {
-        this.#complaints.set("frames", `${describeFailure("The frames can't be kept", error)}.`);
-      }
+      if (isSystemError(error)) this.#tellRefusedBatch(error, chunker);
+      else if (isSlow) this.#complaints.set("frames", undefined);
       throw error;
+    } finally {
+      cancelSlow();
     }
   }
 
-  #tellLostPictures({ lostPictures }: BatchWriter): void {
-    if (lostPictures === undefined) {
-      this.#complaints.set("pictures", undefined);
-      return;
-    }
-    const { count, reason } = lostPictures;
-    const what = count === 1 ? "A picture can't be kept" : `${count} pictures can't be kept`;
-    this.#complaints.set("pictures", `${describeFailure(what, reason)}. The texts are kept.`);
-  }
-
-  async #writeBatch(
-    body: AsyncIterable<Uint8Array>,
-    batch: BatchWriter,
-  ): Promise<readonly SpooledFrame[]> {
-    const reader = new FrameReader();
-    let frameCount = 0;
-    for await (const piece of body) {
-      for (const part of reader.push(piece)) {
-        await batch.take(part);
-        if (part.kind === "frame") frameCount += 1;
-      }
-    }
-    reader.end();
-    if (frameCount > 0) return batch.commit();
-    await this.#spool.abandonBatch(batch);
-    return [];
+  #tellRefusedBatch(error: unknown, { lastFrameAtMs, session }: Chunker): void {
+    const sentence = `${describeFailure("The frames can't be kept", error)}.`;
+    this.#complaints.set("frames", sentence);
+    // Of what the lost frames have shown, the last ones that were kept know nothing.
+    this.#gaps.begin("disk", lastFrameAtMs ?? session.startedAtMs, diskCause(error));
+    this.#dependencies.onGap?.(sentence);
   }
 
   /** The frames are safe already, so a failure here is told and tried again, and no more. */

@@ -21,31 +21,40 @@ function told(secret: string): string {
   return secret === "" ? "" : redacted;
 }
 
+type ArchiveSettings = Pick<ObserverSettings, "archiveEnabled" | "archiveVaultId">;
+
 /** The settings by which the observer works: the file's at first, then the last ones put. */
 export class SettingsInUse {
   #record: ObserverSettings;
+  /** Whether there is an archive is the observer's own to say. */
+  #ownArchive: () => ArchiveSettings = () => ({ archiveEnabled: false, archiveVaultId: "" });
 
   constructor(loaded: ObserverSettings) {
-    this.#record = { ...loaded, ...this.#ownArchive() };
+    this.#record = loaded;
+  }
+
+  /** From now on the record tells this of the archive, whatever is put. */
+  tellArchive(own: () => ArchiveSettings): void {
+    this.#ownArchive = own;
   }
 
   /** With the secrets in clear. */
   get record(): ObserverSettings {
-    return this.#record;
+    return { ...this.#record, ...this.#ownArchive() };
   }
 
   /** The record as it may be told to others. */
   get answer(): ObserverSettings {
     const { analysisApiToken, byokGoogleVertexApiKey } = this.#record;
     return {
-      ...this.#record,
+      ...this.record,
       analysisApiToken: told(analysisApiToken),
       byokGoogleVertexApiKey: told(byokGoogleVertexApiKey),
     };
   }
 
   replace(given: ObserverSettings): void {
-    this.#record = { ...given, ...this.#ownArchive(), ...this.#secrets(given) };
+    this.#record = { ...given, ...this.#secrets(given) };
   }
 
   applySecrets(given: Secrets): void {
@@ -61,10 +70,5 @@ export class SettingsInUse {
         current.byokGoogleVertexApiKey,
       ),
     };
-  }
-
-  /** Whether there is an archive is the observer's own to say; there is none yet. */
-  #ownArchive() {
-    return { archiveEnabled: false, archiveVaultId: "" };
   }
 }

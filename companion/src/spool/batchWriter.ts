@@ -14,6 +14,9 @@ export interface LostPictures {
   readonly reason: Error;
 }
 
+/** How many pictures of a batch may be on their way to the disk at the same time. */
+const mostOpenPictures = 16;
+
 /**
  * Writes one batch into `incoming/<id>.partial/` as it arrives. `commit` makes it durable as a
  * whole, or it is abandoned as a whole; one of the two ends every batch. A picture that the
@@ -33,6 +36,10 @@ export class BatchWriter {
   /** Why the rest of the picture at hand is passed over. */
   #refusal: Error | undefined;
   #lostPictures: LostPictures | undefined;
+  /** Pictures that the disk is taking while the next ones arrive: waiting for each takes far longer. */
+  readonly #syncing = new Set<Promise<void>>();
+  /** Those of them, by their frames, that it refused. */
+  readonly #refused = new Map<number, unknown>();
 
   private constructor(
     disk: Disk,
@@ -79,6 +86,8 @@ export class BatchWriter {
 
   /** Resolves with the frames once nothing can take them away any more. */
   async commit(): Promise<readonly SpooledFrame[]> {
+    await Promise.all(this.#syncing);
+    if (this.#refused.size > 0) await this.#leaveRefusedOut();
     await this.#list.finish();
     await this.#disk.syncFolder(this.#folder);
     await this.#disk.move(this.#folder, this.#layout.batch(this.id));
@@ -87,6 +96,7 @@ export class BatchWriter {
 
   /** Closes what is open. The folder is the caller's to remove. */
   async abandon(): Promise<void> {
+    await Promise.all(this.#syncing);
     await this.#picture?.abandon().catch(() => undefined);
     await this.#list.abandon().catch(() => undefined);
   }
@@ -131,15 +141,37 @@ export class BatchWriter {
   async #finishPicture(frame: SpooledFrame): Promise<boolean> {
     const picture = this.#picture;
     if (picture === undefined) return false;
-    this.#picture = undefined;
     try {
-      await picture.finish();
       const name = join(this.#folder, pictureName(frame));
-      return await this.#disk.moveIfThere(this.#temporaryPicture(), name);
+      const isThere = await this.#disk.moveIfThere(this.#temporaryPicture(), name);
+      this.#picture = undefined;
+      await this.#syncLater(picture, frame.frame);
+      return isThere;
     } catch (error) {
       await this.#leavePictureOut(error);
       return false;
     }
+  }
+
+  async #syncLater(picture: OpenFile, frame: number): Promise<void> {
+    const sync: Promise<void> = picture.finish().then(
+      () => void this.#syncing.delete(sync),
+      (error: unknown) => {
+        this.#syncing.delete(sync);
+        this.#refused.set(frame, error);
+      },
+    );
+    this.#syncing.add(sync);
+    if (this.#syncing.size >= mostOpenPictures) await Promise.race(this.#syncing);
+  }
+
+  /** Nobody knows what the disk has of these. */
+  async #leaveRefusedOut(): Promise<void> {
+    for (const [index, error] of this.#refused) {
+      if (!isSystemError(error)) throw error;
+      await this.#leaveOut(index, error);
+    }
+    await this.#writeListAnew();
   }
 
   async #leavePictureOut(error: unknown): Promise<void> {
@@ -155,13 +187,22 @@ export class BatchWriter {
 
   /** The last resort of a batch: without any of its pictures there may be room for its texts. */
   async #keepTextsOnly(reason: Error): Promise<void> {
+    await Promise.all(this.#syncing);
+    this.#refused.clear();
+    for (const index of this.#frames.keys()) await this.#leaveOut(index, reason);
+    await this.#writeListAnew();
+  }
+
+  async #leaveOut(index: number, reason: Error): Promise<void> {
+    const frame = this.#frames[index];
+    if (frame === undefined || frame.pictureBytes === 0) return;
+    await this.#disk.remove(join(this.#folder, pictureName(frame)));
+    this.#frames[index] = { ...frame, pictureBytes: 0 };
+    this.#countLost(1, reason);
+  }
+
+  async #writeListAnew(): Promise<void> {
     await this.#list.abandon().catch(() => undefined);
-    for (const [index, frame] of this.#frames.entries()) {
-      if (frame.pictureBytes === 0) continue;
-      await this.#disk.remove(join(this.#folder, pictureName(frame)));
-      this.#frames[index] = { ...frame, pictureBytes: 0 };
-      this.#countLost(1, reason);
-    }
     this.#list = await beginList(this.#disk, this.#folder, this.#session);
     for (const frame of this.#frames) await writeLine(this.#list, frame);
   }

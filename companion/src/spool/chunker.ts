@@ -1,4 +1,4 @@
-import type { Session, SpooledFrame } from "./records.ts";
+import type { Gap, Session, SpooledFrame } from "./records.ts";
 import type { Spool } from "./spool.ts";
 
 const greatestGapMs = 60_000;
@@ -55,14 +55,14 @@ export class Chunker {
   /** Closes every chunk that is complete. What fails stays open and is tried again next time. */
   async closeComplete(lengthMs: number): Promise<void> {
     for (let end = this.#firstEnd(lengthMs); end > 0; end = this.#firstEnd(lengthMs)) {
-      await this.#close(end, undefined);
+      await this.#close(end);
     }
     await this.#spool.finishClosing();
   }
 
   /** Closes what is open, however short. */
   async closeOpen(): Promise<void> {
-    if (this.#frames.length > 0) await this.#close(this.#frames.length, undefined);
+    if (this.#frames.length > 0) await this.#close(this.#frames.length);
     await this.#spool.finishClosing();
   }
 
@@ -76,6 +76,15 @@ export class Chunker {
     await this.#spool.finishClosing();
   }
 
+  /**
+   * Closes what is open, and behind it a chunk that tells the gap. Once this has resolved the gap is
+   * durable; `closeOpen` does the rest, and has to follow.
+   */
+  async addGap(gap: Gap): Promise<void> {
+    await this.closeOpen();
+    await this.#close(0, undefined, [gap]);
+  }
+
   #firstEnd(lengthMs: number): number {
     const [first] = this.#frames;
     if (first === undefined) return 0;
@@ -86,8 +95,9 @@ export class Chunker {
     return 0;
   }
 
-  async #close(frameCount: number, stoppedAtMs: number | undefined): Promise<void> {
-    await this.#spool.closeChunk(this.session, this.#frames.slice(0, frameCount), stoppedAtMs);
+  async #close(frameCount: number, stoppedAtMs?: number, gaps?: readonly Gap[]): Promise<void> {
+    const frames = this.#frames.slice(0, frameCount);
+    await this.#spool.closeChunk(this.session, frames, stoppedAtMs, gaps);
     this.#frames = this.#frames.slice(frameCount);
     this.#closedCount += 1;
   }

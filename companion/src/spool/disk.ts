@@ -35,11 +35,30 @@ export interface Disk {
   /** The names in a folder. */
   list(path: string): Promise<string[]>;
   readText(path: string): Promise<string>;
+  /** A file's contents in pieces. */
+  read(path: string): AsyncIterable<Uint8Array>;
   /** Bytes of a file; undefined when there is none. */
   size(path: string): Promise<number | undefined>;
   copy(from: string, to: string): Promise<void>;
   /** Bytes that this user may still write on the file system that holds the path. */
   freeBytes(path: string): Promise<number>;
+}
+
+const pieceBytes = 256 * 1024;
+
+async function* readPieces(fs: FileSystem, path: string): AsyncGenerator<Uint8Array> {
+  const file = await fs.open(path, constants.O_RDONLY);
+  try {
+    for (let position = 0; ; ) {
+      const piece = Buffer.allocUnsafe(pieceBytes);
+      const { bytesRead } = await file.read(piece, 0, pieceBytes, position);
+      if (bytesRead === 0) return;
+      yield piece.subarray(0, bytesRead);
+      position += bytesRead;
+    }
+  } finally {
+    await file.close();
+  }
 }
 
 const NEW = constants.O_WRONLY | constants.O_CREAT | constants.O_TRUNC;
@@ -125,6 +144,7 @@ export function diskOn(fs: FileSystem): Disk {
     remove: (path) => fs.rm(path, { recursive: true, force: true }),
     list: (path) => fs.readdir(path),
     readText: (path) => fs.readFile(path, "utf8"),
+    read: (path) => readPieces(fs, path),
     async size(path) {
       const stat = await unlessMissing(fs.stat(path, { bigint: true }), undefined);
       return stat === undefined ? undefined : Number(stat.size);

@@ -9,6 +9,8 @@ export class SpoolLayout {
   readonly quarantine: string;
   readonly stateFile: string;
   readonly sessionFile: string;
+  readonly usageFile: string;
+  readonly ownSettingsFile: string;
 
   constructor(root: string) {
     this.root = root;
@@ -18,6 +20,8 @@ export class SpoolLayout {
     this.quarantine = join(root, "quarantine");
     this.stateFile = join(root, "queue.json");
     this.sessionFile = join(root, "session.json");
+    this.usageFile = join(root, "usage.json");
+    this.ownSettingsFile = join(root, "settings.json");
   }
 
   batch(id: number): string {
@@ -41,6 +45,7 @@ export function isUnfinished(folder: string): boolean {
 export const frameListName = "frames.jsonl";
 export const chunkFileName = "chunk.json";
 export const resultFileName = "result.json";
+export const refusalsFileName = "refusals.json";
 
 /** The ids among the names of a folder, in order: finished ones, and those still being filled. */
 export function folderIds(names: readonly string[]): { finished: number[]; partial: number[] } {

@@ -42,6 +42,10 @@ export const BatchHeader = z.object({ version, session: Session });
 export const Cursor = z.object({ batch: z.int(), frame: z.int() });
 export type Cursor = z.infer<typeof Cursor>;
 
+/** A stretch of a recording of which nothing was kept, and why in a few words. */
+export const Gap = z.object({ fromMs: wallClockMs, toMs: wallClockMs, cause: z.string() });
+export type Gap = z.infer<typeof Gap>;
+
 export const Chunk = z.object({
   version,
   id: count,
@@ -49,14 +53,20 @@ export const Chunk = z.object({
   /** Set on a session's last chunk: when recording stopped. */
   stoppedAtMs: optional(wallClockMs),
   through: Cursor,
+  /** Only a chunk that has nothing else has gaps: they are told whoever analyses the frames. */
+  gaps: optional(z.array(Gap)),
   frames: z.array(SpooledFrame),
 });
 export type Chunk = z.infer<typeof Chunk>;
 
+/** How often an analyser has refused a chunk. */
+export const Refusals = z.object({ version, count });
+
 /** What an analyser made of a chunk, kept because a second answer may differ from the first. */
 export const ChunkResult = z.object({
   version,
-  state: z.unknown(),
+  /** Absent where it stays as it was. */
+  state: z.optional(z.unknown()),
   bullets: z.array(z.object({ key: z.string(), atMs: wallClockMs, text: z.string() })),
 });
 export type ChunkResult = z.infer<typeof ChunkResult>;
@@ -64,14 +74,17 @@ export type ChunkResult = z.infer<typeof ChunkResult>;
 /** How far the queue has come: written after a chunk's lines stand in the journal. */
 export const QueueState = z.object({
   version,
+  /** The newest chunk that is done. */
   lastChunk: count,
+  /** Older ones that are not, as ranges of their numbers, both ends included. */
+  left: optional(z.array(z.tuple([count, count]))),
   through: Cursor,
-  /** Of the session whose chunk was the last one. */
+  /** Of the session whose chunk that is. */
   sessionId: z.string(),
   sessionEnded: z.boolean(),
   lastFrameAtMs: optional(wallClockMs),
-  /** The analyser's own state after that chunk. */
-  state: z.unknown(),
+  /** The analysers' own states after the chunk that was done last. */
+  state: z.optional(z.unknown()),
 });
 export type QueueState = z.infer<typeof QueueState>;
 
@@ -82,6 +95,30 @@ export const SessionFile = z.object({
   open: optional(Session),
 });
 export type SessionFile = z.infer<typeof SessionFile>;
+
+/** The time up to which frames and gaps tell what was. */
+export function endOf(
+  frames: readonly SpooledFrame[],
+  gaps: readonly Gap[] | undefined,
+): number | undefined {
+  return frames.at(-1)?.receivedAtMs ?? gaps?.at(-1)?.toMs;
+}
+
+/** Whether the chunk of that number needs no more work. */
+export function isDone({ lastChunk, left }: QueueState, id: number): boolean {
+  return id <= lastChunk && !left?.some(([from, to]) => from <= id && id <= to);
+}
+
+/** Numbers in ascending order as ranges. */
+export function rangesOf(ids: readonly number[]): [number, number][] {
+  const ranges: [number, number][] = [];
+  for (const id of ids) {
+    const last = ranges.at(-1);
+    if (last !== undefined && last[1] === id - 1) last[1] = id;
+    else ranges.push([id, id]);
+  }
+  return ranges;
+}
 
 /** The name of a frame's picture, the same in every folder that it passes through. */
 export function pictureName(frame: SpooledFrame): string {

@@ -10,13 +10,26 @@ import {
   BatchHeader,
   Chunk,
   type Cursor,
+  endOf,
+  type Gap,
   isAfter,
+  isDone,
   pictureName,
   QueueState,
   type Session,
   SpooledFrame,
 } from "./records.ts";
-import { discard, moveIntoPending, Spool, setAside } from "./spool.ts";
+import {
+  discard,
+  type FinishedChunks,
+  moveIntoPending,
+  type PendingChunk,
+  pendingChunk,
+  release,
+  Spool,
+  setAside,
+  thrownAway,
+} from "./spool.ts";
 
 /** Frames of one session that were accepted and are in no chunk. */
 interface LooseRun {
@@ -24,9 +37,11 @@ interface LooseRun {
   readonly frames: SpooledFrame[];
 }
 
+type SessionProgress = Pick<QueueState, "through" | "sessionId" | "sessionEnded" | "lastFrameAtMs">;
+
 /** What is worth remembering of a waiting chunk; there may be days of them. */
-type ChunkSummary = Pick<QueueState, "through" | "sessionId" | "sessionEnded" | "lastFrameAtMs"> & {
-  readonly id: number;
+type ChunkSummary = SessionProgress & {
+  readonly pending: PendingChunk;
 };
 
 /** What a start found, besides the spool that works on. */
@@ -39,17 +54,26 @@ export interface Recovery {
 }
 
 /** Opens the spool and brings to its end what a kill has left half done. */
-export async function recover(disk: Disk, layout: SpoolLayout, nowMs: number): Promise<Recovery> {
-  return new RecoveryRun(disk, layout, nowMs).run();
+export async function recover(
+  disk: Disk,
+  layout: SpoolLayout,
+  nowMs: number,
+  finished: FinishedChunks = thrownAway,
+): Promise<Recovery> {
+  return new RecoveryRun(disk, layout, nowMs, finished).run();
 }
 
 /** Frames without a chunk and a session without an end: a new session has to wait for both. */
 export class Leftovers {
   readonly #spool: Spool;
   readonly #chunkers: Chunker[];
-  readonly #last: Omit<ChunkSummary, "id"> | undefined;
+  readonly #last: SessionProgress | undefined;
+  /** Of a session without loose frames. */
+  #ending: Chunker | undefined;
+  /** The one that is told already. */
+  #gap: Gap | undefined;
 
-  constructor(spool: Spool, runs: readonly LooseRun[], last: Omit<ChunkSummary, "id"> | undefined) {
+  constructor(spool: Spool, runs: readonly LooseRun[], last: SessionProgress | undefined) {
     this.#spool = spool;
     this.#last = last;
     this.#chunkers = runs.map(({ session, frames }) => {
@@ -60,25 +84,46 @@ export class Leftovers {
   }
 
   /**
-   * Makes chunks of the frames. A session that a kill has ended ends with its last frame; `open` is
-   * the one that was running, if any. After a failure it may be called again.
+   * Makes chunks of the frames. A session that a kill has ended ends with its last frame, and with a
+   * gap from there until now; `open` is the one that was running, if any. Resolves with that gap.
+   * After a failure it may be called again.
    */
-  async putRight(open: Session | undefined, chunkLengthMs: number): Promise<void> {
+  async putRight(
+    open: Session | undefined,
+    chunkLengthMs: number,
+    nowMs: number,
+  ): Promise<Gap | undefined> {
+    let gap: Gap | undefined;
     const isLoose = this.#chunkers.some((chunker) => chunker.session.id === open?.id);
-    if (open !== undefined && !isLoose) await this.#endSession(open);
+    if (open !== undefined && !isLoose) gap = await this.#endSession(open, nowMs);
     for (let chunker = this.#chunkers[0]; chunker; chunker = this.#chunkers[0]) {
       await chunker.closeComplete(chunkLengthMs);
-      await chunker.finish(chunker.lastFrameAtMs ?? chunker.session.startedAtMs);
+      const endMs = chunker.lastFrameAtMs ?? chunker.session.startedAtMs;
+      if (chunker.session.id === open?.id) gap = await this.#endWithGap(chunker, endMs, nowMs);
+      else await chunker.finish(endMs);
       this.#chunkers.shift();
     }
+    return gap;
   }
 
   /** All its frames are in chunks; the last of these has the end already, or needs one. */
-  async #endSession(session: Session): Promise<void> {
+  async #endSession(session: Session, nowMs: number): Promise<Gap | undefined> {
     const hasChunks = this.#last?.sessionId === session.id;
-    if (hasChunks && this.#last?.sessionEnded) return;
-    const lastFrameAtMs = hasChunks ? this.#last?.lastFrameAtMs : undefined;
-    await new Chunker(this.#spool, session).finish(lastFrameAtMs ?? session.startedAtMs);
+    if (hasChunks && this.#last?.sessionEnded) return undefined;
+    const lastFrameAtMs = (hasChunks ? this.#last?.lastFrameAtMs : undefined) ?? 0;
+    const endMs = Math.max(lastFrameAtMs, session.startedAtMs);
+    this.#ending ??= new Chunker(this.#spool, session);
+    return this.#endWithGap(this.#ending, endMs, nowMs);
+  }
+
+  async #endWithGap(chunker: Chunker, endMs: number, nowMs: number): Promise<Gap> {
+    if (this.#gap === undefined) {
+      const gap: Gap = { fromMs: endMs, toMs: nowMs, cause: "the observer ended unexpectedly" };
+      await chunker.addGap(gap);
+      this.#gap = gap;
+    }
+    await chunker.finish(endMs);
+    return this.#gap;
   }
 }
 
@@ -86,13 +131,15 @@ class RecoveryRun {
   readonly #disk: Disk;
   readonly #layout: SpoolLayout;
   readonly #nowMs: number;
+  readonly #finished: FinishedChunks;
   readonly #pictures: PictureStore;
   readonly #complaints: string[] = [];
 
-  constructor(disk: Disk, layout: SpoolLayout, nowMs: number) {
+  constructor(disk: Disk, layout: SpoolLayout, nowMs: number, finished: FinishedChunks) {
     this.#disk = disk;
     this.#layout = layout;
     this.#nowMs = nowMs;
+    this.#finished = finished;
     this.#pictures = new PictureStore(disk, layout);
   }
 
@@ -110,17 +157,22 @@ class RecoveryRun {
     }
     const queueState = await this.#readQueueState();
     const chunks = await this.#recoverChunks(queueState);
-    const last = chunks.at(-1) ?? queueState;
+    const last = newest(chunks.at(-1), queueState);
     const loose = await this.#recoverBatches(last?.through);
-    const spool = new Spool(this.#disk, layout, {
-      queueState,
-      pendingChunks: chunks.map((chunk) => chunk.id),
-      pictures: this.#pictures,
-      cursor: last?.through,
-      looseFrames: loose.counts,
-      nextBatch: Math.max(last?.through.batch ?? 0, ...loose.ids) + 1,
-      nextChunk: this.#nextChunk(queueState, chunks.at(-1)?.id),
-    });
+    const spool = new Spool(
+      this.#disk,
+      layout,
+      {
+        queueState,
+        pendingChunks: chunks.map(({ pending }) => pending),
+        pictures: this.#pictures,
+        cursor: last?.through,
+        looseFrames: loose.counts,
+        nextBatch: Math.max(last?.through.batch ?? 0, ...loose.ids) + 1,
+        nextChunk: this.#nextChunk(queueState, chunks.at(-1)?.pending.id),
+      },
+      this.#finished,
+    );
     const leftovers = new Leftovers(spool, loose.runs, last);
     return { spool, complaints: this.#complaints, leftovers };
   }
@@ -162,8 +214,8 @@ class RecoveryRun {
     const chunks: ChunkSummary[] = [];
     for (const id of folderIds(await this.#disk.list(this.#layout.pending)).finished) {
       const folder = this.#layout.chunk(id);
-      if (queueState !== undefined && id <= queueState.lastChunk) {
-        await discard(this.#disk, this.#layout, folder);
+      if (queueState !== undefined && isDone(queueState, id)) {
+        await release(this.#disk, this.#layout, folder, this.#finished);
         continue;
       }
       const chunk = await this.#readChunk(folder);
@@ -257,12 +309,22 @@ function appendRun(runs: LooseRun[], session: Session, frames: SpooledFrame[]): 
   else runs.push({ session, frames: [...frames] });
 }
 
-function summary({ id, through, session, stoppedAtMs, frames }: Chunk): ChunkSummary {
+/** Chunks are not always done in order, so the newest may wait or be done already. */
+function newest(
+  waiting: ChunkSummary | undefined,
+  done: QueueState | undefined,
+): SessionProgress | undefined {
+  if (waiting === undefined || done === undefined) return waiting ?? done;
+  return waiting.pending.id > done.lastChunk ? waiting : done;
+}
+
+function summary(chunk: Chunk): ChunkSummary {
+  const { through, session, stoppedAtMs, gaps, frames } = chunk;
   return {
-    id,
+    pending: pendingChunk(chunk),
     through,
     sessionId: session.id,
     sessionEnded: stoppedAtMs !== undefined,
-    lastFrameAtMs: frames.at(-1)?.receivedAtMs,
+    lastFrameAtMs: endOf(frames, gaps),
   };
 }

@@ -9,6 +9,7 @@ import type { Disk } from "./disk.ts";
 import {
   chunkFileName,
   isUnfinished,
+  refusalsFileName,
   resultFileName,
   type SpoolLayout,
   unfinished,
@@ -19,17 +20,44 @@ import {
   ChunkResult,
   type Cursor,
   cursorOf,
+  endOf,
+  type Gap,
   pictureName,
   type QueueState,
+  Refusals,
+  rangesOf,
   type Session,
   type SpooledFrame,
 } from "./records.ts";
+
+/** What the queue knows of a chunk without reading it. */
+export interface PendingChunk {
+  readonly id: number;
+  readonly hasFrames: boolean;
+  readonly hasGaps: boolean;
+}
+
+export function pendingChunk({ id, frames, gaps }: Chunk): PendingChunk {
+  return { id, hasFrames: frames.length > 0, hasGaps: gaps !== undefined };
+}
+
+/** Where chunks go whose lines stand in the journal. */
+export interface FinishedChunks {
+  /**
+   * Takes the chunk's folder over by one durable rename, or leaves it to be thrown away: false.
+   * Nothing there is no error. It may be asked for the same folder again after a failure.
+   */
+  take(folder: string): Promise<boolean>;
+}
+
+/** Nobody wants them. */
+export const thrownAway: FinishedChunks = { take: async () => false };
 
 /** What a start found on the disk. */
 export interface SpoolContents {
   readonly queueState: QueueState | undefined;
   /** The chunks that wait, in order, and their pictures. */
-  readonly pendingChunks: readonly number[];
+  readonly pendingChunks: readonly PendingChunk[];
   readonly pictures: PictureStore;
   /** The last frame that is in a chunk; undefined when none ever was. */
   readonly cursor: Cursor | undefined;
@@ -53,17 +81,24 @@ export class Spool {
   #nextBatch: number;
   #nextChunk: number;
   readonly #looseFrames: Map<number, number>;
-  readonly #pending: number[];
+  readonly #pending: PendingChunk[];
   /** Chunks whose record is durable and whose pictures have not all been moved yet. */
   readonly #closing: Chunk[] = [];
   /** Folders that nobody needs any more and that could not be removed yet. */
   readonly #leaving = new Set<string>();
   readonly #removals = new Mutex();
+  readonly #finished: FinishedChunks;
   #lastCursor: Cursor;
 
-  constructor(disk: Disk, layout: SpoolLayout, contents: SpoolContents) {
+  constructor(
+    disk: Disk,
+    layout: SpoolLayout,
+    contents: SpoolContents,
+    finished: FinishedChunks = thrownAway,
+  ) {
     this.disk = disk;
     this.layout = layout;
+    this.#finished = finished;
     this.pictures = contents.pictures;
     this.#queueState = contents.queueState;
     this.#nextBatch = contents.nextBatch;
@@ -78,7 +113,7 @@ export class Spool {
   }
 
   /** The chunks that wait for analysis, in order. */
-  get pendingChunks(): readonly number[] {
+  get pendingChunks(): readonly PendingChunk[] {
     return this.#pending;
   }
 
@@ -120,12 +155,21 @@ export class Spool {
     session: Session,
     frames: readonly SpooledFrame[],
     stoppedAtMs: number | undefined,
+    gaps?: readonly Gap[],
   ): Promise<void> {
     await this.finishClosing();
     const last = frames.at(-1);
     const id = this.#nextChunk;
     const through = last === undefined ? this.#lastCursor : cursorOf(last);
-    const chunk: Chunk = { version: 1, id, session, stoppedAtMs, through, frames: [...frames] };
+    const chunk: Chunk = {
+      version: 1,
+      id,
+      session,
+      stoppedAtMs,
+      through,
+      gaps: gaps && [...gaps],
+      frames: [...frames],
+    };
     await this.#writeRecord(chunk);
     this.#nextChunk += 1;
     this.#lastCursor = through;
@@ -141,7 +185,7 @@ export class Spool {
         chunk,
         chunk.frames.map((frame) => frame.pictureBytes),
       );
-      this.#pending.push(chunk.id);
+      this.#pending.push(pendingChunk(chunk));
       await this.#dropEmptyBatches(chunk.frames);
     }
     if (this.#leaving.size > 0) await this.#letGo();
@@ -171,18 +215,20 @@ export class Spool {
     return this.disk.replaceFile(join(this.layout.chunk(id), resultFileName), writeJson(result));
   }
 
+  /** Counts one more refusal of the chunk, durably, and resolves with how many there are. */
+  async countRefusal(id: number): Promise<number> {
+    const path = join(this.layout.chunk(id), refusalsFileName);
+    let count = 1;
+    if ((await this.disk.size(path)) !== undefined) {
+      count += parseRecord(Refusals, parseJson(await this.disk.readText(path))).count;
+    }
+    await this.disk.replaceFile(path, writeJson({ version: 1, count }));
+    return count;
+  }
+
   /** The chunk's lines stand in the journal: remembers that, then lets go of the chunk. */
   async complete(chunk: Chunk, state: unknown): Promise<void> {
-    const lastFrameAtMs = chunk.frames.at(-1)?.receivedAtMs ?? this.#queueState?.lastFrameAtMs;
-    const queueState: QueueState = {
-      version: 1,
-      lastChunk: chunk.id,
-      through: chunk.through,
-      sessionId: chunk.session.id,
-      sessionEnded: chunk.stoppedAtMs !== undefined,
-      lastFrameAtMs,
-      state,
-    };
+    const queueState: QueueState = { ...this.#progressWith(chunk), state };
     // Somebody may have deleted the folder under us.
     await this.disk.makeFolder(this.layout.root);
     await this.disk.replaceFile(this.layout.stateFile, writeJson(queueState));
@@ -195,6 +241,27 @@ export class Spool {
   async setAside(id: number, nowMs: number): Promise<void> {
     await setAside(this.disk, this.layout, this.layout.chunk(id), `chunk-${id}-${nowMs}`);
     this.#forget(id);
+  }
+
+  /** Chunks may be done in any order, and the record says of the newest how far it has come. */
+  #progressWith(chunk: Chunk): Omit<QueueState, "state"> {
+    const before = this.#queueState;
+    const isNewest = before === undefined || chunk.id > before.lastChunk;
+    const lastChunk = isNewest ? chunk.id : before.lastChunk;
+    const left = this.#pending
+      .map(({ id }) => id)
+      .filter((id) => id !== chunk.id && id < lastChunk);
+    const ranges = left.length === 0 ? undefined : rangesOf(left);
+    if (!isNewest) return { ...before, left: ranges };
+    return {
+      version: 1,
+      lastChunk,
+      left: ranges,
+      through: chunk.through,
+      sessionId: chunk.session.id,
+      sessionEnded: chunk.stoppedAtMs !== undefined,
+      lastFrameAtMs: endOf(chunk.frames, chunk.gaps) ?? before?.lastFrameAtMs,
+    };
   }
 
   async #writeRecord(chunk: Chunk): Promise<void> {
@@ -229,7 +296,7 @@ export class Spool {
     return this.#removals.run(async () => {
       for (const folder of this.#leaving) {
         try {
-          await discard(this.disk, this.layout, folder);
+          await release(this.disk, this.layout, folder, this.#finished);
           this.#leaving.delete(folder);
         } catch (error) {
           if (!isSystemError(error)) throw error;
@@ -239,7 +306,7 @@ export class Spool {
   }
 
   #forget(id: number): void {
-    const index = this.#pending.indexOf(id);
+    const index = this.#pending.findIndex((chunk) => chunk.id === id);
     if (index >= 0) this.#pending.splice(index, 1);
     this.pictures.forget(id);
   }
@@ -273,6 +340,18 @@ export async function moveIntoPending(
   }
   await disk.syncFolder(folder);
   await disk.move(folder, layout.chunk(chunk.id));
+}
+
+/** Hands a finished chunk on; throws away what nobody takes, and everything else. */
+export async function release(
+  disk: Disk,
+  layout: SpoolLayout,
+  folder: string,
+  finished: FinishedChunks,
+): Promise<void> {
+  const isChunk = dirname(folder) === layout.pending && !isUnfinished(folder);
+  if (isChunk && (await finished.take(folder))) return;
+  await discard(disk, layout, folder);
 }
 
 /**

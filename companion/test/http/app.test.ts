@@ -4,6 +4,8 @@ import { createServer } from "node:http";
 import { type AddressInfo, connect } from "node:net";
 import { describe, it, type TestContext } from "node:test";
 import { type AppDependencies, createApp } from "../../src/app.ts";
+import { ArchiveNotReady } from "../../src/archive/archiveErrors.ts";
+import type { ArchiveApi } from "../../src/archive/archiveRoutes.ts";
 import { errorStatus } from "../../src/http/errors.ts";
 import { NotRecording } from "../../src/observer/observer.ts";
 import { defaultSettings, ObserverStatus } from "../../src/wire/records.ts";
@@ -25,6 +27,7 @@ const silentObserver: FakeObserver = {
   stop: unexpected,
   receiveFrames: unexpected,
   replaceSettings: unexpected,
+  complain: unexpected,
 };
 
 /** A server around the app; the result is its port. */
@@ -36,9 +39,11 @@ async function serve(
   let port = 0;
   const app = createApp({
     observer: { ...silentObserver, ...observer },
+    archive: unexpected,
     token: testToken,
     port: () => port,
     bodyDeadlineMs: 10_000,
+    onRequest: () => undefined,
     onUnexpected: () => undefined,
     ...options,
   });
@@ -71,12 +76,15 @@ it("errorCodes_andTheirStatus_arePinned", () => {
     methodNotAllowed: 405,
     bodyTimeout: 408,
     notRecording: 409,
+    archiveNotReady: 409,
     bodyTooLarge: 413,
     invalidRecord: 422,
+    recoveryKeyWrong: 422,
     internal: 500,
     diskFailed: 500,
-    notImplemented: 501,
+    archiveUnreachable: 502,
     shuttingDown: 503,
+    keyringRefused: 503,
     diskFull: 507,
   });
 });
@@ -170,28 +178,6 @@ describe("routes", () => {
       ["POST", "/api/archive/status"],
     ] as const) {
       assert.deepEqual(await outcome(port, method, path), [405, "methodNotAllowed"], path);
-    }
-  });
-
-  it("route_archiveAndExport_are501", async (test) => {
-    const port = await serve(test);
-    const gets = ["/api/archive/status", "/api/archive/export/status"];
-    const posts = [
-      "prepare",
-      "enable",
-      "disable",
-      "recover",
-      "export",
-      "export/estimate",
-      "export/cancel",
-    ];
-    for (const path of gets) {
-      assert.deepEqual(await outcome(port, "GET", path), [501, "notImplemented"], path);
-    }
-    for (const path of posts) {
-      const body = '{"recoveryKey":"secret"}';
-      const answer = await outcome(port, "POST", `/api/archive/${path}`, { body });
-      assert.deepEqual(answer, [501, "notImplemented"], path);
     }
   });
 
@@ -380,5 +366,42 @@ describe("bodies", () => {
     );
     await over;
     assert.match(String(seen), /ended too early/);
+  });
+});
+
+describe("refusals of the archive", () => {
+  it("requestThatChangesSomething_tellsTheStatusItsReasonUntilOneIsDone", async (test) => {
+    const told: [string, string | undefined][] = [];
+    const complain: FakeObserver["complain"] = (...complaint) => told.push(complaint);
+    let isReady = false;
+    const record = { archiveEnabled: false, archiveVaultId: "v", hasRecoveryKey: true };
+    const disable = async () => {
+      if (!isReady) throw new ArchiveNotReady("Not yet.");
+      return { ...record, recoveryKey: undefined };
+    };
+    const archive = () => ({ disable }) as unknown as ArchiveApi;
+    const port = await serve(test, { complain }, { archive });
+    const path = "/api/archive/disable";
+    assert.deepEqual(await outcome(port, "POST", path), [409, "archiveNotReady"]);
+    isReady = true;
+    assert.deepEqual(await outcome(port, "POST", path), [200]);
+    assert.deepEqual(told, [
+      ["archive request", "Not yet."],
+      ["archive request", undefined],
+    ]);
+  });
+
+  it("question_leavesTheStatusAlone", async (test) => {
+    const archive = () => {
+      throw new ArchiveNotReady("Not yet.");
+    };
+    const port = await serve(test, {}, { archive });
+    for (const [method, path] of [
+      ["GET", "/api/archive/status"],
+      ["GET", "/api/archive/export/status"],
+      ["POST", "/api/archive/export/estimate"],
+    ] as const) {
+      assert.deepEqual(await outcome(port, method, path), [409, "archiveNotReady"]);
+    }
   });
 });

@@ -7,6 +7,7 @@ import { JsonError } from "../../src/json/tokenizer.ts";
 import { NotRecording, ShuttingDown } from "../../src/observer/observer.ts";
 import { type Disk, realDisk } from "../../src/spool/disk.ts";
 import { InvalidRecord } from "../../src/wire/schema.ts";
+import { ManualClock } from "../support/manualClock.ts";
 import { body, ObserverHarness } from "../support/observerHarness.ts";
 import { framePayload } from "../support/payloads.ts";
 
@@ -231,12 +232,20 @@ describe("session", () => {
     const first = await ObserverHarness.open();
     const { sessionId } = await first.observer.start();
     await first.send([at(0), at(2)]);
-    const second = await ObserverHarness.open({ home: first.home });
+    const clock = new ManualClock(startMs + 400_000);
+    const second = await ObserverHarness.open({ home: first.home, clock });
     await second.observer.stop();
     assert.equal(second.observer.status().running, false);
-    assert.deepEqual(second.lines, ["at 0", "at 2", "end of 2"]);
+    const gap = "[Ostrel] Gap: 08:33:22 to 08:40:00, the observer ended unexpectedly";
+    assert.deepEqual(second.lines, ["at 0", "at 2", gap, "end of 2"]);
+    const sentence = `The last recording ended unexpectedly. In the journal: ${gap}.`;
+    assert.equal(second.observer.status().lastError, sentence);
+    assert.deepEqual(second.notices, [sentence]);
     const bullets = second.journal.flatMap((call) => call.bullets);
-    assert.equal(bullets.at(-1)?.atMs, startMs + 2000);
+    assert.deepEqual(
+      bullets.slice(2).map(({ atMs }) => atMs - startMs),
+      [2000, 2000],
+    );
     assert.equal(second.journal[0]?.session.id, sessionId);
   });
 
@@ -257,7 +266,8 @@ describe("session", () => {
     assert.equal((await second.observer.start()).lastError, undefined);
     await second.send([at(100)]);
     await second.observer.stop();
-    assert.deepEqual(second.lines, ["at 0", "end of 1", "at 100", "end of 1"]);
+    const gap = "[Ostrel] Gap: 08:33:20 to 08:33:20, the observer ended unexpectedly";
+    assert.deepEqual(second.lines, ["at 0", gap, "end of 1", "at 100", "end of 1"]);
   });
 });
 
@@ -303,8 +313,8 @@ describe("frames", () => {
     assert.deepEqual(steps, [
       "create incoming/1.partial/frames.jsonl",
       "create incoming/1.partial/picture",
-      "synced incoming/1.partial/picture",
       "create incoming/1.partial/picture",
+      "synced incoming/1.partial/picture",
       "synced incoming/1.partial/picture",
       "synced incoming/1.partial/frames.jsonl",
       "synced incoming/1.partial",
@@ -412,7 +422,8 @@ describe("frames", () => {
     state.isFull = false;
     assert.equal((await harness.send([at(6)])).lastError, undefined);
     await harness.observer.stop();
-    assert.deepEqual(harness.lines, ["at 6", "end of 1"]);
+    const gap = "[Ostrel] Gap: 08:33:20 to 08:33:26, the disk was full";
+    assert.deepEqual(harness.lines, [gap, "at 6", "end of 1"]);
   });
 
   it("batch_thatCannotEvenBegin_leavesNothing", async () => {

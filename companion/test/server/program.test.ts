@@ -191,11 +191,15 @@ describe("ends", () => {
     const second = await ObserverProcess.start(test, { home });
     const status = await second.request("POST", "/api/stop");
     assert.equal(status.body["running"], false);
-    assert.equal(entryTexts(home).length, 1);
+    const [line, gap, ...others] = entryTexts(home);
+    assert.match(line ?? "", /^\[VS Code\]/);
+    assert.match(gap ?? "", /^\[Ostrel\] Gap: .*, the observer ended unexpectedly$/);
+    assert.deepEqual(others, []);
+    await second.says("The last recording ended unexpectedly.");
     await second.kill();
     const third = await ObserverProcess.start(test, { home });
     await third.request("POST", "/api/stop");
-    assert.equal(entryTexts(home).length, 1);
+    assert.deepEqual(entryTexts(home), [line, gap]);
   });
 
   it("idleConnection_isKeptForTheNextPoll_andDoesNotHoldUpTheEnd", async (test) => {
@@ -341,8 +345,10 @@ describe("starts", () => {
     const firstLine = '{"analysisApiToken":"secret-token","byokGoogleVertexApiKey":""}\n';
     const observer = await ObserverProcess.start(test, { home, firstLine });
     await observer.startRecording();
+    await observer.request("POST", "/api/frames", batch(frames(Date.now(), 1, codeContext)));
     const { body } = await observer.request("POST", "/api/stop");
     assert.equal(body["analysisBackfillBlocked"], true);
+    assert.match(String(body["analysisBackfillLastError"]), /no managed analysis server yet/);
     const answer = await observer.request("PUT", "/api/settings", {
       body: '{"analysisApiToken":"<redacted>"}',
     });

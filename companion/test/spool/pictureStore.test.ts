@@ -12,7 +12,7 @@ function chunkOf(id: number, frameCount: number): Chunk {
   );
   const session = { id: "s", startedAtMs: 0 };
   const through = { batch: id, frame: frameCount - 1 };
-  return { version: 1, id, session, stoppedAtMs: undefined, through, frames };
+  return { version: 1, id, session, stoppedAtMs: undefined, through, gaps: undefined, frames };
 }
 
 it("defaultQuota_isTwoGigabytesOrAShareOfTheFreeDisk", () => {

@@ -1,7 +1,8 @@
 import { readdirSync } from "node:fs";
 import { join } from "node:path";
 import type { ObservedFrame } from "../../src/analysis/types.ts";
-import { type Analyser, asAnalyser } from "../../src/engine/analyser.ts";
+import { type Analyser, type Analyst, asAnalyser } from "../../src/engine/analyser.ts";
+import { Journals } from "../../src/engine/journals.ts";
 import { bulletKey } from "../../src/journal/journalWriter.ts";
 import type { JournalSession, KeyedBullet } from "../../src/journal/types.ts";
 import { Observer, type ObserverDependencies } from "../../src/observer/observer.ts";
@@ -49,6 +50,13 @@ export const echoAnalyser: Analyser = asAnalyser<EchoState>("echo", {
   }),
 });
 
+/** Nobody expects a model to be asked. */
+export const unexpectedAnalyst: Analyst = {
+  analyse: () => {
+    throw new Error("nobody expected a model to be asked");
+  },
+};
+
 export interface JournalCall {
   readonly directory: string;
   readonly session: JournalSession;
@@ -58,13 +66,36 @@ export interface JournalCall {
 export interface HarnessOptions {
   readonly home?: string;
   readonly settings?: Partial<ObserverSettings>;
+  /** Instead of those, for who shares them. */
+  readonly settingsInUse?: SettingsInUse;
   readonly disk?: Disk;
   readonly clock?: ManualClock;
   readonly analyser?: Analyser;
+  readonly analyst?: Analyst;
   /** Whether analysis may begin at once, as it may unless told. */
   readonly isAnalysing?: boolean;
   readonly quotaBytes?: (free: number) => number;
-  readonly appendToJournal?: ObserverDependencies["appendToJournal"];
+  /** "real" for the files themselves; without it the calls are recorded. */
+  readonly appendToJournal?: ObserverDependencies["appendToJournal"] | "real";
+  readonly finishedChunks?: ObserverDependencies["finishedChunks"];
+}
+
+export function observerFolder(home: string): string {
+  return join(home, "observer");
+}
+
+function journalOf(
+  { appendToJournal }: HarnessOptions,
+  calls: JournalCall[],
+): ObserverDependencies["appendToJournal"] {
+  const journals = new Journals();
+  if (appendToJournal === "real") return (...entry) => journals.append(...entry);
+  return (
+    appendToJournal ??
+    (async (directory, session, bullets) => {
+      calls.push({ directory, session, bullets });
+    })
+  );
 }
 
 /** An observer without its server, on a folder of its own, with a clock that stands still. */
@@ -74,6 +105,8 @@ export class ObserverHarness {
   readonly clock: ManualClock;
   readonly settings: SettingsInUse;
   readonly journal: readonly JournalCall[];
+  /** What was said to the log. */
+  readonly notices: readonly string[];
   readonly observer: Observer;
 
   private constructor(
@@ -81,13 +114,15 @@ export class ObserverHarness {
     clock: ManualClock,
     settings: SettingsInUse,
     journal: readonly JournalCall[],
+    notices: readonly string[],
     observer: Observer,
   ) {
     this.home = home;
-    this.layout = new SpoolLayout(join(home, "observer"));
+    this.layout = new SpoolLayout(observerFolder(home));
     this.clock = clock;
     this.settings = settings;
     this.journal = journal;
+    this.notices = notices;
     this.observer = observer;
   }
 
@@ -95,25 +130,27 @@ export class ObserverHarness {
   static async open(options: HarnessOptions = {}): Promise<ObserverHarness> {
     const home = options.home ?? temporaryHome();
     const clock = options.clock ?? new ManualClock();
-    const settings = new SettingsInUse({ ...defaultSettings, ...options.settings });
+    const settings =
+      options.settingsInUse ?? new SettingsInUse({ ...defaultSettings, ...options.settings });
     const calls: JournalCall[] = [];
+    const notices: string[] = [];
     const observer = await Observer.open({
       settings,
       clock,
       home,
       bulletKey,
       disk: options.disk ?? realDisk,
-      layout: new SpoolLayout(join(home, "observer")),
+      layout: new SpoolLayout(observerFolder(home)),
       analyser: options.analyser ?? echoAnalyser,
+      analyst: options.analyst ?? unexpectedAnalyst,
+      onGap: (sentence) => notices.push(sentence),
+      random: () => 1,
+      finishedChunks: options.finishedChunks,
       quotaBytes: options.quotaBytes ?? (() => Number.MAX_SAFE_INTEGER),
-      appendToJournal:
-        options.appendToJournal ??
-        (async (directory, session, bullets) => {
-          calls.push({ directory, session, bullets });
-        }),
+      appendToJournal: journalOf(options, calls),
     });
     if (options.isAnalysing ?? true) observer.beginAnalysis();
-    return new ObserverHarness(home, clock, settings, calls, observer);
+    return new ObserverHarness(home, clock, settings, calls, notices, observer);
   }
 
   /** The texts in the order in which they were written. */

@@ -212,6 +212,15 @@ export class SimulatedFileSystem implements FileSystem {
     ]);
   }
 
+  async link(from: string, to: string): Promise<void> {
+    await this.#turn();
+    const node = this.#existing(from);
+    const folder = this.#folderOf(to);
+    if (this.#disk.find(to) !== undefined) throw systemFailure("EEXIST", to);
+    this.#onStep({ call: "rename", path: to });
+    this.#disk.rename([{ folder, name: basename(to), node }]);
+  }
+
   unlink(path: string): Promise<void> {
     this.#existing(path);
     return this.rm(path);
@@ -270,6 +279,12 @@ export class SimulatedFileSystem implements FileSystem {
     return {
       write: (bytes, offset = 0) => this.#write(file, path, bytes.subarray(offset)),
       readFile: async () => file.bytes,
+      read: async (into, offset, length, position) => {
+        await this.#turn();
+        const piece = file.bytes.subarray(position, position + length);
+        into.set(piece, offset);
+        return { bytesRead: piece.length };
+      },
       stat: async () => this.#statOf(file),
       datasync: sync,
       sync,
@@ -291,6 +306,7 @@ export class SimulatedFileSystem implements FileSystem {
     const stat = async () => this.#statOf(folder);
     return {
       write: no,
+      read: no,
       readFile: no,
       truncate: no,
       datasync: sync,

@@ -1,0 +1,252 @@
+import type { DayRange } from "../archiveRequests.ts";
+import type { ClipEntry } from "../clips/records.ts";
+import type { Vault } from "../keys/vault.ts";
+import { type ArchiveTarget, ObjectMissing } from "../targets/target.ts";
+import type { Head, Heads } from "./heads.ts";
+import type { Mirror } from "./mirror.ts";
+import {
+  ForgedSegment,
+  noPrevious,
+  openSegment,
+  parseSegmentName,
+  type Segment,
+  type SegmentName,
+  segmentName,
+  sha256Of,
+} from "./segment.ts";
+
+/** An archive to read the list of. */
+export interface ListSource {
+  readonly mirror: Mirror;
+  readonly heads: Heads;
+  readonly target: ArchiveTarget;
+  /** Which place the heads are of. */
+  readonly place: string;
+  readonly vault: Vault;
+  /** What this machine itself has last written there. */
+  readonly ownHead: (Head & { readonly writer: string }) | undefined;
+}
+
+export interface ArchiveList {
+  /** Of the days that were asked for, by time. */
+  readonly clips: readonly ClipEntry[];
+  /** Sentences about what is missing from the list, or isn't ours. */
+  readonly problems: readonly string[];
+}
+
+/** By writer and number. */
+type Parts = Map<string, Map<number, SegmentName>>;
+
+/** More than any part has. */
+const greatestSegmentBytes = 8 * 1024 * 1024;
+
+/**
+ * The clips of a range of days. A thorough reading takes the parts of these days from the target
+ * even where this machine keeps them, so that what was altered there is found. Throws TargetFailure.
+ */
+export function readList(
+  source: ListSource,
+  { fromDate, toDate }: DayRange,
+  isThorough: boolean,
+  signal: AbortSignal,
+): Promise<ArchiveList> {
+  return new ListReader(source, isThorough).read(fromDate, toDate, signal);
+}
+
+/**
+ * Reads the list of an archive and checks it: each part's code and name, each chain without a gap,
+ * and that no chain ends before where this machine has seen it. Parts that were read once are kept
+ * here, so that the next time takes one listing.
+ */
+class ListReader {
+  readonly #dependencies: ListSource;
+  readonly #isThorough: boolean;
+  readonly #problems: string[] = [];
+  readonly #clips = new Map<string, ClipEntry>();
+
+  constructor(dependencies: ListSource, isThorough: boolean) {
+    this.#dependencies = dependencies;
+    this.#isThorough = isThorough;
+  }
+
+  async read(fromDay: string, toDay: string, signal: AbortSignal): Promise<ArchiveList> {
+    const { heads } = this.#dependencies;
+    const verified = new Map<string, Head>();
+    const stored = await this.#storedParts(signal);
+    await this.#compareWithKept(stored);
+    for (const [writer, parts] of stored) {
+      const key = this.#headKey(writer);
+      const head = await this.#readChain(writer, parts, [fromDay, toDay], signal);
+      if (head !== undefined) verified.set(key, head);
+    }
+    await heads.advance(verified);
+    const clips = [...this.#clips.values()].sort((a, b) => a.startMs - b.startMs);
+    return { clips, problems: this.#problems };
+  }
+
+  #headKey(writer: string): string {
+    const { vault, place } = this.#dependencies;
+    return `${vault.id} ${place} ${writer}`;
+  }
+
+  /** All that the target shows, and the writers of whom it shows nothing any more. */
+  async #storedParts(signal: AbortSignal): Promise<Parts> {
+    const { target, vault, heads, ownHead } = this.#dependencies;
+    const writers: Parts = new Map();
+    const prefix = this.#headKey("");
+    for (const key of heads.keysOf(prefix)) writers.set(key.slice(prefix.length), new Map());
+    if (ownHead !== undefined && ownHead.sequence > 0) writers.set(ownHead.writer, new Map());
+    for await (const object of target.list(`${vault.id}/manifest`, signal)) {
+      const name = object.name.slice(vault.id.length + 1);
+      const part = parseSegmentName(name);
+      if (part === undefined) {
+        this.#problems.push(`The list has a part that isn't the observer's: ${name}.`);
+        continue;
+      }
+      const parts = writers.get(part.writer) ?? new Map<number, SegmentName>();
+      if (parts.has(part.sequence)) this.#problems.push(`The list has a part twice: ${name}.`);
+      else parts.set(part.sequence, part);
+      writers.set(part.writer, parts);
+    }
+    return writers;
+  }
+
+  /**
+   * Parts that this machine keeps count by the day that they are of, whatever the target's names say.
+   */
+  async #compareWithKept(stored: Parts): Promise<void> {
+    for (const kept of await this.#dependencies.mirror.names()) {
+      const parts = stored.get(kept.writer);
+      const part = parts?.get(kept.sequence);
+      if (parts === undefined || part === undefined || part.day === kept.day) continue;
+      const object = await this.#kept(kept);
+      if (object === undefined) continue;
+      this.#problems.push(`A part of the list stands under another day: ${segmentName(part)}.`);
+      parts.set(kept.sequence, kept);
+    }
+  }
+
+  /** The chain's head where it has no fault at all. */
+  async #readChain(
+    writer: string,
+    parts: ReadonlyMap<number, SegmentName>,
+    days: readonly [from: string, to: string],
+    signal: AbortSignal,
+  ): Promise<Head | undefined> {
+    const known = this.#knownHead(writer);
+    const last = Math.max(0, ...parts.keys());
+    const before = this.#problems.length;
+    if (known !== undefined && last < known.sequence) {
+      this.#problems.push(
+        `The list was rolled back: it had ${known.sequence} parts of writer ${writer}, and has ${last}.`,
+      );
+    }
+    let head: Head = { sequence: 0, sha256: noPrevious };
+    for (let sequence = 1; sequence <= last; sequence += 1) {
+      signal.throwIfAborted();
+      const part = parts.get(sequence);
+      const isKnown = known !== undefined && sequence <= known.sequence;
+      if (part === undefined) {
+        this.#problems.push(`The list lacks part ${sequence} of writer ${writer}.`);
+        head = { sequence, sha256: "" };
+        continue;
+      }
+      const isWanted = part.day >= days[0] && part.day <= days[1];
+      // What was whole before needs no second look, but the last one to go on from.
+      if (isKnown && !isWanted && sequence < known.sequence) {
+        head = { sequence, sha256: "" };
+        continue;
+      }
+      head = await this.#readPart(part, head, isWanted, signal);
+      if (isKnown && sequence === known.sequence && head.sha256 !== known.sha256) {
+        this.#problems.push(`The list was exchanged: part ${sequence} of writer ${writer}.`);
+      }
+    }
+    return this.#problems.length === before && last > 0 ? head : undefined;
+  }
+
+  #knownHead(writer: string): Head | undefined {
+    const { heads, ownHead } = this.#dependencies;
+    const seen = heads.get(this.#headKey(writer));
+    if (ownHead?.writer !== writer) return seen;
+    return seen !== undefined && seen.sequence > ownHead.sequence ? seen : ownHead;
+  }
+
+  async #readPart(
+    name: SegmentName,
+    before: Head,
+    isWanted: boolean,
+    signal: AbortSignal,
+  ): Promise<Head> {
+    try {
+      const object = await this.#objectOf(name, isWanted, signal);
+      const segment = await openSegment(object, this.#dependencies.vault, name);
+      if (before.sha256 !== "" && segment.previous !== before.sha256) {
+        throw new ForgedSegment("it doesn't follow from the one before");
+      }
+      if (isWanted) this.#addClips(segment);
+      return { sequence: name.sequence, sha256: sha256Of(object) };
+    } catch (error) {
+      if (!isItsFault(error)) throw error;
+      const what = error instanceof ForgedSegment ? "is not what was stored" : "is missing";
+      this.#problems.push(`A part of the list ${what}: ${segmentName(name)}.`);
+      return { sequence: name.sequence, sha256: "" };
+    }
+  }
+
+  #addClips(segment: Segment): void {
+    for (const clip of segment.clips) {
+      if (this.#clips.has(clip.name)) this.#problems.push(`A clip is listed twice: ${clip.name}.`);
+      else this.#clips.set(clip.name, clip);
+    }
+  }
+
+  /** Kept here only when it is the vault's own. */
+  async #objectOf(name: SegmentName, isWanted: boolean, signal: AbortSignal): Promise<Buffer> {
+    const { mirror, vault } = this.#dependencies;
+    const kept = await this.#kept(name);
+    if (kept !== undefined && !(this.#isThorough && isWanted)) return kept;
+    const object = await this.#fetch(name, signal).catch((error: unknown) => {
+      if (kept === undefined || !isItsFault(error)) throw error;
+    });
+    if (object !== undefined && (await isGenuine(object, vault, name))) {
+      await mirror.keep(name, object);
+      return object;
+    }
+    if (kept === undefined) return object ?? Buffer.alloc(0);
+    // What the machine has kept is as good; but it has to be told.
+    this.#problems.push(`A part of the list is not what was stored: ${segmentName(name)}.`);
+    return kept;
+  }
+
+  async #kept(name: SegmentName): Promise<Buffer | undefined> {
+    const { mirror, vault } = this.#dependencies;
+    const kept = await mirror.read(name);
+    return kept !== undefined && (await isGenuine(kept, vault, name)) ? kept : undefined;
+  }
+
+  async #fetch(name: SegmentName, signal: AbortSignal): Promise<Buffer> {
+    const { target, vault } = this.#dependencies;
+    const pieces: Uint8Array[] = [];
+    let bytes = 0;
+    for await (const piece of target.read(`${vault.id}/${segmentName(name)}`, signal)) {
+      bytes += piece.length;
+      if (bytes > greatestSegmentBytes) throw new ForgedSegment("it is too large");
+      pieces.push(piece);
+    }
+    return Buffer.concat(pieces);
+  }
+}
+
+function isItsFault(error: unknown): boolean {
+  return error instanceof ForgedSegment || error instanceof ObjectMissing;
+}
+
+async function isGenuine(object: Buffer, vault: Vault, name: SegmentName): Promise<boolean> {
+  try {
+    await openSegment(object, vault, name);
+    return true;
+  } catch {
+    return false;
+  }
+}

@@ -1,0 +1,190 @@
+import { basename, join } from "node:path";
+import { errorCode } from "../../base/failure.ts";
+import { parseJson } from "../../json/value.ts";
+import { writeJson } from "../../json/writer.ts";
+import type { Disk } from "../../spool/disk.ts";
+import { chunkFileName, SpoolLayout } from "../../spool/layout.ts";
+import { Chunk, pictureName } from "../../spool/records.ts";
+import { discard, setAside } from "../../spool/spool.ts";
+import { parseRecord } from "../../wire/schema.ts";
+import { clipPath } from "../clips/packer.ts";
+import { PackedChunk } from "../clips/records.ts";
+import type { Upload } from "../targets/target.ts";
+
+const clipsFileName = "clips.json";
+
+interface Item {
+  bytes: number;
+  /** Undefined while it is a chunk of pictures. */
+  packed: PackedChunk | undefined;
+}
+
+/**
+ * Chunks on their way into the archive, each in a folder of its own. It comes by one rename, holds
+ * pictures until its clips and then "clips.json" are durable, and goes by one rename when the list
+ * names it. So no kill leaves anything that isn't the one or the other.
+ */
+export class Items {
+  readonly #disk: Disk;
+  readonly #layout: SpoolLayout;
+  readonly #folder: string;
+  readonly #items = new Map<string, Item>();
+
+  private constructor(disk: Disk, root: string, folder: string) {
+    this.#disk = disk;
+    this.#layout = new SpoolLayout(root);
+    this.#folder = folder;
+  }
+
+  /** Finds what is there; what can't be read is put aside. `root` has the trash. */
+  static async open(disk: Disk, root: string, folder: string): Promise<Items> {
+    const items = new Items(disk, root, folder);
+    await disk.makeFolder(folder);
+    await disk.syncFolder(folder);
+    await disk.syncFolder(root);
+    await disk.remove(items.#layout.trash);
+    for (const name of (await disk.list(folder)).sort(byNumber)) await items.#find(name);
+    return items;
+  }
+
+  get bytes(): number {
+    return [...this.#items.values()].reduce((sum, item) => sum + item.bytes, 0);
+  }
+
+  get isEmpty(): boolean {
+    return this.#items.size === 0;
+  }
+
+  /** The names of those that have to be packed, in order of arrival. */
+  get taken(): string[] {
+    return [...this.#items].filter(([, item]) => item.packed === undefined).map(([name]) => name);
+  }
+
+  /** Those that are packed, in order of arrival. */
+  get packed(): [name: string, chunk: PackedChunk][] {
+    return [...this.#items].flatMap(([name, { packed }]) =>
+      packed === undefined ? [] : [[name, packed] as [string, PackedChunk]],
+    );
+  }
+
+  /** Takes a chunk's folder over; false where it has no picture. Nothing there is no error. */
+  async take(folder: string): Promise<boolean> {
+    const chunk = await this.#readChunk(folder).catch(missing);
+    const bytes = chunk === undefined ? 0 : bytesOf(chunk);
+    if (bytes === 0) return false;
+    await this.#disk.makeFolder(this.#folder);
+    const name = await this.#freeName(basename(folder));
+    try {
+      await this.#disk.move(folder, this.folderOf(name));
+    } finally {
+      // A move that failed at its very end has been made all the same.
+      const isHere = (await this.#disk.size(this.folderOf(name))) !== undefined;
+      if (isHere) this.#items.set(name, { bytes, packed: undefined });
+    }
+    return true;
+  }
+
+  folderOf(name: string): string {
+    return join(this.#folder, name);
+  }
+
+  readChunk(name: string): Promise<Chunk> {
+    return this.#readChunk(this.folderOf(name));
+  }
+
+  /** From now on the clips are all that counts; the pictures go. */
+  async storeClips(name: string, packed: PackedChunk): Promise<void> {
+    const folder = this.folderOf(name);
+    await this.#disk.replaceFile(join(folder, clipsFileName), writeJson(packed));
+    this.#items.set(name, { bytes: clipBytes(packed), packed });
+    await this.#removePictures(folder);
+  }
+
+  /** The item's clips as what is to be stored, under the vault's folder. */
+  uploads(name: string, packed: PackedChunk): Upload[] {
+    return packed.clips.map((clip, number) => {
+      const path = clipPath(this.folderOf(name), number);
+      const { bytes, sha256 } = clip;
+      const read = () => this.#disk.read(path);
+      return { name: `${packed.vault}/${clip.name}`, path, bytes, sha256, read };
+    });
+  }
+
+  /** Nothing there is no error. */
+  async discard(name: string): Promise<void> {
+    await discard(this.#disk, this.#layout, this.folderOf(name));
+    this.#items.delete(name);
+  }
+
+  async setAside(name: string, nowMs: number): Promise<void> {
+    await setAside(this.#disk, this.#layout, this.folderOf(name), `item-${name}-${nowMs}`);
+    this.#items.delete(name);
+  }
+
+  async #find(name: string): Promise<void> {
+    const folder = this.folderOf(name);
+    const packed = await this.#readPacked(folder);
+    if (packed !== undefined) {
+      this.#items.set(name, { bytes: clipBytes(packed), packed });
+      await this.#removePictures(folder);
+      return;
+    }
+    try {
+      this.#items.set(name, { bytes: bytesOf(await this.#readChunk(folder)), packed: undefined });
+    } catch {
+      await setAside(this.#disk, this.#layout, folder, `item-${name}`);
+    }
+  }
+
+  async #readPacked(folder: string): Promise<PackedChunk | undefined> {
+    try {
+      const text = await this.#disk.readText(join(folder, clipsFileName));
+      return parseRecord(PackedChunk, parseJson(text));
+    } catch (error) {
+      if (errorCode(error) !== "ENOENT" && errorCode(error) !== undefined) throw error;
+      return undefined;
+    }
+  }
+
+  async #readChunk(folder: string): Promise<Chunk> {
+    const text = await this.#disk.readText(join(folder, chunkFileName));
+    return parseRecord(Chunk, parseJson(text));
+  }
+
+  async #removePictures(folder: string): Promise<void> {
+    const stays = (name: string) => name.endsWith(".age") || name === clipsFileName;
+    for (const name of await this.#disk.list(folder)) {
+      if (!stays(name)) await this.#disk.remove(join(folder, name));
+    }
+  }
+
+  /** Ids of chunks are unique, unless somebody has deleted the file that counts them. */
+  async #freeName(id: string): Promise<string> {
+    for (let turn = 0; ; turn += 1) {
+      const name = turn === 0 ? id : `${id}-${turn}`;
+      if ((await this.#disk.size(join(this.#folder, name))) === undefined) return name;
+    }
+  }
+}
+
+function bytesOf(chunk: Chunk): number {
+  const known = new Set<string>();
+  return chunk.frames.reduce((sum, frame) => {
+    const isNew = !known.has(pictureName(frame));
+    known.add(pictureName(frame));
+    return isNew ? sum + frame.pictureBytes : sum;
+  }, 0);
+}
+
+function clipBytes(packed: PackedChunk): number {
+  return packed.clips.reduce((sum, clip) => sum + clip.bytes, 0);
+}
+
+function byNumber(a: string, b: string): number {
+  return Number.parseInt(a, 10) - Number.parseInt(b, 10) || (a < b ? -1 : 1);
+}
+
+function missing(error: unknown): undefined {
+  if (errorCode(error) !== "ENOENT") throw error;
+  return undefined;
+}

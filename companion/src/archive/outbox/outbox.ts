@@ -1,0 +1,274 @@
+import type { Clock } from "../../base/clock.ts";
+import { describeFailure, isSystemError } from "../../base/failure.ts";
+import { Recipient } from "../age/x25519.ts";
+import { type ArchiveState, UnreadableState } from "../archiveState.ts";
+import { clipName, type PackerDependencies, packChunk } from "../clips/packer.ts";
+import type { PackedChunk } from "../clips/records.ts";
+import { SecretStoreFailure } from "../keys/secretStore.ts";
+import type { Vault } from "../keys/vault.ts";
+import { type ArchiveTarget, ObjectConflict, TargetFailure } from "../targets/target.ts";
+import type { Items } from "./items.ts";
+import type { ListWriter } from "./listWriter.ts";
+
+export interface OutboxDependencies {
+  readonly clock: Clock;
+  readonly items: Items;
+  readonly state: ArchiveState;
+  readonly list: ListWriter;
+  /** As the target in use wants it. */
+  packer(): PackerDependencies;
+  /** The target, ready for this machine's list; throws TargetFailure. */
+  target(signal: AbortSignal): Promise<ArchiveTarget>;
+  /** Throws where the keyring refuses. */
+  vault(): Promise<Vault>;
+  /** Why nothing moves; undefined when it moves again. */
+  onTrouble(sentence: string | undefined): void;
+}
+
+/** So long stored clips may wait for others, so that the list has few parts. */
+const greatestListDelayMs = 600_000;
+const greatestListItems = 50;
+const firstRetryMs = 5_000;
+const greatestRetryMs = 600_000;
+
+/**
+ * Packs what was taken and stores what is packed, one after the other, oldest first. What fails is
+ * tried again; what is stored and not yet listed is only remembered, since to store it again changes
+ * nothing.
+ */
+export class Outbox {
+  readonly #dependencies: OutboxDependencies;
+  /** Ends what is under way for a target that is no longer the one. */
+  #current = new AbortController();
+  #running: Promise<void> | undefined;
+  #isWanted = false;
+  #isFlushing = false;
+  /** How many want it to stand still. */
+  #holds = 0;
+  #isClosed = false;
+  /** Stored and not listed, and since when the first of them. */
+  readonly #stored = new Set<string>();
+  #storedSinceMs = 0;
+  #retryMs = firstRetryMs;
+  #notBeforeMs = 0;
+  #cancelTimer: (() => void) | undefined;
+
+  constructor(dependencies: OutboxDependencies) {
+    this.#dependencies = dependencies;
+  }
+
+  /** Works if there is work: when something was taken, and when anything was put right. */
+  wake(): void {
+    if (this.#isClosed || this.#holds > 0) return;
+    this.#isWanted = true;
+    this.#running ??= this.#run();
+  }
+
+  /** As `wake`, and what has failed is tried at once. */
+  retry(): void {
+    this.#notBeforeMs = 0;
+    this.#retryMs = firstRetryMs;
+    this.wake();
+  }
+
+  /** Lists everything that is there, as far as it can be done now. */
+  async flush(): Promise<void> {
+    this.#isFlushing = true;
+    this.retry();
+    await this.settled();
+  }
+
+  /** Resolves when there is nothing more to do for now. */
+  async settled(): Promise<void> {
+    while (this.#running !== undefined) await this.#running;
+  }
+
+  /**
+   * Does the task while nothing else happens here, so that it may change what the work relies on;
+   * then goes on. What was under way begins anew.
+   */
+  async whilePaused<Result>(task: () => Promise<Result>): Promise<Result> {
+    this.#holds += 1;
+    this.#current.abort(new Paused());
+    try {
+      await this.settled();
+      this.#stored.clear();
+      return await task();
+    } finally {
+      this.#holds -= 1;
+      if (this.#holds === 0) {
+        this.#current = new AbortController();
+        this.retry();
+      }
+    }
+  }
+
+  async close(): Promise<void> {
+    this.#isClosed = true;
+    this.#current.abort(new Paused());
+    this.#cancelTimer?.();
+    await this.#running;
+  }
+
+  async #run(): Promise<void> {
+    while (this.#isWanted && !this.#isClosed && this.#holds === 0) {
+      this.#isWanted = false;
+      this.#cancelTimer?.();
+      await this.#attempt();
+    }
+    this.#isWanted = false;
+    this.#running = undefined;
+  }
+
+  async #attempt(): Promise<void> {
+    const { state, clock, onTrouble } = this.#dependencies;
+    if (!state.record.enabled) return;
+    const { signal } = this.#current;
+    try {
+      await this.#packAll(signal);
+      const waitMs = this.#notBeforeMs - clock.nowMs();
+      if (waitMs > 0 && waitMs <= greatestRetryMs) return this.#wakeAfter(waitMs);
+      await this.#storeAll(signal);
+      this.#retryMs = firstRetryMs;
+      this.#isFlushing = false;
+      onTrouble(undefined);
+    } catch (error) {
+      if (signal.aborted) return;
+      this.#isFlushing = false;
+      onTrouble(sentenceFor(error));
+      this.#notBeforeMs = clock.nowMs() + this.#retryMs;
+      this.#wakeAfter(this.#retryMs);
+      this.#retryMs = Math.min(this.#retryMs * 2, greatestRetryMs);
+    }
+  }
+
+  #wakeAfter(delayMs: number): void {
+    this.#cancelTimer?.();
+    this.#cancelTimer = this.#dependencies.clock.after(delayMs, () => this.wake());
+  }
+
+  async #packAll(signal: AbortSignal): Promise<void> {
+    const { items } = this.#dependencies;
+    for (let [name] = items.taken; name !== undefined; [name] = items.taken) {
+      signal.throwIfAborted();
+      await this.#pack(name, signal);
+    }
+  }
+
+  async #pack(name: string, signal: AbortSignal): Promise<void> {
+    const { items, state, packer, clock } = this.#dependencies;
+    const { vault } = state.record;
+    if (vault === undefined) throw new UnreadableState("the vault is not known");
+    const folder = items.folderOf(name);
+    const recipient = Recipient.parse(vault.recipient);
+    const chunk = await items.readChunk(name).catch((error: unknown) => {
+      if (isSystemError(error)) throw error;
+    });
+    if (chunk === undefined) return items.setAside(name, clock.nowMs());
+    const clips = await packChunk(packer(), folder, chunk, recipient, signal);
+    if (clips.length === 0) return items.discard(name);
+    await items.storeClips(name, { version: 1, vault: vault.id, clips });
+  }
+
+  async #storeAll(signal: AbortSignal): Promise<void> {
+    const { items, state, list } = this.#dependencies;
+    await this.#clearListed();
+    if (items.isEmpty && state.record.segment === undefined) return;
+    const target = await this.#dependencies.target(signal);
+    await this.#storePending(target, signal);
+    for (;;) {
+      const next = items.packed.find(([name]) => !this.#stored.has(name));
+      if (next === undefined) break;
+      await this.#storeItem(next, target, signal);
+      // What came meanwhile takes up less room when it is packed.
+      await this.#packAll(signal);
+    }
+    while (this.#isListDue()) {
+      await list.prepare(this.#nextForList(), await this.#dependencies.vault());
+      await this.#storePending(target, signal);
+    }
+    if (this.#stored.size > 0) this.#wakeAfter(this.#listDelayMs());
+  }
+
+  async #storeItem(
+    [name, packed]: [string, PackedChunk],
+    target: ArchiveTarget,
+    signal: AbortSignal,
+  ): Promise<void> {
+    const { items, clock } = this.#dependencies;
+    try {
+      for (const upload of items.uploads(name, packed)) await target.put(upload, signal);
+    } catch (error) {
+      // What a torn upload has left there, perhaps; nothing is ever overwritten.
+      if (error instanceof ObjectConflict) await this.#rename(name, packed);
+      throw error;
+    }
+    if (this.#stored.size === 0) this.#storedSinceMs = clock.nowMs();
+    this.#stored.add(name);
+  }
+
+  async #rename(name: string, packed: PackedChunk): Promise<void> {
+    const { items, packer } = this.#dependencies;
+    const { randomName } = packer();
+    const clips = packed.clips.map((clip) => ({
+      ...clip,
+      name: clipName(clip.startMs, clip.day, randomName()),
+    }));
+    await items.storeClips(name, { ...packed, clips });
+  }
+
+  async #storePending(target: ArchiveTarget, signal: AbortSignal): Promise<void> {
+    const { state, list } = this.#dependencies;
+    const { segment } = state.record;
+    if (segment === undefined) return;
+    await list.store(segment, target, signal);
+    await this.#clearListed();
+  }
+
+  /** What is in the list for good is here no longer needed. */
+  async #clearListed(): Promise<void> {
+    const { items, state } = this.#dependencies;
+    const { listed } = state.record;
+    if (listed.length === 0) return;
+    for (const name of listed) {
+      await items.discard(name);
+      this.#stored.delete(name);
+    }
+    await state.change({ listed: [] });
+  }
+
+  #isListDue(): boolean {
+    if (this.#stored.size === 0) return false;
+    if (this.#isFlushing || this.#stored.size >= greatestListItems) return true;
+    const days = new Set(this.#storedItems().map(([, { clips }]) => clips[0]?.day));
+    return days.size > 1 || this.#listDelayMs() <= 0;
+  }
+
+  #listDelayMs(): number {
+    const waitedMs = this.#dependencies.clock.nowMs() - this.#storedSinceMs;
+    // A clock that was set back must not hold the list up.
+    return waitedMs < 0 ? 0 : greatestListDelayMs - waitedMs;
+  }
+
+  #storedItems(): [string, PackedChunk][] {
+    return this.#dependencies.items.packed.filter(([name]) => this.#stored.has(name));
+  }
+
+  /** Those of the day of the oldest. */
+  #nextForList(): [string, PackedChunk][] {
+    const stored = this.#storedItems();
+    const day = stored[0]?.[1].clips[0]?.day;
+    return stored.filter(([, { clips }]) => clips[0]?.day === day).slice(0, greatestListItems);
+  }
+}
+
+class Paused extends Error {
+  override readonly name = "Paused";
+}
+
+function sentenceFor(error: unknown): string {
+  if (error instanceof TargetFailure || error instanceof SecretStoreFailure) {
+    return `Footage waits for its archive. ${error.message}`;
+  }
+  return `${describeFailure("Footage waits for its archive", error)}.`;
+}

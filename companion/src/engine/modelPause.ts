@@ -1,0 +1,86 @@
+import type { Clock } from "../base/clock.ts";
+import { isoLocalTime } from "../base/localTime.ts";
+import type { ProviderFailure } from "../providers/failures.ts";
+
+const firstDelayMs = 5_000;
+const greatestDelayMs = 600_000;
+/** A provider that wants to be left alone for longer is asked again once a day all the same. */
+const greatestRetryAfterMs = 86_400_000;
+/** Shorter waits are over before anybody has read when they end. */
+const leastAnnouncedMs = 60_000;
+
+/**
+ * The time in which no model is asked, because it failed. A failure of the provider's ends by itself,
+ * after 5 s, doubling to 10 min, or when the provider said; one of the settings ends with these.
+ */
+export class ModelPause {
+  readonly #clock: Clock;
+  readonly #random: () => number;
+  readonly #onEnd: () => void;
+  #failure: ProviderFailure | undefined;
+  #reason: string | undefined;
+  #cancelEnd: (() => void) | undefined;
+  #failuresInRow = 0;
+
+  /** `random` is at least 0 and below 1; `onEnd` is called when the time is over. */
+  constructor(clock: Clock, random: () => number, onEnd: () => void) {
+    this.#clock = clock;
+    this.#random = random;
+    this.#onEnd = onEnd;
+  }
+
+  /** Why no model is asked, in a sentence; undefined while one may be. */
+  get reason(): string | undefined {
+    return this.#reason;
+  }
+
+  /** The first failure of a provider is mostly over after its 5 s, and nothing to act upon. */
+  get isBlocking(): boolean {
+    if (this.#failure === undefined) return false;
+    return this.#failure.kind !== "retry" || this.#failuresInRow > 1;
+  }
+
+  begin(failure: ProviderFailure): void {
+    this.end();
+    this.#failure = failure;
+    this.#reason = failure.message;
+    if (failure.kind === "configuration") return;
+    this.#failuresInRow += 1;
+    const delayMs = this.#delayMs(failure);
+    if (failure.kind !== "ceiling" && delayMs >= leastAnnouncedMs) {
+      const time = isoLocalTime(this.#clock.nowMs() + delayMs);
+      const day = delayMs > 43_200_000 ? ` on ${time.slice(0, 10)}` : "";
+      this.#reason = `${failure.message} It is tried again at ${time.slice(11, 16)}${day}.`;
+    }
+    this.#cancelEnd = this.#clock.after(delayMs, () => {
+      this.end();
+      this.#onEnd();
+    });
+  }
+
+  /** The model may be asked at once; how often it has failed is remembered. */
+  end(): void {
+    this.#cancelEnd?.();
+    this.#cancelEnd = undefined;
+    this.#failure = undefined;
+    this.#reason = undefined;
+  }
+
+  /** The model has answered, or is another one: the next failure is the first. */
+  forget(): void {
+    this.end();
+    this.#failuresInRow = 0;
+  }
+
+  /** Ends it where only the settings or what they name are at fault: somebody has come back. */
+  endConfiguration(): void {
+    if (this.#failure?.kind === "configuration") this.end();
+  }
+
+  #delayMs({ retryAfterMs }: ProviderFailure): number {
+    if (retryAfterMs !== undefined) return Math.min(retryAfterMs, greatestRetryAfterMs);
+    const doubled = firstDelayMs * 2 ** Math.min(this.#failuresInRow - 1, 10);
+    // Between three quarters and the whole: many clients of one server shall not come at once.
+    return Math.round(Math.min(doubled, greatestDelayMs) * (0.75 + 0.25 * this.#random()));
+  }
+}

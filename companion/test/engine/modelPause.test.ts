@@ -1,0 +1,51 @@
+import assert from "node:assert/strict";
+import { describe, it } from "node:test";
+import { ModelPause } from "../../src/engine/modelPause.ts";
+import { ProviderFailure } from "../../src/providers/failures.ts";
+import { ManualClock } from "../support/manualClock.ts";
+
+const retry = (retryAfterMs?: number) => new ProviderFailure("retry", "No.", { retryAfterMs });
+
+describe("pause", () => {
+  it("pause_isJitteredBetweenThreeQuartersAndTheWhole", () => {
+    for (const [random, expected] of [
+      [0, 3_750],
+      [0.5, 4_375],
+      [0.999999, 5_000],
+    ] as const) {
+      const clock = new ManualClock();
+      new ModelPause(
+        clock,
+        () => random,
+        () => undefined,
+      ).begin(retry());
+      assert.equal(clock.nextDelayMs, expected);
+    }
+  });
+
+  it("retryAfter_ofAWeek_isADay", () => {
+    const clock = new ManualClock();
+    const pause = new ModelPause(
+      clock,
+      () => 0,
+      () => undefined,
+    );
+    pause.begin(retry(7 * 86_400_000));
+    assert.equal(clock.nextDelayMs, 86_400_000);
+    assert.match(pause.reason ?? "", /^No\. It is tried again at [0-9:]{5} on 2026-11-22\.$/);
+  });
+
+  it("configuration_hasNoEndOfItsOwn", () => {
+    const clock = new ManualClock();
+    const pause = new ModelPause(
+      clock,
+      () => 0,
+      () => undefined,
+    );
+    pause.begin(new ProviderFailure("configuration", "No."));
+    assert.equal(clock.timerCount, 0);
+    assert.equal(pause.isBlocking, true);
+    pause.endConfiguration();
+    assert.equal(pause.reason, undefined);
+  });
+});
