@@ -29,6 +29,9 @@ struct Command {
     /// Words from this one on, counted behind the command's name, are values: one that begins with "-" is no option
     /// unless it asks for help, and they may be secrets, so no message repeats them. The command counts them itself.
     std::optional<qsizetype> valuesFrom = {};
+    /// Somebody might put a secret where no word belongs: no message repeats a word, and the command counts them
+    /// itself.
+    bool wordsMayBeSecret = false;
 };
 
 /// "--json", which every command that prints data has.

@@ -15,8 +15,8 @@ namespace {
 
 QList<Command> allCommands()
 {
-    return {recordCommand(),      journalCommand(),  displaysCommand(), contextCommand(),
-            permissionsCommand(), settingsCommand(), statusCommand(),   doctorCommand()};
+    return {recordCommand(),   journalCommand(), displaysCommand(), contextCommand(), permissionsCommand(),
+            settingsCommand(), archiveCommand(), statusCommand(),   doctorCommand(),  updateCommand()};
 }
 
 QString generalHelp(const QList<Command> &commands)
@@ -62,7 +62,8 @@ CommandResult runCommand(const Command &command, const QStringList &arguments, c
         return usageError(command.name, parser.errorText());
     if (parser.isSet(QStringLiteral("help")))
         return CommandResult::data(parser.helpText());
-    if (!command.valuesFrom && parser.positionalArguments().size() > command.arguments.size() + 1)
+    const bool countsItself = command.valuesFrom || command.wordsMayBeSecret;
+    if (!countsItself && parser.positionalArguments().size() > command.arguments.size() + 1)
         return usageError(command.name, QStringLiteral("\"%1\" is one word too many.")
                                             .arg(parser.positionalArguments().value(command.arguments.size() + 1)));
     return command.run(parser, platform);
@@ -87,9 +88,9 @@ CommandResult runCommandLine(const QStringList &arguments, const Platform &platf
         return CommandResult::data(generalHelp(commands));
     if (first.isEmpty())
         return CommandResult::failure(ExitUsage,
-                                      QStringLiteral("This version has no tray application yet; `ostrel record` "
-                                                     "records in the foreground. `ostrel --help` lists the "
-                                                     "commands."));
+                                      QStringLiteral("There is no display for the icon and its panel (neither DISPLAY "
+                                                     "nor WAYLAND_DISPLAY is set). `ostrel --help` lists the commands, "
+                                                     "which need none or say so."));
     const auto command = std::ranges::find(commands, first, &Command::name);
     if (command == commands.end())
         return CommandResult::failure(
@@ -99,16 +100,20 @@ CommandResult runCommandLine(const QStringList &arguments, const Platform &platf
 
 int printResult(const CommandResult &result)
 {
-    errno = 0;
-    const bool complete = print(stdout, result.output);
-    const int failure = errno != 0 ? errno : EIO;
+    const auto written = printData(result.output);
     printMessage(result.messages);
-    if (complete)
+    if (written)
         return result.status;
-    printMessage(
-        CommandResult::failure(ExitFailed, fileError(failure, QStringLiteral("standard output")).localizedDescription)
-            .messages);
+    printMessage(CommandResult::failure(ExitFailed, written.error().localizedDescription).messages);
     return ExitFailed;
+}
+
+Result<> printData(const QString &text)
+{
+    errno = 0;
+    if (print(stdout, text))
+        return {};
+    return std::unexpected(fileError(errno != 0 ? errno : EIO, QStringLiteral("standard output")));
 }
 
 void printMessage(const QString &text)

@@ -2,6 +2,7 @@
 
 #include "app/CommandResult.h"
 #include "app/Platform.h"
+#include "base/Error.h"
 
 #include <QStringList>
 
@@ -14,6 +15,9 @@ CommandResult runCommandLine(const QStringList &arguments, const Platform &platf
 /// Writes the data to standard output and the messages to standard error.
 /// @return the exit status: the result's own, or 1 where the data could not all be written
 int printResult(const CommandResult &result);
+
+/// Writes data to standard output as UTF-8 and flushes it: for commands that go on after it. @return why it failed
+Result<> printData(const QString &text);
 
 /// Writes a text to standard error as UTF-8 and flushes it.
 void printMessage(const QString &text);

@@ -7,16 +7,6 @@
 
 namespace ostrel {
 
-namespace {
-
-QString withHomeAsTilde(const QString &path)
-{
-    const QString home = homeDirectory();
-    return path.startsWith(home + QLatin1Char('/')) ? QLatin1Char('~') + path.mid(home.size()) : path;
-}
-
-} // namespace
-
 ForegroundRecording::ForegroundRecording(const Platform &platform, std::optional<std::chrono::seconds> duration)
     : m_duration(duration), m_host(platform, [this] { finish(); })
 {}
@@ -66,7 +56,7 @@ Task<> ForegroundRecording::start(std::stop_token stop)
 void ForegroundRecording::onStarted()
 {
     m_started = true;
-    const QString folder = withHomeAsTilde(expandedPath(m_host.model().settings().outputDirectory));
+    const QString folder = abbreviatedPath(expandedPath(m_host.model().settings().outputDirectory));
     printMessage(QStringLiteral("Recording into %1. Ctrl+C stops.\n").arg(folder));
     if (!m_host.model().permissions().fileAccessAuthorized)
         printMessage(
@@ -109,10 +99,12 @@ void ForegroundRecording::onStatus()
     // The recording goes on, but the journal would stay empty and nobody would know why.
     const AppModel &model = m_host.model();
     const auto &status = model.status();
+    // What the observer says of a recording that has ended is for the next one to be told.
+    const bool goesOn = status && status->running;
     QString complaint;
-    if (status && status->analysisBackfillBlocked.value_or(false))
+    if (goesOn && status->analysisBackfillBlocked.value_or(false))
         complaint = model.analysisBackfillNotice().value_or(QString());
-    else if (status)
+    else if (goesOn)
         complaint = status->lastError.value_or(QString());
     if (complaint != m_complaint && !complaint.isEmpty())
         printMessage(QStringLiteral("ostrel: the observer says: %1\n").arg(complaint));

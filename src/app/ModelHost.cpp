@@ -18,8 +18,8 @@ const QString bundleIdentifier = QStringLiteral("com.tamsk.ostrel");
 
 } // namespace
 
-ModelHost::ModelHost(const Platform &platform, std::function<void()> terminate)
-    : m_platform(platform), m_terminate(std::move(terminate)),
+ModelHost::ModelHost(const Platform &platform, std::function<void()> terminate, std::function<void()> activate)
+    : m_platform(platform), m_terminate(std::move(terminate)), m_activate(std::move(activate)),
       m_context({.foreground = platform.foreground,
                  .accessibility = platform.contextAccessibility,
                  .tree = platform.accessibilityTree,
@@ -47,7 +47,8 @@ Task<> ModelHost::start(std::stop_token stop)
     m_model = makeModel(*std::move(stored));
     m_waitingSecrets.start();
     m_platform.remoteControl.open(
-        [this](SettingChange change) { return changeInModel(m_model.get(), std::move(change)); });
+        {.changeSetting = [this](SettingChange change) { return changeInModel(m_model.get(), std::move(change)); },
+         .activate = m_activate});
 }
 
 ModelHost::Stored ModelHost::readStored(SecretStore &secrets, SettingsStore &settings)
@@ -80,6 +81,7 @@ std::unique_ptr<AppModel> ModelHost::makeModel(Stored stored)
                                                              .accessibility = m_platform.permissionAccessibility,
                                                              .defaults = m_platform.userDefaults,
                                                              .systemSettings = m_platform.settingsOpener,
+                                                             .dialogs = m_platform.dialogs,
                                                              .workspace = m_platform.workspace,
                                                              .settingsStore = m_settingsStore,
                                                              .settingsQueue = m_settingsQueue,

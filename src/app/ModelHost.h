@@ -24,7 +24,8 @@ class ModelHost
 public:
     /// Only makes the threads.
     /// @param terminate called once the model has quit
-    ModelHost(const Platform &platform, std::function<void()> terminate);
+    /// @param activate  shows the panel when another program asks for it; empty where there is none
+    ModelHost(const Platform &platform, std::function<void()> terminate, std::function<void()> activate = {});
     ModelHost(const ModelHost &) = delete;
     ModelHost &operator=(const ModelHost &) = delete;
     /// Waits for settings that are being saved.
@@ -53,6 +54,7 @@ private:
 
     const Platform m_platform;
     const std::function<void()> m_terminate;
+    const std::function<void()> m_activate;
     SystemClock m_clock;
     ActiveApplicationContext m_context;
     std::unique_ptr<HttpTransport> m_transport;

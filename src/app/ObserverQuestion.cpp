@@ -136,6 +136,11 @@ Advice adviceOnSilence(const ObserverAnswer &answer, const PortHolder &holder)
 
 } // namespace
 
+QString inOneLine(const Advice &advice)
+{
+    return advice.command ? QStringLiteral("%1 Try: %2").arg(advice.sentence, *advice.command) : advice.sentence;
+}
+
 ObserverAnswer askObserver(SecretStore &secrets, const ObserverSettings &settings, std::chrono::milliseconds patience)
 {
     ObserverAnswer answer;

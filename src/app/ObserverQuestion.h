@@ -44,6 +44,9 @@ struct Advice {
 /// How long a command waits for an answer.
 constexpr std::chrono::seconds observerPatience{5};
 
+/// The sentence and the command behind it.
+QString inOneLine(const Advice &advice);
+
 /// Asks the observer for its status, once. Changes nothing: no token is made, no observer started. Main thread, outside
 /// of an event loop; returns soon after the patience at the latest, but for what the secret store takes.
 ObserverAnswer askObserver(SecretStore &secrets, const ObserverSettings &settings,

@@ -2,6 +2,7 @@
 
 #include "app/doctor/DesktopFacts.h"
 #include "context/PrivacyRules.h"
+#include "update/InstalledProgram.h"
 
 #include <functional>
 
@@ -10,6 +11,7 @@ namespace ostrel {
 class AccessibilityAccess;
 class AccessibilityTree;
 class BrowserScriptRunner;
+class DialogHost;
 class DisplaySource;
 class ForegroundSource;
 class Keyring;
@@ -41,12 +43,16 @@ struct Platform {
     Keyring &keyring;
     UserDefaults &userDefaults;
     SystemSettingsOpener &settingsOpener;
+    /// How the user is asked.
+    DialogHost &dialogs;
     ProcessLauncher &processes;
     /// The program that records, as others reach it.
     RunningApplication &runningApplication;
     /// How others reach this program while it records.
     RemoteControl &remoteControl;
     DesktopProbes desktop;
+    /// The program that runs, as its updates see it. Blocks for a moment.
+    std::function<InstalledProgram()> program = InstalledProgram::ofThisProgram;
 };
 
 } // namespace ostrel

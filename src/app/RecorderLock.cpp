@@ -19,15 +19,29 @@ namespace ostrel {
 
 namespace {
 
+const QByteArray archiveWord = "archive";
+
+QString lockDomain()
+{
+    return QStringLiteral("TamskOstrel.RecorderLock");
+}
+
+struct Signature {
+    RecorderLock::Holder holder;
+    RecorderLock::Purpose purpose = RecorderLock::Purpose::Recording;
+};
+
 /// What its holder has written into the lock file.
-std::optional<RecorderLock::Holder> readSignature(int descriptor)
+std::optional<Signature> readSignature(int descriptor)
 {
     QByteArray text(128, '\0');
     const ssize_t length = ::pread(descriptor, text.data(), size_t(text.size()), 0);
     const QList<QByteArray> words = text.left(qMax(length, ssize_t(0))).simplified().split(' ');
-    if (words.size() != 2)
+    const bool isArchive = words.size() == 3 && words[2] == archiveWord;
+    if (words.size() != 2 && !isArchive)
         return std::nullopt;
-    return RecorderLock::Holder{.processId = words[0].toLongLong(), .since = QString::fromLatin1(words[1])};
+    return Signature{.holder = {.processId = words[0].toLongLong(), .since = QString::fromLatin1(words[1])},
+                     .purpose = isArchive ? RecorderLock::Purpose::ArchiveCommand : RecorderLock::Purpose::Recording};
 }
 
 /// Whether the process holds a lock on the file, by the kernel's list: "1: FLOCK ADVISORY WRITE 4711 08:01:1234 0 EOF".
@@ -49,13 +63,14 @@ bool holdsLock(const QString &kernelLocks, qint64 processId, quint64 inode)
 Error heldByAnother(int descriptor)
 {
     const auto signature = readSignature(descriptor);
-    const QString holder = signature
-                               ? QStringLiteral("process %1, since %2").arg(signature->processId).arg(signature->since)
-                               : QStringLiteral("a process that has just started");
-    return {.domain = QStringLiteral("TamskOstrel.RecorderLock"),
-            .code = 1,
-            .localizedDescription =
-                QStringLiteral("Tamsk Ostrel is recording already (%1). Stop that one first.").arg(holder)};
+    const QString holder =
+        signature ? QStringLiteral("process %1, since %2").arg(signature->holder.processId).arg(signature->holder.since)
+                  : QStringLiteral("a process that has just started");
+    const bool isArchive = signature && signature->purpose == RecorderLock::Purpose::ArchiveCommand;
+    const QString words = isArchive
+                              ? QStringLiteral("`ostrel archive` is at work (%1). Wait until it is done, or stop it.")
+                              : QStringLiteral("Tamsk Ostrel is recording already (%1). Stop that one first.");
+    return {.domain = lockDomain(), .code = 1, .localizedDescription = words.arg(holder)};
 }
 
 } // namespace
@@ -82,17 +97,23 @@ std::optional<RecorderLock::Holder> RecorderLock::holder(const QString &kernelLo
     const int descriptor = ::open(QFile::encodeName(file()).constData(), O_RDONLY | O_CLOEXEC);
     if (descriptor < 0)
         return std::nullopt;
-    auto signature = readSignature(descriptor);
+    const auto signature = readSignature(descriptor);
     struct stat info{};
     const bool known = ::fstat(descriptor, &info) == 0;
     ::close(descriptor);
     // A recorder that was killed leaves its signature behind.
-    if (!known || !signature || !holdsLock(kernelLocks, signature->processId, info.st_ino))
+    if (!known || !signature || signature->purpose != Purpose::Recording ||
+        !holdsLock(kernelLocks, signature->holder.processId, info.st_ino))
         return std::nullopt;
-    return signature;
+    return signature->holder;
 }
 
-Result<RecorderLock> RecorderLock::acquire()
+bool RecorderLock::isHeldByAnother(const Error &error)
+{
+    return error.domain == lockDomain();
+}
+
+Result<RecorderLock> RecorderLock::acquire(Purpose purpose)
 {
     if (!makePrivateDirectory(stateDirectory()))
         return std::unexpected(fileError(errno != 0 ? errno : EACCES, stateDirectory()));
@@ -105,7 +126,8 @@ Result<RecorderLock> RecorderLock::acquire()
         return std::unexpected(error);
     }
     const QByteArray text = QByteArray::number(qint64(::getpid())) + ' ' +
-                            QDateTime::currentDateTime().toString(Qt::ISODate).toLatin1() + '\n';
+                            QDateTime::currentDateTime().toString(Qt::ISODate).toLatin1() +
+                            (purpose == Purpose::ArchiveCommand ? ' ' + archiveWord : QByteArray()) + '\n';
     if (::ftruncate(descriptor, 0) != 0 ||
         ::pwrite(descriptor, text.constData(), size_t(text.size()), 0) != text.size())
         qWarning("the recorder's lock file could not be written");

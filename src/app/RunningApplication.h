@@ -50,6 +50,11 @@ public:
     /// @param processId the process that must be the one that answers
     virtual std::expected<SettingAnswer, RemoteFailure> changeSetting(qint64 processId,
                                                                       const SettingChange &change) = 0;
+
+    /// Has it show its panel. Blocks for five seconds at most; any thread.
+    /// @param processId as above
+    /// @return false when it records in a terminal and has no panel
+    virtual std::expected<bool, RemoteFailure> activate(qint64 processId) = 0;
 };
 
 /// The other end: lets other programs of the user reach this one. Main thread, which it never blocks.
@@ -57,12 +62,16 @@ class RemoteControl
 {
 public:
     using ChangeSetting = std::function<Task<SettingAnswer>(SettingChange change)>;
+    /// What others may ask for. Called on the main thread; tasks may end after `close`.
+    struct Calls {
+        ChangeSetting changeSetting;
+        std::function<void()> activate; ///< shows the panel; empty where there is none
+    };
 
     virtual ~RemoteControl() = default;
 
     /// Begins to listen, in the background. Where there is no way to listen, nobody calls.
-    /// @param changeSetting called on the main thread; its tasks may end after `close`
-    virtual void open(ChangeSetting changeSetting) = 0;
+    virtual void open(Calls calls) = 0;
     /// Calls no more. Answers that were given have left when this returns; it waits for a moment at most.
     virtual void close() = 0;
 };

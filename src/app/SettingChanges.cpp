@@ -3,6 +3,7 @@
 #include "app/RecorderLock.h"
 #include "base/Fault.h"
 #include "model/AppModel.h"
+#include "model/StatusTexts.h"
 #include "observer/SettingRules.h"
 #include "observer/SettingsStore.h"
 
@@ -15,10 +16,7 @@ using Outcome = SettingAnswer::Outcome;
 SettingAnswer answerFor(const SavedSettings &saved, const QString &key, Outcome outcome)
 {
     if (saved.secretsNotRemoved.contains(key))
-        return {
-            .outcome = Outcome::NotSaved,
-            .words =
-                QStringLiteral("%1 could not be removed from where secrets are kept. Is the keyring locked?").arg(key)};
+        return {.outcome = Outcome::NotSaved, .words = StatusTexts::secretNotRemoved(key)};
     if (!saved.damagedFileKeptAs)
         return {.outcome = outcome, .words = {}};
     return {.outcome = outcome,

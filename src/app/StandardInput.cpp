@@ -49,11 +49,11 @@ Error inputError(const QString &words)
     return {.domain = QStringLiteral("TamskOstrel.StandardInput"), .code = 1, .localizedDescription = words};
 }
 
-Result<QByteArray> readBytes(Until until)
+Result<QByteArray> readBytes(Until until, qsizetype pieceSize = 4096)
 {
     QByteArray bytes;
     while (bytes.size() <= longestInput) {
-        QByteArray piece(4096, Qt::Uninitialized);
+        QByteArray piece(pieceSize, Qt::Uninitialized);
         const ssize_t length = ::read(STDIN_FILENO, piece.data(), size_t(piece.size()));
         if (length < 0 && errno == EINTR)
             continue;
@@ -78,6 +78,17 @@ Result<QByteArray> askAtTerminal(const QString &what, InputEcho echo)
     return readBytes(Until::LineBreak);
 }
 
+Result<QString> decoded(const QByteArray &bytes)
+{
+    QStringDecoder decode(QStringDecoder::Utf8);
+    QString text = decode(bytes);
+    if (decode.hasError())
+        return std::unexpected(inputError(QStringLiteral("Standard input holds no text in UTF-8.")));
+    while (!text.isEmpty() && isNewline(text.back()))
+        text.chop(1);
+    return text;
+}
+
 } // namespace
 
 Result<QString> readStandardInput(const QString &what, InputEcho echo)
@@ -85,13 +96,18 @@ Result<QString> readStandardInput(const QString &what, InputEcho echo)
     const auto bytes = ::isatty(STDIN_FILENO) == 1 ? askAtTerminal(what, echo) : readBytes(Until::End);
     if (!bytes)
         return std::unexpected(bytes.error());
-    QStringDecoder decode(QStringDecoder::Utf8);
-    QString text = decode(*bytes);
-    if (decode.hasError())
-        return std::unexpected(inputError(QStringLiteral("Standard input holds no text in UTF-8.")));
-    while (!text.isEmpty() && isNewline(text.back()))
-        text.chop(1);
-    return text;
+    return decoded(*bytes);
+}
+
+Result<QString> readStandardInputLine()
+{
+    // A byte at a time: what follows the line belongs to whoever reads next.
+    const auto bytes = readBytes(Until::LineBreak, 1);
+    if (!bytes)
+        return std::unexpected(bytes.error());
+    if (bytes->isEmpty())
+        return std::unexpected(inputError(QStringLiteral("Standard input has ended.")));
+    return decoded(*bytes);
 }
 
 } // namespace ostrel

@@ -19,4 +19,9 @@ constexpr qsizetype longestInput = 65'536;
 /// @return an error when it can't be read, is too long, or is not UTF-8
 Result<QString> readStandardInput(const QString &what, InputEcho echo);
 
+/// Reads one line from standard input, without its line break, and nothing behind it. Whoever asks for it has put the
+/// question already.
+/// @return an error as above, also where the input has ended
+Result<QString> readStandardInputLine();
+
 } // namespace ostrel

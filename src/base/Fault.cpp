@@ -65,6 +65,20 @@ QString sentence(Fault fault, const QString &detail)
         return QStringLiteral("The display \"%1\" has changed its size.").arg(detail);
     case Fault::PictureRefused:
         return QStringLiteral("The screen gave no picture of itself (%1).").arg(detail);
+    case Fault::NoScreenPortal:
+        return QStringLiteral("This Wayland session lets no program record the screen: its compositor does not offer "
+                              "wlr-screencopy, and the desktop portal can't be used (%1). Install xdg-desktop-portal "
+                              "and the part of it that belongs to this desktop, or log in with sway or with an X11 "
+                              "session.")
+            .arg(detail);
+    case Fault::ScreenCaptureDeclined:
+        return QStringLiteral("The desktop was told not to let the screen be recorded. Allow it under \"Screen "
+                              "Recording\", or with \"ostrel permissions allow screenRecording\".");
+    case Fault::ScreenSharingEnded:
+        return QStringLiteral("The desktop has ended the sharing of the screen. Allow it again under \"Screen "
+                              "Recording\", or start another recording with \"ostrel record\".");
+    case Fault::PictureStreamEnded:
+        return QStringLiteral("The desktop sends no more pictures of the screen (%1).").arg(detail);
     case Fault::KeyringUnavailable:
         return QStringLiteral("The keyring could not be used: %1").arg(detail);
     case Fault::ProgramFailedToStart:

@@ -31,6 +31,10 @@ enum class Fault {
     DisplayGone,
     DisplayResized,
     PictureRefused,
+    NoScreenPortal,
+    ScreenCaptureDeclined,
+    ScreenSharingEnded,
+    PictureStreamEnded,
     KeyringUnavailable,
     ProgramFailedToStart,
 };

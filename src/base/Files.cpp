@@ -132,6 +132,23 @@ Result<> writeFileAtomically(const QString &linkOrPath, const QByteArray &bytes)
     return {};
 }
 
+Result<> writeNewFile(const QString &path, const QByteArray &bytes)
+{
+    const QByteArray name = QFile::encodeName(path);
+    const int descriptor = ::open(name.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (descriptor < 0)
+        return std::unexpected(fileError(errno, path));
+    const bool complete = writeAll(descriptor, bytes);
+    const int failure = errno;
+    ::close(descriptor);
+    if (!complete) {
+        ::unlink(name.constData());
+        return std::unexpected(fileError(failure, path));
+    }
+    syncDirectory(QFile::encodeName(QFileInfo(path).absolutePath()));
+    return {};
+}
+
 Result<QString> keepDamagedFile(const QString &path)
 {
     const QByteArray from = QFile::encodeName(path);

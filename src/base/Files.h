@@ -19,6 +19,10 @@ Result<QByteArray> readFile(const QString &path);
 /// user alone. Any thread; blocks.
 Result<> writeFileAtomically(const QString &path, const QByteArray &bytes);
 
+/// Makes a file that is not there yet, flushed to the disk and readable by the user alone. What has that name already,
+/// a link to nowhere included, stays as it is and is an error. Any thread; blocks.
+Result<> writeNewFile(const QString &path, const QByteArray &bytes);
+
 /// Gives a file that can't be understood a second name, "<path>.damaged" or with a number, so that replacing it
 /// destroys nothing. Any thread; blocks.
 /// @return the second name

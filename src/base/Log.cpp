@@ -6,6 +6,7 @@ namespace ostrel {
 Q_LOGGING_CATEGORY(logScreenCapture, "com.tamsk.ostrel.ScreenCaptureRecorder", QtWarningMsg)
 Q_LOGGING_CATEGORY(logObserver, "com.tamsk.ostrel.Observer", QtWarningMsg)
 Q_LOGGING_CATEGORY(logPlatform, "com.tamsk.ostrel.Platform", QtWarningMsg)
+Q_LOGGING_CATEGORY(logUpdate, "com.tamsk.ostrel.Update", QtWarningMsg)
 Q_LOGGING_CATEGORY(logTasks, "com.tamsk.ostrel.Tasks", QtWarningMsg)
 
 } // namespace ostrel

@@ -11,6 +11,8 @@ Q_DECLARE_LOGGING_CATEGORY(logScreenCapture)
 Q_DECLARE_LOGGING_CATEGORY(logObserver)
 /// The desktop's own services: window system, bus, keyring. Name: com.tamsk.ostrel.Platform
 Q_DECLARE_LOGGING_CATEGORY(logPlatform)
+/// Searches for newer versions. Name: com.tamsk.ostrel.Update
+Q_DECLARE_LOGGING_CATEGORY(logUpdate)
 /// Tasks and queues. Name: com.tamsk.ostrel.Tasks
 Q_DECLARE_LOGGING_CATEGORY(logTasks)
 

@@ -23,6 +23,17 @@ QString expandedPath(const QString &path)
     return path;
 }
 
+QString abbreviatedPath(const QString &path)
+{
+    const QString home = homeDirectory();
+    // Where the home folder is "/", "~" would say less than the path.
+    if (home.size() <= 1)
+        return path;
+    if (path == home)
+        return QStringLiteral("~");
+    return path.startsWith(home + QLatin1Char('/')) ? QLatin1Char('~') + path.mid(home.size()) : path;
+}
+
 QString stateDirectory()
 {
     return homeDirectory() + QLatin1String("/.ostrel");

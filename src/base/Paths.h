@@ -10,6 +10,9 @@ QString homeDirectory();
 /// "~" is the home folder, "~/rest" lies in it; every other path is returned as it is.
 QString expandedPath(const QString &path);
 
+/// The same the other way round: "~" for the home folder and at the beginning of what lies in it.
+QString abbreviatedPath(const QString &path);
+
 /// The folder of the program's own files, `~/.ostrel`. It is not created here.
 QString stateDirectory();
 

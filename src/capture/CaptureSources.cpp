@@ -73,13 +73,13 @@ Result<ScreenshotOutcome> CaptureSources::captureScreenshot(std::size_t index)
         return ScreenshotOutcome::Skipped;
     if (index == 0)
         lookForChangedDisplays();
-    if (m_isPaused)
+    if (isHidden())
         return ScreenshotOutcome::Skipped;
     DisplayCaptureSource &source = m_screenshotSources[index];
     const auto picture = takePicture(*source.screenshotter);
     if (!picture)
         return std::unexpected(picture.error());
-    if (m_isPaused) {
+    if (isHidden()) {
         source.context->newestDownsample.noteChanges(*picture);
         return ScreenshotOutcome::Skipped;
     }
@@ -138,11 +138,48 @@ DisplaySource::StreamDelegate CaptureSources::delegateFor(StreamId id)
 
 void CaptureSources::takeSample(StreamId id, const StreamSample &sample)
 {
-    if (!m_isPaused)
+    if (!isHidden())
         return m_gate.streamDidOutputSample(id, sample);
     // What it says of changes is never said again.
     if (const auto context = m_gate.contexts.value(id); context && sample.image)
         context->newestDownsample.noteChanges(*sample.image);
+}
+
+void CaptureSources::begin(qint64 minFrameIntervalMs, const ActiveRecordingContext &context)
+{
+    m_gate.reset(minFrameIntervalMs, context);
+    setRecordingContext(context, m_clock.nowMs());
+}
+
+void CaptureSources::setRecordingContext(const ActiveRecordingContext &context, qint64 readSinceMs)
+{
+    m_gate.setRecordingContext(context);
+    if (m_displays.leavesOutPrivateWindows())
+        return;
+    if (context.isPrivateInFront) {
+        if (!std::exchange(m_hasToldOfHiding, true))
+            qCInfo(logScreenCapture, "screen capture takes no picture while a private window is in front");
+        m_gate.dropFramesSince(m_lastPublicMs);
+    } else {
+        m_lastPublicMs = readSinceMs;
+    }
+    if (m_isPrivateInFront || context.isPrivateInFront)
+        m_privateUntilMs = m_clock.nowMs();
+    m_isPrivateInFront = context.isPrivateInFront;
+}
+
+bool CaptureSources::isHidden()
+{
+    return m_isPaused || mayShowPrivateWindow();
+}
+
+bool CaptureSources::mayShowPrivateWindow() const
+{
+    if (m_isPrivateInFront)
+        return true;
+    // One frame's time later it has also gone from the screen.
+    const qint64 goneForMs = checkedSubtract(m_clock.nowMs(), m_privateUntilMs);
+    return m_privateUntilMs != 0 && goneForMs >= 0 && goneForMs < m_gate.minFrameIntervalMs;
 }
 
 void CaptureSources::lookForChangedDisplays()

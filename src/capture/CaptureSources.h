@@ -36,6 +36,14 @@ public:
 
     FrameGate &gate() { return m_gate; }
 
+    /// Begins a recording.
+    void begin(qint64 minFrameIntervalMs, const ActiveRecordingContext &context);
+    /// What frames from now on carry with them. Where the display source can't leave out private windows, and one of
+    /// them is in front, none is taken until it has been gone for the time between two frames; those that were taken
+    /// since the last context without one are dropped, as far as they have not been posted.
+    /// @param readSinceMs when the reading of the context began, by the clock
+    void setRecordingContext(const ActiveRecordingContext &context, qint64 readSinceMs);
+
     /// Makes a screenshotter for each display of the plan: all of them, or none and the display source's error.
     Result<> openScreenshotSources(const CapturePlan &plan, DisplaysChanged displaysChanged = {});
     /// Takes a picture and passes it through the gate; before the first display's, looks whether the displays have
@@ -67,6 +75,9 @@ private:
     void takeSample(StreamId id, const StreamSample &sample);
     void streamDidStop(StreamId id, const Error &error);
     void lookForChangedDisplays();
+    /// Whether no picture may be kept now.
+    bool isHidden();
+    bool mayShowPrivateWindow() const;
 
     const Clock &m_clock;
     DisplaySource &m_displays;
@@ -74,6 +85,10 @@ private:
     /// Not a job on the queue: a pause must not wait for those that stand there already.
     std::atomic<bool> m_isPaused = false;
     FrameGate m_gate;
+    bool m_isPrivateInFront = false;
+    qint64 m_lastPublicMs = 0;   ///< when the last context without a private window was begun
+    qint64 m_privateUntilMs = 0; ///< when it was last known that there still was one
+    bool m_hasToldOfHiding = false;
     std::vector<DisplayCaptureSource> m_screenshotSources;
     std::vector<RunningStream> m_streams;
     StreamsDied m_streamsDied;

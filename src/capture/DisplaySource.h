@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Error.h"
+#include "capture/CaptureError.h"
 #include "capture/DisplayFilter.h"
 
 #include <QList>
@@ -119,6 +120,14 @@ public:
     /// tells.
     virtual bool haveDisplaysChanged() { return false; }
 
+    /// Where a call under way waits for the user's answer to a question of the desktop's, it waits no longer, and the
+    /// question is withdrawn. Any thread.
+    virtual void interruptWaiting() {}
+
+    /// Whether its pictures leave out what the privacy rules exclude. Where they don't, none is kept while such a
+    /// window is known to be in front.
+    virtual bool leavesOutPrivateWindows() const { return true; }
+
     /// Screenshot mode only.
     virtual Result<std::unique_ptr<DisplayScreenshotter>>
     makeScreenshotter(const DisplayContentFilter &filter, const DisplayCaptureConfiguration &configuration) = 0;
@@ -127,11 +136,15 @@ public:
         std::function<void(const StreamSample &)> didOutputSample;
         std::function<void(const Error &)> didStopWithError;
     };
-    /// Stream mode only. `post` runs a callback on the thread that deliveries are wanted on.
-    virtual Result<std::unique_ptr<DisplayStream>> makeStream(const DisplayContentFilter &filter,
-                                                              const DisplayCaptureConfiguration &configuration,
-                                                              StreamDelegate delegate,
-                                                              std::function<void(std::function<void()>)> post) = 0;
+    /// Stream mode only; without it CaptureErrorCode::NoStream. `post` runs a callback on the thread that deliveries
+    /// are wanted on.
+    virtual Result<std::unique_ptr<DisplayStream>> makeStream(const DisplayContentFilter & /*filter*/,
+                                                              const DisplayCaptureConfiguration & /*configuration*/,
+                                                              StreamDelegate /*delegate*/,
+                                                              std::function<void(std::function<void()>)> /*post*/)
+    {
+        return std::unexpected(captureError(CaptureErrorCode::NoStream));
+    }
 };
 
 } // namespace ostrel

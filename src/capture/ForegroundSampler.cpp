@@ -14,6 +14,7 @@ using namespace std::chrono_literals;
 Task<> sampleForegroundApp(ForegroundSampling sampling, std::stop_token stop)
 {
     do {
+        const qint64 beganMs = sampling.clock.nowMs();
         const auto sample =
             co_await sampling.contextQueue.run(stop, [&context = sampling.context, displays = sampling.displays] {
                 return context.currentRecordingContext(displays);
@@ -21,7 +22,7 @@ Task<> sampleForegroundApp(ForegroundSampling sampling, std::stop_token stop)
         if (!sample)
             co_return;
         sampling.sampleQueue.post(
-            [sources = sampling.sources, sample = *sample] { sources->gate().setRecordingContext(sample); });
+            [sources = sampling.sources, sample = *sample, beganMs] { sources->setRecordingContext(sample, beganMs); });
     } while (co_await sampling.clock.sleepFor(500ms, stop));
 }
 

@@ -33,6 +33,11 @@ void FrameGate::setRecordingContext(const ActiveRecordingContext &context)
     latestActiveDisplay = context.activeDisplay;
 }
 
+void FrameGate::dropFramesSince(qint64 ms)
+{
+    bufferedFrames.removeIf([ms](const CapturedFramePayload &frame) { return frame.receivedAtMs >= ms; });
+}
+
 void FrameGate::streamDidOutputSample(StreamId stream, const StreamSample &sample)
 {
     if (sample.kind != StreamOutputKind::Screen || !sample.valid)

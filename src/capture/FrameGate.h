@@ -34,6 +34,8 @@ public:
     void reset(qint64 minFrameIntervalMs, const ActiveRecordingContext &context);
     /// What frames from now on carry with them.
     void setRecordingContext(const ActiveRecordingContext &context);
+    /// Takes back what was accepted then or later and is still here.
+    void dropFramesSince(qint64 ms);
 
     /// A delivery of a stream, judged at the present time. Pixels are read during the call only.
     void streamDidOutputSample(StreamId stream, const StreamSample &sample);

@@ -112,6 +112,8 @@ Task<Result<>> ScreenCaptureRecorder::Session::start(std::shared_ptr<Session> se
 
 Task<> ScreenCaptureRecorder::Session::stop(std::shared_ptr<Session> self, bool skipFlush)
 {
+    // A start that waits for the user would keep the turn for as long as the user thinks.
+    self->m_dependencies.displays.interruptWaiting();
     const auto turn = co_await self->m_turn.acquire(self->lifetime());
     if (turn)
         co_await self->endRecording(skipFlush ? LastFlush::Skip : LastFlush::Post);
@@ -161,7 +163,7 @@ Task<Result<>> ScreenCaptureRecorder::Session::openSources(CapturePlan plan, Act
     const auto opened = co_await m_dependencies.sampleQueue.run(
         lifetime(), [sources = m_sources, died = streamsDiedOutlet(), changed = displaysChangedOutlet(), plan, context,
                      intervalMs] {
-            sources->gate().reset(intervalMs, context);
+            sources->begin(intervalMs, context);
             return plan.mode == CaptureMode::Screenshots ? sources->openScreenshotSources(plan, changed)
                                                          : sources->startStreams(plan, died);
         });
@@ -302,6 +304,7 @@ void ScreenCaptureRecorder::Session::shutDown()
     m_foregroundAppTask.cancel();
     m_isCapturing = false;
     m_lifetime.request_stop();
+    m_dependencies.displays.interruptWaiting();
     logLostFrames(m_dependencies.sampleQueue.sync([sources = m_sources] {
         sources->tearDown();
         return qint64(sources->gate().bufferedFrames.size());

@@ -82,10 +82,13 @@ ActiveRecordingContext ActiveApplicationContext::currentRecordingContext(const Q
         // Without the user's consent to window and site names, nothing of the window is even asked for.
         if (m_sources.accessibility.isTrusted())
             details = readWindow(*application, details, deadline);
+        else
+            details.isPrivate = isExcluded(*application, std::nullopt);
     }
     return {.appContextText = promptText(details),
             .activeDisplay =
-                ActiveDisplayResolver::resolve(details.windowFrame, m_sources.foreground.mouseLocation(), displays)};
+                ActiveDisplayResolver::resolve(details.windowFrame, m_sources.foreground.mouseLocation(), displays),
+            .isPrivateInFront = details.isPrivate};
 }
 
 ActiveApplicationContextDetails ActiveApplicationContext::readWindow(const ForegroundApplication &application,
@@ -94,7 +97,8 @@ ActiveApplicationContextDetails ActiveApplicationContext::readWindow(const Foreg
 {
     const FocusedWindow window = m_sources.foreground.focusedWindow().value_or(FocusedWindow());
     base.windowFrame = window.frame;
-    if (isExcluded(application, window.title))
+    base.isPrivate = isExcluded(application, window.title);
+    if (base.isPrivate)
         return base;
 
     ActiveApplicationContextDetails details = readTree(application, base, deadline);
@@ -104,8 +108,8 @@ ActiveApplicationContextDetails ActiveApplicationContext::readWindow(const Foreg
     if (window.frame)
         details.windowFrame = window.frame;
     // The tree may already be that of the next window, and a page may be excluded where its window isn't.
-    const bool isPrivate = isExcluded(application, details.windowTitle) || isExcluded(application, details.pageTitle);
-    return isPrivate ? base : details;
+    base.isPrivate = isExcluded(application, details.windowTitle) || isExcluded(application, details.pageTitle);
+    return base.isPrivate ? base : details;
 }
 
 ActiveApplicationContextDetails ActiveApplicationContext::readTree(const ForegroundApplication &application,

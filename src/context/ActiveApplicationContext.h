@@ -23,6 +23,7 @@ struct ForegroundApplication;
 struct ActiveRecordingContext {
     std::optional<QString> appContextText;
     std::optional<ActiveDisplaySelection> activeDisplay;
+    bool isPrivateInFront = false; ///< the window in front is one that the privacy rules exclude, as far as is known
 
     bool operator==(const ActiveRecordingContext &) const = default;
 };
@@ -35,6 +36,7 @@ struct ActiveApplicationContextDetails {
     std::optional<QString> windowTitle;
     std::optional<QString> focusedElement;
     std::optional<QRectF> windowFrame;
+    bool isPrivate = false; ///< by the privacy rules: then nothing of the window but its frame is here
 };
 
 /// Describes the foreground application. Keeps nothing between calls.

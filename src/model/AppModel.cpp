@@ -40,18 +40,38 @@ AppModel::AppModel(Dependencies with)
                   .recording = m_recording,
                   .workspace = with.workspace,
                   .worker = with.worker}),
+      m_nativeModals(with.clock, with.dialogs),
       m_settingsEditing({.state = m_state,
                          .observer = m_observer,
                          .store = with.settingsStore,
                          .queue = with.settingsQueue,
-                         .betweenRecordings = [this](std::function<void()> act, std::stop_token stop) {
-                             return m_recording.betweenRecordings(std::move(act), std::move(stop));
-                         }})
+                         .betweenRecordings =
+                             [this](std::function<void()> act, std::stop_token stop) {
+                                 return m_recording.betweenRecordings(std::move(act), std::move(stop));
+                             }}),
+      m_settingsDialogs({.state = m_state,
+                         .modals = m_nativeModals,
+                         .editing = m_settingsEditing,
+                         .dialogs = with.dialogs,
+                         .worker = with.worker}),
+      m_byokInference({.clock = with.clock, .state = m_state, .modals = m_nativeModals, .editing = m_settingsEditing}),
+      m_archive({.state = m_state,
+                 .observer = m_observer,
+                 .modals = m_nativeModals,
+                 .dialogs = with.dialogs,
+                 .worker = with.worker}),
+      m_export({.clock = with.clock,
+                .state = m_state,
+                .observer = m_observer,
+                .modals = m_nativeModals,
+                .dialogs = with.dialogs,
+                .worker = with.worker})
 {
     m_observer.hooks = {.applyObserverStatus = [this](const ObserverStatus &status) { applyObserverStatus(status); },
                         .stopCapture = [this] { m_recording.stopCapture(); },
                         .startPolling = [this] { startPolling(); }};
     forwardSignals();
+    forwardArchiveSignals();
     watchWorkspace(with.workspace);
     static_cast<void>(m_observer.startHelper()); // a failure is the helper error by now
     startPolling();
@@ -74,9 +94,34 @@ void AppModel::forwardSignals()
     connect(&m_recording, &RecordingControl::stoppingRecordingChanged, this, &AppModel::announceRecording);
     connect(&m_recording, &RecordingControl::pendingRecordingRestartChanged, this,
             &AppModel::pendingRecordingRestartChanged);
+    connect(&m_recording, &RecordingControl::startBegun, this, &AppModel::recordingUnderWayChanged);
+    connect(&m_recording, &RecordingControl::endingBegun, this, &AppModel::recordingUnderWayChanged);
+    connect(&m_recording, &RecordingControl::recordingStarted, this, &AppModel::recordingUnderWayChanged);
+    connect(&m_recording, &RecordingControl::recordingEnded, this, &AppModel::recordingUnderWayChanged);
     connect(&m_recording, &RecordingControl::recordingStarted, this, &AppModel::recordingStarted);
     connect(&m_recording, &RecordingControl::recordingEnded, this, &AppModel::recordingEnded);
     connect(&m_recording, &RecordingControl::observerStatusReceived, this, &AppModel::applyObserverStatus);
+    connect(&m_byokInference, &ByokInference::byokModalActiveChanged, this, &AppModel::byokModalActiveChanged);
+    connect(&m_byokInference, &ByokInference::byokModalActiveChanged, this, &AppModel::announcePopoverOverlay);
+    connect(&m_nativeModals, &NativeModals::nativeModalActiveChanged, this, &AppModel::nativeModalActiveChanged);
+    connect(&m_nativeModals, &NativeModals::nativeModalActiveChanged, this, &AppModel::announcePopoverOverlay);
+}
+
+void AppModel::forwardArchiveSignals()
+{
+    connect(&m_state, &ModelState::archiveMessageChanged, this, &AppModel::archiveMessageChanged);
+    connect(&m_archive, &ArchiveArea::archiveWizardStepChanged, this, &AppModel::archiveWizardStepChanged);
+    connect(&m_archive, &ArchiveArea::archiveWizardStepChanged, this, &AppModel::announcePopoverOverlay);
+    connect(&m_archive, &ArchiveArea::archiveRecoveryKeyChanged, this, &AppModel::archiveRecoveryKeyChanged);
+    connect(&m_archive, &ArchiveArea::archiveKeySavedConfirmedChanged, this,
+            &AppModel::archiveKeySavedConfirmedChanged);
+    connect(&m_archive, &ArchiveArea::archiveBusyChanged, this, &AppModel::archiveBusyChanged);
+    connect(&m_export, &ExportArea::archiveExportCardChanged, this, &AppModel::archiveExportCardChanged);
+    connect(&m_export, &ExportArea::archiveExportCardChanged, this, &AppModel::announcePopoverOverlay);
+    connect(&m_export, &ExportArea::archiveExportRangeChanged, this, &AppModel::archiveExportRangeChanged);
+    connect(&m_export, &ExportArea::archiveExportDestinationChanged, this, &AppModel::archiveExportDestinationChanged);
+    connect(&m_export, &ExportArea::archiveExportEstimateChanged, this, &AppModel::archiveExportEstimateChanged);
+    connect(&m_export, &ExportArea::archiveExportStatusChanged, this, &AppModel::archiveExportStatusChanged);
 }
 
 void AppModel::watchWorkspace(WorkspaceEvents &workspace)
@@ -100,6 +145,19 @@ void AppModel::announceRecording()
         return;
     m_wasRecording = isRecording();
     Q_EMIT recordingChanged(m_wasRecording);
+}
+
+bool AppModel::popoverOverlayActive() const
+{
+    return archiveWizardStep() || archiveExportCard() || byokModalActive() || nativeModalActive();
+}
+
+void AppModel::announcePopoverOverlay()
+{
+    if (popoverOverlayActive() == m_wasPopoverOverlayActive)
+        return;
+    m_wasPopoverOverlayActive = popoverOverlayActive();
+    Q_EMIT popoverOverlayActiveChanged();
 }
 
 void AppModel::startPolling()

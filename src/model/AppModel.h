@@ -4,12 +4,17 @@
 #include "base/TaskScope.h"
 #include "base/TaskSlot.h"
 #include "journal/JournalRecords.h"
+#include "model/ArchiveArea.h"
+#include "model/ByokInference.h"
 #include "model/CaptureRecovery.h"
+#include "model/ExportArea.h"
 #include "model/ModelState.h"
+#include "model/NativeModals.h"
 #include "model/ObserverControl.h"
 #include "model/Permissions.h"
 #include "model/PermissionsArea.h"
 #include "model/RecordingControl.h"
+#include "model/SettingsDialogs.h"
 #include "model/SettingsEditing.h"
 #include "model/StatusTexts.h"
 
@@ -55,6 +60,7 @@ public:
         AccessibilityAccess &accessibility; ///< used on `worker`
         UserDefaults &defaults;
         SystemSettingsOpener &systemSettings;
+        DialogHost &dialogs;
         WorkspaceEvents &workspace;
         SettingsStore &settingsStore;    ///< used on `settingsQueue`
         SerialQueue &settingsQueue;      ///< saves settings and secrets, in the order of asking
@@ -100,12 +106,71 @@ public:
     /// The recorder's counters since capture was started last, one line.
     Task<QString> diagnosticSummary();
 
-    // The settings: see SettingsEditing.
+    // The settings: see SettingsEditing and SettingsDialogs.
+    void setDraftSettings(const ObserverSettings &settings) { m_state.setDraftSettings(settings); }
     Task<bool> saveSettings(ObserverSettings next) { return m_settingsEditing.saveSettings(std::move(next)); }
     Task<std::expected<SavedSettings, SettingFailure>> changeSetting(QString key, QString value)
     {
         return m_settingsEditing.changeSetting(std::move(key), std::move(value));
     }
+    Task<bool> prepareToLeaveSettings() { return m_settingsDialogs.prepareToLeaveSettings(); }
+    void chooseOutputDirectory() { m_settingsDialogs.chooseOutputDirectory(); }
+    void revealOutputDirectory() { m_settingsDialogs.revealOutputDirectory(); }
+
+    // Where pictures are analysed: see ByokInference.
+    bool byokModalActive() const { return m_byokInference.byokModalActive(); }
+    void addByokInferenceKey() { m_byokInference.addByokInferenceKey(); }
+    Task<bool> confirmUseOstrelInferenceIfNeeded() { return m_byokInference.confirmUseOstrelInferenceIfNeeded(); }
+    void useOstrelInference() { m_byokInference.useOstrelInference(); }
+
+    // The cloud archive: see ArchiveArea.
+    const std::optional<ArchiveWizardStep> &archiveWizardStep() const { return m_archive.archiveWizardStep(); }
+    const std::optional<QString> &archiveRecoveryKey() const { return m_archive.archiveRecoveryKey(); }
+    bool archiveKeySavedConfirmed() const { return m_archive.archiveKeySavedConfirmed(); }
+    void setArchiveKeySavedConfirmed(bool confirmed) { m_archive.setArchiveKeySavedConfirmed(confirmed); }
+    bool archiveBusy() const { return m_archive.archiveBusy(); }
+    const std::optional<QString> &archiveMessage() const { return m_state.archiveMessage(); }
+    bool archiveMessageIsError() const { return m_state.archiveMessageIsError(); }
+    void beginArchiveWizard() { m_archive.beginArchiveWizard(); }
+    void cancelArchiveWizard() { m_archive.cancelArchiveWizard(); }
+    void archiveWizardContinue() { m_archive.archiveWizardContinue(); }
+    void archiveWizardNext() { m_archive.archiveWizardNext(); }
+    void archiveWizardBack() { m_archive.archiveWizardBack(); }
+    void archiveWizardTurnOn() { m_archive.archiveWizardTurnOn(); }
+    void copyArchiveRecoveryKey() { m_archive.copyArchiveRecoveryKey(); }
+    void downloadArchiveRecoveryKey() { m_archive.downloadArchiveRecoveryKey(); }
+    void disableArchive() { m_archive.disableArchive(); }
+    void resumeArchive() { m_archive.resumeArchive(); }
+    void recoverArchive(const QString &recoveryKey) { m_archive.recoverArchive(recoveryKey); }
+    void recoverArchiveWithKey() { m_archive.recoverArchiveWithKey(); }
+    void refreshArchiveStatus() { m_archive.refreshArchiveStatus(); }
+
+    // Export from the archive: see ExportArea.
+    const std::optional<ArchiveExportCard> &archiveExportCard() const { return m_export.archiveExportCard(); }
+    QDate archiveExportFrom() const { return m_export.archiveExportFrom(); }
+    QDate archiveExportTo() const { return m_export.archiveExportTo(); }
+    void setArchiveExportFrom(QDate date) { m_export.setArchiveExportFrom(date); }
+    void setArchiveExportTo(QDate date) { m_export.setArchiveExportTo(date); }
+    const QString &archiveExportDestination() const { return m_export.archiveExportDestination(); }
+    const std::optional<ArchiveExportEstimate> &archiveExportEstimate() const
+    {
+        return m_export.archiveExportEstimate();
+    }
+    bool archiveExportEstimateFailed() const { return m_export.archiveExportEstimateFailed(); }
+    QString archiveExportEstimateText() const { return m_export.archiveExportEstimateText(); }
+    const std::optional<ArchiveExportStatus> &archiveExportStatus() const { return m_export.archiveExportStatus(); }
+    void openArchiveExportCard() { m_export.openArchiveExportCard(); }
+    void closeArchiveExportCard() { m_export.closeArchiveExportCard(); }
+    void refreshArchiveExportEstimate() { m_export.refreshArchiveExportEstimate(); }
+    void chooseArchiveExportDestination() { m_export.chooseArchiveExportDestination(); }
+    void revealArchiveExportDestination() { m_export.revealArchiveExportDestination(); }
+    void startArchiveExport() { m_export.startArchiveExport(); }
+    void cancelArchiveExport() { m_export.cancelArchiveExport(); }
+
+    // Dialogs.
+    bool nativeModalActive() const { return m_nativeModals.nativeModalActive(); }
+    /// Whether something lies over the popover, or has just closed, so that a click outside must not close it.
+    bool popoverOverlayActive() const;
 
     // The observer's process.
     void startHelper() { static_cast<void>(m_observer.startHelper()); }
@@ -139,6 +204,9 @@ public:
     bool recorderSubtextIsError() const { return subtext().isError(); }
     bool recorderSubtextIsBackfillNotice() const { return subtext().isBackfillNotice(); }
     std::optional<QString> recordingProviderIndicatorText() const;
+    /// Of the working copy of the settings.
+    QString byokInferenceStatusText() const { return StatusTexts::byokInferenceStatusText(draftSettings()); }
+    QString byokInferenceDetailText() const { return StatusTexts::byokInferenceDetailText(draftSettings()); }
 
 Q_SIGNALS:
     void settingsChanged();
@@ -150,14 +218,31 @@ Q_SIGNALS:
     void journalDaysChanged();
     void permissionsChanged();
     void dismissedRecommendedPermissionKindsChanged();
+    void byokModalActiveChanged();
+    void archiveWizardStepChanged();
+    void archiveRecoveryKeyChanged();
+    void archiveKeySavedConfirmedChanged();
+    void archiveBusyChanged();
+    void archiveMessageChanged();
+    void archiveExportCardChanged();
+    void archiveExportRangeChanged();
+    void archiveExportDestinationChanged();
+    void archiveExportEstimateChanged();
+    void archiveExportStatusChanged();
+    void nativeModalActiveChanged();
+    void popoverOverlayActiveChanged();
     /// `isRecording` has changed.
     void recordingChanged(bool recording);
+    /// What `isRecordingUnderWay` says may have changed.
+    void recordingUnderWayChanged();
     void recordingStarted();
     void recordingEnded(ostrel::RecordingEnd reason);
 
 private:
     void forwardSignals();
+    void forwardArchiveSignals();
     void announceRecording();
+    void announcePopoverOverlay();
     void watchWorkspace(WorkspaceEvents &workspace);
     void startPolling();
     Task<> poll(std::stop_token stop);
@@ -177,9 +262,15 @@ private:
     const std::unique_ptr<ScreenCaptureRecorder> m_recorder;
     RecordingControl m_recording;
     CaptureRecovery m_recovery;
+    NativeModals m_nativeModals;
     SettingsEditing m_settingsEditing;
+    SettingsDialogs m_settingsDialogs;
+    ByokInference m_byokInference;
+    ArchiveArea m_archive;
+    ExportArea m_export;
     QList<JournalDay> m_journalDays;
     bool m_wasRecording = false;
+    bool m_wasPopoverOverlayActive = false;
     bool m_quitting = false;
     bool m_hasLeft = false;
     bool m_journalReadAgain = false;

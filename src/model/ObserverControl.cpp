@@ -48,6 +48,8 @@ ObserverControl::~ObserverControl() = default;
 
 Result<> ObserverControl::startHelper()
 {
+    if (m_with.owner == Owner::AnotherProgram)
+        return {};
     Result<> started = std::unexpected(repoRootNotFound());
     if (m_with.repoRoot) {
         const ObserverSettings &settings = m_with.state.settings();
@@ -112,14 +114,23 @@ Task<> ObserverControl::refreshStatus(std::stop_token stop)
 
 Task<Result<>> ObserverControl::waitUntilReachable(int attempts, std::stop_token stop)
 {
+    const auto answer = co_await awaitAnswer(attempts, std::move(stop));
+    if (!answer)
+        co_return std::unexpected(answer.error());
+    co_return {};
+}
+
+Task<Result<ObserverControl::Answer>> ObserverControl::awaitAnswer(int attempts, std::stop_token stop)
+{
     const auto api = m_api;
     for (int attempt = 1;; ++attempt) {
+        const qint64 sentAfter = m_commandEvents;
         const auto answer = co_await api->status(stop);
         if (stop.stop_requested())
             break;
         if (answer) {
             noteReachable();
-            co_return {};
+            co_return Answer{.status = *answer, .isCurrent = sentAfter == m_commandEvents};
         }
         // No waiting makes a wrong address right.
         if (attempt == attempts || isFault(answer.error(), Fault::BadUrl)) {
@@ -131,6 +142,38 @@ Task<Result<>> ObserverControl::waitUntilReachable(int attempts, std::stop_token
             break;
     }
     co_return std::unexpected(faultError(Fault::Cancelled));
+}
+
+Task<Result<>> ObserverControl::bringUp(std::stop_token stop)
+{
+    const auto helper = startHelperQuietly();
+    // Without a child, the only observer that can answer is one that somebody else runs: it is there or it isn't.
+    const auto answer = co_await awaitAnswer(helper ? reachableAttempts : 1, stop);
+    if (stop.stop_requested())
+        co_return std::unexpected(faultError(Fault::Cancelled));
+    if (!answer)
+        co_return std::unexpected(helper ? answer.error() : helper.error());
+    if (answer->isCurrent) {
+        noteRecordingObserver(answer->status);
+        hooks.applyObserverStatus(answer->status);
+    }
+    co_return {};
+}
+
+Task<Error> ObserverControl::withReason(Error error, std::optional<QString> lastError, std::stop_token stop)
+{
+    if (!isFault(error, Fault::BadServerResponse))
+        co_return error;
+    co_await refreshStatus(stop);
+    if (stop.stop_requested() || !m_with.state.status())
+        co_return error;
+    const auto told = m_with.state.status()->lastError.value_or(QString());
+    // The same mistake made again has the same reason; any other complaint of before is about something else.
+    if (told.isEmpty() || (told == lastError && told != m_reason))
+        co_return error;
+    m_reason = told;
+    error.localizedDescription = told;
+    co_return error;
 }
 
 /// An invalid address no longer tells what it was made of, and a wrong port is what makes ours invalid.
@@ -230,9 +273,23 @@ void ObserverControl::noteRecordingObserver(const Result<ObserverStatus> &answer
     }
 }
 
+Result<> ObserverControl::startHelperQuietly()
+{
+    // The recording went with the child, unless it was somebody else's, who will name its session again.
+    if (m_recording && !m_helper.isRunning())
+        m_recording->observerEnded = true;
+    const auto shown = m_with.state.helperError();
+    const bool isAboutSomethingElse = shown && !isOfOurMaking(*shown);
+    auto started = startHelper();
+    // A new child mends a failed launch, but not a recording that has failed.
+    if (started && isAboutSomethingElse)
+        m_with.state.setHelperError(shown);
+    return started;
+}
+
 void ObserverControl::startHelperAgainIfDead()
 {
-    if (m_helper.isRunning())
+    if (m_with.owner == Owner::AnotherProgram || m_helper.isRunning())
         return;
     const qint64 nowMs = m_with.clock.nowMs();
     // A clock that was set back would count for hours; so it counts from now.
@@ -240,14 +297,7 @@ void ObserverControl::startHelperAgainIfDead()
     if (checkedSubtract(nowMs, m_lastHelperRestartMs) <= shortestRestartPauseMs)
         return;
     m_lastHelperRestartMs = nowMs;
-    // The recording went with the child, unless it was somebody else's, who will name its session again.
-    if (m_recording)
-        m_recording->observerEnded = true;
-    const auto shown = m_with.state.helperError();
-    const bool isAboutSomethingElse = shown && !isOfOurMaking(*shown);
-    // A new child mends a failed launch, but not a recording that has failed.
-    if (startHelper() && isAboutSomethingElse)
-        m_with.state.setHelperError(shown);
+    static_cast<void>(startHelperQuietly());
 }
 
 bool ObserverControl::isOfOurMaking(const QString &message) const

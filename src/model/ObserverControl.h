@@ -28,6 +28,12 @@ class SerialQueue;
 class ObserverControl
 {
 public:
+    /// Whose process the observer is.
+    enum class Owner {
+        Us,
+        AnotherProgram, ///< it is used as it is found: never started, replaced or ended
+    };
+
     struct Dependencies {
         Clock &clock;
         ModelState &state;
@@ -36,6 +42,7 @@ public:
         SerialQueue &worker; ///< builds and decodes large bodies
         QString localAPIToken;
         std::optional<QString> repoRoot; ///< the observer's folder, where one was found
+        Owner owner = Owner::Us;
     };
 
     /// What it asks of the model around it. Set all three before anything else is called.
@@ -70,6 +77,16 @@ public:
     ///         Fault::Cancelled when stopped
     Task<Result<>> waitUntilReachable(int attempts, std::stop_token stop);
 
+    /// For a request that needs an observer: makes sure that there is one and waits until it answers. The answer
+    /// becomes the model's status. Helper errors about other things stay on show.
+    /// @return as `waitUntilReachable`; without a child, what has kept it from starting
+    Task<Result<>> bringUp(std::stop_token stop);
+    /// Why a request was refused. A refusal has only general words; the observer tells its reason in its status.
+    /// @param error      what the request has failed with
+    /// @param lastError  the observer's before the request; where it is still the same, it is no reason
+    /// @return the error with the reason as its words, or as it was where the observer tells none
+    Task<Error> withReason(Error error, std::optional<QString> lastError, std::stop_token stop);
+
     /// Tell the observer to record frames that we send it, or to stop. The answer becomes the model's status.
     Task<Result<ObserverStatus>> startRecording(std::stop_token stop);
     Task<Result<ObserverStatus>> stopRecording(std::stop_token stop);
@@ -96,6 +113,15 @@ private:
 
     std::shared_ptr<LocalObserverAPI> makeApi() const;
     Error withAddress(const Error &error) const;
+    /// A status, and whether no start or stop was sent while it was on its way.
+    struct Answer {
+        ObserverStatus status;
+        bool isCurrent = false;
+    };
+
+    Task<Result<Answer>> awaitAnswer(int attempts, std::stop_token stop);
+    /// `startHelper`, but helper errors about other things stay on show.
+    Result<> startHelperQuietly();
     void startHelperAgainIfDead();
     bool isOfOurMaking(const QString &message) const;
     void noteRecordingObserver(const Result<ObserverStatus> &answer);
@@ -116,6 +142,7 @@ private:
     std::optional<QString> m_startFailure;
     std::optional<QString> m_portTaken;
     std::optional<QString> m_waitFailure;
+    std::optional<QString> m_reason; ///< of the last refusal
 };
 
 } // namespace ostrel

@@ -1,12 +1,16 @@
 #include "model/SettingsEditing.h"
 
 #include "base/SerialQueue.h"
+#include "model/InferenceSettings.h"
 #include "model/ModelState.h"
 #include "model/ObserverControl.h"
+#include "model/StatusTexts.h"
 #include "observer/LocalObserverAPI.h"
 #include "observer/SettingRules.h"
+#include "observer/SettingsFields.h"
 
 #include <array>
+#include <variant>
 
 namespace ostrel {
 
@@ -22,6 +26,29 @@ ObserverSettings leavingSecretsAlone(ObserverSettings next, const ObserverSettin
             next.*field = SettingsStore::redacted;
     }
     return next;
+}
+
+using FieldValue = std::variant<QString, qint64, double, bool>;
+
+QList<FieldValue> fieldValues(const ObserverSettings &settings)
+{
+    QList<FieldValue> values;
+    eachSettingsField(settings, [&values](const char *, const auto &field) { values.append(FieldValue(field)); });
+    return values;
+}
+
+/// The working copy after a save: what was saved, and on top of it what was edited meanwhile.
+ObserverSettings withEdits(ObserverSettings saved, const ObserverSettings &draftBefore, const ObserverSettings &draft)
+{
+    const QList<FieldValue> before = fieldValues(draftBefore);
+    const QList<FieldValue> now = fieldValues(draft);
+    qsizetype index = 0;
+    eachSettingsField(saved, [&]<class T>(const char *, T &field) {
+        if (now[index] != before[index])
+            field = std::get<T>(now[index]);
+        ++index;
+    });
+    return saved;
 }
 
 bool isByokPathError(const std::optional<QString> &text)
@@ -41,17 +68,33 @@ SettingsEditing::~SettingsEditing()
 
 Task<bool> SettingsEditing::saveSettings(ObserverSettings next)
 {
+    return save(std::move(next), ByokKey::LeftAloneIfUnchanged);
+}
+
+Task<bool> SettingsEditing::saveByokSettings(ObserverSettings next)
+{
+    return save(std::move(next), ByokKey::Decided);
+}
+
+Task<bool> SettingsEditing::save(ObserverSettings next, ByokKey key)
+{
     const auto turn = co_await m_saving.acquire(m_life.get_token());
     if (!turn)
         co_return false;
-    const auto saved = co_await store(leavingSecretsAlone(next, m_with.state.settings()));
+    const ObserverSettings draftBefore = m_with.state.draftSettings();
+    ObserverSettings told = leavingSecretsAlone(next, m_with.state.settings());
+    if (key == ByokKey::Decided)
+        told.byokGoogleVertexApiKey = next.byokGoogleVertexApiKey;
+    const auto saved = co_await store(std::move(told));
     if (!saved)
         co_return false;
     if (!*saved) {
-        noteFailure(saved->error());
+        noteFailure(saved->error().localizedDescription);
         co_return false;
     }
-    takeOver(next, next);
+    takeOver(next, withEdits(next, draftBefore, m_with.state.draftSettings()));
+    for (const QString &secret : (*saved)->secretsNotRemoved)
+        noteFailure(StatusTexts::secretNotRemoved(secret));
     co_return true;
 }
 
@@ -72,7 +115,7 @@ Task<std::expected<SavedSettings, SettingFailure>> SettingsEditing::changeSettin
     if (!saved)
         co_return std::unexpected(SettingFailure{.kind = Kind::NotSaved, .words = {}});
     if (!*saved) {
-        noteFailure(saved->error());
+        noteFailure(saved->error().localizedDescription);
         co_return std::unexpected(SettingFailure{.kind = Kind::NotSaved, .words = saved->error().localizedDescription});
     }
     ObserverSettings draft = m_with.state.draftSettings();
@@ -93,9 +136,9 @@ Task<std::optional<Result<SavedSettings>>> SettingsEditing::store(ObserverSettin
                             [&store = m_with.store, settings = std::move(settings)] { return store.save(settings); });
 }
 
-void SettingsEditing::noteFailure(const Error &error)
+void SettingsEditing::noteFailure(const QString &words)
 {
-    m_failure = error.localizedDescription;
+    m_failure = words;
     m_with.state.setHelperError(m_failure);
 }
 
@@ -119,7 +162,7 @@ void SettingsEditing::takeOver(const ObserverSettings &next, const ObserverSetti
 /// Errors of a Vertex configuration that is no longer in use.
 void SettingsEditing::clearResolvedByokPathErrorIfNeeded(const ObserverSettings &next)
 {
-    if (next.inferenceProvider == QLatin1String("google_vertex_ai"))
+    if (usesGoogleVertex(next))
         return;
     if (isByokPathError(m_with.state.helperError()))
         m_with.state.setHelperError(std::nullopt);

@@ -56,9 +56,14 @@ public:
 
     /// Saves the settings, makes them and the working copy `next`, and tells the observer, which is not waited for. A
     /// new port restarts the observer instead, and that ends a recording. Secrets that are as they were are left alone
-    /// in their store, which may be one that could not be read.
-    /// @return false when they could not be saved: the helper error says why, and nothing else has changed
+    /// in their store, which may be one that could not be read. What is edited in the working copy while this is under
+    /// way stays there, unsaved.
+    /// @return false when they could not be saved: the helper error says why, and nothing else has changed. It also
+    ///         says when a secret could not be removed; all else is saved then.
     Task<bool> saveSettings(ObserverSettings next);
+    /// The same where `byokGoogleVertexApiKey` has just been decided on: an empty one is removed from its store even if
+    /// it was empty before, which may only mean that it could not be read.
+    Task<bool> saveByokSettings(ObserverSettings next);
 
     /// Changes one setting, as `saveSettings` does, by the rules of SettingRules. Unsaved changes of the other settings
     /// stay in the working copy.
@@ -70,8 +75,11 @@ public:
     Task<> finish(std::stop_token stop);
 
 private:
+    enum class ByokKey { LeftAloneIfUnchanged, Decided };
+
+    Task<bool> save(ObserverSettings next, ByokKey key);
     Task<std::optional<Result<SavedSettings>>> store(ObserverSettings settings);
-    void noteFailure(const Error &error);
+    void noteFailure(const QString &words);
     void takeOver(const ObserverSettings &next, const ObserverSettings &draft);
     void clearResolvedByokPathErrorIfNeeded(const ObserverSettings &next);
     Task<> tellObserver(ObserverSettings next, std::stop_token stop);

@@ -2,6 +2,7 @@
 
 #include "base/Paths.h"
 #include "base/Text.h"
+#include "model/InferenceSettings.h"
 
 namespace ostrel::StatusTexts {
 
@@ -55,9 +56,36 @@ RecorderSubtext recorderSubtext(const std::optional<QString> &helperError, const
 
 std::optional<QString> recordingProviderIndicatorText(const ObserverSettings &settings)
 {
-    if (settings.inferenceProvider == QLatin1String("google_vertex_ai"))
+    if (usesGoogleVertex(settings))
         return QStringLiteral("BYOK active");
     return std::nullopt;
+}
+
+QString byokInferenceStatusText(const ObserverSettings &draft)
+{
+    if (!usesGoogleVertex(draft))
+        return QStringLiteral("Ostrel managed");
+    if (draft.byokGoogleVertexAuthMode == VertexAuthMode::serviceAccount)
+        return QStringLiteral("BYOK Vertex - service account");
+    return QStringLiteral("BYOK Vertex - API key");
+}
+
+QString byokInferenceDetailText(const ObserverSettings &draft)
+{
+    if (!usesGoogleVertex(draft))
+        return QStringLiteral("Route inference directly to your Vertex AI account");
+    if (draft.byokGoogleVertexAuthMode == VertexAuthMode::serviceAccount) {
+        const QString path = trimmedBlanksAndNewlines(draft.byokGoogleVertexServiceAccountPath);
+        return path.isEmpty() ? QStringLiteral("Service account JSON not selected.") : QStringLiteral("Using ") + path;
+    }
+    if (trimmedBlanksAndNewlines(draft.byokGoogleVertexApiKey).isEmpty())
+        return QStringLiteral("API key not saved.");
+    return QStringLiteral("API key saved in Keychain.");
+}
+
+QString secretNotRemoved(const QString &key)
+{
+    return QStringLiteral("%1 could not be removed from where secrets are kept. Is the keyring locked?").arg(key);
 }
 
 QString lastPicturesNotDelivered()

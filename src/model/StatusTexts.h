@@ -33,6 +33,11 @@ std::optional<QString> analysisBackfillNotice(const std::optional<ObserverStatus
 RecorderSubtext recorderSubtext(const std::optional<QString> &helperError, const std::optional<ObserverStatus> &status,
                                 const ObserverSettings &settings);
 std::optional<QString> recordingProviderIndicatorText(const ObserverSettings &settings);
+/// Where pictures are analysed, and by which right; of the settings being edited.
+QString byokInferenceStatusText(const ObserverSettings &draft);
+QString byokInferenceDetailText(const ObserverSettings &draft);
+/// @param key of the setting whose secret stays where it is
+QString secretNotRemoved(const QString &key);
 /// What it means for a recording that its end could not be waited for.
 QString lastPicturesNotDelivered();
 /// What it means for a recording that the observer's process is gone: what is lost and what is not.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/CommandLine.h"
+#include "app/NoDialogs.h"
 #include "app/Platform.h"
 #include "base/SerialQueue.h"
 #include "support/FakeAccessibilityAccess.h"
@@ -79,6 +80,7 @@ protected:
     FakeKeyring m_keyring;
     FakeUserDefaults m_defaults;
     FakeSystemSettingsOpener m_opener;
+    NoDialogs m_dialogs;
     FakeProcessLauncher m_launcher;
     FakeRunningApplication m_recorder;
     FakeRemoteControl m_remoteControl;
@@ -95,6 +97,7 @@ protected:
                               .keyring = m_keyring,
                               .userDefaults = m_defaults,
                               .settingsOpener = m_opener,
+                              .dialogs = m_dialogs,
                               .processes = m_launcher,
                               .runningApplication = m_recorder,
                               .remoteControl = m_remoteControl,

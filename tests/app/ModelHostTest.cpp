@@ -1,5 +1,6 @@
 #include "app/ModelHost.h"
 
+#include "app/NoDialogs.h"
 #include "base/Files.h"
 #include "base/TaskSlot.h"
 #include "observer/SettingsStore.h"
@@ -69,6 +70,7 @@ protected:
     FakeKeyring m_keyring;
     FakeUserDefaults m_defaults;
     FakeSystemSettingsOpener m_opener;
+    NoDialogs m_dialogs;
     FakeProcessLauncher m_launcher;
     FakeRunningApplication m_otherProgram;
     FakeRemoteControl m_remoteControl;
@@ -85,6 +87,7 @@ protected:
                               .keyring = m_keyring,
                               .userDefaults = m_defaults,
                               .settingsOpener = m_opener,
+                              .dialogs = m_dialogs,
                               .processes = m_launcher,
                               .runningApplication = m_otherProgram,
                               .remoteControl = m_remoteControl,

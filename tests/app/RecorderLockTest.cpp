@@ -40,6 +40,30 @@ TEST(RecorderLock, signatureOfAKilledRecorder_isNoHolder)
     EXPECT_FALSE(RecorderLock::holder().has_value());
 }
 
+TEST(RecorderLock, heldByAnArchiveCommand_isNoRecorderAndNamesWhatItIs)
+{
+    const TestHome home;
+    const auto lock = RecorderLock::acquire(RecorderLock::Purpose::ArchiveCommand);
+    ASSERT_TRUE(lock.has_value());
+    EXPECT_FALSE(RecorderLock::holder().has_value()) << "nobody records";
+    const auto second = RecorderLock::acquire();
+    ASSERT_FALSE(second.has_value());
+    EXPECT_TRUE(RecorderLock::isHeldByAnother(second.error()));
+    const QString words = second.error().localizedDescription;
+    EXPECT_TRUE(words.startsWith(
+        QStringLiteral("`ostrel archive` is at work (process %1, since ").arg(QCoreApplication::applicationPid())))
+        << words.toStdString();
+}
+
+TEST(RecorderLock, lockFileThatCannotBeMade_isNotHeldByAnother)
+{
+    const TestHome home;
+    ASSERT_TRUE(writeFileAtomically(home.path(QStringLiteral(".ostrel")), {}).has_value());
+    const auto lock = RecorderLock::acquire();
+    ASSERT_FALSE(lock.has_value());
+    EXPECT_FALSE(RecorderLock::isHeldByAnother(lock.error()));
+}
+
 TEST(RecorderLock, releasedLock_hasNoHolder)
 {
     const TestHome home;

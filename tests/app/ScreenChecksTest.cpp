@@ -62,11 +62,12 @@ TEST_F(ScreenChecks, healthyWaylandSession_isToldInItsOwnTerms)
     EXPECT_THAT(checkFrontWindow(m_facts), isOk("sway tells which one it is"));
 }
 
-TEST_F(ScreenChecks, compositorThatTellsNoWindows_isSaidToShowPrivateOnes)
+TEST_F(ScreenChecks, compositorThatTellsNoWindows_isSaidToGoWithoutPicturesOfPrivateOnes)
 {
     m_facts.session = SessionKind::Wayland;
     screen().windowManager.reset();
-    EXPECT_THAT(checkPictures(m_facts), isOk("they show every window, also those that the privacy rules name"));
+    EXPECT_THAT(checkPictures(m_facts),
+                isOk("none is taken while one that the privacy rules name is known to be in front"));
 }
 
 TEST_F(ScreenChecks, compositorWithoutScreencopy_blocksAndSaysWhatToChoose)
@@ -75,6 +76,27 @@ TEST_F(ScreenChecks, compositorWithoutScreencopy_blocksAndSaysWhatToChoose)
     m_facts.screen = std::unexpected(faultError(Fault::NoScreencopy));
     EXPECT_THAT(checkSession(m_facts), isBlocking("Wayland", "X11 (\"Xorg\")"));
     EXPECT_THAT(onTheScreen(), testing::Each(isUntried("")));
+}
+
+TEST_F(ScreenChecks, portalThatWasGranted_isTheMeansAndIsNotTried)
+{
+    m_facts.session = SessionKind::Wayland;
+    m_facts.screen = ScreenFacts{};
+    screen().portal = PortalFacts{.version = 5, .isGranted = true};
+    EXPECT_THAT(checkSession(m_facts), isOk("pictures come through the desktop portal (screen cast version 5)"));
+    EXPECT_THAT(checkDisplays(m_facts), isUntried("at the start of a recording"));
+    EXPECT_THAT(checkPictures(m_facts), isUntried("the desktop would tell that the screen is seen"));
+    for (const auto check : {checkSharedMemory, checkChangeTracking, checkPointer, checkMonitors})
+        EXPECT_THAT(check(m_facts), isOk("desktop portal"));
+}
+
+TEST_F(ScreenChecks, portalThatWasNotAskedYet_blocksWithTheCommandThatAsks)
+{
+    m_facts.session = SessionKind::Wayland;
+    m_facts.screen = ScreenFacts{};
+    screen().portal = PortalFacts{.version = std::nullopt, .isGranted = false};
+    EXPECT_THAT(checkSession(m_facts), isOk("started when it is needed"));
+    EXPECT_THAT(checkPictures(m_facts), isBlocking("not been asked yet", "ostrel permissions allow screenRecording"));
 }
 
 TEST_F(ScreenChecks, compositorThatHangsOrIsGone_blocks)

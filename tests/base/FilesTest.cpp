@@ -41,6 +41,33 @@ TEST_F(Files, write_newFile_isPrivateAndComplete)
     EXPECT_EQ(names(), QStringList({QStringLiteral("new")})) << "no temporary file stays";
 }
 
+TEST_F(Files, writeNew_missingFile_isPrivateAndComplete)
+{
+    ASSERT_TRUE(writeNewFile(path("file"), "text").has_value());
+    EXPECT_EQ(readFile(path("file")).value(), QByteArray("text"));
+    struct stat info = {};
+    ASSERT_EQ(::stat(qPrintable(path("file")), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600U);
+}
+
+TEST_F(Files, writeNew_takenName_staysAsItIs)
+{
+    ASSERT_TRUE(writeNewFile(path("file"), "first").has_value());
+    ASSERT_EQ(::symlink(qPrintable(path("nowhere")), qPrintable(path("link"))), 0);
+    for (const char *name : {"file", "link"})
+        EXPECT_FALSE(writeNewFile(path(name), "second").has_value()) << name;
+    EXPECT_EQ(readFile(path("file")).value(), QByteArray("first"));
+    EXPECT_EQ(names(), QStringList({QStringLiteral("file"), QStringLiteral("link")}));
+}
+
+TEST_F(Files, writeNew_missingFolder_isAnErrorAndMakesNothing)
+{
+    const auto written = writeNewFile(path("missing/file"), "text");
+    ASSERT_FALSE(written.has_value());
+    EXPECT_TRUE(isFault(written.error(), Fault::NoSuchFile));
+    EXPECT_EQ(names(), QStringList());
+}
+
 TEST_F(Files, write_existingFile_isReplacedWhole)
 {
     ASSERT_TRUE(writeFileAtomically(path("file"), "a longer text").has_value());

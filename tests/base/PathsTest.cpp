@@ -1,6 +1,7 @@
 #include "base/Paths.h"
 
 #include "support/Printers.h"
+#include "support/ScopedVariable.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -29,6 +30,29 @@ TEST(Paths, expandedPath_tildeWithName_orAbsolute_isUnchanged)
 {
     for (const char *path : {"~someone", "~someone/x", "/absolute/~", "relative/~/x", ""})
         EXPECT_EQ(expandedPath(QString::fromLatin1(path)), QString::fromLatin1(path));
+}
+
+TEST(Paths, abbreviatedPath_inHome_beginsWithATilde)
+{
+    EXPECT_EQ(abbreviatedPath(homeDirectory()), QStringLiteral("~"));
+    EXPECT_EQ(abbreviatedPath(homeDirectory() + QStringLiteral("/ostrel/x")), QStringLiteral("~/ostrel/x"));
+    EXPECT_EQ(expandedPath(abbreviatedPath(homeDirectory() + QStringLiteral("/x"))),
+              homeDirectory() + QStringLiteral("/x"));
+}
+
+TEST(Paths, abbreviatedPath_outsideHome_isUnchanged)
+{
+    // The second one only begins like the home folder.
+    for (const QString &path : {QStringLiteral("/srv/x"), homeDirectory() + QStringLiteral("-of-another/x"),
+                                QStringLiteral("/srv") + homeDirectory() + QStringLiteral("/x")})
+        EXPECT_EQ(abbreviatedPath(path), path);
+}
+
+TEST(Paths, abbreviatedPath_homeThatIsTheRoot_isUnchanged)
+{
+    const ScopedVariable home("HOME", "/");
+    EXPECT_EQ(abbreviatedPath(QStringLiteral("/srv/x")), QStringLiteral("/srv/x"));
+    EXPECT_EQ(abbreviatedPath(QStringLiteral("/")), QStringLiteral("/"));
 }
 
 TEST(Paths, makePrivateDirectory_missingParents_areMadeForTheUserAlone)

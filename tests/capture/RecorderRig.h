@@ -160,13 +160,14 @@ protected:
     FakeDisplaySource displays{sampleQueue};
     FakeForegroundSource foreground;
     FakeAccessibilityAccess accessibility;
+    std::function<bool(const WindowIdentity &)> excludesWindow = [](const WindowIdentity &) { return false; };
     FakeAccessibilityTree tree;
     FakeBrowserScriptRunner browserScripts;
     ActiveApplicationContext context{{.foreground = foreground,
                                       .accessibility = accessibility,
                                       .tree = tree,
                                       .browserScripts = browserScripts,
-                                      .excludesWindow = [](const WindowIdentity &) { return false; }}};
+                                      .excludesWindow = [this](const WindowIdentity &w) { return excludesWindow(w); }}};
     FakeHttpTransport transport;
     std::shared_ptr<LocalObserverAPI> api = std::make_shared<LocalObserverAPI>(
         QUrl(QStringLiteral("http://127.0.0.1:8799")), QStringLiteral("token"), transport, apiWorker);

@@ -1,4 +1,5 @@
 #include "RecorderRig.h"
+#include "base/Fault.h"
 
 #include <atomic>
 #include <semaphore>
@@ -165,6 +166,21 @@ TEST_F(RecorderStart, displaysThatAnswerSlowly_doNotBlockTheMainThread)
     latch.release();
     settle();
     EXPECT_TRUE(*outcome);
+}
+
+TEST_F(RecorderStart, stopWhileAStartWaitsForTheUser_endsTheWaiting)
+{
+    std::binary_semaphore answered(0);
+    displays.onShareableContent = [&answered]() -> Result<ShareableContent> {
+        answered.acquire();
+        return std::unexpected(faultError(Fault::Cancelled));
+    };
+    displays.onInterruptWaiting = [&answered] { answered.release(); };
+    const auto outcome = beginStart();
+    stop();
+    ASSERT_TRUE(*outcome);
+    EXPECT_FALSE(**outcome);
+    displays.onInterruptWaiting = [] {};
 }
 
 TEST_F(RecorderStart, startWhileRunning_flushesAndEndsTheOldRecordingFirst)

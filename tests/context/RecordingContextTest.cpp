@@ -269,7 +269,20 @@ TEST_F(RecordingContextTest, excludedWindow_isTheApplicationsNameAndNothingElseI
     exclude([](const WindowIdentity &window) { return window.title.endsWith(QStringLiteral("Private Browsing")); });
     // Neither tree nor browser has an answer: asking one of them would fail this test.
     EXPECT_EQ(sample(), (ActiveRecordingContext{.appContextText = text("Chromium"),
-                                                .activeDisplay = selected("2", "focusedWindow")}));
+                                                .activeDisplay = selected("2", "focusedWindow"),
+                                                .isPrivateInFront = true}));
+}
+
+TEST_F(RecordingContextTest, excludedApplicationWithoutConsent_isStillKnownToBePrivate)
+{
+    m_access.onIsTrusted = [] { return false; };
+    exclude([](const WindowIdentity &window) {
+        EXPECT_EQ(window.title, QString()); // which may not even be asked for
+        return window.windowClass == text("chromium Chromium");
+    });
+    EXPECT_TRUE(sample().isPrivateInFront);
+    exclude([](const WindowIdentity &) { return false; });
+    EXPECT_FALSE(sample().isPrivateInFront);
 }
 
 TEST_F(RecordingContextTest, rules_areAskedWithAllThatIsKnownOfTheWindow)
@@ -311,7 +324,8 @@ TEST_F(RecordingContextTest, treeThatIsAlreadyTheExcludedWindows_isTheApplicatio
     setTab(std::nullopt);
     setTreeWindow({{*text("AXTitle"), *text("Secret")}});
     EXPECT_EQ(sample(), (ActiveRecordingContext{.appContextText = text("Chromium"),
-                                                .activeDisplay = selected("2", "focusedWindow")}));
+                                                .activeDisplay = selected("2", "focusedWindow"),
+                                                .isPrivateInFront = true}));
 }
 
 TEST_F(RecordingContextTest, titlesOfAnyLength_areBoundedInTheText)

@@ -2,10 +2,14 @@
 
 #include "base/Files.h"
 #include "support/Printers.h"
+#include "support/RunTask.h"
 
 #include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonObject>
+#include <QTemporaryDir>
 
 #include <gmock/gmock.h>
 
@@ -52,10 +56,28 @@ TEST_F(CommandsWithoutDisplay, version_isPrinted)
     EXPECT_EQ(outcome.status, 0);
 }
 
+TEST_F(CommandsWithoutDisplay, version_isTheBundles)
+{
+    const auto info = readFile(QStringLiteral(OSTREL_BUILD_DIR "/share/ostrel/Info.json"));
+    ASSERT_TRUE(info.has_value());
+    const QJsonObject bundle = QJsonDocument::fromJson(*info).object();
+    const QString version = bundle.value(QStringLiteral("CFBundleShortVersionString")).toString();
+    EXPECT_EQ(m_ostrel.run(words("--version")).output, "ostrel " + version.toUtf8() + '\n');
+}
+
+TEST_F(CommandsWithoutDisplay, updateCheckOfABuildWithoutAFeed_saysSo)
+{
+    const auto outcome = m_ostrel.run(words("update check"));
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output, QByteArray());
+    EXPECT_THAT(outcome.messages.toStdString(),
+                HasSubstr("This build does not look for updates: it has no update feed."));
+}
+
 TEST_F(CommandsWithoutDisplay, everyCommand_hasHelp)
 {
     for (const char *command :
-         {"record", "journal", "displays", "context", "permissions", "settings", "status", "doctor"}) {
+         {"record", "journal", "displays", "context", "permissions", "settings", "status", "doctor", "update"}) {
         const auto outcome = m_ostrel.run({QString::fromLatin1(command), QStringLiteral("--help")});
         EXPECT_EQ(outcome.status, 0) << command;
         EXPECT_THAT(outcome.output.toStdString(), HasSubstr(command));
@@ -243,6 +265,27 @@ TEST_F(CommandsOnADesktop, context_afterTheGrant_namesTheWindow)
               QStringLiteral("Active context:\n- App: XTerm\n- Window: Release checklist"));
     EXPECT_EQ(context.value(QStringLiteral("activeDisplay")).toObject().value(QStringLiteral("reason")),
               QStringLiteral("focusedWindow"));
+}
+
+TEST_F(CommandsOnADesktop, permissions_grantedAlready_opensWhatTellsOfThem)
+{
+    m_ostrel.environment().insert(QStringLiteral("GSETTINGS_BACKEND"), QStringLiteral("memory"));
+    m_ostrel.environment().insert(QStringLiteral("XDG_CURRENT_DESKTOP"), QStringLiteral("none of them"));
+    const QTemporaryDir folder;
+    const QString program = folder.filePath(QStringLiteral("xdg-open"));
+    const QString notes = folder.filePath(QStringLiteral("notes"));
+    const QByteArray script =
+        "#!/bin/sh\necho \"$*\" >" + notes.toUtf8() + ".new\nmv " + notes.toUtf8() + ".new " + notes.toUtf8() + "\n";
+    ASSERT_TRUE(writeFileAtomically(program, script));
+    ASSERT_TRUE(QFile::setPermissions(program, QFile::ReadOwner | QFile::ExeOwner));
+    m_ostrel.environment().insert(QStringLiteral("PATH"),
+                                  folder.path() + u':' + m_ostrel.environment().value(QStringLiteral("PATH")));
+    EXPECT_EQ(m_ostrel.run(words("permissions allow recordingContext")).status, 0);
+    EXPECT_EQ(m_ostrel.run(words("permissions allow recordingContext")).status, 0);
+    ASSERT_TRUE(pumpUntil([&notes] { return QFileInfo::exists(notes); }));
+    const QByteArray page = readFile(notes).value_or(QByteArray()).trimmed();
+    EXPECT_THAT(page.toStdString(), testing::EndsWith("/share/ostrel/doc/permissions.html"));
+    EXPECT_TRUE(QFileInfo(QString::fromUtf8(page)).isFile());
 }
 
 } // namespace

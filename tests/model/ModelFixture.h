@@ -8,6 +8,7 @@
 #include "support/FakeAccessibilityAccess.h"
 #include "support/FakeAccessibilityTree.h"
 #include "support/FakeBrowserScriptRunner.h"
+#include "support/FakeDialogHost.h"
 #include "support/FakeDisplaySource.h"
 #include "support/FakeForegroundSource.h"
 #include "support/FakeHttpTransport.h"
@@ -110,6 +111,7 @@ protected:
             .accessibility = m_accessibility,
             .defaults = m_defaults,
             .systemSettings = m_opener,
+            .dialogs = m_dialogs,
             .workspace = m_workspace,
             .settingsStore = m_settingsStore,
             .settingsQueue = m_settingsQueue,
@@ -209,6 +211,7 @@ protected:
     FakeForegroundSource m_foreground;
     FakeUserDefaults m_defaults;
     FakeSystemSettingsOpener m_opener;
+    FakeDialogHost m_dialogs;
     FakeWorkspaceEvents m_workspace;
     FakeProcessLauncher m_launcher;
     FakeHttpTransport m_observer;

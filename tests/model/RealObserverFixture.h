@@ -10,6 +10,7 @@
 #include "support/FakeAccessibilityAccess.h"
 #include "support/FakeAccessibilityTree.h"
 #include "support/FakeBrowserScriptRunner.h"
+#include "support/FakeDialogHost.h"
 #include "support/FakeDisplaySource.h"
 #include "support/FakeForegroundSource.h"
 #include "support/FakeScreenCaptureAccess.h"
@@ -114,6 +115,7 @@ protected:
             .accessibility = m_accessibility,
             .defaults = m_defaults,
             .systemSettings = m_opener,
+            .dialogs = m_dialogs,
             .workspace = m_workspace,
             .settingsStore = m_settingsStore,
             .settingsQueue = m_settingsQueue,
@@ -264,6 +266,7 @@ protected:
     FakeForegroundSource m_foreground;
     FakeUserDefaults m_defaults;
     FakeSystemSettingsOpener m_opener;
+    FakeDialogHost m_dialogs;
     FakeWorkspaceEvents m_workspace;
     WatchedLauncher m_launcher;
     NetworkTransport m_network{m_clock};

@@ -1,129 +1,14 @@
-#include "model/SettingsEditing.h"
-
-#include "ObserverRoot.h"
-#include "base/Files.h"
-#include "base/SerialQueue.h"
-#include "model/ModelState.h"
-#include "model/ObserverControl.h"
-#include "observer/LocalObserverAPI.h"
-#include "support/FakeHttpTransport.h"
-#include "support/FakeProcessLauncher.h"
-#include "support/FakeSecretStore.h"
-#include "support/ManualClock.h"
-#include "support/Printers.h"
-#include "support/TestHome.h"
-
-#include <gmock/gmock.h>
-
-#include <latch>
+#include "SettingsFixture.h"
+#include "model/StatusTexts.h"
 
 using namespace ostrel;
 
 namespace {
 
-const QString getStatus = QStringLiteral("GET /api/status");
-const QString putSettings = QStringLiteral("PUT /api/settings");
 const QString pathMissing = QStringLiteral("BYOK Vertex AI service account JSON path is not configured.");
 const QString pathNotFound = QStringLiteral("BYOK Vertex AI service account JSON not found: /key.json");
 
-/// Only the settings' part of the model, over the real store and a home of its own.
-class Editing : public testing::Test
-{
-protected:
-    Editing()
-    {
-        m_observer.hooks = {.applyObserverStatus = [this](const ObserverStatus &) { note("status"); },
-                            .stopCapture = [this] { note("stop capture"); },
-                            .startPolling = [this] { note("start polling"); }};
-        m_transport.always(getStatus, status());
-    }
-
-    static FakeHttpTransport::Answer status() { return FakeHttpTransport::answer(ObserverStatus().toJson()); }
-    static FakeHttpTransport::Answer accepted()
-    {
-        return FakeHttpTransport::answer(ObserverSettings::defaults().toJson());
-    }
-
-    void save(const ObserverSettings &next)
-    {
-        // The scope keeps the closure. NOLINTNEXTLINE(cppcoreguidelines-avoid-capturing-lambda-coroutines)
-        m_tasks.spawn([this, next](std::stop_token) -> Task<> {
-            const bool saved = co_await m_editing->saveSettings(next);
-            note(saved ? "saved" : "not saved");
-        });
-    }
-    void change(const char *key, const char *value)
-    {
-        // The scope keeps the closure. NOLINTNEXTLINE(cppcoreguidelines-avoid-capturing-lambda-coroutines)
-        m_tasks.spawn(
-            [this, key = QString::fromUtf8(key), value = QString::fromUtf8(value)](std::stop_token) -> Task<> {
-                const auto changed = co_await m_editing->changeSetting(key, value);
-                if (changed)
-                    note("changed");
-                else
-                    m_steps.append(QStringLiteral("refused: ") + changed.error().words);
-            });
-    }
-    void settle() { settleEvents({&m_queue, &m_worker}); }
-    void note(const char *step) { m_steps.append(QLatin1String(step)); }
-    void breakTheFile() { ASSERT_TRUE(QDir().mkpath(SettingsStore::primaryFile())); }
-
-    ObserverSettings with(qint64 port) const
-    {
-        ObserverSettings next = m_state.settings();
-        next.localPort = port;
-        return next;
-    }
-    ObserverSettings withModel(const char *model) const
-    {
-        ObserverSettings next = m_state.settings();
-        next.model = QLatin1String(model);
-        return next;
-    }
-    static ObserverSettings onDisk()
-    {
-        return ObserverSettings::fromJson(readFile(SettingsStore::primaryFile()).value_or("no file")).value();
-    }
-    QStringList sentModels() const
-    {
-        QStringList models;
-        for (const auto &request : m_transport.requests()) {
-            if (request.body)
-                models.append(ObserverSettings::fromJson(*request.body).value().model);
-        }
-        return models;
-    }
-
-    TestHome m_home;
-    ObserverRoot m_root;
-    SerialQueue m_worker{QStringLiteral("test.worker")};
-    ManualClock m_clock{[this] { settle(); }};
-    ModelState m_state{ObserverSettings::defaults()};
-    FakeProcessLauncher m_launcher;
-    FakeHttpTransport m_transport;
-    ObserverControl m_observer{{.clock = m_clock,
-                                .state = m_state,
-                                .launcher = m_launcher,
-                                .transport = m_transport,
-                                .worker = m_worker,
-                                .localAPIToken = QStringLiteral("token"),
-                                .repoRoot = m_root.path()}};
-    FakeSecretStore m_secrets;
-    SettingsStore m_store{m_secrets};
-    SerialQueue m_queue{QStringLiteral("test.settings")};
-    QStringList m_steps;
-    std::unique_ptr<SettingsEditing> m_editing = std::make_unique<SettingsEditing>(SettingsEditing::Dependencies{
-        .state = m_state,
-        .observer = m_observer,
-        .store = m_store,
-        .queue = m_queue,
-        .betweenRecordings = [this](std::function<void()> act, std::stop_token) -> Task<> {
-            note("end recording");
-            act();
-            co_return;
-        }});
-    TaskScope m_tasks;
-};
+using Editing = SettingsFixture;
 
 TEST_F(Editing, save_storesAdoptsAndTellsTheObserver)
 {
@@ -186,6 +71,18 @@ TEST_F(Editing, storeThatHangs_doesNotBlockTheMainThread)
     m_secrets.unblock();
     settle();
     EXPECT_EQ(m_secrets.item(vertexApiKeyService), QStringLiteral("secret"));
+}
+
+TEST_F(Editing, observerThatHangs_saveIsDoneAllTheSame)
+{
+    const auto put = m_transport.expectHeld(putSettings);
+    save(withModel("next"));
+    settle();
+    EXPECT_EQ(m_steps, QStringList(QStringLiteral("saved")));
+    EXPECT_EQ(m_transport.count(getStatus), 0) << "the refresh waits for the answer";
+    put->release(accepted());
+    settle();
+    EXPECT_EQ(m_transport.count(getStatus), 1);
 }
 
 TEST_F(Editing, newPort_endsTheRecordingThenMovesAndRestartsTheObserver)
@@ -287,6 +184,56 @@ TEST_F(Editing, secretThatIsEmptied_isRemoved)
     save(next);
     settle();
     EXPECT_EQ(m_secrets.item(vertexApiKeyService), std::nullopt);
+}
+
+TEST_F(Editing, byokKeyThatWasDecidedOn_isRemovedEvenWhereItLookedEmptyBefore)
+{
+    m_transport.always(putSettings, accepted());
+    m_secrets.put(vertexApiKeyService, QStringLiteral("unread"));
+    m_secrets.put(analysisApiTokenService, QStringLiteral("unread"));
+    saveByok(withModel("m"));
+    settle();
+    EXPECT_EQ(m_secrets.item(vertexApiKeyService), std::nullopt);
+    EXPECT_EQ(m_secrets.item(analysisApiTokenService), QStringLiteral("unread")) << "nobody has decided on that";
+}
+
+TEST_F(Editing, secretThatCannotBeRemoved_isSavedOtherwiseAndSaid)
+{
+    m_transport.always(putSettings, accepted());
+    m_secrets.setFaults({.removals = true});
+    saveByok(withModel("m"));
+    settle();
+    EXPECT_TRUE(m_steps.contains(QStringLiteral("saved")));
+    EXPECT_EQ(onDisk().model, QStringLiteral("m"));
+    EXPECT_EQ(m_state.helperError(), StatusTexts::secretNotRemoved(QStringLiteral("byokGoogleVertexApiKey")));
+}
+
+TEST_F(Editing, editsWhileASaveIsUnderWay_stayInTheDraft)
+{
+    m_transport.always(putSettings, accepted());
+    m_secrets.block();
+    ObserverSettings next = withModel("saved");
+    next.byokGoogleVertexApiKey = QStringLiteral("secret");
+    m_state.setDraftSettings(next);
+    save(next);
+    settleEvents({&m_worker});
+    ObserverSettings edited = next;
+    edited.frameFps = 3;
+    edited.saveRawInputs = true;
+    m_state.setDraftSettings(edited);
+    m_secrets.unblock();
+    settle();
+    EXPECT_EQ(m_state.settings(), next);
+    EXPECT_EQ(m_state.draftSettings(), edited);
+}
+
+TEST_F(Editing, saveOfAnotherRecordThanTheDraft_replacesTheDraft)
+{
+    m_transport.always(putSettings, accepted());
+    m_state.setDraftSettings(with(9001));
+    save(withModel("next"));
+    settle();
+    EXPECT_EQ(m_state.draftSettings(), withModel("next"));
 }
 
 TEST_F(Editing, pathErrorsOfVertex_areClearedOnlyWhenItIsNoLongerUsed)

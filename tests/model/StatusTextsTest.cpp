@@ -106,4 +106,36 @@ TEST(ProviderIndicator, ownKey_isIndicated)
     EXPECT_EQ(recordingProviderIndicatorText(settings), text("BYOK active"));
 }
 
+TEST(InferenceTexts, settings_decideBothLines)
+{
+    struct Case {
+        const char *provider;
+        const char *authMode;
+        const char *key;
+        const char *path;
+        const char *status;
+        const char *detail;
+    };
+    const char *managed = "Ostrel managed";
+    const char *byAccount = "BYOK Vertex - service account";
+    const char *byKey = "BYOK Vertex - API key";
+    const char *offer = "Route inference directly to your Vertex AI account";
+    for (const Case &each : std::initializer_list<Case>{
+             {"ostrel", "api_key", "key", "/account.json", managed, offer},
+             {"ostrel", "service_account", "", "/account.json", managed, offer},
+             {"google_vertex_ai", "service_account", "", " ~/account.json\n", byAccount, "Using ~/account.json"},
+             {"google_vertex_ai", "service_account", "key", " ", byAccount, "Service account JSON not selected."},
+             {"google_vertex_ai", "api_key", "key", "", byKey, "API key saved in Keychain."},
+             {"google_vertex_ai", "api_key", " \n", "/account.json", byKey, "API key not saved."},
+             {"google_vertex_ai", "of a later version", "key", "", byKey, "API key saved in Keychain."}}) {
+        ObserverSettings draft = ObserverSettings::defaults();
+        draft.inferenceProvider = QLatin1String(each.provider);
+        draft.byokGoogleVertexAuthMode = QLatin1String(each.authMode);
+        draft.byokGoogleVertexApiKey = QLatin1String(each.key);
+        draft.byokGoogleVertexServiceAccountPath = QLatin1String(each.path);
+        EXPECT_EQ(byokInferenceStatusText(draft), QLatin1String(each.status));
+        EXPECT_EQ(byokInferenceDetailText(draft), QLatin1String(each.detail));
+    }
+}
+
 } // namespace

@@ -69,6 +69,8 @@ public:
     std::function<Result<ShareableContent>()> onShareableContent;
     std::function<Result<std::optional<FrameView>>(quint32 displayId)> onCapture;
     std::function<bool()> onHaveDisplaysChanged = [] { return false; };
+    std::function<void()> onInterruptWaiting = [] {}; ///< on any thread
+    bool leavesOut = true;                            ///< private windows
     /// Why making the screenshotter or the stream of a display fails; by default none does.
     std::map<quint32, Error> refusedDisplays;
     std::map<quint32, Error> streamsThatDoNotStart;
@@ -101,6 +103,10 @@ public:
         ADD_FAILURE() << "unexpected call of DisplaySource::shareableContent";
         return ShareableContent{};
     }
+
+    bool leavesOutPrivateWindows() const override { return leavesOut; }
+
+    void interruptWaiting() override { onInterruptWaiting(); }
 
     bool haveDisplaysChanged() override
     {

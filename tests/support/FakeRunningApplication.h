@@ -44,7 +44,20 @@ public:
         return answer;
     }
 
+    /// Answers one activation.
+    void expectActivation(std::expected<bool, RemoteFailure> answer) { m_activation = answer; }
+    std::expected<bool, RemoteFailure> activate(qint64 processId) override
+    {
+        EXPECT_GT(processId, 0);
+        if (!m_activation) {
+            ADD_FAILURE() << "unexpected activation";
+            return std::unexpected(RemoteFailure::Broken);
+        }
+        return *std::exchange(m_activation, std::nullopt);
+    }
+
 private:
+    std::optional<std::expected<bool, RemoteFailure>> m_activation;
     QList<std::pair<Answer, std::function<void()>>> m_answers;
     QList<Request> m_requests;
 };
@@ -53,19 +66,20 @@ private:
 class FakeRemoteControl final : public RemoteControl
 {
 public:
-    void open(ChangeSetting changeSetting) override
+    void open(Calls calls) override
     {
-        EXPECT_FALSE(m_changeSetting) << "it is open already";
-        m_changeSetting = std::move(changeSetting);
+        EXPECT_FALSE(m_calls.changeSetting) << "it is open already";
+        m_calls = std::move(calls);
     }
-    void close() override { m_changeSetting = nullptr; }
+    void close() override { m_calls = {}; }
 
-    bool isOpen() const { return bool(m_changeSetting); }
+    bool isOpen() const { return bool(m_calls.changeSetting); }
     /// A change as it would come from outside.
-    Task<SettingAnswer> changeSetting(SettingChange change) { return m_changeSetting(std::move(change)); }
+    Task<SettingAnswer> changeSetting(SettingChange change) { return m_calls.changeSetting(std::move(change)); }
+    const Calls &calls() const { return m_calls; }
 
 private:
-    ChangeSetting m_changeSetting;
+    Calls m_calls;
 };
 
 } // namespace ostrel

@@ -5,15 +5,16 @@
 #include <QStringList>
 
 #include <mutex>
+#include <utility>
 
 namespace ostrel {
 
-/// Switches all of a category's messages on and keeps them instead of printing them. One at a time; main thread, but
-/// messages may come from any.
+/// Switches all of a category's messages on, or those of all our categories, and keeps them instead of printing them.
+/// One at a time; main thread, but messages may come from any.
 class LogRecorder
 {
 public:
-    explicit LogRecorder(const char *category)
+    explicit LogRecorder(const char *category = "com.tamsk.ostrel.*")
     {
         s_current = this;
         m_category = category;
@@ -27,6 +28,16 @@ public:
         qInstallMessageHandler(m_previous);
         QLoggingCategory::setFilterRules(QString());
         s_current = nullptr;
+    }
+
+    /// All that was logged since the last call.
+    QStringList takeAll()
+    {
+        const std::lock_guard lock(m_mutex);
+        QStringList taken;
+        for (const Message &message : std::exchange(m_messages, {}))
+            taken.append(message.text);
+        return taken;
     }
 
     /// What was logged at a level since the last call for it.
@@ -54,12 +65,19 @@ private:
     static void handle(QtMsgType level, const QMessageLogContext &context, const QString &text)
     {
         LogRecorder *recorder = s_current;
-        if (context.category && qstrcmp(context.category, recorder->m_category) == 0) {
+        if (recorder->records(context.category)) {
             const std::lock_guard lock(recorder->m_mutex);
             recorder->m_messages.append({level, text});
         } else if (recorder->m_previous) {
             recorder->m_previous(level, context, text);
         }
+    }
+
+    bool records(const char *category) const
+    {
+        const QByteArray wanted(m_category);
+        return category &&
+               (wanted.endsWith('*') ? QByteArray(category).startsWith(wanted.chopped(1)) : wanted == category);
     }
 
     static inline LogRecorder *s_current = nullptr;

@@ -11,7 +11,9 @@ Command displaysCommand();
 Command contextCommand();
 Command permissionsCommand();
 Command settingsCommand();
+Command archiveCommand();
 Command statusCommand();
 Command doctorCommand();
+Command updateCommand();
 
 } // namespace ostrel

@@ -9,11 +9,6 @@ namespace ostrel {
 
 namespace {
 
-QString inOneLine(const Advice &advice)
-{
-    return advice.command ? QStringLiteral("%1 Try: %2").arg(advice.sentence, *advice.command) : advice.sentence;
-}
-
 CommandResult run(const QCommandLineParser &parser, const Platform &platform)
 {
     const SettingsOnDisk settings = readSettingsOnDisk();

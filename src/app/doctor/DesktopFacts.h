@@ -32,6 +32,13 @@ struct WindowManagerFacts {
     bool tellsActiveWindow = false;
 };
 
+/// The desktop's portal, where pictures come from there: its streams are not tried, for the desktop would tell the user
+/// that the screen is seen, and may ask first.
+struct PortalFacts {
+    std::optional<quint32> version; ///< of its screen casts; absent while it does not run
+    bool isGranted = false;         ///< the user has agreed before
+};
+
 /// A screen, looked at and tried. What is absent is not there; what pictures of an X server need besides is asked of X
 /// servers only.
 struct ScreenFacts {
@@ -41,6 +48,7 @@ struct ScreenFacts {
     std::optional<ExtensionFacts> pointer;
     std::optional<ExtensionFacts> monitors;
     std::optional<WindowManagerFacts> windowManager;
+    std::optional<PortalFacts> portal = std::nullopt; ///< then nothing is known of displays
 };
 
 enum class BusState {

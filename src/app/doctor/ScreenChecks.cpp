@@ -42,6 +42,8 @@ Finding checkExtension(const DoctorFacts &facts, const std::optional<ExtensionFa
     const ScreenFacts *screen = screenOf(facts);
     if (!screen)
         return noScreen();
+    if (screen->portal)
+        return Finding::ok(QStringLiteral("part of the desktop portal's streams"));
     if (facts.session == SessionKind::Wayland)
         return Finding::ok(QStringLiteral("part of wlr-screencopy"));
     const auto &found = screen->*extension;
@@ -66,12 +68,21 @@ Finding checkWaylandSession(const DoctorFacts &facts)
             QStringLiteral("log out and in again"));
     if (!*facts.screen && isFault(facts.screen->error(), Fault::NoScreencopy))
         return Finding::blocking(
-            QStringLiteral("a Wayland session whose compositor lets no program take pictures of the screen"),
-            QStringLiteral("log out, and choose sway or an X11 (\"Xorg\") session at the login screen"));
+            QStringLiteral("a Wayland session whose compositor lets no program take pictures of the screen, without a "
+                           "desktop portal that would"),
+            QStringLiteral(
+                "install xdg-desktop-portal and the part of it that belongs to this desktop; or log out, and "
+                "choose sway or an X11 (\"Xorg\") session at the login screen"));
     if (!*facts.screen)
         return Finding::blocking(facts.screen->error().localizedDescription,
                                  QStringLiteral("run this in a terminal of your graphical session"));
-    return Finding::ok(QStringLiteral("Wayland, display %1").arg(facts.display));
+    const QString session = QStringLiteral("Wayland, display %1").arg(facts.display);
+    const auto &portal = (*facts.screen)->portal;
+    if (!portal)
+        return Finding::ok(session);
+    return Finding::ok(session + QStringLiteral("; pictures come through the desktop portal") +
+                       (portal->version ? QStringLiteral(" (screen cast version %1)").arg(*portal->version)
+                                        : QStringLiteral(", which is started when it is needed")));
 }
 
 /// What becomes of private windows in Wayland's pictures of whole screens. A compositor that tells which window is in
@@ -82,7 +93,19 @@ QString onPrivateWindows(SessionKind session, const ScreenFacts &screen)
         return {};
     if (screen.windowManager && screen.windowManager->tellsActiveWindow)
         return QStringLiteral("; in a recording the windows that the privacy rules name are black");
-    return QStringLiteral("; with this compositor they show every window, also those that the privacy rules name");
+    return QStringLiteral(
+        "; with this compositor they show every window, so in a recording none is taken while one that "
+        "the privacy rules name is known to be in front");
+}
+
+Finding checkPortalPictures(const ScreenFacts &screen)
+{
+    if (!screen.portal->isGranted)
+        return Finding::blocking(
+            QStringLiteral("the desktop has not been asked yet whether the screen may be recorded"),
+            QStringLiteral("ostrel permissions allow screenRecording"));
+    return Finding::untried(QStringLiteral("none was taken: the desktop would tell that the screen is seen%1")
+                                .arg(onPrivateWindows(SessionKind::Wayland, screen)));
 }
 
 } // namespace
@@ -110,6 +133,9 @@ Finding checkDisplays(const DoctorFacts &facts)
     const ScreenFacts *screen = screenOf(facts);
     if (!screen)
         return noScreen();
+    if (screen->portal)
+        return Finding::untried(
+            QStringLiteral("the desktop tells at the start of a recording which ones are recorded"));
     if (screen->displays.isEmpty())
         return Finding::blocking(QStringLiteral("there is no display that is switched on"), switchOn(facts));
     QStringList sizes;
@@ -122,6 +148,8 @@ Finding checkDisplays(const DoctorFacts &facts)
 Finding checkPictures(const DoctorFacts &facts)
 {
     const ScreenFacts *screen = screenOf(facts);
+    if (screen != nullptr && screen->portal)
+        return checkPortalPictures(*screen);
     if (!screen || screen->displays.isEmpty())
         return noScreen();
     QStringList faults;

@@ -2,20 +2,20 @@
 
 #include "context/AccessibilityAccess.h"
 
-#include <QDBusConnection>
-#include <QString>
+#include <memory>
 #include <optional>
-
-class QDBusMessage;
 
 namespace ostrel {
 
 /// The user's consent as the desktop keeps it: the accessibility switch (`org.a11y.Status.IsEnabled`) on the session
 /// bus. Asking for consent turns it on.
 ///
+/// Asked once, and again whenever the bus has told that the switch, or the service that has it, has changed: so asking
+/// this object twice a second costs next to nothing. What was told last holds while that service hangs.
+///
 /// The connection is made at the first call, is this object's own, and is closed with it; one that was lost is made
-/// again. Each call on the bus is given up after 250 ms and then counts as "no". Without a bus everything is "no",
-/// at once. One thread at a time, the same for all calls.
+/// again. What the bus doesn't answer within 250 ms counts as "no", and is asked again. Without a bus everything is
+/// "no", at once. One thread at a time.
 class AtspiAccess final : public AccessibilityAccess
 {
 public:
@@ -28,13 +28,8 @@ public:
     bool request() override;
 
 private:
-    bool connect();
-    void disconnect();
-    /// The answer, or an error message.
-    QDBusMessage call(const QDBusMessage &message) const;
-
-    QString m_connectionName;
-    std::optional<QDBusConnection> m_connection;
+    class Switch;
+    std::unique_ptr<Switch> m_switch;
 };
 
 } // namespace ostrel

@@ -13,16 +13,28 @@ constexpr qsizetype mostApplications = 256;
 
 QList<QByteArray> AtspiApplications::namesOf(qint32 processIdentifier)
 {
-    if (m_generation != m_bus.generation()) {
-        m_generation = m_bus.generation();
-        m_processes.clear();
-        m_askedForWindowStates = false;
-    }
+    forgetOtherBus();
     QList<QByteArray> names = known(processIdentifier);
     if (!names.isEmpty())
         return names;
     refresh();
     return known(processIdentifier);
+}
+
+const QHash<QByteArray, qint32> &AtspiApplications::all()
+{
+    forgetOtherBus();
+    refresh();
+    return m_processes;
+}
+
+void AtspiApplications::forgetOtherBus()
+{
+    if (m_generation == m_bus.generation())
+        return;
+    m_generation = m_bus.generation();
+    m_processes.clear();
+    m_askedForWindowStates = false;
 }
 
 void AtspiApplications::forget(qint32 processIdentifier)

@@ -18,10 +18,13 @@ public:
 
     /// The bus names of the process, asked for anew where none is known. Mostly one.
     QList<QByteArray> namesOf(qint32 processIdentifier);
+    /// All that show a tree now, with their processes, read afresh.
+    const QHash<QByteArray, qint32> &all();
     /// One of its connections has ended: what is known of the process is read again.
     void forget(qint32 processIdentifier);
 
 private:
+    void forgetOtherBus();
     QList<QByteArray> known(qint32 processIdentifier) const;
     void refresh();
     void readProcesses(const QList<QByteArray> &names);

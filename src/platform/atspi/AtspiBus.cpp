@@ -22,8 +22,6 @@ constexpr std::size_t mostAhead = 32;
 AtspiBus::Outcome outcomeOf(const GError *error)
 {
     using Outcome = AtspiBus::Outcome;
-    if (g_error_matches(error, G_IO_ERROR, G_IO_ERROR_TIMED_OUT) != FALSE)
-        return Outcome::Silent;
     if (error->domain != G_DBUS_ERROR)
         return Outcome::Refused;
     switch (error->code) {
@@ -51,6 +49,30 @@ bool isSame(const AtspiBus::Call &one, const AtspiBus::Call &other)
            qstrcmp(one.interface, other.interface) == 0 && one.name == other.name && sameArguments;
 }
 
+QByteArray encoded(const AtspiBus::Call &call)
+{
+    const GlibHandle<GDBusMessage> message(
+        g_dbus_message_new_method_call(call.name.constData(), call.path.constData(), call.interface, call.method));
+    g_dbus_message_set_flags(message.get(), G_DBUS_MESSAGE_FLAGS_NO_AUTO_START);
+    if (call.arguments)
+        g_dbus_message_set_body(message.get(), call.arguments.get());
+    return BusSocket::encoded(message.get());
+}
+
+/// @param type what counts as an answer
+AtspiBus::Reply replyIn(GDBusMessage *message, const char *type)
+{
+    GlibHandle<GError> error;
+    if (g_dbus_message_to_gerror(message, ErrorOut(error)) != FALSE)
+        return {.outcome = outcomeOf(error.get()), .value = {}};
+    GVariant *const body = g_dbus_message_get_body(message);
+    GlibHandle<GVariant> value(body != nullptr ? g_variant_ref(body)
+                                               : AtspiBus::arguments(g_variant_new("()")).release());
+    if (g_variant_is_of_type(value.get(), G_VARIANT_TYPE(type)) == FALSE)
+        return {};
+    return {.outcome = AtspiBus::Outcome::Answered, .value = std::move(value)};
+}
+
 AtspiBus::Reply copyOf(const AtspiBus::Reply &reply)
 {
     return {.outcome = reply.outcome,
@@ -60,39 +82,15 @@ AtspiBus::Reply copyOf(const AtspiBus::Reply &reply)
 
 } // namespace
 
-/// Answers that have not all come yet.
-struct AtspiBus::Waiting {
-    std::size_t open = 0;
-    QElapsedTimer elapsed;
-};
-
-struct AtspiBus::Question {
-    Call call = {};
-    Reply reply = {};
-    bool isAnswered = false; ///< in whichever way
-    Waiting *waiting = nullptr;
-};
-
-AtspiBus::AtspiBus() : m_context(g_main_context_new()) {}
-
-AtspiBus::~AtspiBus()
-{
-    m_connection.reset();
-    // A connection that was lost waits in there to be reported, and would keep itself and the context alive.
-    while (g_main_context_iteration(m_context.get(), FALSE) != FALSE) {
-    }
-}
-
 void AtspiBus::beginSample(QDeadlineTimer deadline)
 {
     m_deadline = deadline;
     m_silent.clear();
     m_ahead.clear();
     m_askedBefore = std::exchange(m_asked, {});
-    const MainContextScope scope(m_context.get());
-    while (g_main_context_iteration(m_context.get(), FALSE) != FALSE) {
+    while (m_bus && m_bus->next(QDeadlineTimer(0))) { // answers that came too late
     }
-    if (!m_connection || g_dbus_connection_is_closed(m_connection.get()) != FALSE)
+    if (!m_bus || m_bus->isLost())
         connect();
 }
 
@@ -104,11 +102,9 @@ int AtspiBus::patienceMs() const
 
 void AtspiBus::connect()
 {
-    m_connection.reset();
     ++m_generation;
     const QByteArray address = findAddress();
-    if (!address.isEmpty())
-        m_connection = open(address);
+    m_bus = address.isEmpty() ? nullptr : open(address);
 }
 
 QByteArray AtspiBus::findAddress()
@@ -116,25 +112,22 @@ QByteArray AtspiBus::findAddress()
     const QByteArray sessionAddress = sessionBusAddress().toUtf8();
     if (sessionAddress.isEmpty())
         return {};
-    m_connection = open(sessionAddress);
+    m_bus = open(sessionAddress);
     const Reply reply = ask({.name = "org.a11y.Bus",
                              .path = "/org/a11y/bus",
                              .interface = "org.a11y.Bus",
                              .method = "GetAddress",
                              .arguments = {},
                              .replyType = "(s)"});
-    m_connection.reset();
     if (!reply.value)
         return {};
     const GlibHandle<GVariant> address(g_variant_get_child_value(reply.value.get(), 0));
-    const QByteArray text = g_variant_get_string(address.get(), nullptr);
-    return g_dbus_is_supported_address(text.constData(), nullptr) != FALSE ? text : QByteArray();
+    return g_variant_get_string(address.get(), nullptr);
 }
 
-GlibHandle<GDBusConnection> AtspiBus::open(const QByteArray &address) const
+std::unique_ptr<BusSocket> AtspiBus::open(const QByteArray &address) const
 {
-    const int patience = patienceMs();
-    return patience > 0 ? connectToBusInTime(address, m_context.get(), patience) : nullptr;
+    return BusSocket::connect(address, QDeadlineTimer(patienceMs()));
 }
 
 GlibHandle<GVariant> AtspiBus::arguments(GVariant *floating)
@@ -155,6 +148,7 @@ std::vector<AtspiBus::Reply> AtspiBus::ask(std::vector<Call> calls)
     for (std::size_t i = 0; i < calls.size(); ++i) {
         questions[i].call = std::move(calls[i]);
         if (const Question *const ahead = answeredAhead(questions[i].call)) {
+            questions[i].call.encoded = ahead->call.encoded;
             questions[i].reply = copyOf(ahead->reply);
             questions[i].isAnswered = true;
         }
@@ -180,48 +174,49 @@ void AtspiBus::askAhead(const QByteArray &name)
 
 void AtspiBus::exchange(std::vector<Question> &questions)
 {
-    const MainContextScope scope(m_context.get());
-    Waiting waiting;
-    waiting.elapsed.start();
-    for (Question &question : questions) {
-        if (!m_connection || question.isAnswered)
-            continue;
-        if (patienceMs() <= 0 || m_silent.contains(question.call.name)) {
-            question.reply.outcome = Outcome::Silent;
-            continue;
+    QElapsedTimer elapsed;
+    elapsed.start();
+    QHash<quint32, Question *> open = post(questions);
+    const QDeadlineTimer end(patienceMs());
+    while (!open.isEmpty()) {
+        const auto message = m_bus->next(end);
+        if (!message)
+            break;
+        if (Question *const question = open.take(BusSocket::callAnsweredBy(message.get()))) {
+            question->reply = replyIn(message.get(), question->call.replyType);
+            question->reply.elapsedMs = elapsed.elapsed();
+            question->isAnswered = true;
         }
-        ++waiting.open;
-        question.waiting = &waiting;
-        send(m_connection.get(), &question);
     }
-    while (waiting.open > 0) // each call has a time-out of its own
-        g_main_context_iteration(m_context.get(), TRUE);
+    for (Question *const question : std::as_const(open)) {
+        question->reply = {.outcome = m_bus->isLost() ? Outcome::Refused : Outcome::Silent,
+                           .value = {},
+                           .elapsedMs = elapsed.elapsed()};
+        question->isAnswered = true;
+    }
     for (const Question &question : questions) {
         if (question.reply.outcome == Outcome::Silent)
             forget(question.call.name);
     }
 }
 
-void AtspiBus::send(GDBusConnection *connection, Question *question) const
+/// @return by what their answers refer to
+QHash<quint32, AtspiBus::Question *> AtspiBus::post(std::vector<Question> &questions)
 {
-    const Call &call = question->call;
-    g_dbus_connection_call(connection, call.name.constData(), call.path.constData(), call.interface, call.method,
-                           call.arguments.get(), G_VARIANT_TYPE(call.replyType), G_DBUS_CALL_FLAGS_NO_AUTO_START,
-                           patienceMs(), nullptr, &AtspiBus::takeReply, question);
-}
-
-void AtspiBus::takeReply(GObject *source, GAsyncResult *result, gpointer question)
-{
-    auto *const answered = static_cast<Question *>(question);
-    GlibHandle<GError> error;
-    // GObjects are known by their first member. NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast)
-    auto *const connection = reinterpret_cast<GDBusConnection *>(source);
-    Reply &reply = answered->reply;
-    reply.value.reset(g_dbus_connection_call_finish(connection, result, ErrorOut(error)));
-    reply.outcome = reply.value ? Outcome::Answered : outcomeOf(error.get());
-    reply.elapsedMs = answered->waiting->elapsed.elapsed();
-    answered->isAnswered = true;
-    --answered->waiting->open;
+    QHash<quint32, Question *> open;
+    const bool mayWait = patienceMs() > 0;
+    for (Question &question : questions) {
+        if (!m_bus || question.isAnswered)
+            continue;
+        if (!mayWait || m_silent.contains(question.call.name)) {
+            question.reply.outcome = Outcome::Silent;
+            continue;
+        }
+        if (question.call.encoded.isEmpty())
+            question.call.encoded = encoded(question.call);
+        open.insert(m_bus->post(question.call.encoded), &question);
+    }
+    return open;
 }
 
 const AtspiBus::Question *AtspiBus::answeredAhead(const Call &call) const

@@ -1,11 +1,13 @@
 #pragma once
 
-#include "platform/sessionbus/BusConnection.h"
+#include "platform/sessionbus/BusSocket.h"
 
 #include <QByteArray>
 #include <QDeadlineTimer>
+#include <QHash>
 #include <QSet>
 
+#include <memory>
 #include <vector>
 
 namespace ostrel {
@@ -15,8 +17,9 @@ namespace ostrel {
 /// A call waits 250 ms at most and never past the sample's deadline. Whoever let one pass in silence is not asked again
 /// within the sample. Nothing is started by a call, and nothing is subscribed to: no signal ever wakes this process up.
 ///
-/// What a sample costs is the waits, not the questions: each wakes up four threads. One sample asks nearly what the one
-/// before it asked, so those questions can be asked ahead, all in one wait. One thread at a time.
+/// What a sample costs is the waits, not the questions: each wakes up the bus and the program that is asked. One sample
+/// asks nearly what the one before it asked, so those questions can be asked ahead, all in one wait. One thread at a
+/// time.
 class AtspiBus
 {
 public:
@@ -35,6 +38,7 @@ public:
         const char *method = nullptr;
         GlibHandle<GVariant> arguments;
         const char *replyType = nullptr;
+        QByteArray encoded = {}; ///< as it travels, once it was asked
     };
 
     struct Reply {
@@ -43,16 +47,17 @@ public:
         qint64 elapsedMs = 0;       ///< from asking, together with others, to the answer
     };
 
-    AtspiBus();
+    AtspiBus() = default;
     AtspiBus(const AtspiBus &) = delete;
     AtspiBus &operator=(const AtspiBus &) = delete;
-    ~AtspiBus();
+    ~AtspiBus() = default;
 
     /// Connects where there is no connection. What was learnt about the silent, and all answers, end here.
     void beginSample(QDeadlineTimer deadline);
     /// Asks a program at once what the last sample asked it, as far as it answered soon; `ask` finds the answers
     /// wherever it comes to the same questions within this sample. The others are dropped.
     void askAhead(const QByteArray &name);
+    bool isConnected() const { return m_bus && !m_bus->isLost(); }
     /// Changes whenever another connection was made: names of earlier ones mean nothing on it.
     int generation() const { return m_generation; }
 
@@ -63,23 +68,24 @@ public:
     static GlibHandle<GVariant> arguments(GVariant *floating);
 
 private:
-    struct Waiting;
-    struct Question;
+    struct Question {
+        Call call = {};
+        Reply reply = {};
+        bool isAnswered = false; ///< in whichever way
+    };
 
     void connect();
-    GlibHandle<GDBusConnection> open(const QByteArray &address) const;
+    std::unique_ptr<BusSocket> open(const QByteArray &address) const;
     QByteArray findAddress();
     int patienceMs() const;
     void exchange(std::vector<Question> &questions);
-    void send(GDBusConnection *connection, Question *question) const;
-    static void takeReply(GObject *source, GAsyncResult *result, gpointer question);
+    QHash<quint32, Question *> post(std::vector<Question> &questions);
     const Question *answeredAhead(const Call &call) const;
     void remember(std::vector<Question> questions);
     void forget(const QByteArray &name);
 
     QDeadlineTimer m_deadline;
-    GlibHandle<GMainContext> m_context;
-    GlibHandle<GDBusConnection> m_connection;
+    std::unique_ptr<BusSocket> m_bus;
     QSet<QByteArray> m_silent;
     std::vector<Question> m_ahead; ///< answers of this sample that nobody may have come to yet
     std::vector<Call> m_asked;     ///< in this sample, and answered soon

@@ -130,6 +130,17 @@ AtspiBus::Outcome AtspiQueries::readChildren(const AtspiReference &object, QList
     return reply.outcome;
 }
 
+QList<QList<AtspiReference>> AtspiQueries::childrenOfEach(const QList<AtspiReference> &objects, qsizetype maximum)
+{
+    std::vector<Call> calls;
+    for (const AtspiReference &object : objects)
+        calls.push_back(call(object, "GetChildren", "(a(so))"));
+    QList<QList<AtspiReference>> children;
+    for (const auto &reply : m_bus.ask(std::move(calls)))
+        children.append(reply.value ? referencesIn(reply.value.get(), maximum) : QList<AtspiReference>());
+    return children;
+}
+
 QList<AtspiReference> AtspiQueries::firstChildren(const AtspiReference &object, qsizetype maximum)
 {
     const auto answer = m_bus.ask(property(object, "ChildCount"));

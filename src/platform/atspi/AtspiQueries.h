@@ -52,6 +52,8 @@ public:
 
     /// Every child of an object that is known to have few.
     AtspiBus::Outcome readChildren(const AtspiReference &object, QList<AtspiReference> &children, qsizetype maximum);
+    /// Those of several at once, in their order.
+    QList<QList<AtspiReference>> childrenOfEach(const QList<AtspiReference> &objects, qsizetype maximum);
     /// The first children of any object. A sheet of a spreadsheet has billions and would be asked for them one by one.
     QList<AtspiReference> firstChildren(const AtspiReference &object, qsizetype maximum);
 

@@ -12,17 +12,22 @@ BusRemoteControl::~BusRemoteControl()
     close();
 }
 
-void BusRemoteControl::open(ChangeSetting changeSetting)
+void BusRemoteControl::open(Calls calls)
 {
     close();
     const QByteArray address = m_busAddress ? *m_busAddress : sessionBusAddress().toUtf8();
     if (address.isEmpty())
         return;
-    m_changeSetting = std::move(changeSetting);
+    m_calls = std::move(calls);
     m_home = std::make_shared<Mailbox>();
-    m_service = std::make_unique<BusService>(address, [this, home = m_home](std::shared_ptr<SettingCall> call) {
-        home->post([this, call = std::move(call)] { serve(call); });
-    });
+    BusService::Calls home{.changeSetting =
+                               [this, home = m_home](std::shared_ptr<SettingCall> call) {
+                                   home->post([this, call = std::move(call)] { serve(call); });
+                               },
+                           .activate = {}};
+    if (m_calls.activate)
+        home.activate = [home = m_home, activate = m_calls.activate] { home->post(activate); };
+    m_service = std::make_unique<BusService>(address, std::move(home));
     m_thread = std::thread([service = m_service.get()] { service->run(); });
 }
 
@@ -40,7 +45,7 @@ void BusRemoteControl::close()
 void BusRemoteControl::serve(std::shared_ptr<SettingCall> call)
 {
     // The scope keeps the closure. NOLINTNEXTLINE(cppcoreguidelines-avoid-capturing-lambda-coroutines)
-    m_tasks.spawn([change = m_changeSetting, call = std::move(call)](std::stop_token stop) -> Task<> {
+    m_tasks.spawn([change = m_calls.changeSetting, call = std::move(call)](std::stop_token stop) -> Task<> {
         const SettingAnswer answer = co_await change(call->change());
         if (!stop.stop_requested())
             call->answer(answer);

@@ -25,14 +25,14 @@ public:
     BusRemoteControl &operator=(const BusRemoteControl &) = delete;
     ~BusRemoteControl() override;
 
-    void open(ChangeSetting changeSetting) override;
+    void open(Calls calls) override;
     void close() override;
 
 private:
     void serve(std::shared_ptr<SettingCall> call);
 
     const std::optional<QByteArray> m_busAddress;
-    ChangeSetting m_changeSetting;
+    Calls m_calls;
     std::shared_ptr<Mailbox> m_home;
     std::unique_ptr<BusService> m_service;
     std::thread m_thread;

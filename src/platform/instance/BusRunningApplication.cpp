@@ -90,6 +90,20 @@ public:
         return SettingAnswer{.outcome = *known, .words = QString::fromUtf8(words)};
     }
 
+    Answered<bool> activate(const QByteArray &owner)
+    {
+        GlibHandle<GError> error;
+        const GlibHandle<GVariant> answer(g_dbus_connection_call_sync(
+            m_connection.get(), owner.constData(), RecorderInterface::objectPath,
+            RecorderInterface::applicationInterface, RecorderInterface::activate, g_variant_new("(a{sv})", nullptr),
+            G_VARIANT_TYPE_UNIT, G_DBUS_CALL_FLAGS_NO_AUTO_START, noTimeout, m_cancellable.get(), ErrorOut(error)));
+        if (answer)
+            return true;
+        if (g_error_matches(error.get(), G_DBUS_ERROR, G_DBUS_ERROR_NOT_SUPPORTED))
+            return false;
+        return std::unexpected(failure());
+    }
+
 private:
     static constexpr gint64 namePatienceUs = 2'000'000;
     /// The deadline is the conversation's.
@@ -120,13 +134,16 @@ BusRunningApplication::BusRunningApplication(std::optional<QByteArray> busAddres
     : m_busAddress(std::move(busAddress)), m_patience(patience)
 {}
 
-std::expected<SettingAnswer, RemoteFailure> BusRunningApplication::changeSetting(qint64 processId,
-                                                                                 const SettingChange &change)
+namespace {
+
+/// Finds the program and says something to it: to that very connection, because the name could change hands meanwhile.
+template <class Say>
+auto talk(const QByteArray &address, std::chrono::milliseconds patience, qint64 processId, Say say)
+    -> std::invoke_result_t<Say, Conversation &, QByteArray>
 {
-    const QByteArray address = m_busAddress ? *m_busAddress : sessionBusAddress().toUtf8();
     if (address.isEmpty())
         return std::unexpected(RemoteFailure::NoBus);
-    Conversation conversation(m_patience);
+    Conversation conversation(patience);
     if (const auto connected = conversation.connect(address); !connected)
         return std::unexpected(connected.error());
     const auto owner = conversation.owner();
@@ -137,8 +154,28 @@ std::expected<SettingAnswer, RemoteFailure> BusRunningApplication::changeSetting
         return std::unexpected(process.error());
     if (*process != processId)
         return std::unexpected(RemoteFailure::NotTheRecorder);
-    // To this very connection: the name could change hands meanwhile.
-    return conversation.changeSetting(*owner, change);
+    return say(conversation, *owner);
+}
+
+} // namespace
+
+std::expected<SettingAnswer, RemoteFailure> BusRunningApplication::changeSetting(qint64 processId,
+                                                                                 const SettingChange &change)
+{
+    return talk(address(), m_patience, processId, [&change](Conversation &conversation, const QByteArray &owner) {
+        return conversation.changeSetting(owner, change);
+    });
+}
+
+std::expected<bool, RemoteFailure> BusRunningApplication::activate(qint64 processId)
+{
+    return talk(address(), m_patience, processId,
+                [](Conversation &conversation, const QByteArray &owner) { return conversation.activate(owner); });
+}
+
+QByteArray BusRunningApplication::address() const
+{
+    return m_busAddress ? *m_busAddress : sessionBusAddress().toUtf8();
 }
 
 } // namespace ostrel

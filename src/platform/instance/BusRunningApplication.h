@@ -21,9 +21,12 @@ public:
 
     static constexpr std::chrono::milliseconds defaultPatience{5000};
 
+    std::expected<bool, RemoteFailure> activate(qint64 processId) override;
     std::expected<SettingAnswer, RemoteFailure> changeSetting(qint64 processId, const SettingChange &change) override;
 
 private:
+    QByteArray address() const;
+
     const std::optional<QByteArray> m_busAddress;
     const std::chrono::milliseconds m_patience;
 };

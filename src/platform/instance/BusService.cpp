@@ -52,8 +52,8 @@ void SettingCall::answer(const SettingAnswer &answer)
                                                         answer.words.toUtf8().constData()));
 }
 
-BusService::BusService(QByteArray busAddress, OnCall onCall)
-    : m_busAddress(std::move(busAddress)), m_onCall(std::move(onCall)), m_stopped(g_cancellable_new())
+BusService::BusService(QByteArray busAddress, Calls calls)
+    : m_busAddress(std::move(busAddress)), m_calls(std::move(calls)), m_stopped(g_cancellable_new())
 {}
 
 void BusService::run()
@@ -84,19 +84,35 @@ bool BusService::connect()
 
 bool BusService::exportObject()
 {
-    static constexpr GDBusInterfaceVTable table{
+    static constexpr GDBusInterfaceVTable recorder{
         .method_call = [](GDBusConnection *, const gchar *, const gchar *, const gchar *, const gchar *,
                           GVariant *arguments, GDBusMethodInvocation *invocation,
                           gpointer self) { static_cast<const BusService *>(self)->receive(invocation, arguments); },
         .get_property = nullptr,
         .set_property = nullptr,
         .padding = {}};
+    static constexpr GDBusInterfaceVTable application{
+        .method_call = [](GDBusConnection *, const gchar *, const gchar *, const gchar *, const gchar *, GVariant *,
+                          GDBusMethodInvocation *invocation,
+                          gpointer self) { static_cast<const BusService *>(self)->receiveActivation(invocation); },
+        .get_property = nullptr,
+        .set_property = nullptr,
+        .padding = {}};
     GlibHandle<GError> error;
     const GlibHandle<GDBusNodeInfo> node(
         g_dbus_node_info_new_for_xml(RecorderInterface::introspection, ErrorOut(error)));
-    const bool exported =
-        node && g_dbus_connection_register_object(m_connection.get(), RecorderInterface::objectPath,
-                                                  node->interfaces[0], &table, this, nullptr, ErrorOut(error)) != 0;
+    if (!node)
+        warn("the object can't be described", error);
+    return node && exportInterface(node.get(), RecorderInterface::interfaceName, recorder) &&
+           exportInterface(node.get(), RecorderInterface::applicationInterface, application);
+}
+
+bool BusService::exportInterface(GDBusNodeInfo *node, const char *name, const GDBusInterfaceVTable &table)
+{
+    GlibHandle<GError> error;
+    const bool exported = g_dbus_connection_register_object(m_connection.get(), RecorderInterface::objectPath,
+                                                            g_dbus_node_info_lookup_interface(node, name), &table, this,
+                                                            nullptr, ErrorOut(error)) != 0;
     if (!exported)
         warn("the object can't be shown on the session bus", error);
     return exported;
@@ -129,8 +145,20 @@ void BusService::receive(GDBusMethodInvocation *invocation, GVariant *arguments)
                                                       "The value is no file with a text of fitting length.");
         return;
     }
-    m_onCall(std::make_shared<SettingCall>(SettingChange{.key = QString::fromUtf8(key), .value = *std::move(value)},
-                                           invocation));
+    m_calls.changeSetting(std::make_shared<SettingCall>(
+        SettingChange{.key = QString::fromUtf8(key), .value = *std::move(value)}, invocation));
+}
+
+/// Whatever a desktop asks an application for, there is only the panel to show.
+void BusService::receiveActivation(GDBusMethodInvocation *invocation) const
+{
+    if (!m_calls.activate) {
+        g_dbus_method_invocation_return_error_literal(invocation, G_DBUS_ERROR, G_DBUS_ERROR_NOT_SUPPORTED,
+                                                      "It records in a terminal and has no window.");
+        return;
+    }
+    m_calls.activate();
+    g_dbus_method_invocation_return_value(invocation, nullptr);
 }
 
 /// The last answers are still on their way when the program ends.

@@ -32,10 +32,13 @@ private:
 class BusService
 {
 public:
-    using OnCall = std::function<void(std::shared_ptr<SettingCall>)>;
+    /// Called on the thread of `run`.
+    struct Calls {
+        std::function<void(std::shared_ptr<SettingCall>)> changeSetting;
+        std::function<void()> activate; ///< empty where there is nothing to bring to the front
+    };
 
-    /// @param onCall called on the thread of `run`
-    BusService(QByteArray busAddress, OnCall onCall);
+    BusService(QByteArray busAddress, Calls calls);
 
     /// Connects, takes the name, and serves until `stop`. Returns at once where there is no bus or the name is taken.
     void run();
@@ -45,12 +48,14 @@ public:
 private:
     bool connect();
     bool exportObject();
+    bool exportInterface(GDBusNodeInfo *node, const char *name, const GDBusInterfaceVTable &table);
     bool takeName();
     void receive(GDBusMethodInvocation *invocation, GVariant *arguments) const;
+    void receiveActivation(GDBusMethodInvocation *invocation) const;
     void flush();
 
     const QByteArray m_busAddress;
-    const OnCall m_onCall;
+    const Calls m_calls;
     const GlibHandle<GCancellable> m_stopped;
     GlibHandle<GDBusConnection> m_connection;
 };

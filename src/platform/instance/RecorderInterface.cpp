@@ -28,6 +28,20 @@ const char *const introspection = R"(<node>
       <arg name="words" type="s" direction="out"/>
     </method>
   </interface>
+  <interface name="org.freedesktop.Application">
+    <method name="Activate">
+      <arg name="platform_data" type="a{sv}" direction="in"/>
+    </method>
+    <method name="Open">
+      <arg name="uris" type="as" direction="in"/>
+      <arg name="platform_data" type="a{sv}" direction="in"/>
+    </method>
+    <method name="ActivateAction">
+      <arg name="action_name" type="s" direction="in"/>
+      <arg name="parameter" type="av" direction="in"/>
+      <arg name="platform_data" type="a{sv}" direction="in"/>
+    </method>
+  </interface>
 </node>)";
 
 QByteArray outcomeName(SettingAnswer::Outcome outcome)

@@ -16,7 +16,12 @@ inline constexpr const char *interfaceName = "com.tamsk.ostrel.Recorder1";
 /// stands in a message, but not what is in a file.
 inline constexpr const char *changeSetting = "ChangeSetting";
 
-/// The interface in the bus's own description language.
+/// What desktops call to bring a program to the front.
+inline constexpr const char *applicationInterface = "org.freedesktop.Application";
+/// (platform_data: a{sv})
+inline constexpr const char *activate = "Activate";
+
+/// Both interfaces in the bus's own description language.
 extern const char *const introspection;
 
 QByteArray outcomeName(SettingAnswer::Outcome outcome);

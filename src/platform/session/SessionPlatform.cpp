@@ -1,14 +1,18 @@
 #include "platform/session/SessionPlatform.h"
 
-#include "base/Log.h"
 #include "context/PrivacyRulesFile.h"
 #include "platform/atspi/AtspiAccess.h"
+#include "platform/atspi/AtspiForegroundSource.h"
 #include "platform/atspi/AtspiTree.h"
 #include "platform/desktopentry/DesktopEntries.h"
 #include "platform/devtools/DevToolsScriptRunner.h"
 #include "platform/logind/LogindEvents.h"
+#include "platform/portal/PortalDisplaySource.h"
+#include "platform/portal/PortalScreenCaptureAccess.h"
+#include "platform/portal/ScreenCastPortal.h"
 #include "platform/session/BrowserDebugging.h"
 #include "platform/session/Unavailable.h"
+#include "platform/session/WaylandDisplaySource.h"
 #include "platform/sway/SwayForegroundSource.h"
 #include "platform/sway/SwayPrivateWindows.h"
 #include "platform/wlroots/WlrDisplaySource.h"
@@ -48,29 +52,33 @@ PrivateAreas privateAreasOfSway(SwayPrivateWindows::Rules excludes)
     return [windows](const QList<qint32> &processes) { return windows->places(processes); };
 }
 
-/// Says so once, when the first picture is taken.
-PrivateAreas privateAreasThatNobodyTells()
+/// Where no window system tells which window is in front, the programs themselves do.
+void useAccessibleForeground(SessionPlatform &platform)
 {
-    return [hasWarned = false](const QList<qint32> &) mutable {
-        if (!std::exchange(hasWarned, true))
-            qCWarning(logPlatform, "this compositor does not tell where windows are: private ones are in the pictures");
-        return QList<QRect>();
-    };
+    auto entries = std::make_shared<DesktopEntries>(DesktopEntries::sessionFolders());
+    platform.foreground = std::make_unique<AtspiForegroundSource>(
+        [entries](const QString &name) { return entries->applicationFor(name); });
 }
 
-/// Whether the compositor gives pictures is seen at the first use; where it does not, the errors say so.
+/// Whether the compositor gives still pictures is seen at the first use; where it does not, the portal is used.
+void useWaylandScreens(SessionPlatform &platform, std::unique_ptr<DisplaySource> screenshots)
+{
+    auto portal = std::make_shared<ScreenCastPortal>();
+    platform.displays =
+        std::make_unique<WaylandDisplaySource>(std::move(screenshots), std::make_unique<PortalDisplaySource>(portal));
+    platform.screenCaptureAccess = std::make_unique<WaylandScreenCaptureAccess>(
+        std::make_unique<WlrScreenCaptureAccess>(), std::make_unique<PortalScreenCaptureAccess>(portal));
+}
+
 void useWayland(SessionPlatform &platform, const QProcessEnvironment &environment)
 {
-    platform.screenCaptureAccess = std::make_unique<WlrScreenCaptureAccess>();
     if (environment.value(QStringLiteral("SWAYSOCK")).isEmpty()) {
-        platform.displays =
-            std::make_unique<WlrDisplaySource>(QByteArray(), WlrCaptureSeams(), privateAreasThatNobodyTells());
-        platform.foreground = std::make_unique<UnavailableForeground>(
-            QStringLiteral("this compositor doesn't tell other programs which window is in front"));
+        useWaylandScreens(platform, std::make_unique<WlrDisplaySource>());
+        useAccessibleForeground(platform);
         return;
     }
-    platform.displays = std::make_unique<WlrDisplaySource>(QByteArray(), WlrCaptureSeams(),
-                                                           privateAreasOfSway(platform.excludesWindow));
+    useWaylandScreens(platform, std::make_unique<WlrDisplaySource>(QByteArray(), WlrCaptureSeams(),
+                                                                   privateAreasOfSway(platform.excludesWindow)));
     auto entries = std::make_shared<DesktopEntries>(DesktopEntries::sessionFolders());
     platform.foreground = std::make_unique<SwayForegroundSource>(
         QByteArray(), [entries](const QString &appId) { return entries->applicationFor(appId); });

@@ -19,14 +19,6 @@ UnavailableDisplaySource::makeScreenshotter(const DisplayContentFilter & /*filte
     return std::unexpected(unavailable());
 }
 
-Result<std::unique_ptr<DisplayStream>>
-UnavailableDisplaySource::makeStream(const DisplayContentFilter & /*filter*/,
-                                     const DisplayCaptureConfiguration & /*configuration*/, StreamDelegate /*delegate*/,
-                                     std::function<void(std::function<void()>)> /*post*/)
-{
-    return std::unexpected(unavailable());
-}
-
 QList<UnavailableFact> UnavailableForeground::unavailableFacts()
 {
     return {{.fact = QStringLiteral("foreground application"), .reason = m_reason},

@@ -20,10 +20,6 @@ public:
     Result<ShareableContent> shareableContent() override;
     Result<std::unique_ptr<DisplayScreenshotter>>
     makeScreenshotter(const DisplayContentFilter &filter, const DisplayCaptureConfiguration &configuration) override;
-    Result<std::unique_ptr<DisplayStream>> makeStream(const DisplayContentFilter &filter,
-                                                      const DisplayCaptureConfiguration &configuration,
-                                                      StreamDelegate delegate,
-                                                      std::function<void(std::function<void()>)> post) override;
 
 private:
     Error unavailable() const;

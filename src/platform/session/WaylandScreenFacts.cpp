@@ -1,6 +1,8 @@
 #include "platform/session/WaylandScreenFacts.h"
 
 #include "app/doctor/TryDisplays.h"
+#include "base/Fault.h"
+#include "platform/portal/PortalOffer.h"
 #include "platform/sway/SwayConnection.h"
 #include "platform/wlroots/WlrDisplaySource.h"
 
@@ -17,16 +19,28 @@ std::optional<WindowManagerFacts> trySway(const QByteArray &socket)
                               .tellsActiveWindow = askSway(socket, SwayQuestion::Tree, patience).has_value()};
 }
 
+std::optional<PortalFacts> lookAtPortal()
+{
+    constexpr std::chrono::milliseconds patience{1'000};
+    const auto offer = readPortalOffer({.patience = patience});
+    if (!offer)
+        return std::nullopt;
+    return PortalFacts{.version = offer->version, .isGranted = offer->isGranted};
+}
+
 } // namespace
 
 Result<ScreenFacts> readWaylandScreenFacts(const QByteArray &display, const QByteArray &swaySocket)
 {
     WlrDisplaySource source(display);
     auto displays = tryDisplays(source);
-    if (!displays)
-        return std::unexpected(displays.error());
     ScreenFacts facts;
-    facts.displays = *std::move(displays);
+    if (!displays && isFault(displays.error(), Fault::NoScreencopy))
+        facts.portal = lookAtPortal();
+    if (!displays && !facts.portal)
+        return std::unexpected(displays.error());
+    if (displays)
+        facts.displays = *std::move(displays);
     facts.windowManager = trySway(swaySocket);
     return facts;
 }

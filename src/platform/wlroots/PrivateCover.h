@@ -21,6 +21,8 @@ public:
     /// @param areas may be empty: then nothing is known, and nothing is covered
     PrivateCover(PrivateAreas areas, const WlrCaptureSeams &seams);
 
+    /// Whether anybody tells where private windows are.
+    bool isTold() const { return bool(m_areas); }
     /// The windows of these processes are private, too.
     void leaveOut(const QList<qint32> &processes);
 

@@ -2,7 +2,6 @@
 
 #include "base/DisplayRules.h"
 #include "base/Fault.h"
-#include "capture/CaptureError.h"
 #include "platform/wlroots/PrivateCover.h"
 #include "platform/wlroots/WaylandOutputs.h"
 #include "platform/wlroots/WlrScreenshotter.h"
@@ -73,6 +72,11 @@ bool WlrDisplaySource::haveDisplaysChanged()
     return now.displays != m_told.displays || now.mainDisplayId != m_told.mainDisplayId;
 }
 
+bool WlrDisplaySource::leavesOutPrivateWindows() const
+{
+    return m_cover->isTold();
+}
+
 Result<std::unique_ptr<DisplayScreenshotter>>
 WlrDisplaySource::makeScreenshotter(const DisplayContentFilter &filter,
                                     const DisplayCaptureConfiguration &configuration)
@@ -87,13 +91,6 @@ WlrDisplaySource::makeScreenshotter(const DisplayContentFilter &filter,
     m_cover->leaveOut(filter.mode.excludedProcessIDs + QList<qint32>{::getpid()});
     return std::make_unique<WlrScreenshotter>(*found, *all[std::size_t(index)], configuration.showsCursor, m_cover,
                                               m_seams);
-}
-
-Result<std::unique_ptr<DisplayStream>> WlrDisplaySource::makeStream(const DisplayContentFilter &,
-                                                                    const DisplayCaptureConfiguration &, StreamDelegate,
-                                                                    std::function<void(std::function<void()>)>)
-{
-    return std::unexpected(captureError(CaptureErrorCode::NoStream));
 }
 
 Result<std::shared_ptr<WaylandOutputs>> WlrDisplaySource::outputs()

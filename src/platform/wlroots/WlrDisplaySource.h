@@ -32,16 +32,11 @@ public:
     /// @return Fault::NoWaylandDisplay, Fault::TimedOut; Fault::NoScreencopy when the compositor does not offer it
     Result<ShareableContent> shareableContent() override;
     bool haveDisplaysChanged() override;
+    bool leavesOutPrivateWindows() const override;
 
     /// @return the same, and Fault::DisplayGone when there is no such output (any more)
     Result<std::unique_ptr<DisplayScreenshotter>>
     makeScreenshotter(const DisplayContentFilter &filter, const DisplayCaptureConfiguration &configuration) override;
-
-    /// There are no streams in this mode: always CaptureErrorCode::NoStream.
-    Result<std::unique_ptr<DisplayStream>> makeStream(const DisplayContentFilter &filter,
-                                                      const DisplayCaptureConfiguration &configuration,
-                                                      StreamDelegate delegate,
-                                                      std::function<void(std::function<void()>)> post) override;
 
 private:
     /// The outputs as they are now.

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "capture/DisplaySource.h"
-#include "platform/wlroots/PixelConversion.h"
+#include "platform/pixels/PixelConversion.h"
 #include "platform/wlroots/WaylandBuffer.h"
 #include "platform/wlroots/WaylandOutputs.h"
 #include "platform/wlroots/WlrCaptureSeams.h"

@@ -184,6 +184,18 @@ public:
         setText(window, XCB_ATOM_WM_CLASS, name.toLower() + '\0' + name + '\0');
     }
     void setTitle(xcb_window_t window, const QByteArray &title) { setText(window, XCB_ATOM_WM_NAME, title); }
+    /// The one that programs set beside it today.
+    void setModernTitle(xcb_window_t window, const QByteArray &title)
+    {
+        setText(window, m_connection->atom("_NET_WM_NAME"), title, m_connection->atom("UTF8_STRING"));
+    }
+
+    /// Says for which window this one is there.
+    void setOwner(xcb_window_t window, xcb_window_t owner)
+    {
+        setProperty(window, "WM_TRANSIENT_FOR", XCB_ATOM_WINDOW, {owner});
+        sync();
+    }
     /// Says which process of this machine a window belongs to, as toolkits do.
     void setProcess(xcb_window_t window, std::uint32_t process)
     {
@@ -263,10 +275,10 @@ private:
     xcb_connection_t *server() const { return m_connection->get(); }
     xcb_window_t root() const { return m_connection->root(); }
 
-    void setText(xcb_window_t window, xcb_atom_t property, const QByteArray &text)
+    void setText(xcb_window_t window, xcb_atom_t property, const QByteArray &text, xcb_atom_t type = XCB_ATOM_STRING)
     {
-        xcb_change_property(server(), XCB_PROP_MODE_REPLACE, window, property, XCB_ATOM_STRING, 8,
-                            std::uint32_t(text.size()), text.constData());
+        xcb_change_property(server(), XCB_PROP_MODE_REPLACE, window, property, type, 8, std::uint32_t(text.size()),
+                            text.constData());
         sync();
     }
 

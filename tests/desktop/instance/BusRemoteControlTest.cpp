@@ -33,12 +33,21 @@ class RemoteBus : public testing::Test
 protected:
     void open()
     {
-        m_control.open([this](SettingChange change) -> Task<SettingAnswer> {
-            m_changes.append(change.key + u'=' + change.value);
-            if (m_holdsAnswers)
-                co_await Op<int>(m_life.get_token(), [](auto) { return [] {}; });
-            co_return saved;
+        m_control.open({.changeSetting = [this](SettingChange change) -> Task<SettingAnswer> {
+                            m_changes.append(change.key + u'=' + change.value);
+                            if (m_holdsAnswers)
+                                co_await Op<int>(m_life.get_token(), [](auto) { return [] {}; });
+                            co_return saved;
+                        },
+                        .activate = {}});
+    }
+    std::expected<bool, RemoteFailure> activate(qint64 processId)
+    {
+        auto answer = std::async(std::launch::async, [this, processId] {
+            return BusRunningApplication(m_bus.address(), 10s).activate(processId);
         });
+        EXPECT_TRUE(pumpUntil([&answer] { return answer.wait_for(0s) == std::future_status::ready; }));
+        return answer.get();
     }
     std::future<Answer> ask(qint64 processId, const QString &value, std::chrono::milliseconds patience)
     {
@@ -82,7 +91,8 @@ TEST_F(RemoteBus, everyOutcome_isUnderstood)
     for (const Outcome outcome :
          {Outcome::AtOnce, Outcome::NextRecording, Outcome::RecordingEnds, Outcome::Refused, Outcome::NotSaved}) {
         const SettingAnswer answer{.outcome = outcome, .words = QStringLiteral("words")};
-        m_control.open([answer](SettingChange) -> Task<SettingAnswer> { co_return answer; });
+        m_control.open(
+            {.changeSetting = [answer](SettingChange) -> Task<SettingAnswer> { co_return answer; }, .activate = {}});
         EXPECT_EQ(askUs(), Answer(answer));
     }
 }
@@ -120,10 +130,11 @@ TEST_F(RemoteBus, nameThatIsTaken_isLeftToItsOwner)
     ASSERT_TRUE(askUs().has_value());
     BusRemoteControl second(m_bus.address());
     bool secondWasAsked = false;
-    second.open([&](SettingChange) -> Task<SettingAnswer> {
-        secondWasAsked = true;
-        co_return saved;
-    });
+    second.open({.changeSetting = [&](SettingChange) -> Task<SettingAnswer> {
+                     secondWasAsked = true;
+                     co_return saved;
+                 },
+                 .activate = {}});
     EXPECT_EQ(askUs(), Answer(saved));
     second.close();
     EXPECT_EQ(askUs(), Answer(saved));
@@ -147,13 +158,49 @@ TEST_F(RemoteBus, noRecorderOnTheBus_isNotThere)
     EXPECT_EQ(askUs(), Answer(std::unexpected(RemoteFailure::NotThere))) << "the name goes with it";
 }
 
+TEST_F(RemoteBus, activation_arrivesOnTheMainThread)
+{
+    int activations = 0;
+    m_control.open({.changeSetting = [](SettingChange) -> Task<SettingAnswer> { co_return saved; },
+                    .activate = [&activations] { ++activations; }});
+    EXPECT_EQ(activate(::getpid()), true);
+    EXPECT_TRUE(pumpUntil([&activations] { return activations == 1; }));
+    EXPECT_EQ(activate(::getppid()),
+              (std::expected<bool, RemoteFailure>(std::unexpected(RemoteFailure::NotTheRecorder))));
+    EXPECT_EQ(activations, 1);
+}
+
+TEST_F(RemoteBus, activationOfARecorderInATerminal_isRefusedByIt)
+{
+    open();
+    EXPECT_EQ(activate(::getpid()), false);
+}
+
+TEST_F(RemoteBus, activationByTheDesktop_isUnderstood)
+{
+    int activations = 0;
+    m_control.open({.changeSetting = [](SettingChange) -> Task<SettingAnswer> { co_return saved; },
+                    .activate = [&activations] { ++activations; }});
+    ASSERT_EQ(activate(::getpid()), true);
+    TestProcess desktop(
+        {.program = QStringLiteral("gdbus"),
+         .arguments = {QStringLiteral("call"), QStringLiteral("--address"), QString::fromLatin1(m_bus.address()),
+                       QStringLiteral("--dest"), QStringLiteral("com.tamsk.ostrel"), QStringLiteral("--object-path"),
+                       QStringLiteral("/com/tamsk/ostrel"), QStringLiteral("--method"),
+                       QStringLiteral("org.freedesktop.Application.ActivateAction"), QStringLiteral("open-panel"),
+                       QStringLiteral("[]"), QStringLiteral("{}")},
+         .environment = m_bus.environment(),
+         .logFile = m_bus.path(QStringLiteral("desktop.log"))});
+    EXPECT_TRUE(pumpUntil([&activations] { return activations == 2; }));
+}
+
 TEST_F(RemoteBus, noBus_isNoBusAtOnce)
 {
     for (const QByteArray &address : {QByteArray(), QByteArray("unix:path=/nonexistent/bus"), QByteArray("nonsense")}) {
         BusRunningApplication recorder(address);
         EXPECT_EQ(recorder.changeSetting(::getpid(), {}), Answer(std::unexpected(RemoteFailure::NoBus)));
         BusRemoteControl control(address);
-        control.open([](SettingChange) -> Task<SettingAnswer> { co_return saved; });
+        control.open({.changeSetting = [](SettingChange) -> Task<SettingAnswer> { co_return saved; }, .activate = {}});
         control.close();
     }
 }
@@ -183,10 +230,11 @@ TEST_F(RemoteBus, answerGivenRightBeforeTheEnd_stillArrives)
 {
     for (int i = 0; i < 20; ++i) {
         bool answered = false;
-        m_control.open([&answered](SettingChange) -> Task<SettingAnswer> {
-            answered = true;
-            co_return saved;
-        });
+        m_control.open({.changeSetting = [&answered](SettingChange) -> Task<SettingAnswer> {
+                            answered = true;
+                            co_return saved;
+                        },
+                        .activate = {}});
         auto answer = ask(::getpid(), QStringLiteral("v"), 10s);
         ASSERT_TRUE(pumpUntil([&answered] { return answered; }));
         m_control.close();

@@ -128,6 +128,22 @@ TEST_F(WlrPrivateWindows, windowOnTheScaledTurnedOutput_isBlackToThePixel)
     waitForCovered(*recorded(1), with(WaylandPicture::plain(secondSize, 0xff8001), {10, 22, 80, 60}, covered));
 }
 
+TEST_F(WlrPrivateWindows, windowOnAFractionallyScaledOutput_showsNoPixelAtItsEdges)
+{
+    m_desktop.command(QStringLiteral("output HEADLESS-1 scale 1.25"));
+    startVault();
+    place(QStringLiteral("vault"), {33, 21, 101, 67});
+    const auto screenshotter = recorded(0);
+    for (const QPoint corner : {QPoint(33, 21), QPoint(34, 22), QPoint(35, 23), QPoint(36, 24)}) {
+        move(QStringLiteral("vault"), corner);
+        pictureOf(*screenshotter);
+        waitForRest(*screenshotter);
+        const WaylandPicture picture = pictureOf(*screenshotter);
+        EXPECT_GT(std::ranges::count(picture.pixels, 0U), 0);
+        EXPECT_GT(std::ranges::count(picture.pixels, background), 0);
+    }
+}
+
 TEST_F(WlrPrivateWindows, windowAcrossTwoOutputs_isBlackOnBoth)
 {
     startVault();

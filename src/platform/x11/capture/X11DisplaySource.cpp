@@ -1,6 +1,5 @@
 #include "platform/x11/capture/X11DisplaySource.h"
 
-#include "capture/CaptureError.h"
 #include "platform/x11/base/X11Connection.h"
 #include "platform/x11/base/X11Monitors.h"
 #include "platform/x11/capture/X11Applications.h"
@@ -80,13 +79,6 @@ X11DisplaySource::makeScreenshotter(const DisplayContentFilter &filter,
     if (!screenshotter)
         return std::unexpected(screenshotter.error());
     return std::move(*screenshotter);
-}
-
-Result<std::unique_ptr<DisplayStream>> X11DisplaySource::makeStream(const DisplayContentFilter &,
-                                                                    const DisplayCaptureConfiguration &, StreamDelegate,
-                                                                    std::function<void(std::function<void()>)>)
-{
-    return std::unexpected(captureError(CaptureErrorCode::NoStream));
 }
 
 Result<std::shared_ptr<X11Connection>> X11DisplaySource::connection()

@@ -44,12 +44,6 @@ public:
     Result<std::unique_ptr<DisplayScreenshotter>>
     makeScreenshotter(const DisplayContentFilter &filter, const DisplayCaptureConfiguration &configuration) override;
 
-    /// There are no streams in this mode: always CaptureErrorCode::NoStream.
-    Result<std::unique_ptr<DisplayStream>> makeStream(const DisplayContentFilter &filter,
-                                                      const DisplayCaptureConfiguration &configuration,
-                                                      StreamDelegate delegate,
-                                                      std::function<void(std::function<void()>)> post) override;
-
 private:
     /// What of the monitors makes a difference to a recording.
     struct Displays {

@@ -74,9 +74,20 @@ void X11PrivateWindows::update()
     m_connection->dispatchEvents();
     if (m_judge.takeRules())
         doubtAll();
+    const auto before = m_private;
+    askDoubtful();
+    if (m_private != before) {
+        // Dialogs are as private as the window for which they are there, and nobody tells whose they are.
+        doubtAll();
+        askDoubtful();
+    }
+    logCount();
+}
+
+void X11PrivateWindows::askDoubtful()
+{
     for (const xcb_window_t window : std::exchange(m_doubts, {}))
         ask(window);
-    logCount();
 }
 
 void X11PrivateWindows::logCount()

@@ -56,6 +56,7 @@ public:
 private:
     void readAll();
     void doubtAll();
+    void askDoubtful();
     void ask(xcb_window_t window);
     void logCount();
     void handle(const xcb_generic_event_t &event);

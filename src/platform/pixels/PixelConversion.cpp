@@ -1,4 +1,4 @@
-#include "platform/wlroots/PixelConversion.h"
+#include "platform/pixels/PixelConversion.h"
 
 #include <algorithm>
 #include <cstring>
@@ -70,6 +70,13 @@ void convertTile(const Walk &walk, const QRect &tile, int width, std::uint8_t *t
     }
 }
 
+void copyRows(const PixelSource &source, RowRange rows, std::uint8_t *to)
+{
+    const std::ptrdiff_t rowBytes = source.size.width() * bytesPerPixel;
+    for (int y = rows.begin; y < rows.end; ++y)
+        std::memcpy(to + y * rowBytes, source.pixels + y * source.stride, std::size_t(rowBytes));
+}
+
 } // namespace
 
 QSize PixelConversion::uprightSize(QSize size) const
@@ -95,6 +102,8 @@ std::optional<RowRange> PixelConversion::uprightRows(const QRect &rectangle, QSi
 
 void convertRows(const PixelConversion &conversion, const PixelSource &source, RowRange rows, std::uint8_t *to)
 {
+    if (conversion.isIdentity())
+        return copyRows(source, rows, to);
     // Turned by a quarter, neighbours come from rows that lie far apart: in tiles, what the cache has is used up.
     constexpr int tileSize = 32;
     const Walk walk = walkThrough(conversion, source);

@@ -1,4 +1,4 @@
-#include "platform/wlroots/PixelConversion.h"
+#include "platform/pixels/PixelConversion.h"
 
 #include <gtest/gtest.h>
 

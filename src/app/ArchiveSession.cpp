@@ -1,0 +1,122 @@
+#include "app/ArchiveSession.h"
+
+#include "app/ObserverQuestion.h"
+#include "app/RunTask.h"
+#include "base/Fault.h"
+#include "model/LocalApiToken.h"
+#include "observer/LocalObserverAPI.h"
+#include "observer/NetworkTransport.h"
+#include "observer/RepoLocator.h"
+#include "observer/SecretStore.h"
+#include "observer/SettingsOnDisk.h"
+#include "observer/SettingsStore.h"
+#include "observer/TokenStore.h"
+
+namespace ostrel {
+
+namespace {
+
+/// Runs one question to its end. @return Fault::Cancelled where it has none
+template <class Answer>
+Result<Answer> answerTo(const std::function<Task<Result<Answer>>(std::stop_token)> &ask)
+{
+    Result<Answer> answer = std::unexpected(faultError(Fault::Cancelled));
+    // It runs to its end within this call. NOLINTNEXTLINE(cppcoreguidelines-avoid-capturing-lambda-coroutines)
+    runToEnd([&](std::stop_token stop) -> Task<> { answer = co_await ask(std::move(stop)); });
+    return answer;
+}
+
+} // namespace
+
+ArchiveSession::Opened ArchiveSession::open(const Platform &platform)
+{
+    Start start{.settings = SettingsStore(platform.secrets).load(),
+                .localAPIToken = localApiTokenOrFallback(platform.secrets),
+                .repoRoot = RepoLocator::forThisProgram().resolveRepoRoot(),
+                .lock = std::nullopt};
+    const ObserverAnswer found = askObserver(platform.secrets, start.settings);
+    if (found.reach == ObserverReach::NotRunning) {
+        auto lock = RecorderLock::acquire(RecorderLock::Purpose::ArchiveCommand);
+        // Somebody else is about to have one: that one is waited for.
+        if (!lock && !RecorderLock::isHeldByAnother(lock.error()))
+            return std::unexpected(lock.error().localizedDescription);
+        if (lock) {
+            start.lock.emplace(*std::move(lock));
+            start.owner = ObserverControl::Owner::Us;
+        }
+    } else if (found.reach != ObserverReach::Answers) {
+        return std::unexpected(inOneLine(adviceOn(found)));
+    }
+    return std::unique_ptr<ArchiveSession>(new ArchiveSession(platform, std::move(start)));
+}
+
+ArchiveSession::Opened ArchiveSession::openToRead(const Platform &platform)
+{
+    Start start{.settings = readSettingsOnDisk().settings, .localAPIToken = {}, .repoRoot = {}, .lock = std::nullopt};
+    const ObserverAnswer found = askObserver(platform.secrets, start.settings);
+    if (found.reach == ObserverReach::NotRunning)
+        return std::unexpected(
+            QStringLiteral("The observer is not running, and only it knows the archive. It runs with "
+                           "`ostrel record`."));
+    if (found.reach != ObserverReach::Answers)
+        return std::unexpected(inOneLine(adviceOn(found)));
+    const auto token = platform.secrets.lookUp(localApiTokenService, secretAccount);
+    start.localAPIToken = token.value_or(std::nullopt).value_or(QString());
+    return std::unique_ptr<ArchiveSession>(new ArchiveSession(platform, std::move(start)));
+}
+
+ArchiveSession::ArchiveSession(const Platform &platform, Start start)
+    : m_lock(std::move(start.lock)), m_transport(std::make_unique<NetworkTransport>(m_clock)),
+      m_observerQueue(QStringLiteral("com.tamsk.ostrel.observer")), m_worker(QStringLiteral("com.tamsk.ostrel.worker")),
+      m_state(std::move(start.settings)), m_observer({.clock = m_clock,
+                                                      .state = m_state,
+                                                      .launcher = platform.processes,
+                                                      .transport = *m_transport,
+                                                      .worker = m_observerQueue,
+                                                      .localAPIToken = std::move(start.localAPIToken),
+                                                      .repoRoot = std::move(start.repoRoot),
+                                                      .owner = start.owner}),
+      m_modals(m_clock, platform.dialogs), m_archive({.state = m_state,
+                                                      .observer = m_observer,
+                                                      .modals = m_modals,
+                                                      .dialogs = platform.dialogs,
+                                                      .worker = m_worker}),
+      m_export({.clock = m_clock,
+                .state = m_state,
+                .observer = m_observer,
+                .modals = m_modals,
+                .dialogs = platform.dialogs,
+                .worker = m_worker})
+{
+    // There is neither capture nor polling beside the command.
+    m_observer.hooks = {.applyObserverStatus = [this](const ObserverStatus &status) { m_state.setStatus(status); },
+                        .stopCapture = [] {},
+                        .startPolling = [] {}};
+}
+
+ArchiveSession::~ArchiveSession()
+{
+    m_observer.stopHelper();
+}
+
+Result<ArchiveStatus> ArchiveSession::fetchArchiveStatus()
+{
+    return answerTo<ArchiveStatus>([this](std::stop_token stop) { return m_archive.fetchArchiveStatus(stop); });
+}
+
+Result<ArchiveExportStatus> ArchiveSession::fetchExportStatus()
+{
+    return answerTo<ArchiveExportStatus>([this](std::stop_token stop) {
+        const auto api = m_observer.api();
+        return api->archiveExportStatus(stop);
+    });
+}
+
+std::optional<QString> ArchiveSession::perform(const std::function<void(ArchiveArea &archive)> &begin)
+{
+    begin(m_archive);
+    runUntil(m_archive, &ArchiveArea::archiveBusyChanged, [this] { return !m_archive.archiveBusy(); });
+    return m_state.archiveMessageIsError() ? m_state.archiveMessage() : std::nullopt;
+}
+
+} // namespace ostrel

@@ -1,0 +1,1 @@
+#include "app/tray/PopoverWindow.h" // moc reads the headers of sources

@@ -1,0 +1,148 @@
+#include "app/tray/TrayApplication.h"
+
+#include "app/CommandLine.h"
+#include "app/RunningApplication.h"
+#include "app/tray/DesktopTrayItem.h"
+#include "app/tray/PanelDialogs.h"
+#include "app/tray/PopoverPanel.h"
+#include "base/Log.h"
+#include "context/PrivacyRulesFile.h"
+#include "update/UpdaterSupport.h"
+
+#include <QApplication>
+#include <QProcess>
+#include <QSystemTrayIcon>
+#include <unistd.h>
+
+namespace ostrel {
+
+namespace {
+
+int activateRunning(const Platform &platform, const Error &taken)
+{
+    const auto holder = RecorderLock::holder();
+    const auto shown = holder ? platform.runningApplication.activate(holder->processId)
+                              : std::expected<bool, RemoteFailure>(std::unexpected(RemoteFailure::NotThere));
+    if (shown.value_or(false))
+        return 0;
+    printMessage(QStringLiteral("ostrel: %1\n").arg(taken.localizedDescription));
+    return 1;
+}
+
+} // namespace
+
+TrayApplication::TrayApplication(const Platform &platform, PanelDialogs &dialogs)
+    : m_platform(platform), m_dialogs(dialogs), m_host(platform, [this] { finish(); }, [this] { activate(); })
+{}
+
+TrayApplication::~TrayApplication()
+{
+    m_dialogs.setPanel({}, {});
+}
+
+int TrayApplication::runOrActivate(const Platform &platform, PanelDialogs &dialogs)
+{
+    auto lock = std::make_optional(RecorderLock::acquire());
+    if (!*lock)
+        return activateRunning(platform, lock->error());
+    if (const auto made = PrivacyRulesFile::makeIfMissing(); !made)
+        qCWarning(logScreenCapture, "the privacy rules could not be written for you to change: %s",
+                  qUtf8Printable(made.error().localizedDescription));
+    QString successor;
+    int status = 0;
+    {
+        TrayApplication application(platform, dialogs);
+        status = application.run();
+        successor = application.successor();
+    }
+    lock.reset(); // it records as well
+    if (!successor.isEmpty() && !QProcess::startDetached(successor, {}))
+        printMessage(QStringLiteral("ostrel: The new version at %1 could not be started.\n").arg(successor));
+    return status;
+}
+
+int TrayApplication::run()
+{
+    const TerminationSignals signals([this](EndingPace pace) { end(pace); },
+                                     [] {
+                                         printMessage(QStringLiteral("ostrel: ended at once; frames not yet sent to "
+                                                                     "the observer are lost\n"));
+                                         ::_exit(1);
+                                     });
+    QGuiApplication::setQuitOnLastWindowClosed(false);
+    m_tasks.spawn([this](std::stop_token stop) { return start(std::move(stop)); });
+    return QCoreApplication::exec();
+}
+
+Task<> TrayApplication::start(std::stop_token stop)
+{
+    co_await m_host.start(stop);
+    if (stop.stop_requested())
+        co_return;
+    const InstalledProgram program = m_platform.program();
+    m_updates = std::make_unique<ProgramUpdates>(m_host.model(), m_host.clock(), m_platform.userDefaults, program,
+                                                 [this](const QString &path) { relaunch(path); });
+    m_popoverModel = std::make_unique<PopoverModel>(
+        PopoverModel::Dependencies{.model = m_host.model(),
+                                   .defaults = m_platform.userDefaults,
+                                   .clock = m_host.clock(),
+                                   .appVersion = UpdaterSupport::appVersion(program.bundle),
+                                   .checkForUpdates = m_updates->checkForUpdates()});
+    m_statusItem = std::make_unique<StatusItemController>(
+        m_host.model(), m_host.clock(), std::make_unique<DesktopTrayItem>(), [this] { return makePanel(); });
+    m_statusItem->setUp();
+    if (!QSystemTrayIcon::isSystemTrayAvailable())
+        printMessage(
+            QStringLiteral("ostrel: This desktop shows no tray. Start Tamsk Ostrel again to open its panel.\n"));
+    if (m_opensWhenStarted)
+        m_statusItem->showPanel();
+}
+
+std::unique_ptr<PopoverWindow> TrayApplication::makePanel()
+{
+    auto panel = std::make_unique<PopoverPanel>(*m_popoverModel, m_dialogs.sheet(),
+                                                [this] { return m_host.model().nativeModalActive(); });
+    m_dialogs.setPanel([window = &panel->window()] { return window; }, [this] { m_statusItem->showPanel(); });
+    return panel;
+}
+
+void TrayApplication::activate()
+{
+    if (m_statusItem)
+        m_statusItem->showPanel();
+    else
+        m_opensWhenStarted = true;
+}
+
+/// The model has quit.
+void TrayApplication::finish()
+{
+    m_tasks.spawn([this](std::stop_token stop) { return installAndLeave(std::move(stop)); });
+}
+
+Task<> TrayApplication::installAndLeave(std::stop_token stop)
+{
+    // An update that is being installed brings its successor itself.
+    if (m_successor.isEmpty() && m_updates && m_updates->controller() != nullptr)
+        co_await m_updates->controller()->installOnQuit(stop);
+    if (!stop.stop_requested())
+        QCoreApplication::quit();
+}
+
+void TrayApplication::relaunch(const QString &program)
+{
+    m_successor = program;
+    m_host.model().quit();
+}
+
+void TrayApplication::end(EndingPace pace)
+{
+    if (!m_host.isStarted())
+        return QCoreApplication::quit();
+    if (pace == EndingPace::Prompt)
+        m_host.model().quitBeforeShutdown();
+    else
+        m_host.model().quit();
+}
+
+} // namespace ostrel

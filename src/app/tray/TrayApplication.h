@@ -1,0 +1,55 @@
+#pragma once
+
+#include "app/ModelHost.h"
+#include "app/Platform.h"
+#include "app/ProgramUpdates.h"
+#include "app/RecorderLock.h"
+#include "app/TerminationSignals.h"
+#include "app/popover/PopoverModel.h"
+#include "app/tray/StatusItemController.h"
+#include "base/TaskScope.h"
+
+#include <memory>
+#include <stop_token>
+
+namespace ostrel {
+
+class PanelDialogs;
+
+/// The program without arguments: the icon in the tray and the panel under it, until the user quits. It needs a
+/// QApplication. Main thread.
+class TrayApplication
+{
+public:
+    /// @param dialogs those of `platform`, which get their window from here
+    TrayApplication(const Platform &platform, PanelDialogs &dialogs);
+    ~TrayApplication();
+
+    /// Shows the panel of the one that runs already, where there is one.
+    /// @return the exit status
+    static int runOrActivate(const Platform &platform, PanelDialogs &dialogs);
+
+private:
+    int run();
+    /// The program that is to be started in our place; empty for none.
+    const QString &successor() const { return m_successor; }
+    Task<> start(std::stop_token stop);
+    void end(EndingPace pace);
+    void finish();
+    Task<> installAndLeave(std::stop_token stop);
+    void relaunch(const QString &program);
+    void activate();
+    std::unique_ptr<PopoverWindow> makePanel();
+
+    const Platform m_platform;
+    PanelDialogs &m_dialogs;
+    QString m_successor;
+    ModelHost m_host;
+    std::unique_ptr<ProgramUpdates> m_updates;
+    std::unique_ptr<PopoverModel> m_popoverModel;
+    std::unique_ptr<StatusItemController> m_statusItem;
+    bool m_opensWhenStarted = false; ///< the panel was asked for before there was one
+    TaskScope m_tasks;
+};
+
+} // namespace ostrel

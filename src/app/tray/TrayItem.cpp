@@ -1,0 +1,1 @@
+#include "app/tray/TrayItem.h" // moc reads the headers of sources

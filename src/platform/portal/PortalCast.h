@@ -1,0 +1,42 @@
+#pragma once
+
+#include "platform/portal/PipeWireRemote.h"
+#include "platform/portal/PortalDisplays.h"
+#include "platform/portal/PortalSession.h"
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+
+namespace ostrel {
+
+/// A session with the portal together with its pictures. One thread at a time, but for `noteLost`.
+class PortalCast
+{
+public:
+    /// Blocks for the user's answer, unless the token is good.
+    /// @return the errors of `PortalSession::open` and `PipeWireRemote::connect`
+    static Result<std::shared_ptr<PortalCast>> open(const PortalSession::Opening &opening);
+    PortalCast(const PortalCast &) = delete;
+    PortalCast &operator=(const PortalCast &) = delete;
+
+    /// The displays as they are now. Waits for a round trip.
+    PortalDisplays displays();
+    PipeWireRemote &remote() { return *m_remote; }
+    const QString &restoreToken() const { return m_session->restoreToken(); }
+
+    /// Pictures that came from here come no more. Any thread.
+    void noteLost() { m_isLost = true; }
+    PortalSession::State state();
+
+private:
+    PortalCast(std::unique_ptr<PortalSession> session, std::shared_ptr<PipeWireRemote> remote,
+               std::chrono::milliseconds patience);
+
+    const std::chrono::milliseconds m_patience;
+    const std::unique_ptr<PortalSession> m_session;
+    const std::shared_ptr<PipeWireRemote> m_remote;
+    std::atomic<bool> m_isLost = false;
+};
+
+} // namespace ostrel

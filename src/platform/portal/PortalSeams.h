@@ -1,0 +1,28 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <chrono>
+#include <functional>
+
+namespace ostrel {
+
+/// Where the portal is, where the grant is kept, how long everybody is waited for, and by which clock.
+struct PortalSeams {
+    QByteArray busAddress = {}; ///< empty means the session's own, as it is at the time of asking
+    QString grantFile = {};     ///< empty means the one in the state folder
+    /// How long the portal, or the stream of pictures, may be silent where no user is waited for.
+    std::chrono::milliseconds patience{10'000};
+    /// How long the user may think about the desktop's question.
+    std::chrono::milliseconds userPatience{120'000};
+    /// A still screen may not give a first picture; after this time that is said, and one is asked for.
+    std::chrono::milliseconds firstPictureAfter{1'000};
+    /// Time that only ever goes on, from any beginning.
+    std::function<std::chrono::milliseconds()> monotonicTime = [] {
+        const auto sinceBoot = std::chrono::steady_clock::now().time_since_epoch();
+        return std::chrono::duration_cast<std::chrono::milliseconds>(sinceBoot);
+    };
+};
+
+} // namespace ostrel

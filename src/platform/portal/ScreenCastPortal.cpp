@@ -1,0 +1,124 @@
+#include "platform/portal/ScreenCastPortal.h"
+
+#include "base/Fault.h"
+#include "platform/portal/PortalCast.h"
+#include "platform/sessionbus/SessionBusAddress.h"
+
+#include <utility>
+
+namespace ostrel {
+
+ScreenCastPortal::ScreenCastPortal(PortalSeams seams) : m_seams(std::move(seams)), m_grants(m_seams.grantFile) {}
+
+ScreenCastPortal::~ScreenCastPortal() = default;
+
+bool ScreenCastPortal::isGranted()
+{
+    // While somebody else has the turn, what is known is told: they may wait for the user.
+    if (const std::unique_lock turn(m_turn, std::try_to_lock); turn.owns_lock())
+        inspectCast();
+    const std::scoped_lock lock(m_mutex);
+    return !m_withdrawal && (m_isOpen || m_grants.read().has_value());
+}
+
+Result<std::shared_ptr<PortalCast>> ScreenCastPortal::open(Asker asker)
+{
+    const std::scoped_lock turn(m_turn);
+    inspectCast();
+    if (m_cast)
+        return m_cast;
+    if (asker == Asker::User) {
+        const std::scoped_lock lock(m_mutex);
+        m_withdrawal.reset();
+    }
+    if (const auto reason = withdrawal())
+        return std::unexpected(*reason);
+    auto cast = openAnew();
+    if (!cast && isFault(cast.error(), Fault::ScreenCaptureDeclined)) {
+        m_grants.drop();
+        takeBack(cast.error());
+    }
+    if (!cast)
+        return cast;
+    m_grants.keep({.restoreToken = (*cast)->restoreToken()});
+    m_cast = *cast;
+    const std::scoped_lock lock(m_mutex);
+    m_isOpen = true;
+    return cast;
+}
+
+Result<std::shared_ptr<PortalCast>> ScreenCastPortal::openAnew()
+{
+    const auto grant = m_grants.read();
+    const QString token = grant ? grant->restoreToken : QString();
+    auto cast = tryToOpen(token);
+    // A token that the portal refuses opens nothing ever again; the user can still be asked.
+    if (!cast && !token.isEmpty() && isFault(cast.error(), Fault::PictureRefused))
+        return tryToOpen({});
+    return cast;
+}
+
+Result<std::shared_ptr<PortalCast>> ScreenCastPortal::tryToOpen(const QString &restoreToken)
+{
+    GCancellable *waiting = g_cancellable_new();
+    {
+        const std::scoped_lock lock(m_mutex);
+        m_waiting.reset(waiting);
+    }
+    auto cast = PortalCast::open(
+        {.busAddress = m_seams.busAddress.isEmpty() ? sessionBusAddress().toUtf8() : m_seams.busAddress,
+         .restoreToken = restoreToken,
+         .patience = m_seams.patience,
+         .userPatience = m_seams.userPatience,
+         .interrupt = waiting});
+    const std::scoped_lock lock(m_mutex);
+    m_waiting.reset();
+    return cast;
+}
+
+void ScreenCastPortal::inspectCast()
+{
+    if (!m_cast)
+        return;
+    const PortalSession::State state = m_cast->state();
+    if (state == PortalSession::State::Open)
+        return;
+    m_cast.reset();
+    if (state == PortalSession::State::Ended)
+        takeBack(faultError(Fault::ScreenSharingEnded));
+    const std::scoped_lock lock(m_mutex);
+    m_isOpen = false;
+}
+
+void ScreenCastPortal::takeBack(const Error &reason)
+{
+    const std::scoped_lock lock(m_mutex);
+    m_withdrawal = reason;
+}
+
+std::optional<Error> ScreenCastPortal::withdrawal() const
+{
+    const std::scoped_lock lock(m_mutex);
+    return m_withdrawal;
+}
+
+void ScreenCastPortal::releaseUnused()
+{
+    const std::scoped_lock turn(m_turn);
+    // One that was lost is kept: why it was lost may be told a moment later.
+    if (!m_cast || m_cast.use_count() > 1 || m_cast->restoreToken().isEmpty() ||
+        m_cast->state() != PortalSession::State::Open)
+        return;
+    m_cast.reset();
+    const std::scoped_lock lock(m_mutex);
+    m_isOpen = false;
+}
+
+void ScreenCastPortal::interrupt()
+{
+    const std::scoped_lock lock(m_mutex);
+    if (m_waiting)
+        g_cancellable_cancel(m_waiting.get());
+}
+
+} // namespace ostrel

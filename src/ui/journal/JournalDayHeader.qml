@@ -1,0 +1,67 @@
+import QtQuick
+import Ostrel.Ui
+
+// The name of a day, in the hand of whoever keeps a journal. A click folds and opens the day.
+BareButton {
+    id: root
+
+    required property string dayName
+    required property string dayDate
+    required property bool collapsed
+    // Whether the keyboard stands on it.
+    required property bool current
+
+    implicitHeight: name.implicitHeight + topPadding + bottomPadding
+    topPadding: Theme.step * 4
+    bottomPadding: Theme.step * 2
+    focusPolicy: Qt.NoFocus
+
+    Accessible.name: (dayName + " " + dayDate).trim()
+    Accessible.description: collapsed ? qsTr("folded") : qsTr("open")
+
+    contentItem: Item {
+        Text {
+            id: name
+
+            anchors.left: parent.left
+            anchors.top: parent.top
+            text: root.dayName
+            textFormat: Text.PlainText
+            color: Theme.ink
+            font.family: Theme.serif
+            font.pixelSize: Theme.daySize
+            font.weight: Font.DemiBold
+            Accessible.ignored: true
+        }
+        Text {
+            anchors.left: name.right
+            anchors.leftMargin: Theme.step * 2
+            anchors.right: fold.left
+            anchors.rightMargin: Theme.step
+            anchors.baseline: name.baseline
+            text: root.dayDate
+            textFormat: Text.PlainText
+            color: Theme.ink2
+            elide: Text.ElideRight
+            horizontalAlignment: Text.AlignLeft
+            font.family: Theme.sans
+            font.pixelSize: Theme.labelSize
+            Accessible.ignored: true
+        }
+        Symbol {
+            id: fold
+
+            anchors.right: parent.right
+            anchors.verticalCenter: name.verticalCenter
+            symbol: root.collapsed ? "chevron.right" : "chevron.down"
+            mirror: root.collapsed && root.mirrored
+            size: 10
+            color: root.hovered ? Theme.ink : Theme.ink3
+        }
+    }
+
+    RowFocus {
+        visible: root.current
+        anchors.topMargin: Theme.step * 2
+    }
+}

@@ -1,0 +1,8 @@
+import QtQuick
+
+Rectangle {
+    implicitHeight: 1
+    implicitWidth: 1
+    color: Theme.line
+    Accessible.ignored: true
+}

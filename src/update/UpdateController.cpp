@@ -1,0 +1,7 @@
+#include "update/UpdateController.h"
+
+namespace ostrel {
+
+UpdateController::~UpdateController() = default;
+
+} // namespace ostrel

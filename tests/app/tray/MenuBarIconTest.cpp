@@ -1,0 +1,57 @@
+#include "app/tray/MenuBarIcon.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace ostrel {
+namespace {
+
+const QColor label(0x20, 0x30, 0x40);
+
+/// The pixel at a point of the design grid of 64 by 64.
+QColor at(const QImage &image, qreal x, qreal y)
+{
+    return image.pixelColor(int(x * image.width() / 64), int(y * image.height() / 64));
+}
+
+class MenuBarIconAtScale : public testing::TestWithParam<double>
+{};
+
+TEST_P(MenuBarIconAtScale, idle_circlesAndConnectorsAreInTheLabelColourAndNothingElse)
+{
+    const QImage image = MenuBarIcon::image(false, label, GetParam() * 4);
+    for (const QPointF center : {QPointF(22, 14), QPointF(42, 14), QPointF(22, 32), QPointF(42, 32), QPointF(22, 50)}) {
+        EXPECT_EQ(at(image, center.x() + 8, center.y()), label);
+        EXPECT_EQ(at(image, center.x(), center.y()).alpha(), 0) << "a ring, not a disc";
+    }
+    for (const QPointF middle : {QPointF(32, 14), QPointF(32, 32), QPointF(22, 23), QPointF(42, 23), QPointF(22, 41)})
+        EXPECT_EQ(at(image, middle.x(), middle.y()), label);
+    for (const QPointF empty : {QPointF(42, 50), QPointF(42, 48), QPointF(32, 23), QPointF(60, 4), QPointF(2, 62)})
+        EXPECT_EQ(at(image, empty.x(), empty.y()).alpha(), 0);
+}
+
+TEST_P(MenuBarIconAtScale, recording_redDotStandsInTheTopRightCornerInAClearRing)
+{
+    const QImage image = MenuBarIcon::image(true, label, GetParam() * 4);
+    const qreal point = 64.0 / MenuBarIcon::size;
+    const QColor dot = at(image, 64 - 3 * point, 3 * point);
+    EXPECT_EQ(dot.alpha(), 255);
+    EXPECT_GT(dot.red(), 2 * dot.green());
+    EXPECT_GT(dot.red(), 2 * dot.blue());
+    // The ring goes through the marks below it: the upper right circle begins where it ends.
+    for (const QPointF inRing : {QPointF(64 - 3 * point, 6.75 * point), QPointF(64 - 6.75 * point, 3 * point)})
+        EXPECT_EQ(at(image, inRing.x(), inRing.y()).alpha(), 0);
+    EXPECT_EQ(at(image, 42, 40), label) << "the rest is drawn as ever";
+}
+
+INSTANTIATE_TEST_SUITE_P(Scales, MenuBarIconAtScale, testing::Values(1.0, 1.5, 2.0));
+
+TEST(MenuBarIcon, image_isOfTheSizeOfItsScale)
+{
+    EXPECT_EQ(MenuBarIcon::image(false, label, 1).size(), QSize(18, 18));
+    EXPECT_EQ(MenuBarIcon::image(false, label, 1.5).size(), QSize(27, 27));
+    EXPECT_EQ(MenuBarIcon::image(true, label, 2).size(), QSize(36, 36));
+}
+
+} // namespace
+} // namespace ostrel
