@@ -57,6 +57,15 @@ bool isByokPathError(const std::optional<QString> &text)
                     text->startsWith(QLatin1String("BYOK Vertex AI service account JSON not found:")));
 }
 
+/// What the observer has said of its archive while the settings were being written: the word is the observer's.
+void keepArchiveNews(ObserverSettings &settings, const ObserverSettings &before, const ObserverSettings &now)
+{
+    if (now.archiveEnabled != before.archiveEnabled)
+        settings.archiveEnabled = now.archiveEnabled;
+    if (now.archiveVaultId != before.archiveVaultId)
+        settings.archiveVaultId = now.archiveVaultId;
+}
+
 } // namespace
 
 SettingsEditing::SettingsEditing(Dependencies dependencies) : m_with(std::move(dependencies)) {}
@@ -81,8 +90,9 @@ Task<bool> SettingsEditing::save(ObserverSettings next, ByokKey key)
     const auto turn = co_await m_saving.acquire(m_life.get_token());
     if (!turn)
         co_return false;
+    const ObserverSettings before = m_with.state.settings();
     const ObserverSettings draftBefore = m_with.state.draftSettings();
-    ObserverSettings told = leavingSecretsAlone(next, m_with.state.settings());
+    ObserverSettings told = leavingSecretsAlone(next, before);
     if (key == ByokKey::Decided)
         told.byokGoogleVertexApiKey = next.byokGoogleVertexApiKey;
     const auto saved = co_await store(std::move(told));
@@ -92,6 +102,7 @@ Task<bool> SettingsEditing::save(ObserverSettings next, ByokKey key)
         noteFailure(saved->error().localizedDescription);
         co_return false;
     }
+    keepArchiveNews(next, before, m_with.state.settings());
     takeOver(next, withEdits(next, draftBefore, m_with.state.draftSettings()));
     for (const QString &secret : (*saved)->secretsNotRemoved)
         noteFailure(StatusTexts::secretNotRemoved(secret));
@@ -104,7 +115,8 @@ Task<std::expected<SavedSettings, SettingFailure>> SettingsEditing::changeSettin
     const auto turn = co_await m_saving.acquire(m_life.get_token());
     if (!turn)
         co_return std::unexpected(SettingFailure{.kind = Kind::NotSaved, .words = {}});
-    ObserverSettings next = m_with.state.settings();
+    const ObserverSettings before = m_with.state.settings();
+    ObserverSettings next = before;
     if (const auto fits = SettingRules::assign(next, key, value); !fits)
         co_return std::unexpected(SettingFailure{.kind = Kind::Refused, .words = fits.error()});
     // Assigned to the placeholders, so that a secret is told to the store even where it is the one that we know.
@@ -120,6 +132,7 @@ Task<std::expected<SavedSettings, SettingFailure>> SettingsEditing::changeSettin
     }
     ObserverSettings draft = m_with.state.draftSettings();
     static_cast<void>(SettingRules::assign(draft, key, value));
+    keepArchiveNews(next, before, m_with.state.settings());
     takeOver(next, draft);
     co_return **saved;
 }

@@ -156,6 +156,27 @@ TEST_F(Editing, changeWhileAnotherSettingIsEdited_keepsTheEdits)
     EXPECT_EQ(m_state.draftSettings().frameFps, 2);
 }
 
+TEST_F(Editing, archiveTurnedOnWhileASaveIsUnderWay_staysOn)
+{
+    for (const bool bySave : {true, false}) {
+        m_transport.expect(putSettings, accepted());
+        if (bySave)
+            save(withModel("new-model"));
+        else
+            change("model", "newer-model");
+        ObserverSettings mirrored = m_state.settings();
+        mirrored.archiveEnabled = bySave;
+        mirrored.archiveVaultId = bySave ? QStringLiteral("vault-1") : QStringLiteral("vault-2");
+        m_state.setSettings(mirrored);
+        m_state.setDraftSettings(mirrored);
+        settle();
+        EXPECT_EQ(m_state.settings().model, bySave ? QStringLiteral("new-model") : QStringLiteral("newer-model"));
+        EXPECT_EQ(m_state.settings().archiveEnabled, bySave);
+        EXPECT_EQ(m_state.settings().archiveVaultId, mirrored.archiveVaultId);
+        EXPECT_EQ(m_state.draftSettings(), m_state.settings()) << "no unsaved change";
+    }
+}
+
 TEST_F(Editing, secretThatCouldNotBeRead_survivesAnotherChange)
 {
     m_transport.always(putSettings, accepted());
