@@ -1,9 +1,8 @@
 #include "app/ForegroundRecording.h"
 
 #include "app/CommandLine.h"
+#include "app/RecordingProgram.h"
 #include "base/Paths.h"
-
-#include <unistd.h>
 
 namespace ostrel {
 
@@ -13,12 +12,7 @@ ForegroundRecording::ForegroundRecording(const Platform &platform, std::optional
 
 int ForegroundRecording::run()
 {
-    const TerminationSignals signals(
-        [this](EndingPace pace) { end(pace); },
-        [] {
-            printMessage(QStringLiteral("ostrel: ended at once; frames not yet sent to the observer are lost\n"));
-            ::_exit(ExitFailed); // the observer notices that we are gone and finishes what it has
-        });
+    const TerminationSignals signals([this](EndingPace pace) { end(pace); }, endAtOnce);
     m_tasks.spawn([this](std::stop_token stop) { return start(stop); });
     m_loop.exec();
     return m_status;

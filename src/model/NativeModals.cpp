@@ -9,33 +9,30 @@ namespace ostrel {
 
 NativeModals::NativeModals(Clock &clock, DialogHost &dialogs) : m_clock(clock), m_dialogs(dialogs) {}
 
-Task<DialogAlertAnswer> NativeModals::runNativeModal(DialogAlert alert, std::stop_token stop)
+template <class Dialog, class Answer>
+Task<Answer> NativeModals::run(Task<Answer> (DialogHost::*show)(Dialog, DialogPlacement, std::stop_token),
+                               Dialog dialog, std::stop_token stop)
 {
     beginNativeModal();
     m_dialogs.activateApplication();
-    auto answer = co_await m_dialogs.showAlert(std::move(alert), DialogPlacement::ApplicationModal, std::move(stop));
+    auto answer = co_await (m_dialogs.*show)(std::move(dialog), DialogPlacement::ApplicationModal, std::move(stop));
     endNativeModalAfterDismissal();
     co_return answer;
+}
+
+Task<DialogAlertAnswer> NativeModals::runNativeModal(DialogAlert alert, std::stop_token stop)
+{
+    return run(&DialogHost::showAlert, std::move(alert), std::move(stop));
 }
 
 Task<PanelAnswer> NativeModals::runNativeModal(OpenPanel panel, std::stop_token stop)
 {
-    beginNativeModal();
-    m_dialogs.activateApplication();
-    auto answer =
-        co_await m_dialogs.showOpenPanel(std::move(panel), DialogPlacement::ApplicationModal, std::move(stop));
-    endNativeModalAfterDismissal();
-    co_return answer;
+    return run(&DialogHost::showOpenPanel, std::move(panel), std::move(stop));
 }
 
 Task<PanelAnswer> NativeModals::runNativeModal(SavePanel panel, std::stop_token stop)
 {
-    beginNativeModal();
-    m_dialogs.activateApplication();
-    auto answer =
-        co_await m_dialogs.showSavePanel(std::move(panel), DialogPlacement::ApplicationModal, std::move(stop));
-    endNativeModalAfterDismissal();
-    co_return answer;
+    return run(&DialogHost::showSavePanel, std::move(panel), std::move(stop));
 }
 
 Task<DialogAlertAnswer> NativeModals::presentAlert(DialogAlert alert, int fallbackResponse, std::stop_token stop)

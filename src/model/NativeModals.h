@@ -46,6 +46,9 @@ Q_SIGNALS:
     void nativeModalActiveChanged();
 
 private:
+    template <class Dialog, class Answer>
+    Task<Answer> run(Task<Answer> (DialogHost::*show)(Dialog, DialogPlacement, std::stop_token), Dialog dialog,
+                     std::stop_token stop);
     void beginNativeModal();
     Task<> endGrace(qint64 generation, std::stop_token stop);
 

@@ -1,11 +1,9 @@
 #include "app/ForegroundRecording.h"
-#include "app/RecorderLock.h"
+#include "app/RecordingProgram.h"
 #include "app/commands/Commands.h"
-#include "base/Log.h"
 #include "base/Text.h"
 #include "capture/CaptureError.h"
 #include "capture/DisplaySource.h"
-#include "context/PrivacyRulesFile.h"
 
 namespace ostrel {
 
@@ -39,13 +37,9 @@ CommandResult run(const QCommandLineParser &parser, const Platform &platform)
     }
     if (const auto displays = checkDisplays(platform.displays); !displays)
         return CommandResult::failure(ExitFailed, displays.error().localizedDescription);
-    const auto lock = RecorderLock::acquire();
+    const auto lock = beginRecordingProgram();
     if (!lock)
         return CommandResult::failure(ExitFailed, lock.error().localizedDescription);
-    // Without it the built-in rules hold all the same: the file is for the user to find.
-    if (const auto made = PrivacyRulesFile::makeIfMissing(); !made)
-        qCWarning(logScreenCapture, "the privacy rules could not be written for you to change: %s",
-                  qUtf8Printable(made.error().localizedDescription));
     return {.status = ForegroundRecording(platform, duration).run(), .output = {}, .messages = {}};
 }
 

@@ -35,29 +35,22 @@ std::shared_ptr<QFileDialog> makeDialog()
 
 } // namespace
 
-void PanelDialogs::setPanel(std::function<QQuickWindow *()> panel, std::function<void()> show)
-{
-    m_panel = std::move(panel);
-    m_show = std::move(show);
-}
-
 bool PanelDialogs::hasPresentationWindow() const
 {
-    const auto *const panel = panelWindow();
-    return panel != nullptr && panel->isVisible();
+    return m_panel != nullptr && m_panel->isVisible();
 }
 
 void PanelDialogs::activateApplication()
 {
     // An alert of ours is drawn on the panel, so the panel it is that has to be there.
-    if (m_show && !hasPresentationWindow())
-        m_show();
+    if (m_openPanel && !hasPresentationWindow())
+        m_openPanel();
 }
 
 void PanelDialogs::refocusPopoverWindow()
 {
     if (hasPresentationWindow())
-        panelWindow()->requestActivate();
+        m_panel->requestActivate();
 }
 
 Task<DialogAlertAnswer> PanelDialogs::showAlert(DialogAlert alert, DialogPlacement /*placement*/, std::stop_token stop)
@@ -94,8 +87,8 @@ Task<PanelAnswer> PanelDialogs::choose(std::shared_ptr<QFileDialog> dialog, Dial
                                        std::stop_token stop)
 {
     dialog->winId(); // makes its window, which then belongs to the panel's
-    if (auto *const panel = panelWindow(); panel != nullptr && panel->isVisible())
-        dialog->windowHandle()->setTransientParent(panel);
+    if (hasPresentationWindow())
+        dialog->windowHandle()->setTransientParent(m_panel);
     dialog->setWindowModality(placement == DialogPlacement::Sheet ? Qt::WindowModal : Qt::ApplicationModal);
     const auto result = co_await Op<int>(stop, [&dialog](const Op<int>::Resolve &resolve) {
         QObject::connect(dialog.get(), &QDialog::finished, resolve);

@@ -3,8 +3,10 @@
 #include "app/popover/DialogSheet.h"
 #include "model/DialogHost.h"
 
-#include <QPointer>
 #include <QQuickWindow>
+#include <functional>
+#include <memory>
+#include <stop_token>
 
 class QFileDialog;
 
@@ -17,9 +19,10 @@ class PanelDialogs final : public DialogHost
 public:
     /// The sheet that the panel's screens draw; one at a time, the others wait behind it.
     DialogSheet &sheet() { return m_sheet; }
-    /// @param panel none as long as it has not been made
-    /// @param show  brings it to the front, making it where needed
-    void setPanel(std::function<QQuickWindow *()> panel, std::function<void()> show);
+    /// @param panel null as long as it has not been made; otherwise it outlives its use here
+    void setPanel(QQuickWindow *panel) { m_panel = panel; }
+    /// @param open brings the panel to the front, making it where needed
+    void setPanelOpener(std::function<void()> open) { m_openPanel = std::move(open); }
 
     bool hasPresentationWindow() const override;
     void activateApplication() override;
@@ -33,12 +36,11 @@ public:
     void openFolder(const QString &path) override;
 
 private:
-    QQuickWindow *panelWindow() const { return m_panel ? m_panel() : nullptr; }
     Task<PanelAnswer> choose(std::shared_ptr<QFileDialog> dialog, DialogPlacement placement, std::stop_token stop);
 
     DialogSheet m_sheet;
-    std::function<QQuickWindow *()> m_panel;
-    std::function<void()> m_show;
+    QQuickWindow *m_panel = nullptr;
+    std::function<void()> m_openPanel;
 };
 
 } // namespace ostrel

@@ -11,7 +11,6 @@
 #include <QScreen>
 #include <QVariantMap>
 #include <QtMath>
-#include <algorithm>
 
 namespace ostrel {
 
@@ -36,14 +35,12 @@ PopoverPanel::PopoverPanel(PopoverModel &popoverModel, DialogSheet &sheet, std::
     m_view.setTitle(QStringLiteral("Tamsk Ostrel"));
     m_view.setColor(Qt::transparent);
     m_view.setResizeMode(QQuickView::SizeRootObjectToView);
-    m_view.resize(panelWidth, windowMaxHeight);
     m_view.onEscape = [this] { Q_EMIT escapePressed(); };
     m_view.setInitialProperties({{QStringLiteral("model"), QVariant::fromValue(&popoverModel)},
                                  {QStringLiteral("sheet"), QVariant::fromValue(&sheet)}});
     preparePopoverEngine(*m_view.engine());
     m_view.setSource(popoverViewUrl());
-    if (m_view.rootObject() != nullptr)
-        connect(m_view.rootObject(), SIGNAL(wantedHeightChanged()), this, SLOT(place()));
+    connect(m_view.rootObject(), SIGNAL(implicitHeightChanged()), this, SLOT(place()));
     connect(qGuiApp, &QGuiApplication::focusWindowChanged, this, &PopoverPanel::onFocusWindowChanged);
 }
 
@@ -67,9 +64,8 @@ void PopoverPanel::place()
     QScreen *screen = QGuiApplication::screenAt(m_icon.center());
     if (screen == nullptr)
         screen = QGuiApplication::primaryScreen();
-    const QObject *const root = m_view.rootObject();
-    const int wanted = root == nullptr ? windowMaxHeight : qCeil(root->property("wantedHeight").toReal());
-    const QSize size(panelWidth, std::clamp(wanted, 1, windowMaxHeight));
+    const QQuickItem *const screens = m_view.rootObject();
+    const QSize size(qCeil(screens->implicitWidth()), qCeil(screens->implicitHeight()));
     m_view.setGeometry(QRect(panelPosition(m_icon, screen->availableGeometry(), size), size));
 }
 

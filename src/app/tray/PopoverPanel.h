@@ -16,9 +16,6 @@ class PopoverPanel final : public PopoverWindow
     Q_OBJECT
 
 public:
-    static constexpr int panelWidth = 320;
-    static constexpr int windowMaxHeight = 560;
-
     /// @param popoverModel what the screens bind to
     /// @param sheet        the alerts that are drawn on it; both outlive the panel
     /// @param isDialogUp   while it answers true, losing the keyboard is nobody's leaving

@@ -1,18 +1,16 @@
 #include "app/tray/TrayApplication.h"
 
 #include "app/CommandLine.h"
+#include "app/RecordingProgram.h"
 #include "app/RunningApplication.h"
 #include "app/tray/DesktopTrayItem.h"
 #include "app/tray/PanelDialogs.h"
 #include "app/tray/PopoverPanel.h"
-#include "base/Log.h"
-#include "context/PrivacyRulesFile.h"
 #include "update/UpdaterSupport.h"
 
 #include <QApplication>
 #include <QProcess>
 #include <QSystemTrayIcon>
-#include <unistd.h>
 
 namespace ostrel {
 
@@ -24,30 +22,31 @@ int activateRunning(const Platform &platform, const Error &taken)
     const auto shown = holder ? platform.runningApplication.activate(holder->processId)
                               : std::expected<bool, RemoteFailure>(std::unexpected(RemoteFailure::NotThere));
     if (shown.value_or(false))
-        return 0;
+        return ExitSuccess;
     printMessage(QStringLiteral("ostrel: %1\n").arg(taken.localizedDescription));
-    return 1;
+    return ExitFailed;
 }
 
 } // namespace
 
 TrayApplication::TrayApplication(const Platform &platform, PanelDialogs &dialogs)
-    : m_platform(platform), m_dialogs(dialogs), m_host(platform, [this] { finish(); }, [this] { activate(); })
-{}
+    : m_defaults(platform.userDefaults), m_program(platform.program()), m_dialogs(dialogs),
+      m_host(platform, [this] { finish(); }, [this] { activate(); })
+{
+    m_dialogs.setPanelOpener([this] { activate(); });
+}
 
 TrayApplication::~TrayApplication()
 {
-    m_dialogs.setPanel({}, {});
+    m_dialogs.setPanelOpener({});
+    m_dialogs.setPanel(nullptr);
 }
 
 int TrayApplication::runOrActivate(const Platform &platform, PanelDialogs &dialogs)
 {
-    auto lock = std::make_optional(RecorderLock::acquire());
+    auto lock = std::make_optional(beginRecordingProgram());
     if (!*lock)
         return activateRunning(platform, lock->error());
-    if (const auto made = PrivacyRulesFile::makeIfMissing(); !made)
-        qCWarning(logScreenCapture, "the privacy rules could not be written for you to change: %s",
-                  qUtf8Printable(made.error().localizedDescription));
     QString successor;
     int status = 0;
     {
@@ -63,12 +62,7 @@ int TrayApplication::runOrActivate(const Platform &platform, PanelDialogs &dialo
 
 int TrayApplication::run()
 {
-    const TerminationSignals signals([this](EndingPace pace) { end(pace); },
-                                     [] {
-                                         printMessage(QStringLiteral("ostrel: ended at once; frames not yet sent to "
-                                                                     "the observer are lost\n"));
-                                         ::_exit(1);
-                                     });
+    const TerminationSignals signals([this](EndingPace pace) { end(pace); }, endAtOnce);
     QGuiApplication::setQuitOnLastWindowClosed(false);
     m_tasks.spawn([this](std::stop_token stop) { return start(std::move(stop)); });
     return QCoreApplication::exec();
@@ -79,14 +73,13 @@ Task<> TrayApplication::start(std::stop_token stop)
     co_await m_host.start(stop);
     if (stop.stop_requested())
         co_return;
-    const InstalledProgram program = m_platform.program();
-    m_updates = std::make_unique<ProgramUpdates>(m_host.model(), m_host.clock(), m_platform.userDefaults, program,
+    m_updates = std::make_unique<ProgramUpdates>(m_host.model(), m_host.clock(), m_defaults, m_program,
                                                  [this](const QString &path) { relaunch(path); });
     m_popoverModel = std::make_unique<PopoverModel>(
         PopoverModel::Dependencies{.model = m_host.model(),
-                                   .defaults = m_platform.userDefaults,
+                                   .defaults = m_defaults,
                                    .clock = m_host.clock(),
-                                   .appVersion = UpdaterSupport::appVersion(program.bundle),
+                                   .appVersion = UpdaterSupport::appVersion(m_program.bundle),
                                    .checkForUpdates = m_updates->checkForUpdates()});
     m_statusItem = std::make_unique<StatusItemController>(
         m_host.model(), m_host.clock(), std::make_unique<DesktopTrayItem>(), [this] { return makePanel(); });
@@ -102,7 +95,7 @@ std::unique_ptr<PopoverWindow> TrayApplication::makePanel()
 {
     auto panel = std::make_unique<PopoverPanel>(*m_popoverModel, m_dialogs.sheet(),
                                                 [this] { return m_host.model().nativeModalActive(); });
-    m_dialogs.setPanel([window = &panel->window()] { return window; }, [this] { m_statusItem->showPanel(); });
+    m_dialogs.setPanel(&panel->window());
     return panel;
 }
 

@@ -3,7 +3,6 @@
 #include "app/ModelHost.h"
 #include "app/Platform.h"
 #include "app/ProgramUpdates.h"
-#include "app/RecorderLock.h"
 #include "app/TerminationSignals.h"
 #include "app/popover/PopoverModel.h"
 #include "app/tray/StatusItemController.h"
@@ -41,7 +40,8 @@ private:
     void activate();
     std::unique_ptr<PopoverWindow> makePanel();
 
-    const Platform m_platform;
+    UserDefaults &m_defaults;
+    const InstalledProgram m_program; ///< read before there are events to be handled
     PanelDialogs &m_dialogs;
     QString m_successor;
     ModelHost m_host;

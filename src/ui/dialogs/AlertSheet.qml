@@ -59,13 +59,13 @@ OverlayCard {
 
             model: root.sheet.buttons
 
-            AlertButton {
+            PillButtonStyle {
                 required property string modelData
                 required property int index
 
                 width: column.width
                 text: modelData
-                prominent: index === 0
+                quiet: index > 0
                 onClicked: root.sheet.answer(index, root.typedTexts())
             }
         }

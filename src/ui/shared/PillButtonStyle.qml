@@ -1,8 +1,10 @@
 import QtQuick
 
-// The one thing that a screen or a card is about to do.
+// The one thing that a screen or a card is about to do; and, quietly, what stands beside it.
 BareButton {
     id: root
+
+    property bool quiet: false
 
     implicitWidth: Math.max(64, label.implicitWidth + leftPadding + rightPadding)
     implicitHeight: Theme.controlHeight + Theme.step
@@ -14,17 +16,20 @@ BareButton {
 
         text: root.text
         textFormat: Text.PlainText
-        color: Theme.accentInk
+        color: root.quiet ? Theme.ink : Theme.accentInk
         elide: Text.ElideRight
         horizontalAlignment: Text.AlignHCenter
         verticalAlignment: Text.AlignVCenter
         font.family: Theme.sans
         font.pixelSize: Theme.bodySize
-        font.weight: Font.DemiBold
+        font.weight: root.quiet ? Font.Normal : Font.DemiBold
     }
     background: Rectangle {
         radius: Theme.fieldRadius
-        color: root.down ? Theme.accentPressed : root.hovered ? Theme.accentHover : Theme.accent
+        color: root.quiet ? (root.down ? Theme.cardPressed : root.hovered ? Theme.cardHover : Theme.card)
+                          : (root.down ? Theme.accentPressed : root.hovered ? Theme.accentHover : Theme.accent)
+        border.width: root.quiet ? 1 : 0
+        border.color: Theme.line
     }
 
     FocusRing {
