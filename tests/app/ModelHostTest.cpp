@@ -1,28 +1,14 @@
 #include "app/ModelHost.h"
 
-#include "app/NoDialogs.h"
+#include "FakePlatform.h"
 #include "base/Files.h"
 #include "base/TaskSlot.h"
 #include "observer/SettingsStore.h"
 #include "observer/TokenStore.h"
-#include "support/FakeAccessibilityAccess.h"
-#include "support/FakeAccessibilityTree.h"
-#include "support/FakeBrowserScriptRunner.h"
-#include "support/FakeDisplaySource.h"
-#include "support/FakeForegroundSource.h"
-#include "support/FakeKeyring.h"
-#include "support/FakeProcessLauncher.h"
-#include "support/FakeRunningApplication.h"
-#include "support/FakeScreenCaptureAccess.h"
-#include "support/FakeSecretStore.h"
-#include "support/FakeSystemSettingsOpener.h"
-#include "support/FakeUserDefaults.h"
-#include "support/FakeWorkspaceEvents.h"
 #include "support/FreePort.h"
 #include "support/Printers.h"
 #include "support/RunTask.h"
 #include "support/ScopedVariable.h"
-#include "support/TestHome.h"
 
 #include <QTimer>
 
@@ -34,7 +20,7 @@ namespace ostrel {
 namespace {
 
 /// The model's host over a desktop of the test's own. The observer's process is not started for real.
-class ModelHosting : public testing::Test
+class ModelHosting : public testing::Test, protected FakePlatform
 {
 protected:
     ModelHosting()
@@ -55,43 +41,7 @@ protected:
     }
     bool secretsAreAsked() const { return !m_secrets.calls().isEmpty(); }
 
-    TestHome m_home;
     ScopedVariable m_root{"MORAVEL_REPO_ROOT", m_home.path(QStringLiteral("observer")).toLocal8Bit()};
-    SerialQueue m_samples{QStringLiteral("test.samples")};
-    FakeDisplaySource m_displays{m_samples};
-    FakeScreenCaptureAccess m_screen;
-    FakeForegroundSource m_foreground;
-    FakeAccessibilityAccess m_contextAccessibility;
-    FakeAccessibilityAccess m_accessibility;
-    FakeAccessibilityTree m_tree;
-    FakeBrowserScriptRunner m_browserScripts;
-    FakeWorkspaceEvents m_workspace;
-    FakeSecretStore m_secrets;
-    FakeKeyring m_keyring;
-    FakeUserDefaults m_defaults;
-    FakeSystemSettingsOpener m_opener;
-    NoDialogs m_dialogs;
-    FakeProcessLauncher m_launcher;
-    FakeRunningApplication m_otherProgram;
-    FakeRemoteControl m_remoteControl;
-    const Platform m_platform{.displays = m_displays,
-                              .screenCaptureAccess = m_screen,
-                              .foreground = m_foreground,
-                              .contextAccessibility = m_contextAccessibility,
-                              .permissionAccessibility = m_accessibility,
-                              .accessibilityTree = m_tree,
-                              .browserScripts = m_browserScripts,
-                              .excludesWindow = [](const WindowIdentity &) { return false; },
-                              .workspace = m_workspace,
-                              .secrets = m_secrets,
-                              .keyring = m_keyring,
-                              .userDefaults = m_defaults,
-                              .settingsOpener = m_opener,
-                              .dialogs = m_dialogs,
-                              .processes = m_launcher,
-                              .runningApplication = m_otherProgram,
-                              .remoteControl = m_remoteControl,
-                              .desktop = {}};
     std::unique_ptr<ModelHost> m_host;
     TaskSlot m_starting;
 };
