@@ -6,14 +6,22 @@ import { RequestError } from "./http/errors.ts";
 import { Guard } from "./http/guards.ts";
 import { JsonError } from "./json/tokenizer.ts";
 import { writeJson } from "./json/writer.ts";
-import { NotRecording, type Observer, ShuttingDown } from "./observer/observer.ts";
-import { ObserverSettings, StartRequest } from "./wire/records.ts";
+import { NotRecording, ShuttingDown } from "./observer/errors.ts";
+import type { Observer } from "./observer/observer.ts";
+import { ForgetRequest, ObserverSettings, StartRequest } from "./wire/records.ts";
 import { InvalidRecord, parseRecord } from "./wire/schema.ts";
 
 export interface AppDependencies {
   readonly observer: Pick<
     Observer,
-    "status" | "start" | "stop" | "receiveFrames" | "replaceSettings" | "complain"
+    | "status"
+    | "start"
+    | "stop"
+    | "receiveFrames"
+    | "replaceSettings"
+    | "preview"
+    | "forget"
+    | "complain"
   >;
   /** Throws ArchiveNotReady where it can't be used at all. */
   archive(): ArchiveApi;
@@ -76,6 +84,16 @@ function createRoutes({ observer, archive, bodyDeadlineMs }: AppDependencies): R
       "/api/settings",
       route("PUT", async (request) =>
         observer.replaceSettings(parseRecord(ObserverSettings, await json(request))),
+      ),
+    ],
+    [
+      "/api/preview",
+      route("GET", (request) => observer.preview(request.url?.endsWith("?pictures=1") === true)),
+    ],
+    [
+      "/api/forget",
+      route("POST", async (request) =>
+        observer.forget(parseRecord(ForgetRequest, await json(request))),
       ),
     ],
   ]);

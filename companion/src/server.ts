@@ -16,6 +16,7 @@ import { Journals } from "./engine/journals.ts";
 import { bulletKey } from "./journal/journalWriter.ts";
 import { LifeSigns } from "./observer/lifeSigns.ts";
 import { Observer } from "./observer/observer.ts";
+import { PrivacyFile } from "./privacy/privacyFile.ts";
 import { exitCodes } from "./process/exitCodes.ts";
 import { listen } from "./process/listen.ts";
 import { watchParent } from "./process/parentWatch.ts";
@@ -108,6 +109,7 @@ async function openObserver(
 ) {
   const journals = new Journals();
   const layout = new SpoolLayout(folder);
+  const privacy = new PrivacyFile(join(home, ".ostrel", "privacy.json"));
   const { rules, complaint } = await loadRules(join(folder, "rules.json"));
   try {
     return await Observer.open({
@@ -125,6 +127,9 @@ async function openObserver(
       onGap: say,
       quotaBytes: defaultQuotaBytes,
       appendToJournal: (...entry) => journals.append(...entry),
+      forgetInJournal: (...place) => journals.forget(...place),
+      forgetInArchive: (range) => archive.forget(range),
+      privacyRules: () => privacy.rules(),
     });
   } catch (error) {
     const why = describeFailure("The state folder can't be used", error);
@@ -199,14 +204,20 @@ function readSecrets(end: EndOfService, onLine: (line: string | undefined) => vo
   });
 }
 
+/** Whoever only asks what would be sent, or has something forgotten, wants nothing sent meanwhile. */
+const holdsAnalysis = process.env["OSTREL_HOLD_ANALYSIS"] === "1";
+
 function takeSecrets(observer: Observer, firstLine: Promise<string | undefined>): void {
-  const cancel = systemClock.after(secretsPatienceMs, () => observer.beginAnalysis());
+  const begin = () => {
+    if (!holdsAnalysis) observer.beginAnalysis();
+  };
+  const cancel = systemClock.after(secretsPatienceMs, begin);
   void firstLine.then((line) => {
     cancel();
     const secrets = line === undefined ? undefined : parseSecrets(line);
     if (secrets !== undefined) observer.applySecrets(secrets);
     else if (line !== undefined) say("The first line on standard input holds no secrets.");
-    observer.beginAnalysis();
+    begin();
   });
 }
 

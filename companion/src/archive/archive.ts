@@ -1,8 +1,10 @@
 import type { Clock } from "../base/clock.ts";
 import type { FileSystem } from "../base/fileSystem.ts";
 import { Mutex } from "../base/mutex.ts";
+import type { ForgottenFootage } from "../forget/forgetting.ts";
 import { expandedAbsolutePath } from "../settings/expandedPath.ts";
 import { type Disk, diskOn } from "../spool/disk.ts";
+import type { TimeRange } from "../spool/records.ts";
 import type { ArchiveExportEstimate, ArchiveExportStatus, ArchiveStatus } from "../wire/records.ts";
 import { Identity } from "./age/x25519.ts";
 import { ArchiveNotReady, noTargetChosen, noVault } from "./archiveErrors.ts";
@@ -13,6 +15,7 @@ import type { VideoEncoder } from "./clips/videoEncoder.ts";
 import { makeDurable } from "./durableFolder.ts";
 import { ExportFolder } from "./export/exportFolder.ts";
 import { ExportRun } from "./export/exportRun.ts";
+import { FootageForgetting } from "./forgetFootage.ts";
 import { Keyring } from "./keyring.ts";
 import { formatRecoveryKey, parseRecoveryKey } from "./keys/recoveryKey.ts";
 import type { SecretStore } from "./keys/secretStore.ts";
@@ -74,6 +77,7 @@ export class Archive {
   readonly #targetFile: TargetFile;
   readonly #mirror: Mirror;
   readonly #outbox: Outbox;
+  readonly #forgetting: FootageForgetting;
   readonly #turns = new Mutex();
   readonly #time: RequestTime;
   #record: TargetRecord = { kind: "none", lossless: false };
@@ -96,15 +100,26 @@ export class Archive {
     this.#time = new RequestTime(clock);
     this.#mirror = new Mirror(this.#disk, layout.mirror);
     this.#targetFile = new TargetFile(this.#disk, layout.targetFile);
-    this.#outbox = new Outbox({
-      clock,
+    const list = new ListWriter({ mirror: this.#mirror, state, randomName });
+    const shared = {
       items,
       state,
-      list: new ListWriter({ mirror: this.#mirror, state, randomName }),
+      list,
+      target: (signal: AbortSignal) => this.#readyTarget(signal),
+    };
+    this.#forgetting = new FootageForgetting({
+      ...shared,
+      disk: this.#disk,
+      layout,
+      source: () => this.#source(),
+    });
+    this.#outbox = new Outbox({
+      ...shared,
+      clock,
       packer: () => this.#packer(),
-      target: (signal) => this.#readyTarget(signal),
       vault: () => this.#keyring.vault(this.#vaultInUse().id),
       onTrouble: (sentence) => dependencies.onComplaint("archive", sentence),
+      onLoss: (sentence) => dependencies.onComplaint("archive loss", sentence),
     });
   }
 
@@ -270,6 +285,21 @@ export class Archive {
   async cancelExport(): Promise<ArchiveExportStatus> {
     await this.#export?.cancel();
     return this.exportStatus();
+  }
+
+  /**
+   * Removes footage of that time, whole clips where it is in clips. Throws TargetFailure or
+   * SecretStoreFailure; what was removed until then is, and the call may be repeated.
+   */
+  forget(range: TimeRange): Promise<ForgottenFootage> {
+    return this.#turns.run(async () => {
+      await this.#loadTarget();
+      return this.#outbox.whilePaused(async () => {
+        const frames = await this.#forgetting.unpacked(range);
+        const clips = await this.#time.run((signal) => this.#forgetting.clips(range, signal));
+        return { clips, frames };
+      });
+    });
   }
 
   /** Resolves when there is nothing more to do for now. */

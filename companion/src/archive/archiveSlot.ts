@@ -1,4 +1,6 @@
 import { describeFailure, isSystemError } from "../base/failure.ts";
+import type { ForgottenFootage } from "../forget/forgetting.ts";
+import type { TimeRange } from "../spool/records.ts";
 import type { FinishedChunks } from "../spool/spool.ts";
 import type { Archive, ArchiveDependencies } from "./archive.ts";
 import { ArchiveNotReady } from "./archiveErrors.ts";
@@ -55,6 +57,12 @@ export class ArchiveSlot implements FinishedChunks {
       this.#onComplaint("archive", `${describeFailure("A chunk can't be archived", error)}.`);
       return false;
     }
+  }
+
+  /** Throws ArchiveNotReady, or what the archive throws. */
+  async forget(range: TimeRange): Promise<ForgottenFootage> {
+    if (this.#archive === undefined) throw new ArchiveNotReady(this.#reason);
+    return this.#archive.forget(range);
   }
 
   async close(): Promise<void> {

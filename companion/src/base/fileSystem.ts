@@ -38,6 +38,8 @@ export interface FileSystem {
   unlink(path: string): Promise<void>;
   rm(path: string, options: { readonly recursive?: boolean; readonly force: true }): Promise<void>;
   readdir(path: string): Promise<string[]>;
+  /** The path without symbolic links. */
+  realpath(path: string): Promise<string>;
   readFile(path: string, encoding: "utf8"): Promise<string>;
   stat(path: string, options: { readonly bigint: true }): Promise<FileStat>;
   statfs(path: string): Promise<{ readonly bavail: number; readonly bsize: number }>;

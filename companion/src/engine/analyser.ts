@@ -1,4 +1,6 @@
 import type { AnalysisOutcome, Bullet, ObservedFrame } from "../analysis/types.ts";
+import type { ModelRequest } from "../providers/modelRequest.ts";
+import type { ShownFrame } from "../providers/pictures.ts";
 import type { ModelProvider } from "../settings/provider.ts";
 import type { Chunk } from "../spool/records.ts";
 
@@ -33,6 +35,18 @@ export interface Analyst {
     signal: AbortSignal,
     keep: (request: string) => Promise<void>,
   ): Promise<ModelAnswer>;
+
+  /** The request that `analyse` would begin with, and where it would go. Sends nothing. */
+  preview(provider: ModelProvider, chunk: Chunk): Promise<RequestPreview>;
+}
+
+/** A request as it would be sent. */
+export interface RequestPreview {
+  readonly url: URL;
+  readonly request: ModelRequest;
+  /** The body but for the pictures, which it names. */
+  readonly body: string;
+  readonly shown: readonly ShownFrame[];
 }
 
 interface TypedAnalyser<State> {

@@ -1,6 +1,7 @@
 import type { Clock } from "../base/clock.ts";
 import { describeFailure, isSystemError } from "../base/failure.ts";
 import type { JournalSession, KeyedBullet } from "../journal/types.ts";
+import { PrivacyUnreadable } from "../privacy/privacyFile.ts";
 import { ProviderFailure } from "../providers/failures.ts";
 import { expandedAbsolutePath } from "../settings/expandedPath.ts";
 import {
@@ -11,11 +12,15 @@ import {
 } from "../settings/provider.ts";
 import type { Chunk, ChunkResult } from "../spool/records.ts";
 import type { PendingChunk } from "../spool/spool.ts";
+import type { Preview } from "../wire/records.ts";
 import { type AnalysisDependencies, ChunkAnalysis } from "./chunkAnalysis.ts";
 import { unanalysedText } from "./gapText.ts";
 import { ModelPause } from "./modelPause.ts";
+import { previewOf } from "./preview.ts";
+import { Sieve, type SieveDependencies } from "./sieve.ts";
+import { Suspects } from "./suspects.ts";
 
-export interface EngineDependencies extends AnalysisDependencies {
+export interface EngineDependencies extends AnalysisDependencies, SieveDependencies {
   readonly clock: Clock;
   /** At least 0 and below 1. */
   random(): number;
@@ -57,8 +62,12 @@ class JournalFailure extends Error {
 export class Engine {
   readonly #dependencies: EngineDependencies;
   readonly #analysis: ChunkAnalysis;
+  readonly #sieve: Sieve;
   readonly #pause: ModelPause;
+  readonly #suspects = new Suspects();
   #isOpen = false;
+  /** How many want it to stand still. */
+  #holds = 0;
   readonly #opened: Promise<void>;
   #resolveOpened: () => void = () => {};
   #isWanted = false;
@@ -80,6 +89,7 @@ export class Engine {
   constructor(dependencies: EngineDependencies) {
     this.#dependencies = dependencies;
     this.#analysis = new ChunkAnalysis(dependencies);
+    this.#sieve = new Sieve(dependencies);
     this.#lastSettings = dependencies.settings.record;
     this.#pause = new ModelPause(dependencies.clock, dependencies.random, () => this.wake());
     this.#opened = new Promise((resolve) => {
@@ -106,9 +116,13 @@ export class Engine {
     this.wake();
   }
 
+  get isOpen(): boolean {
+    return this.#isOpen;
+  }
+
   /** Works if there is work. Call it when a chunk was closed. */
   wake(): void {
-    if (!this.#isOpen) return;
+    if (!this.#mayWork) return;
     this.#isWanted = true;
     this.#running ??= this.#run();
   }
@@ -120,6 +134,7 @@ export class Engine {
     else {
       this.#question?.abort();
       this.#pause.forget();
+      this.#suspects.clear();
       // What was said of the other one's model is so no more.
       this.#dependencies.onComplaint("model", undefined);
     }
@@ -133,6 +148,23 @@ export class Engine {
     this.#pause.endConfiguration();
     this.#putAsideInRow = 0;
     this.wake();
+  }
+
+  /** What the next request to a model would be, by the code that makes it. Asks nobody. */
+  preview(withPictures: boolean): Promise<Preview> {
+    const { spool, settings, analyst } = this.#dependencies;
+    const { analysisApiToken, byokGoogleVertexApiKey } = settings.record;
+    return previewOf({
+      chosen: chosenProvider(settings.record),
+      secrets: [analysisApiToken, byokGoogleVertexApiKey],
+      sieve: this.#sieve,
+      spool,
+      analyst,
+      next: () => this.#nextForModel(),
+      waitsFor: () => this.reason,
+      isUnderWay: () => this.#question !== undefined,
+      withPictures,
+    });
   }
 
   /** Resolves when it is open and there is no more work that can be done now. */
@@ -152,6 +184,22 @@ export class Engine {
     }
   }
 
+  /**
+   * Does the task while no chunk is worked on, so that it may change them; then goes on. A question
+   * that is out is taken back, and what comes of it is not written.
+   */
+  async whilePaused<Result>(task: () => Promise<Result>): Promise<Result> {
+    this.#holds += 1;
+    this.#question?.abort();
+    try {
+      while (this.#running !== undefined) await this.#running;
+      return await task();
+    } finally {
+      this.#holds -= 1;
+      this.wake();
+    }
+  }
+
   /** Resolves when the chunk at hand is through its stages, or its question taken back. */
   async close(): Promise<void> {
     this.#isOpen = false;
@@ -160,6 +208,10 @@ export class Engine {
     this.#pause.end();
     this.#question?.abort();
     await this.#running;
+  }
+
+  get #mayWork(): boolean {
+    return this.#isOpen && this.#holds === 0;
   }
 
   get #pending(): readonly PendingChunk[] {
@@ -194,7 +246,7 @@ export class Engine {
       const chosen = chosenProvider(this.#dependencies.settings.record);
       const id = this.#next(chosen);
       if (id === undefined) break;
-      if (!this.#isOpen) return;
+      if (!this.#mayWork) return;
       const goesOn = await this.#attempt(id, chosen);
       this.#announce();
       if (!goesOn) return;
@@ -211,7 +263,15 @@ export class Engine {
     const free = this.#pending.find(({ id, hasGaps }) => hasGaps || this.#answered.has(id));
     if (free !== undefined) return free.id;
     if (this.#modelReason !== undefined) return undefined;
-    return this.#pending.filter(({ hasFrames }) => hasFrames).at(-1)?.id;
+    return this.#nextForModel();
+  }
+
+  /** The one that somebody has to be asked about first. */
+  #nextForModel(): number | undefined {
+    const ids = this.#pending
+      .filter(({ id, hasFrames }) => hasFrames && !this.#answered.has(id))
+      .map((chunk) => chunk.id);
+    return this.#suspects.choose(ids.reverse());
   }
 
   /** False when the queue has to wait. */
@@ -225,7 +285,8 @@ export class Engine {
       if (this.#question?.signal.aborted === true) return true;
       if (error instanceof ProviderFailure && (await this.#bearFailure(id, error))) return true;
       if (error instanceof UnusableChunk && (await this.#setAside(id, error.message))) return true;
-      this.#waitForDisk(error);
+      if (error instanceof PrivacyUnreadable) this.#wait(error.message, firstRetryMs);
+      else this.#waitForDisk(error);
       return false;
     } finally {
       this.#question = undefined;
@@ -236,14 +297,18 @@ export class Engine {
     const tried =
       error instanceof JournalFailure ? "The journal can't be written" : "The queue is stuck";
     const cause = error instanceof JournalFailure ? error.cause : error;
-    this.#stuckReason = `${describeFailure(tried, cause)}.`;
-    this.#cancelRetry = this.#dependencies.clock.after(this.#retryMs, () => this.wake());
+    this.#wait(`${describeFailure(tried, cause)}.`, this.#retryMs);
     this.#retryMs = Math.min(this.#retryMs * 2, greatestRetryMs);
+  }
+
+  #wait(reason: string, delayMs: number): void {
+    this.#stuckReason = reason;
+    this.#cancelRetry = this.#dependencies.clock.after(delayMs, () => this.wake());
   }
 
   async #process(id: number, chosen: Provider): Promise<void> {
     const { spool, withRoom, onWritten } = this.#dependencies;
-    const chunk = await usable("read", () => spool.readChunk(id));
+    const chunk = await this.#sifted(await usable("read", () => spool.readChunk(id)));
     const stored = await usable("read the result of", () => spool.readResult(id));
     const result = stored ?? (await this.#analyse(chunk, chosen));
     this.#answered.add(id);
@@ -256,6 +321,22 @@ export class Engine {
     this.#answered.delete(id);
     this.#appended.delete(id);
     if (result.bullets.length > 0) onWritten(result.bullets.length);
+  }
+
+  /** Without what is nobody's business. Before this nothing of a chunk may go anywhere. */
+  async #sifted(chunk: Chunk): Promise<Chunk> {
+    const { withRoom, onComplaint } = this.#dependencies;
+    let rest = chunk;
+    try {
+      await withRoom(async () => {
+        rest = await this.#sieve.sift(chunk);
+      });
+      onComplaint("privacy", undefined);
+    } catch (error) {
+      if (error instanceof PrivacyUnreadable) onComplaint("privacy", error.message);
+      throw error;
+    }
+    return rest;
   }
 
   async #append(chunk: Chunk, bullets: readonly KeyedBullet[]): Promise<void> {
@@ -285,13 +366,14 @@ export class Engine {
     const result = await this.#analysis.byModel(provider, chunk, signal);
     signal.throwIfAborted();
     this.#pause.forget();
+    this.#suspects.answered(chunk.id);
     this.#putAsideInRow = 0;
     return result;
   }
 
   /** True when the queue can go on at once, be it only to find that it has to wait. */
   async #bearFailure(id: number, failure: ProviderFailure): Promise<boolean> {
-    if (failure.kind !== "badRequest") {
+    if (!this.#suspects.failed(id, failure) && failure.kind !== "badRequest") {
       this.#pause.begin(failure);
       return true;
     }
@@ -336,6 +418,7 @@ export class Engine {
     const { spool, clock, onComplaint } = this.#dependencies;
     try {
       await spool.setAside(id, clock.nowMs());
+      this.#suspects.forget(id);
       onComplaint("chunks", `Chunk ${id} was put aside: ${why.replace(/\.$/, "")}.`);
       return true;
     } catch {

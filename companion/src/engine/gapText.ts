@@ -31,5 +31,5 @@ export function gapText({ fromMs, toMs, cause }: Gap): string {
 
 /** A stretch whose frames were kept, and which nobody could describe. */
 export function unanalysedText(fromMs: number, toMs: number): string {
-  return `[${ownWorkspace}] Gap: ${between(fromMs, toMs)}, the model refused to describe it`;
+  return `[${ownWorkspace}] Gap: ${between(fromMs, toMs)}, the model did not describe it`;
 }

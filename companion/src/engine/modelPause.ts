@@ -11,7 +11,7 @@ const leastAnnouncedMs = 60_000;
 
 /**
  * The time in which no model is asked, because it failed. A failure of the provider's ends by itself,
- * after 5 s, doubling to 10 min, or when the provider said; one of the settings ends with these.
+ * after 5 s, doubling to 10 min, and not before the provider said; one of the settings ends with these.
  */
 export class ModelPause {
   readonly #clock: Clock;
@@ -78,9 +78,11 @@ export class ModelPause {
   }
 
   #delayMs({ retryAfterMs }: ProviderFailure): number {
-    if (retryAfterMs !== undefined) return Math.min(retryAfterMs, greatestRetryAfterMs);
+    const asked = Math.min(retryAfterMs ?? 0, greatestRetryAfterMs);
     const doubled = firstDelayMs * 2 ** Math.min(this.#failuresInRow - 1, 10);
     // Between three quarters and the whole: many clients of one server shall not come at once.
-    return Math.round(Math.min(doubled, greatestDelayMs) * (0.75 + 0.25 * this.#random()));
+    const own = Math.round(Math.min(doubled, greatestDelayMs) * (0.75 + 0.25 * this.#random()));
+    // A server that says "at once", and goes on saying it, is not asked without a pause.
+    return Math.max(asked, own);
   }
 }

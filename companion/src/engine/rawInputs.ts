@@ -1,8 +1,14 @@
 import { join } from "node:path";
+import * as z from "zod/mini";
 import { errorCode } from "../base/failure.ts";
+import { writeJson } from "../json/writer.ts";
 import type { Disk } from "../spool/disk.ts";
 import type { SpoolLayout } from "../spool/layout.ts";
-import { type Chunk, pictureName } from "../spool/records.ts";
+import { type Chunk, extentOf, pictureName, TimeRange } from "../spool/records.ts";
+
+/** Says of when the folder's contents are, for whoever has that time forgotten. */
+export const rawRecordName = "time.json";
+export const RawRecord = z.object({ version: z.literal(1), extent: TimeRange });
 
 /** Keeps the last request about a chunk, beside the pictures that it names. */
 export async function saveRequest(
@@ -26,9 +32,11 @@ export async function saveRawInputs(
   directory: string,
   chunk: Chunk,
 ): Promise<void> {
-  if (chunk.frames.length === 0) return;
+  const extent = extentOf(chunk.frames);
+  if (extent === undefined) return;
   const folder = join(directory, String(chunk.id));
   await disk.makeFolder(folder);
+  await disk.replaceFile(join(folder, rawRecordName), writeJson({ version: 1, extent }));
   for (const frame of chunk.frames) {
     const name = pictureName(frame);
     if (frame.text !== undefined) {

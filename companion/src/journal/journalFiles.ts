@@ -4,6 +4,7 @@ import { errorCode } from "../base/failure.ts";
 import { type FileSystem, type OpenHandle, realFileSystem } from "../base/fileSystem.ts";
 import { makeFolder } from "../base/makeFolder.ts";
 import { syncFolder } from "../base/syncFolder.ts";
+import { diskOn, unlessMissing } from "../spool/disk.ts";
 
 /** One day's file, open for reading and appending. */
 export interface JournalFile {
@@ -29,6 +30,14 @@ export interface JournalFiles {
   open(path: string): Promise<JournalFile>;
   remove(path: string): Promise<void>;
   syncFolder(path: string): Promise<void>;
+  /** The names in a folder; none where there is no such folder. */
+  list(path: string): Promise<string[]>;
+  /** A file's contents; undefined where there is none. */
+  read(path: string): Promise<string | undefined>;
+  /** Replaces the contents at once and for good, those of what a link at the path leads to. */
+  replace(path: string, text: string): Promise<void>;
+  /** Removes the file and, where a link at the path leads to it, the link. */
+  removeWhole(path: string): Promise<void>;
 }
 
 // Without blocking, because opening a named pipe would wait for somebody at its other end.
@@ -114,6 +123,7 @@ async function makeDurableFolder(fs: FileSystem, path: string): Promise<void> {
 }
 
 export function journalFilesOn(fs: FileSystem): JournalFiles {
+  const disk = diskOn(fs);
   return {
     makeFolder: (path) => makeDurableFolder(fs, path),
     async open(path) {
@@ -124,6 +134,16 @@ export function journalFilesOn(fs: FileSystem): JournalFiles {
     },
     remove: (path) => fs.unlink(path),
     syncFolder: (path) => syncFolder(fs, path),
+    list: (path) => unlessMissing(disk.list(path), []),
+    read: (path) => unlessMissing(disk.readText(path), undefined),
+    replace: async (path, text) => disk.replaceFile(await fs.realpath(path), text),
+    removeWhole: async (path) => {
+      const file = await fs.realpath(path);
+      for (const name of new Set([file, path])) {
+        await disk.remove(name);
+        await disk.syncFolder(dirname(name));
+      }
+    },
   };
 }
 

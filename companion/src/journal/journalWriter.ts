@@ -1,10 +1,16 @@
 import { join } from "node:path";
 import { Mutex } from "../base/mutex.ts";
+import type { TimeRange } from "../spool/records.ts";
 import { bulletLine, plainLine } from "./bulletText.ts";
+import { pageWithout } from "./forgottenPage.ts";
 import { type JournalFile, type JournalFiles, realJournalFiles } from "./journalFiles.ts";
 import { localDay, pageAddition } from "./journalPage.ts";
 import type { JournalSession, KeyedBullet } from "./types.ts";
 
+const PAGE = /^([0-9]{4}-[0-9]{2}-[0-9]{2})\.md$/;
+/** What a kill has left of a page that was about to be replaced. */
+const REPLACEMENT = /^[0-9]{4}-[0-9]{2}-[0-9]{2}\.md\.new$/;
+const ONE_DAY_MS = 86_400_000;
 const KEY = /^[0-9a-z]+(?:-[0-9a-z]+)*$/;
 /** How often somebody else may replace the file under our hands before we give up for this time. */
 const MAX_REPLACEMENTS = 5;
@@ -84,6 +90,56 @@ export class JournalWriter {
         await this.#appendToDay(join(this.#folder, `${day}.md`), session, ofDay);
       }
     });
+  }
+
+  /**
+   * Removes the lines with our keys that are about that time, and the heading of a session that has
+   * nothing else; a day without anything else has no file any more. What the user wrote stays as it is.
+   * Resolves with how many lines went.
+   */
+  forget(range: TimeRange): Promise<number> {
+    return this.#turns.run(async () => {
+      // A day more at both ends: the time zone may have been another one.
+      const [first, last] = [range.fromMs - ONE_DAY_MS, range.toMs + ONE_DAY_MS].map(localDay);
+      const names = await this.#files.list(this.#folder);
+      for (const name of names.filter((one) => REPLACEMENT.test(one))) {
+        await this.#files.removeWhole(join(this.#folder, name));
+      }
+      const pages = names.filter((name) => {
+        const day = PAGE.exec(name)?.[1];
+        return (
+          day !== undefined &&
+          first !== undefined &&
+          last !== undefined &&
+          day >= first &&
+          day <= last
+        );
+      });
+      let count = 0;
+      for (const name of pages.sort())
+        count += await this.#forgetOn(join(this.#folder, name), range);
+      return count;
+    });
+  }
+
+  async #forgetOn(path: string, range: TimeRange): Promise<number> {
+    for (let attempt = 0; attempt < MAX_REPLACEMENTS; attempt += 1) {
+      const page = await this.#files.read(path);
+      if (page === undefined) return 0;
+      const { rest, count } = pageWithout(page, range);
+      if (count === 0) return 0;
+      // An editor may have saved since we read.
+      if ((await this.#files.read(path)) !== page) continue;
+      if (rest !== "") await this.#files.replace(path, rest);
+      else await this.#removeDay(path);
+      return count;
+    }
+    throw new Error(`The journal file is being replaced again and again: ${path}`);
+  }
+
+  async #removeDay(path: string): Promise<void> {
+    this.#durableNames.delete(path);
+    await this.#files.removeWhole(path);
   }
 
   async #appendToDay(

@@ -16,7 +16,10 @@ export interface ParsedAnswer {
 const mostBullets = 20;
 const greatestSummaryLength = 400;
 
-const thinking = /<think(?:ing)?>[\s\S]*?(?:<\/think(?:ing)?>|$)/gi;
+/** At the beginning of a line only: in the middle of one stands a title that holds such a mark. */
+const thoughts = /^[ \t]*<think(?:ing)?>[\s\S]*?(?:<\/think(?:ing)?>|(?![\s\S]))/gim;
+/** What some models think has an end but no beginning, which their prompt has given them already. */
+const beginningThoughts = /^[\s\S]*^[ \t]*<\/think(?:ing)?>[ \t\r]*$/im;
 const fence = /^```[a-z]*$/i;
 const noop = /^["'`*([]*noop["'`*)\].!]*$/i;
 const listMark = /^(?:[-*•–]|[0-9]{1,2}[.)])\s+/;
@@ -34,7 +37,8 @@ export function parseAnswer(
   frameTimes: readonly number[],
 ): ParsedAnswer {
   const lines = text
-    .replace(thinking, "\n")
+    .replace(thoughts, "\n")
+    .replace(beginningThoughts, "\n")
     .split(/[\n\r\u0085\u2028\u2029]/)
     .map((line) => line.replaceAll("**", "").trim())
     .filter((line) => line !== "" && !fence.test(line));

@@ -4,6 +4,7 @@ import type { ChatServer } from "../settings/provider.ts";
 import { optional } from "../wire/schema.ts";
 import { ProviderFailure } from "./failures.ts";
 import {
+  countedTokens,
   type ModelRequest,
   type ModelText,
   type Protocol,
@@ -27,7 +28,7 @@ const Completion = z.object({
       }),
     )
     .check(z.minLength(1)),
-  usage: optional(z.object({ total_tokens: optional(z.number()) })),
+  usage: optional(z.object({ total_tokens: z.optional(z.unknown()) })),
 });
 
 const details: ReadonlyMap<string, string> = new Map([
@@ -41,6 +42,7 @@ export function chatProtocol({ url, token }: ChatServer): Protocol {
   const who = `The analysis server ${url.host}`;
   const headers: Record<string, string> = token === "" ? {} : { Authorization: `Bearer ${token}` };
   return {
+    url: async () => url,
     endpoint: async () => ({ url, headers, secret: token, who }),
     body: chatBody,
     parse: (text) => parsedCompletion(text, who),
@@ -88,9 +90,14 @@ function parsedCompletion(text: string, who: string): ModelText {
   const { content, refusal } = choice?.message ?? {};
   const isFiltered = choice?.finish_reason === "content_filter" || (refusal ?? "") !== "";
   return {
-    text: typeof content === "string" ? content : (content ?? []).map((p) => p.text ?? "").join(""),
+    text: typeof content === "string" ? content : (content ?? []).map(answerOf).join(""),
     isCut: choice?.finish_reason === "length",
     blockedBy: isFiltered ? "content filter" : undefined,
-    tokens: completion.usage?.total_tokens,
+    tokens: countedTokens(completion.usage?.total_tokens),
   };
+}
+
+/** Of an answer in parts; others than these hold thoughts, which are no part of it. */
+function answerOf({ type, text }: { readonly type: string; readonly text: string | undefined }) {
+  return type === "text" || type === "output_text" ? (text ?? "") : "";
 }

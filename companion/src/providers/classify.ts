@@ -32,6 +32,8 @@ const parameters: readonly (readonly [string, RegExp])[] = [
 /** The first that fits holds. */
 const rules: readonly Rule[] = [
   { kind: "shrink", statuses: [413] },
+  // A quota that comes back by itself, though the sentence speaks of plans and bills.
+  { kind: "retry", statuses: [429], words: /RESOURCE_EXHAUSTED/ },
   // It names the limit that it would accept; without any it takes its own.
   {
     kind: "parameter",
@@ -88,6 +90,17 @@ export function failureOf(
   });
 }
 
+/**
+ * The answer with the status that it should have had: servers that pass a request on say 200 first,
+ * and then what went wrong behind them in the body.
+ */
+export function withOwnStatus(answer: HttpAnswer): HttpAnswer {
+  const { error, choices, candidates } = answerIn(answer.text);
+  if (answer.status !== 200 || !error || choices || candidates) return answer;
+  const code = Number(asObject(error)["code"]);
+  return { ...answer, status: Number.isInteger(code) && code >= 400 && code < 600 ? code : 500 };
+}
+
 function unknownParameter(status: number, said: string): string | undefined {
   if (![400, 422, 500].includes(status) || !unknown.test(said)) return undefined;
   return parameters.find(([, name]) => name.test(said))?.[0];
@@ -111,19 +124,23 @@ function spoken(answer: HttpAnswer, secrets: readonly string[]): string {
 
 /** With the codes, for which the message may have other words. */
 function wordsOf({ text }: HttpAnswer): string {
-  const { error } = asObject(parsed(text));
-  const { code, type, status } = asObject(error);
+  const { code, type, status } = asObject(answerIn(text)["error"]);
   return [messageIn(text), code, type, status].filter((word) => typeof word === "string").join(" ");
 }
 
 /** Where the servers put the sentence: error.message, error_description, error, message or detail. */
 function messageIn(text: string): string {
-  const value = parsed(text);
-  const answer = asObject(Array.isArray(value) ? value[0] : value);
+  const answer = answerIn(text);
   const error = asObject(answer["error"]);
   const { error_description: description, message, detail } = answer;
   const found = [error["message"], description, answer["error"], message, detail];
   return found.find((candidate) => typeof candidate === "string") ?? plainText(text);
+}
+
+/** Some wrap the one answer that there is into an array. */
+function answerIn(text: string): Record<string, unknown> {
+  const value = parsed(text);
+  return asObject(Array.isArray(value) ? value[0] : value);
 }
 
 function plainText(text: string): string {
@@ -154,7 +171,7 @@ function retryAfterMs({ headers, text }: HttpAnswer, nowMs: number): number | un
 
 /** Google's way to say it: a detail of the error with "retryDelay": "37s". */
 function retryInfoMs(text: string): number | undefined {
-  const { details } = asObject(asObject(parsed(text))["error"]);
+  const { details } = asObject(answerIn(text)["error"]);
   for (const detail of Array.isArray(details) ? details : []) {
     const seconds = /^([0-9]{1,6}(?:\.[0-9]+)?)s$/.exec(String(asObject(detail)["retryDelay"]));
     if (seconds !== null) return Math.ceil(Number(seconds[1]) * 1_000);

@@ -1,10 +1,8 @@
-import { lookup } from "node:dns";
 import * as http from "node:http";
 import * as https from "node:https";
-import type { LookupFunction } from "node:net";
 import type { Clock } from "../base/clock.ts";
 import { errorCode } from "../base/failure.ts";
-import { isLoopback } from "../settings/provider.ts";
+import { isLoopback, loopbackLookup } from "../base/loopback.ts";
 import { ProviderFailure } from "./failures.ts";
 
 /** A piece of a body: text as it stands, or bytes that are written as base64. */
@@ -170,21 +168,3 @@ async function readText(response: http.IncomingMessage, who: string): Promise<st
   }
   return Buffer.concat(pieces).toString("utf8");
 }
-
-/** Whatever the hosts file says of the name: what may go openly stays on this machine. */
-const loopbackLookup: LookupFunction = (hostname, options, callback) => {
-  lookup(hostname, { all: true }, (error, addresses) => {
-    const own = (addresses ?? [])
-      .filter(({ address }) => address === "::1" || address.startsWith("127."))
-      // Older versions of Node try one address only, and most local servers listen on this kind.
-      .sort((a, b) => a.family - b.family);
-    const [first] = own;
-    if (error !== null || first === undefined) {
-      callback(error ?? new Error(`"${hostname}" is not this machine`), "", 4);
-    } else if (options.all === true) {
-      (callback as unknown as (error: null, all: typeof own) => void)(null, own);
-    } else {
-      callback(null, first.address, first.family);
-    }
-  });
-};

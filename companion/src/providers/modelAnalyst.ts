@@ -1,6 +1,6 @@
 import { readFile } from "node:fs/promises";
 import type { Clock } from "../base/clock.ts";
-import type { Analyst, ModelAnswer } from "../engine/analyser.ts";
+import type { Analyst, ModelAnswer, RequestPreview } from "../engine/analyser.ts";
 import { clip, plainLine } from "../journal/bulletText.ts";
 import { journalTail } from "../journal/journalTail.ts";
 import { expandedPath } from "../settings/expandedPath.ts";
@@ -10,7 +10,7 @@ import type { SettingsInUse } from "../settings/settingsInUse.ts";
 import type { SpoolLayout } from "../spool/layout.ts";
 import type { Chunk } from "../spool/records.ts";
 import { parseAnswer } from "./answer.ts";
-import { failureOf } from "./classify.ts";
+import { failureOf, withOwnStatus } from "./classify.ts";
 import { ProviderFailure } from "./failures.ts";
 import { post } from "./httpCall.ts";
 import type { ModelRequest, ModelText, Protocol } from "./modelRequest.ts";
@@ -88,6 +88,15 @@ export class ModelAnalyst implements Analyst {
     }
   }
 
+  async preview(provider: ModelProvider, chunk: Chunk): Promise<RequestPreview> {
+    this.#recall(provider);
+    const protocol = this.#dependencies.protocolOf(provider);
+    const question = await this.#question(chunk);
+    const request = this.#request(provider, question);
+    const { withoutPictures: body } = protocol.body(request, this.#manners.unknownParameters);
+    return { url: await protocol.url(), request, body, shown: question.shown };
+  }
+
   /** What is known of a provider's manners holds for that one only. */
   #recall(provider: ModelProvider): void {
     const name = JSON.stringify(provider);
@@ -101,10 +110,11 @@ export class ModelAnalyst implements Analyst {
     const count = Math.min(Number(journalTailSize), greatestTailSize);
     const beforeMs = chunk.frames[0]?.receivedAtMs ?? 0;
     const wanted = Math.max(Number(maxOutputTokens), leastOutputTokens);
+    const shown = await shownFrames(chunk, layout.chunk(chunk.id), (path) => readFile(path));
     return {
       chunk,
       tail: await journalTail(expandedPath(outputDirectory, home), beforeMs, count),
-      shown: await shownFrames(chunk, layout.chunk(chunk.id), (path) => readFile(path)),
+      shown: this.#manners.takesNoPictures ? withoutPictures(shown) : shown,
       maxOutputTokens: Math.min(wanted, greatestOutputTokens),
       hasGrown: false,
     };
@@ -130,7 +140,7 @@ export class ModelAnalyst implements Analyst {
     await keep(endpoint.secret === "" ? record : record.replaceAll(endpoint.secret, "<redacted>"));
     const reservation = await this.#reserve(mostTokens(request, record));
     try {
-      const answer = await post({ ...endpoint, body: pieces }, clock, signal);
+      const answer = withOwnStatus(await post({ ...endpoint, body: pieces }, clock, signal));
       if (answer.status !== 200) {
         throw failureOf(answer, endpoint.who, clock.nowMs(), [endpoint.secret]);
       }
@@ -141,6 +151,9 @@ export class ModelAnalyst implements Analyst {
       if (error instanceof ProviderFailure) {
         if (error.kind === "configuration") protocol.forgetSignIn();
         await this.#giveBack(reservation, error);
+        const mayBeStale = error.kind === "configuration" && endpoint.isKept === true;
+        // Once: after signing in anew it isn't kept.
+        if (mayBeStale) return this.#ask(protocol, request, signal, keep);
       }
       throw error;
     }

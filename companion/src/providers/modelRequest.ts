@@ -32,8 +32,17 @@ export interface ModelText {
   readonly isCut: boolean;
   /** The provider's word for why it describes nothing; the same again would bring the same. */
   readonly blockedBy: string | undefined;
-  /** Tokens that were counted; undefined when the provider doesn't say. */
+  /** See `countedTokens`. */
   readonly tokens: number | undefined;
+}
+
+/**
+ * A provider's count of tokens. Servers that don't count say nothing, 0 or nonsense; then what was
+ * set aside for the request stays counted.
+ */
+export function countedTokens(told: unknown): number | undefined {
+  const tokens = typeof told === "number" ? Math.ceil(told) : Number.NaN;
+  return tokens > 0 && Number.isSafeInteger(tokens) ? tokens : undefined;
 }
 
 /** Where a request goes. */
@@ -44,10 +53,14 @@ export interface Endpoint {
   readonly secret: string;
   /** "The analysis server 127.0.0.1:11434". */
   readonly who: string;
+  /** The headers are from a sign-in of before, which may have been taken back since. */
+  readonly isKept?: boolean;
 }
 
 /** How one provider is asked. */
 export interface Protocol {
+  /** Where requests go. Signs nobody in; throws ProviderFailure where that can't be known. */
+  url(): Promise<URL>;
   /** Throws ProviderFailure where the user can't be signed in; nothing is sent to the model then. */
   endpoint(signal: AbortSignal): Promise<Endpoint>;
   /** `unknownParameters` are those that the provider has refused. */

@@ -44,6 +44,11 @@ export interface ServiceAccount {
   readonly tokenUri: string;
 }
 
+export interface SignIn {
+  readonly token: string;
+  readonly isKept: boolean;
+}
+
 interface KnownToken {
   readonly email: string;
   readonly keyId: string | undefined;
@@ -83,17 +88,17 @@ export class ServiceAccounts {
     };
   }
 
-  /** A token that is good for a while yet. Throws ProviderFailure. */
-  async token(account: ServiceAccount, signal: AbortSignal): Promise<string> {
+  /** A token that should be good for a while yet, and whether it is one of before. Throws ProviderFailure. */
+  async token(account: ServiceAccount, signal: AbortSignal): Promise<SignIn> {
     const nowMs = this.#clock.nowMs();
     const known = this.#known;
     // By a clock that was set back an old token would look new.
     const isGood = known !== undefined && known.fromMs <= nowMs && nowMs < known.untilMs;
     if (isGood && known.email === account.email && known.keyId === account.keyId) {
-      return known.token;
+      return { token: known.token, isKept: true };
     }
     this.#known = await this.#fetchToken(account, nowMs, signal);
-    return this.#known.token;
+    return { token: this.#known.token, isKept: false };
   }
 
   forget(): void {

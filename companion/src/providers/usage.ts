@@ -3,6 +3,7 @@ import * as z from "zod/mini";
 import type { Clock } from "../base/clock.ts";
 import { errorCode, isSystemError } from "../base/failure.ts";
 import { isoLocalTime } from "../base/localTime.ts";
+import { Mutex } from "../base/mutex.ts";
 import { parseJson } from "../json/value.ts";
 import { writeJson } from "../json/writer.ts";
 import type { AnalysisLimits } from "../settings/ownSettings.ts";
@@ -34,6 +35,8 @@ export class UsageLedger {
   readonly #disk: Disk;
   readonly #path: string;
   readonly #clock: Clock;
+  /** Each reads what the one before has written: two at a time would count as one. */
+  readonly #turns = new Mutex();
   #usage: Usage | undefined;
 
   constructor(disk: Disk, path: string, clock: Clock) {
@@ -46,7 +49,21 @@ export class UsageLedger {
    * Counts one request. Throws ProviderFailure (`ceiling`) where the limits don't allow it, and the
    * error of the disk; then nothing may be sent.
    */
-  async reserve(limits: AnalysisLimits, tokens: number): Promise<Reservation> {
+  reserve(limits: AnalysisLimits, tokens: number): Promise<Reservation> {
+    return this.#turns.run(() => this.#reserve(limits, tokens));
+  }
+
+  /** Gives back the tokens that were not taken. */
+  settle(reservation: Reservation, taken: number): Promise<void> {
+    return this.#turns.run(() => this.#settle(reservation, taken));
+  }
+
+  /** Gives back all of it: the request was never sent. */
+  release(reservation: Reservation): Promise<void> {
+    return this.#turns.run(() => this.#release(reservation));
+  }
+
+  async #reserve(limits: AnalysisLimits, tokens: number): Promise<Reservation> {
     const usage = await this.#read();
     const month = isoLocalTime(this.#clock.nowMs()).slice(0, 7);
     const { requests, tokens: taken } = usage.months[month] ?? { requests: 0, tokens: 0 };
@@ -61,16 +78,14 @@ export class UsageLedger {
     return { month, tokens };
   }
 
-  /** Gives back the tokens that were not taken. */
-  async settle({ month, tokens }: Reservation, taken: number): Promise<void> {
+  async #settle({ month, tokens }: Reservation, taken: number): Promise<void> {
     const usage = await this.#read();
     const { requests, tokens: counted } = usage.months[month] ?? { requests: 1, tokens };
     const rest = Math.max(0, counted - tokens + Math.max(0, Math.ceil(taken)));
     await this.#write(usage, month, { requests, tokens: rest });
   }
 
-  /** Gives back all of it: the request was never sent. */
-  async release({ month, tokens }: Reservation): Promise<void> {
+  async #release({ month, tokens }: Reservation): Promise<void> {
     const usage = await this.#read();
     const { requests, tokens: counted } = usage.months[month] ?? { requests: 1, tokens };
     const rest = { requests: Math.max(0, requests - 1), tokens: Math.max(0, counted - tokens) };

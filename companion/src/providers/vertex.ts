@@ -4,6 +4,7 @@ import type { ModelProvider, Vertex } from "../settings/provider.ts";
 import { optional } from "../wire/schema.ts";
 import { ProviderFailure } from "./failures.ts";
 import {
+  countedTokens,
   type ModelRequest,
   type ModelText,
   type Protocol,
@@ -30,7 +31,7 @@ const Generated = z.object({
     ),
   ),
   promptFeedback: optional(z.object({ blockReason: optional(z.string()) })),
-  usageMetadata: optional(z.object({ totalTokenCount: optional(z.number()) })),
+  usageMetadata: optional(z.object({ totalTokenCount: z.optional(z.unknown()) })),
 });
 
 /** Ends of an answer after which the same question brings the same. */
@@ -94,22 +95,26 @@ export function vertexProtocol(
 ): Protocol {
   const { credential, project, location, model } = provider;
   /** Without a project the express mode of API keys. */
-  const url = (projectId: string) => {
+  const urlFor = (projectId: string) => {
     const models = `publishers/google/models/${model}:generateContent`;
     if (projectId === "") return new URL(`${hosts.api("global")}/v1/${models}`);
     const place = `projects/${projectId}/locations/${location}`;
     return new URL(`${hosts.api(location)}/v1/${place}/${models}`);
   };
   return {
+    async url() {
+      if (credential.kind === "apiKey") return urlFor(project);
+      return urlFor(project || (await accounts.read(credential.path)).projectId);
+    },
     async endpoint(signal) {
       if (credential.kind === "apiKey") {
         const { key } = credential;
-        return { url: url(project), headers: { "x-goog-api-key": key }, secret: key, who };
+        return { url: urlFor(project), headers: { "x-goog-api-key": key }, secret: key, who };
       }
       const account = await accounts.read(credential.path);
-      const token = await accounts.token(account, signal);
+      const { token, isKept } = await accounts.token(account, signal);
       const headers = { Authorization: `Bearer ${token}` };
-      return { url: url(project || account.projectId), headers, secret: token, who };
+      return { url: urlFor(project || account.projectId), headers, secret: token, who, isKept };
     },
     body: vertexBody,
     parse: parsedAnswer,
@@ -132,6 +137,6 @@ function parsedAnswer(text: string): ModelText {
     text: parts.map((part) => (part.thought === true ? "" : (part.text ?? ""))).join(""),
     isCut: finish === "MAX_TOKENS",
     blockedBy: generated.promptFeedback?.blockReason ?? (blocks.has(finish) ? finish : undefined),
-    tokens: generated.usageMetadata?.totalTokenCount,
+    tokens: countedTokens(generated.usageMetadata?.totalTokenCount),
   };
 }

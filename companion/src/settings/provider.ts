@@ -1,3 +1,4 @@
+import { isLoopback } from "../base/loopback.ts";
 import { defaultAnalysisServerUrl, type ObserverSettings } from "../wire/records.ts";
 
 /** A server that speaks the chat completions protocol. */
@@ -91,12 +92,6 @@ function refusalOf(url: URL): string | undefined {
     return "There is no managed analysis server yet: name your own in the settings, or remove the token.";
   }
   return undefined;
-}
-
-/** Names of this machine; others may be given its address, but may be given another just as well. */
-export function isLoopback(hostname: string): boolean {
-  // URL writes every form of an IPv4 address as four numbers.
-  return hostname === "localhost" || hostname === "[::1]" || /^127(\.[0-9]+){3}$/.test(hostname);
 }
 
 /** What may stand in a header. */

@@ -3,6 +3,9 @@ import type { Spool } from "./spool.ts";
 
 const greatestGapMs = 60_000;
 
+/** How far around a private frame others are private, too: what it shows comes and goes with time. */
+export const privateMarginMs = 1_000;
+
 /** Whether a chunk that runs from `first` to `last` closes before `next`. */
 function closesBefore(
   first: SpooledFrame,
@@ -32,6 +35,11 @@ export class Chunker {
   /** How many chunks of the session are closed: the index of the one that is open. */
   get closedCount(): number {
     return this.#closedCount;
+  }
+
+  /** Those that are in no chunk yet. */
+  get frames(): readonly SpooledFrame[] {
+    return this.#frames;
   }
 
   get hasFrames(): boolean {
@@ -90,9 +98,16 @@ export class Chunker {
     if (first === undefined) return 0;
     for (let index = 1; index < this.#frames.length; index += 1) {
       const [last, next] = [this.#frames[index - 1], this.#frames[index]];
-      if (last && next && closesBefore(first, last, next, lengthMs)) return index;
+      if (!last || !next || !closesBefore(first, last, next, lengthMs)) continue;
+      return this.#hasComeAfter(last) ? index : 0;
     }
     return 0;
+  }
+
+  /** Whether all is there that could make the frame private by following it closely. */
+  #hasComeAfter(frame: SpooledFrame): boolean {
+    const newest = this.#frames.at(-1)?.receivedAtMs ?? frame.receivedAtMs;
+    return newest < frame.receivedAtMs || newest >= frame.receivedAtMs + privateMarginMs;
   }
 
   async #close(frameCount: number, stoppedAtMs?: number, gaps?: readonly Gap[]): Promise<void> {

@@ -118,7 +118,8 @@ async function move(fs: FileSystem, from: string, to: string): Promise<void> {
   if (dirname(from) !== dirname(to)) await syncFolder(fs, dirname(from));
 }
 
-async function unlessMissing<Result, Instead>(task: Promise<Result>, instead: Instead) {
+/** What stands for a file or folder that isn't there. */
+export async function unlessMissing<Result, Instead>(task: Promise<Result>, instead: Instead) {
   try {
     return await task;
   } catch (error) {

@@ -11,6 +11,8 @@ export class SpoolLayout {
   readonly sessionFile: string;
   readonly usageFile: string;
   readonly ownSettingsFile: string;
+  readonly momentsFile: string;
+  readonly forgottenFile: string;
 
   constructor(root: string) {
     this.root = root;
@@ -22,6 +24,8 @@ export class SpoolLayout {
     this.sessionFile = join(root, "session.json");
     this.usageFile = join(root, "usage.json");
     this.ownSettingsFile = join(root, "settings.json");
+    this.momentsFile = join(root, "private.json");
+    this.forgottenFile = join(root, "forgotten.json");
   }
 
   batch(id: number): string {

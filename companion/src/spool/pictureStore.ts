@@ -53,6 +53,14 @@ export class PictureStore {
     this.#chunks.delete(id);
   }
 
+  /** Pictures of the chunk that are there no more. */
+  forgetPictures(id: number, names: ReadonlySet<string>): void {
+    const pictures = this.#chunks.get(id);
+    for (const picture of pictures ?? []) {
+      if (names.has(picture.name) && pictures?.delete(picture)) this.#bytes -= picture.bytes;
+    }
+  }
+
   /**
    * Removes pictures until they fit, oldest chunks first: all but each display's first and last,
    * and when that is not enough those too. Resolves with how many chunks lost pictures.

@@ -104,6 +104,38 @@ export function endOf(
   return frames.at(-1)?.receivedAtMs ?? gaps?.at(-1)?.toMs;
 }
 
+/** A stretch of time, both ends included; UTC milliseconds. */
+export const TimeRange = z.object({ fromMs: wallClockMs, toMs: wallClockMs });
+export type TimeRange = z.infer<typeof TimeRange>;
+
+/** Undefined where there is no frame. */
+export function extentOf(frames: readonly SpooledFrame[]): TimeRange | undefined {
+  if (frames.length === 0) return undefined;
+  // Not by their order: a clock may have been set back, and a chunk may have very many frames.
+  return frames.reduce<TimeRange>(
+    ({ fromMs, toMs }, { receivedAtMs: atMs }) => ({
+      fromMs: Math.min(fromMs, atMs),
+      toMs: Math.max(toMs, atMs),
+    }),
+    { fromMs: Number.MAX_SAFE_INTEGER, toMs: 0 },
+  );
+}
+
+export function overlaps(one: TimeRange, other: TimeRange): boolean {
+  return one.fromMs <= other.toMs && other.fromMs <= one.toMs;
+}
+
+export function isWithin(atMs: number, { fromMs, toMs }: TimeRange): boolean {
+  return fromMs <= atMs && atMs <= toMs;
+}
+
+export function widened({ fromMs, toMs }: TimeRange, byMs: number): TimeRange {
+  return { fromMs: fromMs - byMs, toMs: toMs + byMs };
+}
+
+/** When frames were private that are no more, because of what others near them are not to show. */
+export const MomentsFile = z.object({ version, atMs: z.array(wallClockMs) });
+
 /** Whether the chunk of that number needs no more work. */
 export function isDone({ lastChunk, left }: QueueState, id: number): boolean {
   return id <= lastChunk && !left?.some(([from, to]) => from <= id && id <= to);

@@ -14,6 +14,7 @@ import {
   type SpoolLayout,
   unfinished,
 } from "./layout.ts";
+import { leaveFramesOut } from "./leaveFramesOut.ts";
 import type { PictureStore } from "./pictureStore.ts";
 import {
   Chunk,
@@ -21,6 +22,7 @@ import {
   type Cursor,
   cursorOf,
   endOf,
+  extentOf,
   type Gap,
   pictureName,
   type QueueState,
@@ -28,6 +30,7 @@ import {
   rangesOf,
   type Session,
   type SpooledFrame,
+  type TimeRange,
 } from "./records.ts";
 
 /** What the queue knows of a chunk without reading it. */
@@ -35,10 +38,13 @@ export interface PendingChunk {
   readonly id: number;
   readonly hasFrames: boolean;
   readonly hasGaps: boolean;
+  /** From its earliest frame to its latest; undefined where it has none. */
+  readonly extent: TimeRange | undefined;
 }
 
 export function pendingChunk({ id, frames, gaps }: Chunk): PendingChunk {
-  return { id, hasFrames: frames.length > 0, hasGaps: gaps !== undefined };
+  const extent = extentOf(frames);
+  return { id, hasFrames: frames.length > 0, hasGaps: gaps !== undefined, extent };
 }
 
 /** Where chunks go whose lines stand in the journal. */
@@ -209,6 +215,27 @@ export class Spool {
       if (errorCode(error) === "ENOENT") return undefined;
       throw error;
     }
+  }
+
+  /**
+   * Takes frames out of a waiting chunk for good, with their pictures, and resolves with what is left
+   * of it. The pictures go first: a kill in between leaves frames that are found again.
+   */
+  async leaveOut(chunk: Chunk, goes: (frame: SpooledFrame) => boolean): Promise<Chunk> {
+    const rest = await leaveFramesOut(this.disk, this.layout.chunk(chunk.id), chunk, goes);
+    const gone = chunk.frames.filter((frame) => !rest.frames.includes(frame));
+    this.pictures.forgetPictures(chunk.id, new Set(gone.map(pictureName)));
+    const index = this.#pending.findIndex(({ id }) => id === chunk.id);
+    if (index >= 0) this.#pending[index] = pendingChunk(rest);
+    return rest;
+  }
+
+  /** What the analysers remember of the chunks so far is no more. */
+  async forgetStates(): Promise<void> {
+    if (this.#queueState?.state === undefined) return;
+    const queueState: QueueState = { ...this.#queueState, state: undefined };
+    await this.disk.replaceFile(this.layout.stateFile, writeJson(queueState));
+    this.#queueState = queueState;
   }
 
   storeResult(id: number, result: ChunkResult): Promise<void> {

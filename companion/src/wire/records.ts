@@ -102,3 +102,69 @@ export const defaultSettings: ObserverSettings = ObserverSettings.parse({});
 
 /** The body of "/api/start": frames always come from the application. */
 export const StartRequest = z.object({ captureMode: z.literal("external") });
+
+/** The body of "/api/forget": a stretch of time, both ends included, in UTC milliseconds. */
+export const ForgetRequest = z
+  .object({
+    fromMs: z.int().check(z.gte(0), z.lte(8.64e15)),
+    toMs: z.int().check(z.gte(0), z.lte(8.64e15)),
+  })
+  .check(z.refine(({ fromMs, toMs }) => fromMs <= toMs, "Invalid input: it ends before it begins"));
+export type ForgetRequest = z.infer<typeof ForgetRequest>;
+
+/** What was removed. */
+export const ForgetReport = z.object({
+  /** Frames that waited, or were put aside. */
+  frames: int64,
+  /** Chunks of which a model's inputs were kept. */
+  rawInputs: int64,
+  /** Such chunks of which nobody knows when they were; they were left. */
+  rawInputsUnknown: int64,
+  journalLines: int64,
+  /** Clips, each of which may begin earlier and end later. */
+  archiveClips: int64,
+  /** Frames that were not in clips yet. */
+  archiveFrames: int64,
+  /** Why the archive still has some; it is tried again. */
+  archiveWaits: optional(z.string()),
+});
+export type ForgetReport = z.infer<typeof ForgetReport>;
+
+/** A frame of the chunk that is asked about next. */
+export interface PreviewFrame {
+  readonly atMs: number;
+  readonly displayId: string;
+  readonly displayLabel: string;
+  readonly width: number | bigint;
+  readonly height: number | bigint;
+  /** Whether the request tells of the frame, with or without its picture. */
+  readonly isSent: boolean;
+  /** The context text; absent where the frame is left out. */
+  readonly text: string | undefined;
+  readonly picture: PreviewPicture | undefined;
+  /** Why the frame, or its picture, is left out. */
+  readonly leftOut: string | undefined;
+}
+
+export interface PreviewPicture {
+  readonly name: string;
+  readonly mimeType: string;
+  readonly bytes: number;
+  /** Where pictures were asked for. */
+  readonly base64: string | undefined;
+}
+
+/** What the next request to a model would be; with `request` absent there is none. */
+export interface Preview {
+  /** Why there is no request, or what it waits for; absent when it is on its way. */
+  readonly reason: string | undefined;
+  readonly recipient:
+    | { readonly url: string; readonly host: string; readonly model: string }
+    | undefined;
+  readonly instructions: string | undefined;
+  /** The texts behind the instructions, in order; a picture stands in its place by name. */
+  readonly prompt: readonly string[];
+  /** The body but for the pictures. */
+  readonly request: string | undefined;
+  readonly frames: readonly PreviewFrame[];
+}

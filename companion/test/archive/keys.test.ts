@@ -1,7 +1,7 @@
 import assert from "node:assert/strict";
 import { execFileSync } from "node:child_process";
 import { randomBytes } from "node:crypto";
-import { readFileSync, statSync, writeFileSync } from "node:fs";
+import { existsSync, readFileSync, statSync, writeFileSync } from "node:fs";
 import { join } from "node:path";
 import { describe, it } from "node:test";
 import { inspect } from "node:util";
@@ -19,6 +19,7 @@ import {
   SecretStoreFailure,
 } from "../../src/archive/keys/secretStore.ts";
 import { SecretToolStore } from "../../src/archive/keys/secretTool.ts";
+import { sessionBusAddress } from "../../src/archive/keys/sessionBus.ts";
 import { unwrapVault, Vault, wrapVault } from "../../src/archive/keys/vault.ts";
 import { realDisk } from "../../src/spool/disk.ts";
 import { Random } from "../support/random.ts";
@@ -163,7 +164,8 @@ describe("secret store", () => {
   });
 
   it("secretTool_thatIsNotInstalled_isNoStore", async () => {
-    const store = new SecretToolStore({ PATH: temporaryHome() });
+    const bus = { DBUS_SESSION_BUS_ADDRESS: "unix:path=/nonexistent" };
+    const store = new SecretToolStore({ ...bus, PATH: temporaryHome() });
     await assert.rejects(store.read("a"), NoSecretStore);
     await assert.rejects(store.write("a", "s"), NoSecretStore);
   });
@@ -173,12 +175,41 @@ describe("secret store", () => {
     const script = `#!/bin/sh\necho "$@" >${folder}/arguments\nenv >${folder}/environment\ncat >${folder}/input\n`;
     writeFileSync(join(folder, "secret-tool"), script, { mode: 0o755 });
     const path = `${folder}:${process.env["PATH"]}`;
-    const store = new SecretToolStore({ PATH: path, OSTREL_LOCAL_API_TOKEN: "token" });
+    const bus = { DBUS_SESSION_BUS_ADDRESS: "unix:path=/nonexistent" };
+    const store = new SecretToolStore({ ...bus, PATH: path, OSTREL_LOCAL_API_TOKEN: "token" });
     await store.write("vault-a", "the-secret");
     const said = (name: string) => readFileSync(join(folder, name), "utf8");
     assert.equal(said("input"), "the-secret");
     assert.match(said("arguments"), /^store .*account vault-a\n$/);
     assert.doesNotMatch(said("arguments") + said("environment"), /the-secret|token/);
+  });
+
+  it("secretTool_withAScreenButNoBus_isNotLetStartABusOfItsOwn", async () => {
+    const folder = temporaryHome();
+    writeFileSync(join(folder, "secret-tool"), `#!/bin/sh\necho >${folder}/ran\n`, { mode: 0o755 });
+    const desktop = { PATH: `${folder}:${process.env["PATH"]}`, DISPLAY: ":0" };
+    for (const DBUS_SESSION_BUS_ADDRESS of [undefined, "", "autolaunch:", "disabled:"]) {
+      for (const XDG_RUNTIME_DIR of [undefined, folder]) {
+        const store = new SecretToolStore({
+          ...desktop,
+          DBUS_SESSION_BUS_ADDRESS,
+          XDG_RUNTIME_DIR,
+        });
+        await assert.rejects(store.read("a"), NoSecretStore);
+        await assert.rejects(store.write("a", "s"), NoSecretStore);
+        await assert.rejects(store.remove("a"), NoSecretStore);
+      }
+    }
+    assert.equal(existsSync(join(folder, "ran")), false);
+  });
+
+  it("bus_thatIsNotNamed_isFoundInTheRuntimeFolder", async () => {
+    const folder = temporaryHome();
+    writeFileSync(join(folder, "bus"), "");
+    assert.equal(
+      await sessionBusAddress({ XDG_RUNTIME_DIR: folder }),
+      `unix:path=${join(folder, "bus")}`,
+    );
   });
 
   it("secretTool_withoutABus_isNoStore", async () => {

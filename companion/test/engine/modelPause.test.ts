@@ -6,6 +6,14 @@ import { ManualClock } from "../support/manualClock.ts";
 
 const retry = (retryAfterMs?: number) => new ProviderFailure("retry", "No.", { retryAfterMs });
 
+function pauseBy(clock: ManualClock, random = 0): ModelPause {
+  return new ModelPause(
+    clock,
+    () => random,
+    () => undefined,
+  );
+}
+
 describe("pause", () => {
   it("pause_isJitteredBetweenThreeQuartersAndTheWhole", () => {
     for (const [random, expected] of [
@@ -14,34 +22,32 @@ describe("pause", () => {
       [0.999999, 5_000],
     ] as const) {
       const clock = new ManualClock();
-      new ModelPause(
-        clock,
-        () => random,
-        () => undefined,
-      ).begin(retry());
+      pauseBy(clock, random).begin(retry());
       assert.equal(clock.nextDelayMs, expected);
     }
   });
 
   it("retryAfter_ofAWeek_isADay", () => {
     const clock = new ManualClock();
-    const pause = new ModelPause(
-      clock,
-      () => 0,
-      () => undefined,
-    );
+    const pause = pauseBy(clock);
     pause.begin(retry(7 * 86_400_000));
     assert.equal(clock.nextDelayMs, 86_400_000);
     assert.match(pause.reason ?? "", /^No\. It is tried again at [0-9:]{5} on 2026-11-22\.$/);
   });
 
+  it("retryAfter_sayingAtOnceAgainAndAgain_isNoReasonToAskWithoutAPause", () => {
+    const clock = new ManualClock();
+    const pause = pauseBy(clock, 0.999999);
+    const delays = [0, 1_000, 0, 60_000].map((retryAfterMs) => {
+      pause.begin(retry(retryAfterMs));
+      return clock.nextDelayMs;
+    });
+    assert.deepEqual(delays, [5_000, 10_000, 20_000, 60_000]);
+  });
+
   it("configuration_hasNoEndOfItsOwn", () => {
     const clock = new ManualClock();
-    const pause = new ModelPause(
-      clock,
-      () => 0,
-      () => undefined,
-    );
+    const pause = pauseBy(clock);
     pause.begin(new ProviderFailure("configuration", "No."));
     assert.equal(clock.timerCount, 0);
     assert.equal(pause.isBlocking, true);

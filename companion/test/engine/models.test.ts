@@ -1,81 +1,22 @@
 import assert from "node:assert/strict";
-import { mkdirSync, readFileSync, writeFileSync } from "node:fs";
-import { dirname } from "node:path";
+import { readFileSync } from "node:fs";
 import { describe, it, type TestContext } from "node:test";
-import { setImmediate } from "node:timers/promises";
-import { defaultSettings, type ObserverSettings } from "../../src/wire/records.ts";
-import { ManualClock } from "../support/manualClock.ts";
+import { defaultSettings } from "../../src/wire/records.ts";
+import { chatSettings, openModelHarness } from "../support/modelHarness.ts";
 import {
-  chatSettings,
-  type ModelHarnessOptions,
-  openModelHarness,
-} from "../support/modelHarness.ts";
+  asked,
+  at,
+  closeInTime,
+  noted,
+  pass,
+  pictures,
+  type Recording,
+  record,
+  startMs,
+  stopThenAnalyse,
+  unavailable,
+} from "../support/modelQueue.ts";
 import { completion, ModelServer, type Reply } from "../support/modelServer.ts";
-import type { ObserverHarness } from "../support/observerHarness.ts";
-import { framePayload } from "../support/payloads.ts";
-
-const startMs = 1_795_250_000_000;
-const at = (seconds: number) => framePayload(startMs + seconds * 1000, { text: `at ${seconds}` });
-
-const unavailable: Reply = { status: 503, body: { error: { message: "Loading model" } } };
-const noted = (text: string) => completion(`[Editor] ${text}`);
-
-interface Recording {
-  readonly server: ModelServer;
-  readonly harness: ObserverHarness;
-}
-
-async function record(
-  test: TestContext,
-  replies: readonly Reply[],
-  seconds: readonly number[] = [0],
-  options: ModelHarnessOptions & { readonly fields?: Partial<ObserverSettings> } = {},
-): Promise<Recording> {
-  const server = await ModelServer.start(test, ...replies);
-  const settings = chatSettings(server.origin, options.fields);
-  const harness = await openModelHarness({ ...options, settings });
-  await harness.observer.start();
-  await harness.send(seconds.map(at));
-  return { server, harness };
-}
-
-/** The texts of the frames that each request was about. */
-function asked(server: ModelServer): string[] {
-  return server.requests.map(({ text }) =>
-    [...text.matchAll(/context: \\"(at [0-9]+)\\"/g)].map((match) => match[1]).join(", "),
-  );
-}
-
-function pictures(server: ModelServer): number[] {
-  return server.requests.map(({ text }) => text.split("base64,").length - 1);
-}
-
-/** Ends the recording first and lets the analysis begin then; resolves with the stop's answer. */
-async function stopThenAnalyse(harness: ObserverHarness, chunks: number) {
-  const stopped = harness.observer.stop();
-  while (harness.observer.status().pendingAnalysisChunks !== chunks) await setImmediate();
-  harness.observer.beginAnalysis();
-  return stopped;
-}
-
-/** Ends an observer whose question nobody answers, which takes it some time. */
-async function closeInTime(harness: ObserverHarness): Promise<void> {
-  let isClosed = false;
-  const closing = harness.observer.close().then(() => {
-    isClosed = true;
-  });
-  while (!isClosed) {
-    await setImmediate();
-    harness.clock.advance(100);
-  }
-  await closing;
-}
-
-/** Lets the pause come to its end, and what then can be done be done. */
-async function pass(harness: ObserverHarness, ms: number): Promise<void> {
-  harness.clock.advance(ms);
-  await harness.observer.settled();
-}
 
 describe("queue of a model", () => {
   it("chunks_thatWait_areAskedAboutNewestFirst", async (test) => {
@@ -262,6 +203,65 @@ describe("a provider that fails for now", () => {
   });
 });
 
+describe("a chunk about which alone the provider fails", () => {
+  const broken: Reply = { status: 500, body: { error: { message: "Internal error" } } };
+
+  /** Fails about one chunk, whenever it is asked about it, and answers about all others. */
+  function failingAbout(text: string, times: number): Reply[] {
+    return Array.from({ length: times }, () => (request, response) => {
+      const isIt = request.text.includes(`\\"${text}\\"`);
+      const reply = isIt ? broken : noted(/\\"(at [0-9]+)\\"/.exec(request.text)?.[1] ?? "");
+      if (typeof reply === "function") throw new Error("no reply of its own");
+      response.writeHead(reply.status ?? 200, { "Content-Type": "application/json" });
+      response.end(JSON.stringify(reply.body));
+    });
+  }
+
+  it("olderChunks_areAskedAboutAllTheSame", async (test) => {
+    const { server, harness } = await record(test, [], [0, 20, 40], { isAnalysing: false });
+    server.reply(...failingAbout("at 40", 6));
+    await stopThenAnalyse(harness, 3);
+    await harness.observer.settled();
+    await pass(harness, 5_000);
+    await pass(harness, 10_000);
+    await pass(harness, 20_000);
+    assert.deepEqual(asked(server), ["at 40", "at 40", "at 40", "at 20", "at 0", "at 40"]);
+    assert.deepEqual(harness.lines, ["[Editor] at 20", "[Editor] at 0"]);
+    assert.deepEqual(harness.names("pending"), ["3"]);
+  });
+
+  it("chunk_thatFailsAgainAndAgainWhileOthersAreAnswered_isPutAside", async (test) => {
+    const { server, harness } = await record(test, failingAbout("at 0", 3));
+    await harness.observer.stop();
+    await pass(harness, 5_000);
+    await pass(harness, 10_000);
+    for (const second of [100, 200, 300]) {
+      assert.deepEqual(harness.names("quarantine"), []);
+      server.reply(...failingAbout("at 0", 2));
+      await harness.observer.start();
+      await harness.send([at(second)]);
+      await harness.observer.stop();
+      // Of the pause in which it was: the first of these is long, as nobody was answered before.
+      await pass(harness, second === 100 ? 20_000 : 5_000);
+    }
+    assert.equal(asked(server).filter((text) => text === "at 0").length, 6);
+    assert.match(harness.observer.status().lastError ?? "", /was put aside: .*Internal error\.$/);
+    assert.deepEqual(harness.names("pending"), []);
+  });
+
+  it("provider_thatIsDown_isAskedAboutTheNewestFirstWhenItIsBack", async (test) => {
+    const down = Array.from({ length: 4 }, () => broken);
+    const { server, harness } = await record(test, down, [0, 20, 40], { isAnalysing: false });
+    await stopThenAnalyse(harness, 3);
+    await harness.observer.settled();
+    for (const ms of [5_000, 10_000, 20_000]) await pass(harness, ms);
+    assert.deepEqual(asked(server), ["at 40", "at 40", "at 40", "at 20"]);
+    server.reply(noted("three"), noted("two"), noted("one"));
+    await pass(harness, 40_000);
+    assert.deepEqual(harness.lines, ["[Editor] three", "[Editor] two", "[Editor] one"]);
+  });
+});
+
 describe("a provider that wants the settings changed", () => {
   const missing: Reply = { status: 404, body: { error: { message: 'model "eyes" not found' } } };
 
@@ -375,7 +375,7 @@ describe("requests that a provider can't take", () => {
     const second = await openModelHarness({ home: harness.home, settings });
     await second.observer.settled();
     assert.deepEqual(second.lines, [
-      "[Ostrel] Gap: 08:33:20 to 08:33:20, the model refused to describe it",
+      "[Ostrel] Gap: 08:33:20 to 08:33:20, the model did not describe it",
     ]);
     assert.equal(second.names("quarantine").length, 1);
     const status = second.observer.status();
@@ -397,118 +397,5 @@ describe("requests that a provider can't take", () => {
       status.analysisBackfillLastError,
       'The model eyes answered with "I see a desktop." instead of journal lines. Choose another model, or mend the instructions.',
     );
-  });
-});
-
-describe("monthly limits", () => {
-  function writeLimits(harness: ObserverHarness, analysis: object): void {
-    const path = harness.layout.ownSettingsFile;
-    mkdirSync(dirname(path), { recursive: true });
-    writeFileSync(path, JSON.stringify({ analysis }));
-  }
-
-  async function limited(test: TestContext, analysis: object, ...replies: Reply[]) {
-    const server = await ModelServer.start(test, ...replies);
-    const settings = chatSettings(server.origin);
-    const harness = await openModelHarness({ settings, isAnalysing: false });
-    await harness.observer.start();
-    await harness.send([0, 20, 40].map(at));
-    writeLimits(harness, analysis);
-    await stopThenAnalyse(harness, 3);
-    await harness.observer.settled();
-    return { server, harness, settings };
-  }
-
-  const words =
-    "Your monthly limit of 2 requests is reached. The frames are kept, and the analysis goes on on 2026-12-01, or when you raise the limit.";
-
-  it("limitOfRequests_isHardAlsoOverARestart", async (test) => {
-    const { harness, settings } = await limited(
-      test,
-      { monthlyRequests: 2 },
-      noted("three"),
-      unavailable,
-    );
-    // The second of the two failed, and counts.
-    await pass(harness, 5_000);
-    let status = harness.observer.status();
-    assert.equal(status.analysisBackfillBlocked, true);
-    assert.equal(status.analysisBackfillLastError, words);
-    assert.equal(status.pendingAnalysisChunks, 2);
-    await harness.observer.close();
-    const second = await openModelHarness({ home: harness.home, settings });
-    await second.observer.settled();
-    status = second.observer.status();
-    assert.equal(status.analysisBackfillLastError, words);
-  });
-
-  it("limitOfRequests_inTheNextMonth_beginsAnew_andHoldsWhenTheClockGoesBack", async (test) => {
-    const { server, harness } = await limited(test, { monthlyRequests: 1 }, noted("three"));
-    harness.clock.setWall(Date.UTC(2026, 11, 2));
-    server.reply(noted("two"));
-    await pass(harness, 600_000);
-    assert.deepEqual(harness.lines, ["[Editor] three", "[Editor] two"]);
-    harness.clock.setWall(startMs);
-    await pass(harness, 600_000);
-    assert.equal(server.requests.length, 2);
-  });
-
-  it("limit_thatIsRaised_isNoticedByItself", async (test) => {
-    const { server, harness } = await limited(test, { monthlyRequests: 1 }, noted("three"));
-    writeLimits(harness, { monthlyRequests: 10 });
-    server.reply(noted("two"), noted("one"));
-    await pass(harness, 5_000);
-    assert.deepEqual(harness.lines, ["[Editor] three", "[Editor] two", "[Editor] one"]);
-  });
-
-  it("limitOfTokens_countsWhatTheProviderCounted", async (test) => {
-    const counted = (text: string) =>
-      completion(`[Editor] ${text}`, { usage: { total_tokens: 5_000 } });
-    // A request sets aside more than it takes, and gives the rest back.
-    const analysis = { monthlyTokens: 14_000 };
-    const { server, harness } = await limited(test, analysis, counted("three"), counted("two"));
-    const usage = JSON.parse(readFileSync(harness.layout.usageFile, "utf8")) as object;
-    assert.deepEqual(usage, {
-      version: 1,
-      months: { "2026-11": { requests: 2, tokens: 10_000 } },
-    });
-    assert.equal(server.requests.length, 2);
-    assert.match(
-      harness.observer.status().analysisBackfillLastError ?? "",
-      /^Your monthly limit of 14000 tokens is reached\./,
-    );
-  });
-
-  it("limits_thatCannotBeRead_askNobody", async (test) => {
-    const { harness } = await limited(test, { monthlyRequests: "many" });
-    assert.match(
-      harness.observer.status().analysisBackfillLastError ?? "",
-      /^Your limits can't be read, so no model is asked: .*analysis\.monthlyRequests/,
-    );
-  });
-
-  it("count_thatIsDamaged_asksNobody", async (test) => {
-    const server = await ModelServer.start(test);
-    const harness = await openModelHarness({ settings: chatSettings(server.origin) });
-    writeFileSync(harness.layout.usageFile, "{");
-    await harness.observer.start();
-    await harness.send([at(0)]);
-    const status = await harness.observer.stop();
-    assert.match(
-      status.analysisBackfillLastError ?? "",
-      /count of this month's requests is damaged/,
-    );
-  });
-
-  it("requests_thatWereNeverSent_doNotCount", async () => {
-    const harness = await openModelHarness({
-      settings: chatSettings("http://127.0.0.1:9"),
-      clock: new ManualClock(),
-    });
-    await harness.observer.start();
-    await harness.send([at(0)]);
-    await harness.observer.stop();
-    const usage = JSON.parse(readFileSync(harness.layout.usageFile, "utf8")) as object;
-    assert.deepEqual(usage, { version: 1, months: { "2026-11": { requests: 0, tokens: 0 } } });
   });
 });

@@ -7,7 +7,7 @@ import { type AppDependencies, createApp } from "../../src/app.ts";
 import { ArchiveNotReady } from "../../src/archive/archiveErrors.ts";
 import type { ArchiveApi } from "../../src/archive/archiveRoutes.ts";
 import { errorStatus } from "../../src/http/errors.ts";
-import { NotRecording } from "../../src/observer/observer.ts";
+import { NotRecording } from "../../src/observer/errors.ts";
 import { defaultSettings, ObserverStatus } from "../../src/wire/records.ts";
 import { InvalidRecord } from "../../src/wire/schema.ts";
 import { type RequestOptions, send, testToken } from "../support/observerProcess.ts";
@@ -27,6 +27,8 @@ const silentObserver: FakeObserver = {
   stop: unexpected,
   receiveFrames: unexpected,
   replaceSettings: unexpected,
+  preview: unexpected,
+  forget: unexpected,
   complain: unexpected,
 };
 
@@ -86,6 +88,69 @@ it("errorCodes_andTheirStatus_arePinned", () => {
     shuttingDown: 503,
     keyringRefused: 503,
     diskFull: 507,
+  });
+});
+
+describe("forget and preview", () => {
+  const report = {
+    frames: 1,
+    rawInputs: 0,
+    rawInputsUnknown: 0,
+    journalLines: 2,
+    archiveClips: 0,
+    archiveFrames: 0,
+    archiveWaits: undefined,
+  };
+
+  it("forget_takesATimeAndTellsWhatWasRemoved", async (test) => {
+    const ranges: unknown[] = [];
+    const port = await serve(test, {
+      forget: async (range) => {
+        ranges.push(range);
+        return report;
+      },
+    });
+    const body = JSON.stringify({ fromMs: 5, toMs: 7 });
+    const answer = await send(port, "POST", "/api/forget", { body });
+    const { archiveWaits: _, ...told } = report;
+    assert.deepEqual([answer.status, answer.body], [200, told]);
+    assert.deepEqual(ranges, [{ fromMs: 5, toMs: 7 }]);
+  });
+
+  it("forget_ofNoTime_isRefused", async (test) => {
+    const port = await serve(test);
+    for (const given of [{}, { fromMs: 7, toMs: 5 }, { fromMs: -1, toMs: 5 }, { fromMs: 1.5 }]) {
+      const body = JSON.stringify(given);
+      const [status, code] = await outcome(port, "POST", "/api/forget", { body });
+      assert.deepEqual([status, code], [422, "invalidRecord"], body);
+    }
+    assert.deepEqual(await outcome(port, "GET", "/api/forget"), [405, "methodNotAllowed"]);
+  });
+
+  it("preview_hasPicturesWhereTheyAreAskedFor", async (test) => {
+    const asked: boolean[] = [];
+    const port = await serve(test, {
+      preview: async (withPictures) => {
+        asked.push(withPictures);
+        return {
+          reason: "Nothing waits to be sent.",
+          recipient: undefined,
+          instructions: undefined,
+          prompt: [],
+          request: undefined,
+          frames: [],
+        };
+      },
+    });
+    for (const path of ["/api/preview", "/api/preview?pictures=1"]) {
+      const answer = await send(port, "GET", path);
+      assert.deepEqual(answer.body, {
+        reason: "Nothing waits to be sent.",
+        prompt: [],
+        frames: [],
+      });
+    }
+    assert.deepEqual(asked, [false, true]);
   });
 });
 

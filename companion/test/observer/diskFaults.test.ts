@@ -4,7 +4,7 @@ import { setImmediate } from "node:timers/promises";
 import { systemFailure } from "../../src/base/failure.ts";
 import { journalFilesOn } from "../../src/journal/journalFiles.ts";
 import { JournalWriter } from "../../src/journal/journalWriter.ts";
-import { NotRecording } from "../../src/observer/observer.ts";
+import { NotRecording } from "../../src/observer/errors.ts";
 import { diskOn } from "../../src/spool/disk.ts";
 import { defaultQuotaBytes } from "../../src/spool/pictureStore.ts";
 import type { ObserverStatus } from "../../src/wire/records.ts";

@@ -4,7 +4,7 @@ import { join } from "node:path";
 import { describe, it } from "node:test";
 import { setImmediate } from "node:timers/promises";
 import { JsonError } from "../../src/json/tokenizer.ts";
-import { NotRecording, ShuttingDown } from "../../src/observer/observer.ts";
+import { NotRecording, ShuttingDown } from "../../src/observer/errors.ts";
 import { type Disk, realDisk } from "../../src/spool/disk.ts";
 import { InvalidRecord } from "../../src/wire/schema.ts";
 import { ManualClock } from "../support/manualClock.ts";

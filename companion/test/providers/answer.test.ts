@@ -22,6 +22,8 @@ describe("bullets", () => {
     ["bold", "- **[Gmail]** **Sent:** report", "[Gmail] Sent: report"],
     ["fenced", "```markdown\n- [Gmail] Sent: report\n```", "[Gmail] Sent: report"],
     ["afterThoughts", "<think>- [A b] c d\n</think>\n[Gmail] Sent: report", "[Gmail] Sent: report"],
+    ["afterThoughtsWithoutABeginning", "- [A b] c d\n</think>\n\n[Gm] Sent: a", "[Gm] Sent: a"],
+    ["afterThoughtsThatQuoteTheirEnd", "<think>a</think>\n<think>\n</think>[Gm] b", "[Gm] b"],
     ["afterAPreface", "Here are the bullets:\n- [Gmail] Sent: report", "[Gmail] Sent: report"],
   ];
   for (const [name, text, expected] of accepted) {
@@ -116,6 +118,16 @@ describe("what a screen has talked a model into", () => {
   for (const [line, expected] of cleaned) {
     it(`line_${JSON.stringify(line)}_isMadeHarmless`, () => {
       assert.deepEqual(texts(line), [expected]);
+    });
+  }
+
+  for (const mark of ["<think>", "</think>", "<thinking>", "<think></think>"]) {
+    it(`title_holding_${JSON.stringify(mark)}_changesNoOtherBullet`, () => {
+      const lines = ["[Mail] Sent: one", `[GitHub] Opened: ${mark}`, "[Mail] Sent: two"];
+      const bullets = texts(lines.map((line) => `- ${line}`).join("\n"));
+      assert.deepEqual([bullets.length, bullets[0], bullets[2]], [3, lines[0], lines[2]]);
+      // And not when its own line ends with it, and the answer with its line.
+      assert.equal(texts(`${lines[0]}\n${lines[1]}`).length, 2);
     });
   }
 

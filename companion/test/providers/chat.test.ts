@@ -192,7 +192,12 @@ describe("a request to a chat server", () => {
     await harness.send([framePayload(startMs, { text: "the token is sesame" })]);
     await harness.observer.stop();
     const folder = join(harness.home, "ostrel", "model-input", "1");
-    assert.deepEqual(readdirSync(folder).sort(), ["1-0.jpg", "1-0.txt", "request.json"]);
+    assert.deepEqual(readdirSync(folder).sort(), [
+      "1-0.jpg",
+      "1-0.txt",
+      "request.json",
+      "time.json",
+    ]);
     const kept = readFileSync(join(folder, "request.json"), "utf8");
     assert.doesNotMatch(kept, /sesame/);
     assert.match(kept, /the token is <redacted>/);

@@ -93,6 +93,17 @@ const refusals: readonly (readonly [string, number, unknown, FailureKind])[] = [
     "configuration",
   ],
   [
+    "google_quotaOfTheMinute",
+    429,
+    [
+      message("You exceeded your current quota, please check your plan and billing details.", {
+        code: 429,
+        status: "RESOURCE_EXHAUSTED",
+      }),
+    ],
+    "retry",
+  ],
+  [
     "hosted_context",
     400,
     message("Your input is too long.", { code: "context_length_exceeded" }),

@@ -218,41 +218,30 @@ describe("by service account", () => {
     }
   });
 
-  it("token_nearItsEnd_isReplaced", async (test) => {
-    const vertex = await VertexServer.start(test);
-    const home = temporaryHome();
-    const clock = new ManualClock(startMs);
-    vertex.writeKeyFile(join(home, "account.json"));
-    vertex.server.reply(
-      vertex.signIn("token-1", () => clock.nowMs()),
-      generated("NOOP"),
-      vertex.signIn("token-2", () => clock.nowMs()),
-      generated("NOOP"),
-    );
-    const harness = await open(vertex, { settings: byAccount, home, clock });
-    await recordOne(harness);
-    clock.advance(3_400_000);
-    await recordOne(harness);
-    assert.equal(vertex.server.requests[3]?.headers.authorization, "Bearer token-2");
-  });
-
-  it("clock_setBack_doesNotKeepAnOldTokenForEver", async (test) => {
-    const vertex = await VertexServer.start(test);
-    const home = temporaryHome();
-    const clock = new ManualClock(startMs);
-    vertex.writeKeyFile(join(home, "account.json"));
-    vertex.server.reply(
-      vertex.signIn("token-1", () => clock.nowMs()),
-      generated("NOOP"),
-      vertex.signIn("token-2", () => clock.nowMs()),
-      generated("NOOP"),
-    );
-    const harness = await open(vertex, { settings: byAccount, home, clock });
-    await recordOne(harness);
-    clock.setWall(startMs - 86_400_000);
-    await recordOne(harness);
-    assert.equal(vertex.server.requests[3]?.headers.authorization, "Bearer token-2");
-  });
+  const changes: readonly (readonly [string, (clock: ManualClock) => void])[] = [
+    ["nearItsEnd", (clock) => clock.advance(3_400_000)],
+    ["ofAClockThatWasSetBack", (clock) => clock.setWall(startMs - 86_400_000)],
+    ["ofAClockThatWasAYearBehind", (clock) => clock.setWall(startMs + 365 * 86_400_000)],
+  ];
+  for (const [name, change] of changes) {
+    it(`token_${name}_isReplaced`, async (test) => {
+      const vertex = await VertexServer.start(test);
+      const home = temporaryHome();
+      const clock = new ManualClock(startMs);
+      vertex.writeKeyFile(join(home, "account.json"));
+      vertex.server.reply(
+        vertex.signIn("token-1", () => clock.nowMs()),
+        generated("NOOP"),
+        vertex.signIn("token-2", () => clock.nowMs()),
+        generated("NOOP"),
+      );
+      const harness = await open(vertex, { settings: byAccount, home, clock });
+      await recordOne(harness);
+      change(clock);
+      await recordOne(harness);
+      assert.equal(vertex.server.requests[3]?.headers.authorization, "Bearer token-2");
+    });
+  }
 
   it("token_thatIsRefused_isNotUsedAgain", async (test) => {
     const vertex = await VertexServer.start(test);
@@ -276,6 +265,25 @@ describe("by service account", () => {
     harness.observer.replaceSettings(harness.settings.record);
     await harness.observer.settled();
     assert.equal(harness.observer.status().pendingAnalysisChunks, 0);
+  });
+
+  it("token_ofBefore_thatWasTakenBack_isReplacedAtOnce", async (test) => {
+    const vertex = await VertexServer.start(test);
+    const home = temporaryHome();
+    const clock = new ManualClock(startMs);
+    vertex.writeKeyFile(join(home, "account.json"));
+    vertex.server.reply(
+      vertex.signIn("token-1", () => clock.nowMs()),
+      generated("NOOP"),
+      { status: 401, body: { error: { message: "revoked" } } },
+      vertex.signIn("token-2", () => clock.nowMs()),
+      generated("[Editor] Wrote: notes"),
+    );
+    const harness = await open(vertex, { settings: byAccount, home, clock });
+    await recordOne(harness);
+    const status = await recordOne(harness);
+    assert.deepEqual(harness.lines, ["[Editor] Wrote: notes"]);
+    assert.equal(status.analysisBackfillBlocked, false);
   });
 
   it("signIn_refusedForTheClock_isTriedAgain", async (test) => {

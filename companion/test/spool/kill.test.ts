@@ -65,6 +65,9 @@ function slowModel(): Analyst {
       }));
       return { bullets, remark: undefined };
     },
+    preview: () => {
+      throw new Error("nobody expected a preview");
+    },
   };
 }
 

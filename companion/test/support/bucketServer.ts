@@ -5,7 +5,7 @@ import type { AddressInfo } from "node:net";
 import type { TestContext } from "node:test";
 
 export interface Fault {
-  /** Of which request, counted from now on; 0 is the next. */
+  /** Of which request, counted from now on; 0 is the next. Looks at single objects don't count. */
   readonly after?: number;
   readonly kind:
     | "drop before"
@@ -33,7 +33,16 @@ export class BucketServer {
   readonly log: string[] = [];
   readonly port: number;
   pageSize = 1000;
-  knowsConditions = true;
+  /** What it does with a condition to a write: servers are of all three sorts. */
+  conditions: "keep" | "refuse" | "ignore" = "keep";
+  /** Whether it keeps what is told of an object along with it. */
+  keepsMetadata = true;
+  /** Whether the key may ask for single objects. */
+  mayLook = true;
+  /** In place of the tokens by which a listing goes on. */
+  nextToken: (() => string) | undefined;
+  /** Called once, when a write has come and before it is done. */
+  beforeNextPut: (() => void) | undefined;
   #fault: Fault | undefined;
   readonly #server: http.Server;
 
@@ -82,7 +91,7 @@ export class BucketServer {
   }
 
   async #handle(request: http.IncomingMessage, response: http.ServerResponse): Promise<void> {
-    const fault = this.#takeFault();
+    const fault = request.method === "HEAD" ? undefined : this.#takeFault();
     if (fault?.kind === "drop before") {
       request.socket.destroy();
       return;
@@ -166,8 +175,13 @@ export class BucketServer {
   ): void {
     const name = this.#nameOf(request, path);
     if (name === undefined) this.#error(request, response, 404, "NoSuchBucket");
-    else if (request.method === "PUT") this.#put(request, response, name, body, fault);
-    else if (name === "") this.#list(request, response, new URLSearchParams(search));
+    else if (request.method === "HEAD" && !this.mayLook) {
+      this.#error(request, response, 403, "AccessDenied");
+    } else if (request.method === "PUT") this.#put(request, response, name, body, fault);
+    else if (request.method === "DELETE") {
+      this.objects.delete(name);
+      this.#send(request, response, name, 204, Buffer.alloc(0), {});
+    } else if (name === "") this.#list(request, response, new URLSearchParams(search));
     else this.#get(request, response, name, fault);
   }
 
@@ -186,15 +200,18 @@ export class BucketServer {
     body: Buffer,
     fault: Fault | undefined,
   ): void {
-    if (request.headers["if-none-match"] !== undefined && !this.knowsConditions) {
+    this.beforeNextPut?.();
+    this.beforeNextPut = undefined;
+    if (request.headers["if-none-match"] !== undefined && this.conditions === "refuse") {
       this.#error(request, response, 501, "NotImplemented");
       return;
     }
-    if (request.headers["if-none-match"] === "*" && this.objects.has(name)) {
+    const isConditional = request.headers["if-none-match"] === "*" && this.conditions === "keep";
+    if (isConditional && this.objects.has(name)) {
       this.#error(request, response, 412, "PreconditionFailed");
       return;
     }
-    const hash = request.headers["x-amz-meta-sha256"];
+    const hash = this.keepsMetadata ? request.headers["x-amz-meta-sha256"] : undefined;
     this.objects.set(name, { bytes: body, sha256: typeof hash === "string" ? hash : undefined });
     if (fault?.kind === "drop after") {
       this.log.push(`PUT ${name} dropped`);
@@ -251,13 +268,13 @@ export class BucketServer {
     }
     const rest = [...entries].filter(([name]) => name > after);
     const page = rest.slice(0, this.pageSize);
-    const isTruncated = rest.length > page.length;
+    const isTruncated = this.nextToken !== undefined || rest.length > page.length;
     const items = page.map(([name, bytes]) =>
       bytes === undefined
         ? `<CommonPrefixes><Prefix>${name}</Prefix></CommonPrefixes>`
         : `<Contents><Key>${name}</Key><LastModified>2026-11-21T09:00:00.000Z</LastModified><ETag>&quot;x&quot;</ETag><Size>${bytes}</Size></Contents>`,
     );
-    const last = page.at(-1)?.[0] ?? "";
+    const last = this.nextToken?.() ?? page.at(-1)?.[0] ?? "";
     const next = isTruncated
       ? `<NextContinuationToken>${last}</NextContinuationToken><NextMarker>${last}</NextMarker>`
       : "";

@@ -43,6 +43,11 @@ export class MemoryTarget implements ArchiveTarget {
     this.objects.set(upload.name, bytes);
   }
 
+  async remove(name: string): Promise<void> {
+    this.#note(`remove ${name}`);
+    this.objects.delete(name);
+  }
+
   async *read(name: string): AsyncGenerator<Uint8Array> {
     this.#note(`read ${name}`);
     const bytes = this.objects.get(name);

@@ -6,6 +6,7 @@ import { Journals } from "../../src/engine/journals.ts";
 import { bulletKey } from "../../src/journal/journalWriter.ts";
 import type { JournalSession, KeyedBullet } from "../../src/journal/types.ts";
 import { Observer, type ObserverDependencies } from "../../src/observer/observer.ts";
+import { PrivacyRules } from "../../src/privacy/privacyRules.ts";
 import { SettingsInUse } from "../../src/settings/settingsInUse.ts";
 import { type Disk, realDisk } from "../../src/spool/disk.ts";
 import { SpoolLayout } from "../../src/spool/layout.ts";
@@ -55,6 +56,9 @@ export const unexpectedAnalyst: Analyst = {
   analyse: () => {
     throw new Error("nobody expected a model to be asked");
   },
+  preview: () => {
+    throw new Error("nobody expected a preview");
+  },
 };
 
 export interface JournalCall {
@@ -78,7 +82,14 @@ export interface HarnessOptions {
   /** "real" for the files themselves; without it the calls are recorded. */
   readonly appendToJournal?: ObserverDependencies["appendToJournal"] | "real";
   readonly finishedChunks?: ObserverDependencies["finishedChunks"];
+  /** None unless told. */
+  readonly privacyRules?: ObserverDependencies["privacyRules"];
+  /** Nothing is in the journal, and nothing in the archive, unless told. */
+  readonly forgetInJournal?: ObserverDependencies["forgetInJournal"];
+  readonly forgetInArchive?: ObserverDependencies["forgetInArchive"];
 }
+
+const noRules = new PrivacyRules({ applications: [], windowClasses: [], titles: [], sites: [] });
 
 export function observerFolder(home: string): string {
   return join(home, "observer");
@@ -146,6 +157,9 @@ export class ObserverHarness {
       onGap: (sentence) => notices.push(sentence),
       random: () => 1,
       finishedChunks: options.finishedChunks,
+      privacyRules: options.privacyRules ?? (async () => noRules),
+      forgetInJournal: options.forgetInJournal ?? (async () => 0),
+      forgetInArchive: options.forgetInArchive ?? (async () => ({ clips: 0, frames: 0 })),
       quotaBytes: options.quotaBytes ?? (() => Number.MAX_SAFE_INTEGER),
       appendToJournal: journalOf(options, calls),
     });

@@ -245,6 +245,12 @@ export class SimulatedFileSystem implements FileSystem {
     return [...node.names.keys()];
   }
 
+  /** There are no links. */
+  async realpath(path: string): Promise<string> {
+    this.#existing(path);
+    return path;
+  }
+
   async readFile(path: string): Promise<string> {
     await this.#turn();
     const node = this.#existing(path);

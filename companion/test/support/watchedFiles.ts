@@ -48,6 +48,23 @@ export class WatchedFiles implements JournalFiles {
     return realJournalFiles.remove(path);
   }
 
+  list(path: string): Promise<string[]> {
+    return realJournalFiles.list(path);
+  }
+
+  read(path: string): Promise<string | undefined> {
+    this.#note("read");
+    return realJournalFiles.read(path);
+  }
+
+  replace(path: string, text: string): Promise<void> {
+    return realJournalFiles.replace(path, text);
+  }
+
+  removeWhole(path: string): Promise<void> {
+    return realJournalFiles.removeWhole(path);
+  }
+
   async syncFolder(path: string): Promise<void> {
     this.#note("syncFolder");
     await realJournalFiles.syncFolder(path);

@@ -3,6 +3,7 @@ import { readdirSync, readFileSync } from "node:fs";
 import { join } from "node:path";
 import { describe, it } from "node:test";
 import type * as z from "zod/mini";
+import { TargetRecord } from "../../src/archive/targets/targetRecord.ts";
 import { parseJson } from "../../src/json/value.ts";
 import { writeJson } from "../../src/json/writer.ts";
 import * as records from "../../src/wire/records.ts";
@@ -21,8 +22,10 @@ const schemas: Readonly<Record<string, z.ZodMiniType>> = {
   ObserverStatus: records.ObserverStatus,
   CapturedFramePayload: records.CapturedFramePayload,
   ArchiveStatus: records.ArchiveStatus,
+  ArchiveTarget: TargetRecord,
   ArchiveExportStatus: records.ArchiveExportStatus,
   ArchiveExportEstimate: records.ArchiveExportEstimate,
+  ForgetReport: records.ForgetReport,
   ObserverSettings: records.ObserverSettings,
 };
 

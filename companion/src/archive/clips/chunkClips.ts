@@ -64,11 +64,13 @@ function planClip(
   const [first, last] = [pictures[0], pictures.at(-1)];
   if (first === undefined || last === undefined) throw new Error("a clip has at least one picture");
   const { displayId, displayLabel } = first.frame;
+  // What is known of frames without a picture is in the clip, so it begins and ends with them, too.
+  const times = without.map((frame) => frame.receivedAtMs);
   return {
     displayId,
     displayLabel,
-    startMs: first.file.atMs,
-    endMs: last.file.atMs,
+    startMs: Math.min(first.file.atMs, ...times),
+    endMs: Math.max(last.file.atMs, ...times),
     clip: {
       title: displayLabel,
       ...first.size,

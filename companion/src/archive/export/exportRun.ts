@@ -7,7 +7,12 @@ import { AgeError } from "../age/sealing.ts";
 import type { ClipEntry } from "../clips/records.ts";
 import type { Vault } from "../keys/vault.ts";
 import type { ArchiveList } from "../manifest/listReader.ts";
-import { type ArchiveTarget, ObjectMissing, TargetFailure } from "../targets/target.ts";
+import {
+  type ArchiveTarget,
+  ObjectMissing,
+  ObjectUnreadable,
+  TargetFailure,
+} from "../targets/target.ts";
 import { type ExportedDay, type ExportFolder, exportPath } from "./exportFolder.ts";
 
 export interface ExportDependencies {
@@ -125,6 +130,7 @@ export class ExportRun {
       return isWritten ? undefined : "something else stands in its place";
     } catch (error) {
       if (error instanceof ObjectMissing) return "it is missing in the archive";
+      if (error instanceof ObjectUnreadable) return `it can't be read: ${error.message}`;
       if (error instanceof AlteredClip) return `it was altered in the archive: ${error.message}`;
       throw error;
     }

@@ -1,5 +1,6 @@
 import { ProgramFailed, ProgramMissing, runProgram } from "../../base/runProgram.ts";
 import { NoSecretStore, type SecretStore, SecretStoreFailure } from "./secretStore.ts";
+import { sessionBusAddress } from "./sessionBus.ts";
 
 const service = "com.tamsk.ostrel.observer";
 /** A locked keyring asks the user, who may take a while; our own caller gives up after 60 s. */
@@ -66,16 +67,19 @@ export class SecretToolStore implements SecretStore {
     }
   }
 
-  #run(
+  async #run(
     verb: "lookup" | "store" | "clear" | "search",
     account: string,
     input?: string,
   ): Promise<string> {
+    const bus = await sessionBusAddress(this.#environment);
+    if (bus === undefined)
+      throw new NoSecretStore("There is no session bus, and no keyring on it.");
     const label = verb === "store" ? ["--label=Ostrel archive key"] : [];
     return runProgram({
       path: "secret-tool",
       arguments: [verb, ...label, "service", service, "account", account],
-      environment: this.#environment,
+      environment: { ...this.#environment, DBUS_SESSION_BUS_ADDRESS: bus },
       timeoutMs: this.#patienceMs,
       input: input === undefined ? undefined : pieceOf(input),
     });

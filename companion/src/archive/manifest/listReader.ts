@@ -1,7 +1,8 @@
+import { isDeepStrictEqual } from "node:util";
 import type { DayRange } from "../archiveRequests.ts";
 import type { ClipEntry } from "../clips/records.ts";
 import type { Vault } from "../keys/vault.ts";
-import { type ArchiveTarget, ObjectMissing } from "../targets/target.ts";
+import { type ArchiveTarget, ObjectMissing, ObjectUnreadable } from "../targets/target.ts";
 import type { Head, Heads } from "./heads.ts";
 import type { Mirror } from "./mirror.ts";
 import {
@@ -63,6 +64,7 @@ class ListReader {
   readonly #isThorough: boolean;
   readonly #problems: string[] = [];
   readonly #clips = new Map<string, ClipEntry>();
+  readonly #forgotten = new Set<string>();
 
   constructor(dependencies: ListSource, isThorough: boolean) {
     this.#dependencies = dependencies;
@@ -80,7 +82,9 @@ class ListReader {
       if (head !== undefined) verified.set(key, head);
     }
     await heads.advance(verified);
-    const clips = [...this.#clips.values()].sort((a, b) => a.startMs - b.startMs);
+    // Only now: whoever had them forgotten may be another writer than the one who has listed them.
+    const left = [...this.#clips.values()].filter(({ name }) => !this.#forgotten.has(name));
+    const clips = left.sort((a, b) => a.startMs - b.startMs);
     return { clips, problems: this.#problems };
   }
 
@@ -187,17 +191,21 @@ class ListReader {
       if (isWanted) this.#addClips(segment);
       return { sequence: name.sequence, sha256: sha256Of(object) };
     } catch (error) {
-      if (!isItsFault(error)) throw error;
-      const what = error instanceof ForgedSegment ? "is not what was stored" : "is missing";
-      this.#problems.push(`A part of the list ${what}: ${segmentName(name)}.`);
+      if (faultOf(error) === undefined) throw error;
+      this.#problems.push(`A part of the list ${faultOf(error)}: ${segmentName(name)}.`);
       return { sequence: name.sequence, sha256: "" };
     }
   }
 
+  /** A machine that was set back to a former state lists again what waited then, as it was. */
   #addClips(segment: Segment): void {
+    for (const name of segment.forgotten ?? []) this.#forgotten.add(name);
     for (const clip of segment.clips) {
-      if (this.#clips.has(clip.name)) this.#problems.push(`A clip is listed twice: ${clip.name}.`);
-      else this.#clips.set(clip.name, clip);
+      const known = this.#clips.get(clip.name);
+      if (known === undefined) this.#clips.set(clip.name, clip);
+      else if (!isDeepStrictEqual(known, clip)) {
+        this.#problems.push(`A clip is listed twice, as two different ones: ${clip.name}.`);
+      }
     }
   }
 
@@ -207,7 +215,7 @@ class ListReader {
     const kept = await this.#kept(name);
     if (kept !== undefined && !(this.#isThorough && isWanted)) return kept;
     const object = await this.#fetch(name, signal).catch((error: unknown) => {
-      if (kept === undefined || !isItsFault(error)) throw error;
+      if (kept === undefined || faultOf(error) === undefined) throw error;
     });
     if (object !== undefined && (await isGenuine(object, vault, name))) {
       await mirror.keep(name, object);
@@ -220,7 +228,9 @@ class ListReader {
   }
 
   async #kept(name: SegmentName): Promise<Buffer | undefined> {
-    const { mirror, vault } = this.#dependencies;
+    const { mirror, vault, ownHead } = this.#dependencies;
+    // Of our own list, what isn't stored yet may turn out to be another's there.
+    if (ownHead?.writer === name.writer && name.sequence > ownHead.sequence) return undefined;
     const kept = await mirror.read(name);
     return kept !== undefined && (await isGenuine(kept, vault, name)) ? kept : undefined;
   }
@@ -238,8 +248,12 @@ class ListReader {
   }
 }
 
-function isItsFault(error: unknown): boolean {
-  return error instanceof ForgedSegment || error instanceof ObjectMissing;
+/** What is wrong with one part and no other; undefined where it is the target. */
+function faultOf(error: unknown): string | undefined {
+  if (error instanceof ForgedSegment) return "is not what was stored";
+  if (error instanceof ObjectMissing) return "is missing";
+  if (error instanceof ObjectUnreadable) return "can't be read";
+  return undefined;
 }
 
 async function isGenuine(object: Buffer, vault: Vault, name: SegmentName): Promise<boolean> {

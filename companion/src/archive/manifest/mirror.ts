@@ -51,6 +51,11 @@ export class Mirror {
     await this.#disk.syncFolder(this.#folder);
   }
 
+  /** Of a part that was never stored, and never will be. */
+  async remove(name: SegmentName): Promise<void> {
+    await this.#disk.remove(this.pathOf(name));
+  }
+
   /** The part that is kept, as something to store. */
   upload(name: SegmentName) {
     const path = this.pathOf(name);

@@ -25,6 +25,8 @@ export const Segment = z.object({
   /** Of the whole object before. */
   previous: sha256Text,
   clips: z.array(ClipEntry),
+  /** Clips of that day that the user has had forgotten, whoever has listed them. */
+  forgotten: z.optional(z.array(z.string())),
 });
 export type Segment = z.infer<typeof Segment>;
 

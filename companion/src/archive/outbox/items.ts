@@ -1,10 +1,12 @@
+import { createHash } from "node:crypto";
 import { basename, join } from "node:path";
 import { errorCode } from "../../base/failure.ts";
 import { parseJson } from "../../json/value.ts";
 import { writeJson } from "../../json/writer.ts";
 import type { Disk } from "../../spool/disk.ts";
 import { chunkFileName, SpoolLayout } from "../../spool/layout.ts";
-import { Chunk, pictureName } from "../../spool/records.ts";
+import { leaveFramesOut } from "../../spool/leaveFramesOut.ts";
+import { Chunk, pictureName, type SpooledFrame } from "../../spool/records.ts";
 import { discard, setAside } from "../../spool/spool.ts";
 import { parseRecord } from "../../wire/schema.ts";
 import { clipPath } from "../clips/packer.ts";
@@ -108,6 +110,31 @@ export class Items {
       const read = () => this.#disk.read(path);
       return { name: `${packed.vault}/${clip.name}`, path, bytes, sha256, read };
     });
+  }
+
+  /** Whether the clips can still be read, and are what was made. */
+  async areClipsWhole(name: string, packed: PackedChunk): Promise<boolean> {
+    for (const { read, sha256 } of this.uploads(name, packed)) {
+      const hash = createHash("sha256");
+      try {
+        for await (const piece of read()) hash.update(piece);
+      } catch (error) {
+        if (errorCode(error) === "ENOENT" || errorCode(error) === "EIO") return false;
+        throw error;
+      }
+      if (hash.digest("hex") !== sha256) return false;
+    }
+    return true;
+  }
+
+  /** Takes frames out of an item that isn't packed, and resolves with how many there were. */
+  async leaveOut(name: string, goes: (frame: SpooledFrame) => boolean): Promise<number> {
+    const chunk = await this.readChunk(name);
+    const rest = await leaveFramesOut(this.#disk, this.folderOf(name), chunk, goes);
+    const bytes = bytesOf(rest);
+    if (bytes === 0) await this.discard(name);
+    else this.#items.set(name, { bytes, packed: undefined });
+    return chunk.frames.length - rest.frames.length;
   }
 
   /** Nothing there is no error. */

@@ -10,7 +10,7 @@ import {
   segmentName,
   sha256Of,
 } from "../manifest/segment.ts";
-import { type ArchiveTarget, ObjectConflict } from "../targets/target.ts";
+import { type ArchiveTarget, ObjectConflict, TargetFailure } from "../targets/target.ts";
 
 export interface ListWriterDependencies {
   readonly mirror: Mirror;
@@ -35,19 +35,37 @@ export class ListWriter {
     items: readonly (readonly [name: string, chunk: PackedChunk])[],
     vault: Vault,
   ): Promise<void> {
+    const day = items[0]?.[1].clips[0]?.day;
+    if (day === undefined) throw new Error("there is nothing to list");
+    const clips = items.flatMap(([, chunk]) => chunk.clips);
+    await this.#prepare(
+      { day, clips },
+      items.map(([name]) => name),
+      vault,
+    );
+  }
+
+  /** Prepares a part that tells of listed clips of the day that they are there no more. */
+  prepareForgotten(day: string, forgotten: string[], vault: Vault): Promise<void> {
+    return this.#prepare({ day, clips: [], forgotten }, [], vault);
+  }
+
+  async #prepare(
+    contents: Pick<Segment, "day" | "clips" | "forgotten">,
+    items: string[],
+    vault: Vault,
+  ): Promise<void> {
     const { mirror, state } = this.#dependencies;
     const { binding } = state.record;
-    const day = items[0]?.[1].clips[0]?.day;
-    if (binding === undefined || day === undefined) throw new Error("there is nothing to list");
+    if (binding === undefined) throw new Error("there is no list");
     const segment: Segment = {
       format: "ostrel-archive-list",
       version: 1,
       vault: vault.id,
       writer: binding.writer,
       sequence: binding.sequence + 1,
-      day,
       previous: binding.sequence === 0 ? noPrevious : binding.head,
-      clips: items.flatMap(([, chunk]) => chunk.clips),
+      ...contents,
     };
     const object = await sealSegment(segment, vault);
     await mirror.keep(segment, object);
@@ -57,12 +75,15 @@ export class ListWriter {
         sequence: segment.sequence,
         bytes: object.length,
         sha256: sha256Of(object),
-        items: items.map(([name]) => name),
+        items,
       },
     });
   }
 
-  /** Stores the part that is prepared. What its items hold is then in the archive for good. */
+  /**
+   * Stores the part that is prepared. What its items hold is then in the archive for good. Throws
+   * TargetFailure; a part that was damaged here, or where another stands, is then given up.
+   */
   async store(pending: PendingSegment, target: ArchiveTarget, signal: AbortSignal): Promise<void> {
     const { mirror, state } = this.#dependencies;
     const { vault, binding } = state.record;
@@ -71,11 +92,20 @@ export class ListWriter {
       throw new Error("there is no archive");
     }
     const { bytes, sha256 } = pending;
+    const kept = await mirror.read(name);
+    if (kept === undefined || sha256Of(kept) !== sha256) {
+      await state.change({ segment: undefined });
+      // Whatever it was to tell of is still as it was, and comes into another part.
+      throw new TargetFailure("A part of the list was damaged on this disk; it is made anew.");
+    }
     const upload = { ...mirror.upload(name), bytes, sha256 };
     try {
       await target.put({ ...upload, name: `${vault.id}/${pending.name}` }, signal);
     } catch (error) {
-      if (error instanceof ObjectConflict) await this.#beginAnew();
+      if (error instanceof ObjectConflict) {
+        await mirror.remove(name);
+        await this.#beginAnew();
+      }
       throw error;
     }
     await state.change({

@@ -1,5 +1,5 @@
 import type { Clock } from "../../base/clock.ts";
-import { describeFailure, isSystemError } from "../../base/failure.ts";
+import { describeFailure, isDiskFull, isSystemError } from "../../base/failure.ts";
 import { Recipient } from "../age/x25519.ts";
 import { type ArchiveState, UnreadableState } from "../archiveState.ts";
 import { clipName, type PackerDependencies, packChunk } from "../clips/packer.ts";
@@ -23,6 +23,8 @@ export interface OutboxDependencies {
   vault(): Promise<Vault>;
   /** Why nothing moves; undefined when it moves again. */
   onTrouble(sentence: string | undefined): void;
+  /** Something will never get there. */
+  onLoss(sentence: string): void;
 }
 
 /** So long stored clips may wait for others, so that the list has few parts. */
@@ -49,6 +51,8 @@ export class Outbox {
   /** Stored and not listed, and since when the first of them. */
   readonly #stored = new Set<string>();
   #storedSinceMs = 0;
+  /** What could not be packed, and why: tried again with the next attempt. */
+  readonly #unpacked = new Map<string, unknown>();
   #retryMs = firstRetryMs;
   #notBeforeMs = 0;
   #cancelTimer: (() => void) | undefined;
@@ -124,11 +128,13 @@ export class Outbox {
     const { state, clock, onTrouble } = this.#dependencies;
     if (!state.record.enabled) return;
     const { signal } = this.#current;
+    this.#unpacked.clear();
     try {
       await this.#packAll(signal);
       const waitMs = this.#notBeforeMs - clock.nowMs();
       if (waitMs > 0 && waitMs <= greatestRetryMs) return this.#wakeAfter(waitMs);
       await this.#storeAll(signal);
+      for (const failure of this.#unpacked.values()) throw failure;
       this.#retryMs = firstRetryMs;
       this.#isFlushing = false;
       onTrouble(undefined);
@@ -147,11 +153,18 @@ export class Outbox {
     this.#cancelTimer = this.#dependencies.clock.after(delayMs, () => this.wake());
   }
 
+  /** What can't be packed holds up neither the others nor what is packed, which makes room. */
   async #packAll(signal: AbortSignal): Promise<void> {
-    const { items } = this.#dependencies;
-    for (let [name] = items.taken; name !== undefined; [name] = items.taken) {
+    const next = () => this.#dependencies.items.taken.find((name) => !this.#unpacked.has(name));
+    for (let name = next(); name !== undefined; name = next()) {
       signal.throwIfAborted();
-      await this.#pack(name, signal);
+      try {
+        await this.#pack(name, signal);
+      } catch (error) {
+        signal.throwIfAborted();
+        this.#unpacked.set(name, error);
+        if (isDiskFull(error)) return;
+      }
     }
   }
 
@@ -195,7 +208,15 @@ export class Outbox {
     target: ArchiveTarget,
     signal: AbortSignal,
   ): Promise<void> {
-    const { items, clock } = this.#dependencies;
+    const { items, clock, onLoss } = this.#dependencies;
+    // What is stored is listed by the hash that it was made with, and never looked at again.
+    if (!(await items.areClipsWhole(name, packed))) {
+      await items.setAside(name, clock.nowMs());
+      onLoss(
+        "Footage was damaged on this disk before it was archived; what is left was put aside.",
+      );
+      return;
+    }
     try {
       for (const upload of items.uploads(name, packed)) await target.put(upload, signal);
     } catch (error) {

@@ -10,6 +10,7 @@ import {
   type ArchiveTarget,
   ObjectConflict,
   ObjectMissing,
+  ObjectUnreadable,
   type StoredObject,
   TargetFailure,
   type Upload,
@@ -17,6 +18,9 @@ import {
 
 /** The name of the vault's file in its folder. */
 export const vaultFileName = "vault.age";
+
+const unread = "The archive's folder can't be read";
+const nothingThere = new Set(["ENOENT", "ENOTDIR", "ELOOP"]);
 
 /**
  * A folder, perhaps of another machine's disk. The folder itself is never made: where a disk isn't
@@ -51,36 +55,62 @@ export class FolderTarget implements ArchiveTarget {
     });
   }
 
+  remove(name: string): Promise<void> {
+    return this.#told("The archive's folder can't be written", async () => {
+      await this.#requireRoot();
+      // Of another disk's folder, where nothing of that name is, it would be believed.
+      await this.#requireVault(name);
+      const path = this.#path(name);
+      await this.#disk.remove(path);
+      if ((await this.#disk.size(dirname(path))) === undefined) return;
+      await syncFolder(this.#fs, dirname(path));
+    });
+  }
+
   async *read(name: string, signal: AbortSignal): AsyncGenerator<Uint8Array> {
+    // What is there and is no file could be one that keeps its reader waiting for ever.
+    if ((await this.#look(name))?.isFile() !== true) {
+      await this.#told(unread, () => this.#requireRoot());
+      throw new ObjectMissing(name);
+    }
     try {
       for await (const piece of this.#disk.read(this.#path(name))) {
         signal.throwIfAborted();
         yield piece;
       }
     } catch (error) {
-      if (errorCode(error) === "ENOENT") {
-        await this.#told("The archive's folder can't be read", () => this.#requireRoot());
-        throw new ObjectMissing(name);
-      }
-      throw asFailure("The archive's folder can't be read", error);
+      if (errorCode(error) !== "EIO") throw asFailure(unread, error);
+      await this.#told(unread, () => this.#requireRoot());
+      const sentence = `${describeFailure(unread, error)}.`;
+      throw new ObjectUnreadable(sentence, { cause: error });
     }
   }
 
   async *list(folder: string, signal: AbortSignal): AsyncGenerator<StoredObject> {
-    await this.#told("The archive's folder can't be read", () => this.#requireRoot());
+    await this.#told(unread, () => this.#requireRoot());
     for (const name of await this.#names(folder)) {
       signal.throwIfAborted();
       const path = `${folder}/${name}`;
-      const stat = await this.#told("The archive's folder can't be read", () =>
-        this.#fs.stat(this.#path(path), { bigint: true }),
-      );
+      const stat = await this.#look(path);
+      // Gone meanwhile, or a link that leads nowhere.
+      if (stat === undefined) continue;
       if (stat.isDirectory()) yield* this.list(path, signal);
       else yield { name: path, bytes: Number(stat.size) };
     }
   }
 
+  /** Undefined where nothing is behind the name. */
+  async #look(name: string) {
+    try {
+      return await this.#fs.stat(this.#path(name), { bigint: true });
+    } catch (error) {
+      if (nothingThere.has(errorCode(error) ?? "")) return undefined;
+      throw asFailure(unread, error);
+    }
+  }
+
   async topFolders(): Promise<string[]> {
-    await this.#told("The archive's folder can't be read", () => this.#requireRoot());
+    await this.#told(unread, () => this.#requireRoot());
     return this.#names("");
   }
 
@@ -96,7 +126,7 @@ export class FolderTarget implements ArchiveTarget {
     } catch (error) {
       const code = errorCode(error);
       if (code === "ENOENT" || code === "ENOTDIR") return [];
-      throw asFailure("The archive's folder can't be read", error);
+      throw asFailure(unread, error);
     }
   }
 
@@ -127,6 +157,8 @@ export class FolderTarget implements ArchiveTarget {
     path: string,
     signal: AbortSignal,
   ): Promise<boolean> {
+    // Whoever shares the folder may have put a link there, which would lead to a file of ours.
+    await this.#disk.remove(temporary);
     const file = await this.#disk.createFile(temporary);
     try {
       for await (const piece of upload.read()) {

@@ -1,5 +1,8 @@
 import { createHash } from "node:crypto";
+import * as z from "zod/mini";
 import { outputOf, ProgramFailed, ProgramMissing, runProgram } from "../../base/runProgram.ts";
+import { parseJson } from "../../json/value.ts";
+import { parseRecord } from "../../wire/schema.ts";
 import {
   type ArchiveTarget,
   ObjectConflict,
@@ -15,10 +18,8 @@ const missing = new Set([3, 4]);
 /** The slowest line that is worth an archive, for the largest clip. */
 const timeoutMs = 30 * 60_000;
 
-interface Listed {
-  readonly Path: string;
-  readonly Size: number;
-}
+const Listing = z.array(z.object({ Path: z.string(), Size: z.number() }));
+type Listing = z.infer<typeof Listing>;
 
 /**
  * Everything that `rclone` can reach, by a remote of the user's own configuration. The credentials
@@ -33,18 +34,30 @@ export class RcloneTarget implements ArchiveTarget {
     for (const name of passedOn) this.#environment[name] = environment[name];
   }
 
-  /** Looks first, because of single files rclone overwrites also what it is told to leave. */
+  /**
+   * Looks first, because of single files rclone overwrites also what it is told to leave. Older ones
+   * write some places' files in place, so that a kill leaves the beginning of one under its name.
+   */
   async put(upload: Upload, signal: AbortSignal): Promise<void> {
+    const copy = ["copyto", upload.path, this.#path(upload.name)];
     const there = await this.#sizeOf(upload.name, signal);
     if (there === undefined) {
-      await this.#run(["copyto", "--immutable", upload.path, this.#path(upload.name)], signal);
-    } else if (there !== upload.bytes || !(await this.#holds(upload, signal))) {
-      throw new ObjectConflict(upload.name);
+      await this.#run([...copy, "--immutable"], signal);
+    } else {
+      const isOurs = there <= upload.bytes && (await this.#holdsFirst(there, upload, signal));
+      if (!isOurs) throw new ObjectConflict(upload.name);
+      if (there < upload.bytes) await this.#run(copy, signal);
     }
     // A transfer that rclone believes in is not yet one that the other side tells of.
     if ((await this.#sizeOf(upload.name, signal)) !== upload.bytes) {
       throw new TargetFailure("rclone has stored a file, and the other side doesn't show it.");
     }
+  }
+
+  /** Looks first: what is there no more is an error to rclone, like others. */
+  async remove(name: string, signal: AbortSignal): Promise<void> {
+    if ((await this.#sizeOf(name, signal)) === undefined) return;
+    await this.#run(["deletefile", this.#path(name)], signal);
   }
 
   async *read(name: string, signal: AbortSignal): AsyncGenerator<Uint8Array> {
@@ -75,17 +88,19 @@ export class RcloneTarget implements ArchiveTarget {
     return (await this.#listed(name, [], signal))[0]?.Size;
   }
 
-  async #holds(upload: Upload, signal: AbortSignal): Promise<boolean> {
-    const hash = createHash("sha256");
-    for await (const piece of this.read(upload.name, signal)) hash.update(piece);
-    return hash.digest("hex") === upload.sha256;
+  /** Whether so many bytes are there, and are those with which the upload begins. */
+  async #holdsFirst(bytes: number, upload: Upload, signal: AbortSignal): Promise<boolean> {
+    const [theirs, ours] = [createHash("sha256"), createHash("sha256")];
+    for await (const piece of this.read(upload.name, signal)) theirs.update(piece);
+    let left = bytes;
+    for await (const piece of upload.read()) {
+      ours.update(piece.subarray(0, left));
+      left -= Math.min(left, piece.length);
+    }
+    return theirs.digest("hex") === ours.digest("hex");
   }
 
-  async #listed(
-    name: string,
-    options: readonly string[],
-    signal: AbortSignal,
-  ): Promise<readonly Listed[]> {
+  async #listed(name: string, options: readonly string[], signal: AbortSignal): Promise<Listing> {
     const given = ["lsjson", "--no-modtime", "--no-mimetype", ...options, this.#path(name)];
     try {
       return parseListed(await this.#run(given, signal));
@@ -119,10 +134,12 @@ function isMissing(error: unknown): boolean {
   return error instanceof ProgramFailed && missing.has(error.exitCode ?? 0);
 }
 
-function parseListed(text: string): readonly Listed[] {
-  const value: unknown = JSON.parse(text);
-  if (Array.isArray(value)) return value as readonly Listed[];
-  throw new TargetFailure("rclone's answer can't be understood.");
+function parseListed(text: string): Listing {
+  try {
+    return parseRecord(Listing, parseJson(text));
+  } catch (cause) {
+    throw new TargetFailure("rclone's answer can't be understood.", { cause });
+  }
 }
 
 function asFailure(error: unknown, signal: AbortSignal): unknown {

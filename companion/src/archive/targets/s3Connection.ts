@@ -2,12 +2,13 @@ import { createHash } from "node:crypto";
 import * as http from "node:http";
 import * as https from "node:https";
 import type { Clock } from "../../base/clock.ts";
+import { loopbackLookup } from "../../base/loopback.ts";
 import { encodePart, encodeQuery, signedHeaders } from "./signature.ts";
 import { TargetFailure, type Upload } from "./target.ts";
 import type { S3Record } from "./targetRecord.ts";
 
 export interface S3Request {
-  readonly method: "GET" | "HEAD" | "PUT";
+  readonly method: "GET" | "HEAD" | "PUT" | "DELETE";
   /** Without the prefix; empty for the bucket itself. */
   readonly key: string;
   readonly query?: ReadonlyMap<string, string>;
@@ -50,25 +51,35 @@ export class S3Connection {
     const query = encodeQuery(request.query ?? new Map());
     const isSecure = this.#endpoint.protocol === "https:";
     const { idleMs } = this.#options;
-    const sent = (isSecure ? https.request : http.request)({
+    const options = {
       // The bucket's own name where it is part of the host's; loopback names all lead here.
-      hostname: isSecure ? host.replace(/:[0-9]+$/, "") : this.#endpoint.hostname,
+      hostname: withoutBrackets(isSecure ? host.replace(/:[0-9]+$/, "") : this.#endpoint.hostname),
       port: this.#endpoint.port,
       path: query === "" ? path : `${path}?${query}`,
       method: request.method,
       headers: this.#headers(request, path, host),
       signal,
-      agent: false,
-    });
+      // A connection of its own, by no proxy and to no server that can't prove its name.
+      agent: false as const,
+    };
+    const sent = isSecure
+      ? https.request({ ...options, rejectUnauthorized: true })
+      : http.request({ ...options, lookup: loopbackLookup });
     sent.setTimeout(idleMs, () => sent.destroy(new Error("nothing came for too long")));
     const answered = new Promise<http.IncomingMessage>((resolve, reject) => {
       sent.once("response", resolve);
       sent.once("error", reject);
     });
     answered.catch(() => undefined);
-    // A server may refuse before it has read all of the body.
-    await Promise.race([sendBody(sent, request.upload), answered]);
-    return await answered;
+    try {
+      // A server may refuse before it has read all of the body.
+      await Promise.race([sendBody(sent, request.upload), answered]);
+      return await answered;
+    } catch (error) {
+      // What was to be sent can't be read: half of it must not wait for the rest.
+      sent.destroy();
+      throw error;
+    }
   }
 
   #headers(
@@ -100,6 +111,11 @@ export class S3Connection {
     const path = encoded === "" ? `/${bucket}` : `/${bucket}/${encoded}`;
     return { path, host: this.#endpoint.host };
   }
+}
+
+/** Of an IPv6 address, which has them in URLs and in headers only. */
+function withoutBrackets(hostname: string): string {
+  return hostname.replace(/^\[(.*)\]$/, "$1");
 }
 
 async function sendBody(request: http.ClientRequest, upload: Upload | undefined): Promise<void> {

@@ -1,3 +1,4 @@
+import { createHash } from "node:crypto";
 import type { IncomingMessage } from "node:http";
 import { connectionFailure, S3Connection, type S3Options, type S3Request } from "./s3Connection.ts";
 import { errorCodeOf, type ListingPage, parseListing } from "./s3Listing.ts";
@@ -27,11 +28,16 @@ const advice = new Map([
   ["QuotaExceeded", "There is no room left"],
 ]);
 
-/** Any bucket that speaks S3. Writes are conditional where the server knows how. */
+/**
+ * Any bucket that speaks S3. Writes are conditional, which not all servers know: some refuse the
+ * condition, and some overwrite as if there were none.
+ */
 export class S3Target implements ArchiveTarget {
   readonly #connection: S3Connection;
   readonly #prefix: string;
-  #knowsConditions = true;
+  #refusesConditions = false;
+  /** It has refused to overwrite something, so that it need not be looked at before each write. */
+  #keepsConditions = false;
 
   constructor(record: S3Record, options: S3Options) {
     this.#connection = new S3Connection(record, options);
@@ -39,7 +45,7 @@ export class S3Target implements ArchiveTarget {
   }
 
   async put(upload: Upload, signal: AbortSignal): Promise<void> {
-    if (!this.#knowsConditions && (await this.#isStored(upload, signal))) return;
+    if (!this.#keepsConditions && (await this.#isSeen(upload, signal))) return;
     const answer = await this.#send(
       {
         method: "PUT",
@@ -47,7 +53,7 @@ export class S3Target implements ArchiveTarget {
         headers: {
           "content-type": "application/octet-stream",
           [sha256Header]: upload.sha256,
-          ...(this.#knowsConditions && { "if-none-match": "*" }),
+          ...(!this.#refusesConditions && { "if-none-match": "*" }),
         },
         upload,
       },
@@ -58,17 +64,25 @@ export class S3Target implements ArchiveTarget {
       await textOf(answer, signal);
       return;
     }
-    if (status === 412 && this.#knowsConditions) {
+    if (status === 412 && !this.#refusesConditions) {
       await textOf(answer, signal);
+      this.#keepsConditions = true;
       if (!(await this.#isStored(upload, signal))) throw new ObjectConflict(upload.name);
       return;
     }
-    if (status === 501 && this.#knowsConditions) {
+    if (status === 501 && !this.#refusesConditions) {
       await textOf(answer, signal);
-      this.#knowsConditions = false;
+      this.#refusesConditions = true;
       return this.put(upload, signal);
     }
     throw await refusal(answer, signal);
+  }
+
+  async remove(name: string, signal: AbortSignal): Promise<void> {
+    const answer = await this.#send({ method: "DELETE", key: name }, signal);
+    const status = answer.statusCode ?? 0;
+    if (status !== 200 && status !== 204 && status !== 404) throw await refusal(answer, signal);
+    await textOf(answer, signal);
   }
 
   async *read(name: string, signal: AbortSignal): AsyncGenerator<Uint8Array> {
@@ -105,6 +119,7 @@ export class S3Target implements ArchiveTarget {
     wanted: ReadonlyMap<string, string>,
     signal: AbortSignal,
   ): AsyncGenerator<ListingPage> {
+    const begun = new Set<string>();
     let next: string | undefined;
     do {
       const query = new Map([...wanted, ["list-type", "2"]]);
@@ -113,9 +128,21 @@ export class S3Target implements ArchiveTarget {
       if (answer.statusCode !== 200) throw await refusal(answer, signal);
       const page = asListing(await textOf(answer, signal));
       yield page;
-      if (page.next === next && next !== undefined) throw new TargetFailure(endlessListing);
       next = page.next;
+      if (next !== undefined && begun.has(next)) throw new TargetFailure(endlessListing);
+      if (next !== undefined) begun.add(next);
     } while (next !== undefined);
+  }
+
+  /** As `isStored`; a key that may write and not read can't look, and has to trust the condition. */
+  async #isSeen(upload: Upload, signal: AbortSignal): Promise<boolean> {
+    try {
+      return await this.#isStored(upload, signal);
+    } catch (error) {
+      if (error instanceof Refusal && error.status === 403 && !this.#refusesConditions)
+        return false;
+      throw error;
+    }
   }
 
   /** Whether exactly these bytes are there; throws ObjectConflict where others are. */
@@ -124,11 +151,19 @@ export class S3Target implements ArchiveTarget {
     answer.resume();
     if (answer.statusCode === 404) return false;
     if (answer.statusCode !== 200) throw await refusal(answer, signal);
+    const told = answer.headers[sha256Header];
     const isSame =
-      answer.headers[sha256Header] === upload.sha256 &&
-      Number(answer.headers["content-length"]) === upload.bytes;
+      Number(answer.headers["content-length"]) === upload.bytes &&
+      (told ?? (await this.#sha256Of(upload.name, signal))) === upload.sha256;
     if (!isSame) throw new ObjectConflict(upload.name);
     return true;
+  }
+
+  /** For servers that don't keep what they are told of an object. */
+  async #sha256Of(name: string, signal: AbortSignal): Promise<string> {
+    const hash = createHash("sha256");
+    for await (const piece of this.read(name, signal)) hash.update(piece);
+    return hash.digest("hex");
   }
 
   #send(request: S3Request, signal: AbortSignal): Promise<IncomingMessage> {
@@ -139,11 +174,13 @@ export class S3Target implements ArchiveTarget {
 const endlessListing = "The archive's server lists without an end.";
 
 class Refusal extends TargetFailure {
+  readonly status: number;
   readonly code: string | undefined;
 
   constructor(status: number, code: string | undefined) {
     const why = advice.get(code ?? "") ?? `It answered ${status}${code ? ` (${code})` : ""}`;
     super(`The archive's server refused: ${why}.`);
+    this.status = status;
     this.code = code;
   }
 }

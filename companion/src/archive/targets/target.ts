@@ -15,8 +15,8 @@ export interface StoredObject {
 }
 
 /**
- * Where an archive lies. What is stored there never changes and is never overwritten. Every
- * operation may take long, ends soon after the signal, and throws TargetFailure unless it says more.
+ * Where an archive lies. What is stored there never changes and is never overwritten; it goes only when
+ * its user has it forgotten. Every operation may take long, ends soon after the signal, and throws TargetFailure unless it says more.
  */
 export interface ArchiveTarget {
   /**
@@ -24,6 +24,8 @@ export interface ArchiveTarget {
    * where it kept them already. Throws ObjectConflict where it keeps others.
    */
   put(upload: Upload, signal: AbortSignal): Promise<void>;
+  /** Resolves when the target shows the object no more; nothing of that name is no error. */
+  remove(name: string, signal: AbortSignal): Promise<void>;
   /** Throws ObjectMissing. What comes is checked by the reader, who knows what it should be. */
   read(name: string, signal: AbortSignal): AsyncIterable<Uint8Array>;
   /** All objects in the folder and those below it; none where it isn't there. */
@@ -43,6 +45,11 @@ export class ObjectMissing extends TargetFailure {
   constructor(name: string) {
     super(`The archive has no object ${name}.`);
   }
+}
+
+/** It is there, and the target can't give it back: the others may be whole. */
+export class ObjectUnreadable extends TargetFailure {
+  override readonly name = "ObjectUnreadable";
 }
 
 export class ObjectConflict extends TargetFailure {

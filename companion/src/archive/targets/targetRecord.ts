@@ -1,4 +1,5 @@
 import * as z from "zod/mini";
+import { isLoopback } from "../../base/loopback.ts";
 import { defaulting } from "../../wire/schema.ts";
 
 /** Stands where a secret is not told; given as a secret, it leaves the one that is kept alone. */
@@ -68,8 +69,8 @@ function isSafeEndpoint(text: string): boolean {
   try {
     const { protocol, hostname, pathname, search, hash, username, password } = new URL(text);
     const isBare = pathname === "/" && `${search}${hash}${username}${password}` === "";
-    const isLoopback = ["127.0.0.1", "localhost", "[::1]"].includes(hostname);
-    return isBare && (protocol === "https:" || (protocol === "http:" && isLoopback));
+    const isSafe = protocol === "https:" || (protocol === "http:" && isLoopback(hostname));
+    return isBare && isSafe;
   } catch {
     return false;
   }

@@ -1,0 +1,66 @@
+/**
+ * What the privacy rules hold where the user's file leaves a list out: the application's own lists,
+ * which a fixture of both keeps the same.
+ */
+export const builtInApplications: readonly string[] = [
+  "org.keepassxc.KeePassXC",
+  "keepass2",
+  "keepassx",
+  "bitwarden",
+  "com.bitwarden.desktop",
+  "1password",
+  "com.onepassword.OnePassword",
+  "org.gnome.seahorse.Application",
+  "org.gnome.World.Secrets",
+  "enpass",
+  "io.enpass.Enpass",
+  "lastpass",
+  "proton-pass",
+  "me.proton.Pass",
+  "dashlane",
+  "org.kde.kwalletmanager5",
+  "org.kde.kwalletmanager",
+  "buttercup",
+  "com.buttercup.desktop",
+  "org.ijhack.QtPass",
+  "qtpass",
+  "org.gnome.Gcr.Prompter",
+  "gcr-prompter",
+  "torbrowser",
+  "org.torproject.torbrowser-launcher",
+];
+
+export const builtInWindowClasses: readonly string[] = [
+  "KeePassXC",
+  "KeePass",
+  "KeePass2",
+  "KeePassX",
+  "Bitwarden",
+  "1Password",
+  "Seahorse",
+  "gnome-passwordsafe",
+  "Enpass",
+  "LastPass",
+  "Proton Pass",
+  "Dashlane",
+  "kwalletmanager5",
+  "kwalletmanager",
+  "kwalletd5",
+  "kwalletd6",
+  "Buttercup",
+  "QtPass",
+  "pinentry",
+  "Pinentry-gtk-2",
+  "pinentry-qt",
+  "pinentry-gnome3",
+  "Gcr-prompter",
+  "ssh-askpass",
+  "Tor Browser",
+];
+
+/** Titles of private browser windows, as the application writes them into the file. */
+export const builtInTitlePatterns: readonly string[] = [
+  "(?:^|[-–—] )(?:Mozilla Firefox|Firefox Developer Edition|Firefox Nightly|Nightly|LibreWolf|Waterfox) \\(?(?:Private Browsing|Private Window|Privater Modus|Privates Fenster|Navigation privée|Navegación privada|Navigazione anonima|Navegação privada|Privénavigatie)\\)?$",
+  "\\[InPrivate\\] [-–—] (?:[^-–—]+ [-–—] )?Microsoft\\x{200b}? Edge(?: (?:Beta|Dev|Canary))?$",
+  "[-–—] (?:Google Chrome|Chromium|Brave|Vivaldi|Opera)(?: (?:Beta|Dev|Unstable))? \\((?:Incognito|Inkognito|Incógnito|Navigation privée|Private|Privat)\\)$",
+];

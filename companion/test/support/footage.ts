@@ -1,0 +1,44 @@
+import { readdirSync, readFileSync } from "node:fs";
+import { join } from "node:path";
+import { ArchiveHarness, type TestFrame } from "./archiveHarness.ts";
+import { MemoryTarget } from "./memoryTarget.ts";
+
+export const startMs = new Date(2026, 10, 21, 9, 30, 5).getTime();
+/** The day of `startMs`. */
+export const day = "2026-11-21";
+export const anyFolder = { kind: "folder", path: "/archive", lossless: true } as const;
+
+export function picture(number: number): Buffer {
+  return Buffer.from(`a picture, number ${number}, `.repeat(50 + number));
+}
+
+export function frames(from: number, count: number, displayId = "1"): TestFrame[] {
+  return Array.from({ length: count }, (_, index) => ({
+    atMs: startMs + (from + index) * 2_000,
+    picture: picture(from + index),
+    displayId,
+    displayLabel: `Display ${displayId}`,
+    text: `frame ${from + index}`,
+  }));
+}
+
+/** Everything below a folder, by its path there. */
+export function filesIn(folder: string): Map<string, Buffer> {
+  const files = new Map<string, Buffer>();
+  for (const entry of readdirSync(folder, { withFileTypes: true })) {
+    const path = join(folder, entry.name);
+    if (!entry.isDirectory()) files.set(entry.name, readFileSync(path));
+    else for (const [name, bytes] of filesIn(path)) files.set(join(entry.name, name), bytes);
+  }
+  return files;
+}
+
+/** Three clips of two chunks, listed. */
+export async function archiveWithTwoChunks(target = new MemoryTarget()) {
+  const harness = await ArchiveHarness.open({ target });
+  const recoveryKey = await harness.turnOn(anyFolder);
+  await harness.finish(1, [...frames(0, 5), ...frames(0, 5, "2")]);
+  await harness.finish(2, frames(5, 5));
+  await harness.archive.estimate({ fromDate: day, toDate: day });
+  return { harness, target, recoveryKey };
+}
