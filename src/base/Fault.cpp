@@ -51,6 +51,10 @@ QString sentence(Fault fault, const QString &detail)
         return QStringLiteral("No Wayland display can be reached (%1). Start this in a graphical session, or set "
                               "WAYLAND_DISPLAY to a display that you may use.")
             .arg(detail);
+    case Fault::NoWaylandToolkit:
+        return QStringLiteral("The panel can't be shown: no X display can be reached, and Qt's plugin for Wayland is "
+                              "missing. Install it (qt6-wayland on Debian, qt6-qtwayland on Fedora), or have your "
+                              "compositor start XWayland.");
     case Fault::NoScreencopy:
         return QStringLiteral("This Wayland session's compositor does not let programs take pictures of the screen. "
                               "Sway and others that offer wlr-screencopy do: log in with one of them, or with an X11 "
@@ -66,10 +70,9 @@ QString sentence(Fault fault, const QString &detail)
     case Fault::PictureRefused:
         return QStringLiteral("The screen gave no picture of itself (%1).").arg(detail);
     case Fault::NoScreenPortal:
-        return QStringLiteral("This Wayland session lets no program record the screen: its compositor does not offer "
-                              "wlr-screencopy, and the desktop portal can't be used (%1). Install xdg-desktop-portal "
-                              "and the part of it that belongs to this desktop, or log in with sway or with an X11 "
-                              "session.")
+        return QStringLiteral("The screen of this Wayland session is recorded through the desktop portal, which can't "
+                              "be used (%1). Install xdg-desktop-portal and the part of it that belongs to this "
+                              "desktop, or log in with sway or with an X11 session.")
             .arg(detail);
     case Fault::ScreenCaptureDeclined:
         return QStringLiteral("The desktop was told not to let the screen be recorded. Allow it under \"Screen "

@@ -26,6 +26,7 @@ enum class Fault {
     FileFailed,
     NoXDisplay,
     NoWaylandDisplay,
+    NoWaylandToolkit,
     NoScreencopy,
     ScreenFormatUnsupported,
     DisplayGone,

@@ -69,6 +69,9 @@ QStringList partsOf(const QString &name)
     return parts;
 }
 
+/// Far longer than any name of ours, and short enough that folders in folders come to an end.
+constexpr qsizetype longestName = 512;
+
 bool isPlain(const QString &part)
 {
     if (part.isEmpty() || part == QLatin1String(".") || part == QLatin1String(".."))
@@ -87,6 +90,7 @@ public:
     Result<> syncFolders() const;
 
 private:
+    Result<> count(const QString &name);
     Result<QString> safeName(::archive_entry *entry) const;
     Result<> makeFolders(const QString &name);
     Result<> makeFile(const QString &name, bool executable, ::archive *reader);
@@ -111,6 +115,8 @@ Result<QString> Unpacking::safeName(::archive_entry *entry) const
         return std::unexpected(unsafe(name, "neither a file nor a folder"));
     if ((::archive_entry_perm(entry) & (S_ISUID | S_ISGID | S_ISVTX)) != 0)
         return std::unexpected(unsafe(name, "set-id bits"));
+    if (name.size() > longestName)
+        return std::unexpected(unsafe(name, "its name is too long"));
     const QStringList parts = partsOf(name);
     const bool isRoot = parts.isEmpty() && type == AE_IFDIR;
     if (!isRoot && (parts.isEmpty() || !std::ranges::all_of(parts, isPlain)))
@@ -123,13 +129,20 @@ Result<> Unpacking::take(::archive *reader, ::archive_entry *entry)
     const auto name = safeName(entry);
     if (!name)
         return std::unexpected(name.error());
-    if (++m_entries > m_limits.entries)
-        return std::unexpected(unsafe(*name, "too many files"));
+    if (const auto counted = count(*name); !counted)
+        return counted;
     if (::archive_entry_filetype(entry) == AE_IFDIR)
         return makeFolders(*name);
     if (const auto made = makeFolders(name->section(QLatin1Char('/'), 0, -2)); !made)
         return made;
     return makeFile(*name, (::archive_entry_perm(entry) & S_IXUSR) != 0, reader);
+}
+
+Result<> Unpacking::count(const QString &name)
+{
+    if (++m_entries > m_limits.entries)
+        return std::unexpected(unsafe(name, "too many files"));
+    return {};
 }
 
 Result<> Unpacking::makeFolders(const QString &name)
@@ -138,6 +151,9 @@ Result<> Unpacking::makeFolders(const QString &name)
         return {};
     if (const auto made = makeFolders(name.section(QLatin1Char('/'), 0, -2)); !made)
         return made;
+    // Also those that no entry names.
+    if (const auto counted = count(name); !counted)
+        return counted;
     const QByteArray path = QFile::encodeName(pathOf(name));
     // The umask may take bits away, and the program must be able to read what it gets.
     if (::mkdir(path.constData(), 0755) != 0 || ::chmod(path.constData(), 0755) != 0)

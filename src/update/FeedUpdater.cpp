@@ -90,6 +90,7 @@ Task<> FeedUpdater::stage(Release release, std::stop_token stop)
 void FeedUpdater::offer(Version version)
 {
     m_ready = version;
+    m_readyWasHeldBack = isHeldBack(version);
     setPhase(Phase::Ready);
     m_delegate.willInstallUpdateOnQuit(version, [self = QPointer(this)] {
         if (!self || !self->m_ready || self->m_installing.isRunning())
@@ -112,6 +113,9 @@ Task<> FeedUpdater::installOnQuit(std::stop_token stop)
     if (!m_ready)
         co_return;
     const Version version = *std::exchange(m_ready, std::nullopt);
+    // Another program has installed it meanwhile, and its user has gone back from it.
+    if (!m_readyWasHeldBack && isHeldBack(version))
+        co_return setPhase(Phase::Found);
     const auto activated = co_await m_installer->activate(version, stop);
     if (stop.stop_requested())
         co_return;

@@ -57,6 +57,7 @@ private:
     UpdaterDelegate &m_delegate;
     UpdateState m_state;
     std::optional<Version> m_ready; ///< staged, and not installed yet
+    bool m_readyWasHeldBack = false;
     HttpClient m_http;
     UpdateMemory m_memory;
     UpdateSchedule m_schedule;

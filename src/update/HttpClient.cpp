@@ -143,7 +143,7 @@ HttpClient::HttpClient(Clock &clock) : m_clock(clock)
 Task<Result<HttpAnswerStream>> HttpClient::get(QUrl address, Headers headers, std::stop_token stop)
 {
     if (!isUpdateAddress(address))
-        co_return std::unexpected(updateError(UpdateFault::AddressRefused, address.toDisplayString()));
+        co_return std::unexpected(updateError(UpdateFault::AddressRefused, harmless(address.toDisplayString())));
     for (int redirects = 0; redirects <= mostRedirects; ++redirects) {
         HttpAnswerStream answer(m_manager.get(requestFor(address, headers)), m_clock);
         if (const auto head = co_await answer.head(stop); !head)
@@ -152,7 +152,7 @@ Task<Result<HttpAnswerStream>> HttpClient::get(QUrl address, Headers headers, st
             co_return answer;
         const QUrl next = address.resolved(QUrl::fromEncoded(answer.header("Location"), QUrl::StrictMode));
         if (!isUpdateAddress(next) || next.scheme() != address.scheme())
-            co_return std::unexpected(updateError(UpdateFault::RedirectRefused, next.toDisplayString()));
+            co_return std::unexpected(updateError(UpdateFault::RedirectRefused, harmless(next.toDisplayString())));
         address = next;
     }
     co_return std::unexpected(updateError(UpdateFault::TooManyRedirects));

@@ -2,12 +2,15 @@
 
 #include "base/Fault.h"
 #include "base/FileLock.h"
+#include "update/RunningVersions.h"
 #include "update/UpdateFault.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 
+#include <array>
+#include <climits>
 #include <unistd.h>
 
 namespace ostrel {
@@ -35,6 +38,21 @@ bool isOwn(const QString &folder)
     return info.isDir() && !info.isSymLink() && info.ownerId() == ::geteuid() && info.isWritable();
 }
 
+/// @return the lock, held; or InstallationBusy
+Result<std::shared_ptr<FileLock>> takeLock(const QString &path)
+{
+    auto lock = std::make_shared<FileLock>(path);
+    switch (lock->acquire(std::chrono::milliseconds(0))) {
+    case FileLock::Outcome::HeldByAnother:
+        return std::unexpected(updateError(UpdateFault::InstallationBusy));
+    case FileLock::Outcome::NoFile:
+        return std::unexpected(lock->error());
+    case FileLock::Outcome::Acquired:
+        break;
+    }
+    return lock;
+}
+
 QStringList allNames(const QString &folder)
 {
     return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
@@ -55,7 +73,7 @@ std::optional<Installation> Installation::around(const QString &prefix, std::sha
         !isOwn(versions.path()))
         return std::nullopt;
     Installation found(versions.path(), *running, std::move(disk));
-    if (!found.current())
+    if (!found.linked(QLatin1String("current")))
         return std::nullopt;
     return found;
 }
@@ -64,31 +82,56 @@ std::optional<Version> Installation::linked(QLatin1String name) const
 {
     // As it stands: where it leads need not exist.
     const QString path = m_root + QLatin1Char('/') + name;
-    std::array<char, 256> target{};
+    std::array<char, PATH_MAX> target{};
     const auto length = ::readlink(QFile::encodeName(path).constData(), target.data(), target.size());
-    const QString text = QString::fromLocal8Bit(target.data(), std::max<qsizetype>(length, 0));
-    const QString start = QStringLiteral("versions/");
-    return text.startsWith(start) ? Version::parse(text.mid(start.size())) : std::nullopt;
+    if (length <= 0)
+        return std::nullopt;
+    // Made by hand, it may be absolute, or end with a slash.
+    const QString leadsTo =
+        QDir::cleanPath(QDir(m_root).absoluteFilePath(QString::fromLocal8Bit(target.data(), qsizetype(length))));
+    const QString start = versions() + QLatin1Char('/');
+    return leadsTo.startsWith(start) ? Version::parse(leadsTo.mid(start.size())) : std::nullopt;
+}
+
+std::optional<Version> Installation::present(const std::optional<Version> &version) const
+{
+    return version && QFileInfo(folderOf(*version)).isDir() ? version : std::nullopt;
+}
+
+std::optional<Version> Installation::wayBack() const
+{
+    const auto now = current();
+    if (const auto before = previous(); before && before != now)
+        return before;
+    std::optional<Version> highest;
+    for (const QString &name : allNames(versions())) {
+        const auto version = Version::parse(name);
+        if (version && now && *version < *now && (!highest || *version > *highest))
+            highest = version;
+    }
+    return highest;
 }
 
 bool Installation::isRejected(const Version &version) const
 {
-    const auto present = current();
-    return present && version > *present && previous() == version;
+    const auto now = current();
+    return now && version > *now && previous() == version;
 }
 
 Result<> Installation::locked(const Step &change) const
 {
-    FileLock lock(versions() + QLatin1String("/.lock"));
-    switch (lock.acquire(std::chrono::milliseconds(0))) {
-    case FileLock::Outcome::HeldByAnother:
-        return std::unexpected(updateError(UpdateFault::InstallationBusy));
-    case FileLock::Outcome::NoFile:
+    const auto lock = takeLock(versions() + QLatin1String("/.lock"));
+    if (!lock)
         return std::unexpected(lock.error());
-    case FileLock::Outcome::Acquired:
-        break;
-    }
     return inOrder({[this] { return removeLeftovers(); }, change});
+}
+
+Result<Installation::Reservation> Installation::reserveDownloads() const
+{
+    auto lock = takeLock(versions() + QLatin1String("/.download.lock"));
+    if (!lock)
+        return std::unexpected(lock.error());
+    return Reservation{*std::move(lock)};
 }
 
 Result<> Installation::stage(const Version &version, const Fill &fill) const
@@ -105,21 +148,29 @@ Result<> Installation::unpackBeside(const Version &version, const Fill &fill) co
     const QString unpacking = versions() + QLatin1Char('/') + unpackingMark + version.text();
     const QString removing = versions() + QLatin1Char('/') + removingMark + version.text();
     const QString final = folderOf(version);
-    return inOrder({[&] { return m_disk->makeFolder(unpacking); }, [&] { return fill(unpacking); },
-                    [&] { return m_disk->openFolder(unpacking); }, [&] { return m_disk->syncFolder(unpacking); },
-                    // Left by an earlier switch that never came.
-                    [&] { return QFileInfo::exists(final) ? m_disk->rename(final, removing) : Result<>(); },
-                    [&] { return m_disk->rename(unpacking, final); }, [&] { return m_disk->syncFolder(versions()); },
-                    [&] { return m_disk->remove(removing); }});
+    const auto outcome =
+        inOrder({[&] { return m_disk->makeFolder(unpacking); }, [&] { return fill(unpacking); },
+                 [&] { return m_disk->openFolder(unpacking); }, [&] { return m_disk->syncFolder(unpacking); },
+                 // Left by an earlier switch that never came.
+                 [&] { return QFileInfo::exists(final) ? m_disk->rename(final, removing) : Result<>(); },
+                 [&] { return m_disk->rename(unpacking, final); }, [&] { return m_disk->syncFolder(versions()); },
+                 [&] { return m_disk->remove(removing); }});
+    // Perhaps the disk is full, and then this is what fills it.
+    if (!outcome)
+        static_cast<void>(m_disk->remove(unpacking));
+    return outcome;
 }
 
 Result<> Installation::activate(const Version &version) const
 {
     return locked([&]() -> Result<> {
-        if (!QFileInfo(folderOf(version)).isDir())
-            return std::unexpected(faultError(Fault::NoSuchFile, folderOf(version)));
-        if (version == current())
+        const auto now = current();
+        if (version == now)
             return {};
+        if (now && version < *now)
+            return std::unexpected(updateError(UpdateFault::NewerThere, now->text()));
+        if (!present(version))
+            return std::unexpected(faultError(Fault::NoSuchFile, folderOf(version)));
         if (auto switched = makeCurrent(version); !switched)
             return switched;
         removeOtherVersions();
@@ -131,8 +182,8 @@ Result<Version> Installation::rollBack() const
 {
     std::optional<Version> target;
     const auto outcome = locked([&]() -> Result<> {
-        target = previous();
-        if (!target || target == current() || !QFileInfo(folderOf(*target)).isDir())
+        target = wayBack();
+        if (!target)
             return std::unexpected(updateError(UpdateFault::NoPreviousVersion));
         return makeCurrent(*target);
     });
@@ -173,16 +224,24 @@ Result<> Installation::removeLeftovers() const
 /// The switch is done by then: what can't be removed only takes up room until the next one.
 void Installation::removeOtherVersions() const
 {
+    // Somebody else's program may still need its other files.
+    const QStringList running = runningVersions(versions());
     for (const QString &name : allNames(versions())) {
         const auto version = Version::parse(name);
-        if (!version || version == current() || version == previous() || version == m_running)
+        if (!version || version == current() || version == previous() || version == m_running || running.contains(name))
             continue;
         // Under a name that no version has, so that half of one is never taken for a whole.
         const QString removing = versions() + QLatin1Char('/') + removingMark + name;
         if (m_disk->rename(folderOf(*version), removing))
             static_cast<void>(m_disk->remove(removing));
     }
-    static_cast<void>(m_disk->remove(downloadFolder()));
+    removeDownloads();
+}
+
+void Installation::removeDownloads() const
+{
+    if (reserveDownloads())
+        static_cast<void>(m_disk->remove(downloadFolder()));
 }
 
 } // namespace ostrel

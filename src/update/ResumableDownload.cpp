@@ -8,6 +8,9 @@
 
 #include <QRegularExpression>
 
+#include <algorithm>
+#include <utility>
+
 namespace ostrel {
 
 namespace {
@@ -16,6 +19,39 @@ using namespace std::chrono_literals;
 
 constexpr int attemptsWithoutProgress = 5;
 constexpr std::chrono::milliseconds pauseBetweenAttempts = 2s;
+/// About what the slowest connection brings that anybody waits for. A server that drips could hold a download for ever,
+/// and with it every later look at the feed.
+constexpr qint64 leastPerMinute = qint64(60) * 1024;
+
+/// How much an attempt has to bring for the ones before it to be forgotten.
+qint64 leastProgress(qint64 size)
+{
+    constexpr qint64 parts = 100;
+    return std::clamp<qint64>(size / parts, 1, leastPerMinute);
+}
+
+/// Watches over the speed of a download, by the wall clock. Time asleep counts: the connection has hardly outlived it.
+class Pace
+{
+public:
+    explicit Pace(Clock &clock) : m_clock(clock), m_sinceMs(clock.nowMs()) {}
+
+    /// @return whether there is still enough to come of it
+    bool take(qint64 bytes)
+    {
+        m_bytes += bytes;
+        const qint64 nowMs = m_clock.nowMs();
+        if (nowMs >= m_sinceMs && nowMs - m_sinceMs < std::chrono::milliseconds(1min).count())
+            return true;
+        m_sinceMs = nowMs;
+        return std::exchange(m_bytes, 0) >= leastPerMinute;
+    }
+
+private:
+    Clock &m_clock;
+    qint64 m_sinceMs;
+    qint64 m_bytes = 0;
+};
 
 /// What another attempt may mend: the connection. A full disk or a refusal stays what it is.
 bool isPassing(const Error &error)
@@ -110,7 +146,7 @@ Task<Result<PartFile>> ResumableDownload::fetch(Release release, QString directo
             co_return file;
         if (!isPassing(outcome.error()))
             co_return std::unexpected(outcome.error());
-        fruitless = most > before ? 0 : fruitless + 1;
+        fruitless = most - before >= leastProgress(release.size) ? 0 : fruitless + 1;
         if (!co_await m_clock.sleepFor(pauseBetweenAttempts, stop))
             co_return std::unexpected(faultError(Fault::Cancelled));
     }
@@ -143,7 +179,7 @@ Task<Result<qint64>> ResumableDownload::prepare(Release release, PartFile file, 
         co_return std::unexpected(updateError(UpdateFault::ServerRefused, QString::number(head.status)));
     if (head.wholeLength().value_or(release.size) != release.size)
         co_return std::unexpected(updateError(UpdateFault::ArchiveSizeWrong));
-    if (head.status == 206 && head.range && head.range->first == present)
+    if (present > 0 && head.status == 206 && head.range && head.range->first == present)
         co_return present;
     if (head.status != 200) {
         // It does not go on where we are: the next attempt asks for the whole.
@@ -159,6 +195,7 @@ Task<Result<qint64>> ResumableDownload::prepare(Release release, PartFile file, 
 Task<Result<>> ResumableDownload::receive(Release release, PartFile file, HttpAnswerStream answer, qint64 present,
                                           Progress progress, std::stop_token stop)
 {
+    Pace pace(m_clock);
     for (qint64 received = present;;) {
         const auto piece = co_await answer.piece(stop);
         if (!piece)
@@ -178,6 +215,8 @@ Task<Result<>> ResumableDownload::receive(Release release, PartFile file, HttpAn
         if (!written)
             co_return written;
         progress(received);
+        if (!pace.take(piece->bytes.size()))
+            co_return std::unexpected(faultError(Fault::TimedOut));
     }
 }
 

@@ -25,8 +25,8 @@ public:
     {}
 
     /// Ends with the whole file, of the announced size; its content is not looked at. Five attempts in a row that bring
-    /// nothing, two seconds apart, are the end (DownloadInterrupted), and so is a server that says no, or that has a
-    /// file of another size (ArchiveSizeWrong).
+    /// next to nothing, two seconds apart, are the end (DownloadInterrupted), and so is a server that says no, or that
+    /// has a file of another size (ArchiveSizeWrong). An attempt is over when it brings less than 60 KiB in a minute.
     /// @param directory where the file goes
     Task<Result<PartFile>> fetch(Release release, QString directory, Progress progress, std::stop_token stop);
 

@@ -59,13 +59,17 @@ QString archiveSentence(UpdateFault fault, const QString &detail)
         return QStringLiteral("The new version holds what no version may (%1), so it was not installed.").arg(detail);
     case UpdateFault::ArchiveIncomplete:
         return QStringLiteral("The new version is not a complete program (%1), so it was not installed.").arg(detail);
+    case UpdateFault::ArchiveDoesNotStart:
+        return QStringLiteral("The new version does not start on this machine, so it was not installed. %1")
+            .arg(detail)
+            .trimmed();
     default:
         return {};
     }
 }
 
 /// About this installation.
-QString ownSentence(UpdateFault fault)
+QString ownSentence(UpdateFault fault, const QString &detail)
 {
     switch (fault) {
     case UpdateFault::NoFeed:
@@ -82,6 +86,9 @@ QString ownSentence(UpdateFault fault)
                               "installed, for instance with the package manager.");
     case UpdateFault::NoPreviousVersion:
         return QStringLiteral("There is no previous version to go back to.");
+    case UpdateFault::NewerThere:
+        return QStringLiteral("Another ostrel has installed the newer version %1 meanwhile, and that one stays.")
+            .arg(detail);
     default:
         return {};
     }
@@ -100,7 +107,7 @@ Error updateError(UpdateFault fault, const QString &detail)
     if (words.isEmpty())
         words = archiveSentence(fault, detail);
     if (words.isEmpty())
-        words = ownSentence(fault);
+        words = ownSentence(fault, detail);
     return {.domain = updateFaultDomain(), .code = int(fault), .localizedDescription = words};
 }
 

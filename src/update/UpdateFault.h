@@ -29,9 +29,11 @@ enum class UpdateFault {
     ArchiveNotUnderstood, ///< names what is wrong
     ArchiveUnsafe,        ///< names the entry and what is wrong with it
     ArchiveIncomplete,    ///< names what is missing
+    ArchiveDoesNotStart,  ///< names what it complained of; may be empty
     InstallationBusy,
     NotOurInstallation,
     NoPreviousVersion,
+    NewerThere, ///< names the version
 };
 
 /// The domain of every error that `updateError` makes; its code is the `UpdateFault`.

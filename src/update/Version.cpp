@@ -12,11 +12,17 @@ namespace {
 
 constexpr qsizetype longestVersion = 64;
 
+/// Digits alone; "-5" is a word.
+std::optional<qint64> asNumber(const QString &word)
+{
+    return word.startsWith(QLatin1Char('-')) ? std::nullopt : parseInteger(word);
+}
+
 /// Numbers count as such and stand before words.
 std::strong_ordering compareWords(const QString &a, const QString &b)
 {
-    const auto numberA = parseInteger(a);
-    const auto numberB = parseInteger(b);
+    const auto numberA = asNumber(a);
+    const auto numberB = asNumber(b);
     if (numberA && numberB)
         return *numberA <=> *numberB;
     if (numberA.has_value() != numberB.has_value())

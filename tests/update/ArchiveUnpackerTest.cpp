@@ -103,6 +103,9 @@ INSTANTIATE_TEST_SUITE_P(
                     Malice{"stickyFolder", {.name = "evil", .mode = 01777, .type = AE_IFDIR}},
                     Malice{"pipe", {.name = "evil", .type = AE_IFIFO}},
                     Malice{"device", {.name = "evil", .type = AE_IFCHR}},
+                    Malice{"blockDevice", {.name = "evil", .type = AE_IFBLK}},
+                    Malice{"foldersWithoutEnd", {.name = QByteArray("x/").repeated(100'000) + "evil", .content = "x"}},
+                    Malice{"endlessName", {.name = QByteArray(600, 'x'), .content = "x"}},
                     Malice{"nameThatStandsTwice", {.name = "bin/ostrel", .content = "x"}},
                     Malice{"folderInAFilesPlace", {.name = "bin/ostrel/x", .content = "x"}}),
     [](const auto &test) { return std::string(test.param.name); });
@@ -115,12 +118,56 @@ TEST_F(ArchiveUnpackerTest, tooManyEntries_areRefused)
     expectFault(unpack(entries, {.bytes = 1000, .entries = 10}), UpdateFault::ArchiveUnsafe);
 }
 
+TEST_F(ArchiveUnpackerTest, tooManyFoldersThatOnlyStandInNames_areRefused)
+{
+    QList<TarEntry> entries;
+    for (int i = 0; i < 3; ++i)
+        entries.append({.name = QByteArray::number(i) + "/a/b/c/file"});
+    expectFault(unpack(entries, {.bytes = 1000, .entries = 14}), UpdateFault::ArchiveUnsafe);
+}
+
 TEST_F(ArchiveUnpackerTest, archiveThatGrowsTooLarge_isRefusedOnTheWay)
 {
     const QByteArray zeros(3'000'000, '\0');
     expectFault(unpack({{.name = "bomb", .content = zeros}}, {.bytes = 1'000'000, .entries = 10}),
                 UpdateFault::ArchiveUnsafe);
     EXPECT_LE(QFileInfo(into(QStringLiteral("/bomb"))).size(), 1'000'000);
+}
+
+/// A header of the old GNU form for a file that is mostly holes: `realSize` bytes, of which one block is there.
+QByteArray sparseFile(qint64 realSize)
+{
+    constexpr int blockSize = 512;
+    QByteArray header(blockSize, '\0');
+    const auto put = [&header](int at, const QByteArray &text) { header.replace(at, text.size(), text); };
+    const auto octal = [](qint64 number) { return QByteArray::number(number, 8).rightJustified(11, '0'); };
+    put(0, "hole");
+    put(100, "0000644");
+    put(108, "0000000");
+    put(116, "0000000");
+    put(124, octal(blockSize));
+    put(136, octal(0));
+    put(156, "S");
+    put(257, "ustar  ");
+    put(386, octal(realSize - blockSize));
+    put(398, octal(blockSize));
+    put(483, octal(realSize));
+    put(148, "        ");
+    int sum = 0;
+    for (const char byte : header)
+        sum += uchar(byte);
+    put(148, QByteArray::number(sum, 8).rightJustified(6, '0') + '\0');
+    return header + QByteArray(blockSize, 'x') + QByteArray(2 * blockSize, '\0');
+}
+
+TEST_F(ArchiveUnpackerTest, holesOfASparseFile_countAsMuchAsTheyTakeUpUnpacked)
+{
+    ASSERT_TRUE(unpackBytes(sparseFile(900'000), {.bytes = 1'000'000, .entries = 10}).has_value());
+    EXPECT_EQ(QFileInfo(into(QStringLiteral("/hole"))).size(), 900'000);
+    ASSERT_TRUE(QFile::remove(into(QStringLiteral("/hole"))));
+    expectFault(unpackBytes(sparseFile(8'000'000'000), {.bytes = 1'000'000, .entries = 10}),
+                UpdateFault::ArchiveUnsafe);
+    EXPECT_LE(QFileInfo(into(QStringLiteral("/hole"))).size(), 1'000'000);
 }
 
 TEST_F(ArchiveUnpackerTest, whatIsNoArchive_isNotUnderstood)

@@ -276,6 +276,42 @@ TEST_F(FeedUpdaterTest, archiveWithoutTheProgram_isRefused)
     expectFailure(UpdateFault::ArchiveIncomplete);
 }
 
+TEST_F(FeedUpdaterTest, versionThatDoesNotStartOnThisMachine_isRefused)
+{
+    for (const char *program : {"#!/nowhere/at/all\n", "#!/bin/sh\necho 'a library is missing' >&2\nexit 127\n",
+                                "#!/bin/sh\necho ostrel 0.1.0\n", "#!/bin/sh\nkill -SEGV $$\n"}) {
+        publish(newVersion, tarArchive({{.name = "bin/ostrel", .content = program, .mode = 0755},
+                                        {.name = "share/ostrel/Info.json", .content = bundleInfoJson(newVersion)}}));
+        make();
+        expectFailure(UpdateFault::ArchiveDoesNotStart);
+        EXPECT_THAT(m_own.versions(), ElementsAre(QStringLiteral(".download"), oldVersion)) << program;
+    }
+}
+
+TEST_F(FeedUpdaterTest, versionThatDoesNotStart_isToldInItsOwnWords)
+{
+    publish(newVersion, tarArchive({{.name = "bin/ostrel",
+                                     .content = "#!/bin/sh\necho 'libnew.so.9 is missing' >&2\nexit 127\n",
+                                     .mode = 0755},
+                                    {.name = "share/ostrel/Info.json", .content = bundleInfoJson(newVersion)}}));
+    make();
+    expectFailure(UpdateFault::ArchiveDoesNotStart);
+    EXPECT_EQ(words(), QStringLiteral("The new version does not start on this machine, so it was not installed. "
+                                      "libnew.so.9 is missing"));
+}
+
+TEST_F(FeedUpdaterTest, downloadOfAnotherProgram_isNotSpoiled)
+{
+    m_server.files[archivePath].stallAfter = 100;
+    make();
+    m_updater->checkForUpdates();
+    ASSERT_TRUE(pumpUntil([this] { return m_updater->state().receivedBytes >= 100; }));
+    const auto first = std::exchange(m_updater, nullptr);
+    make();
+    expectFailure(UpdateFault::InstallationBusy);
+    EXPECT_EQ(m_server.count("/archive"), 1);
+}
+
 TEST_F(FeedUpdaterTest, signedMaliciousArchive_isRefusedAllTheSame)
 {
     publish(newVersion, tarArchive({{.name = "../../current/bin/ostrel", .content = "evil"}}));
@@ -317,6 +353,36 @@ TEST_F(FeedUpdaterTest, versionThatTheUserWentBackFrom_isNotInstalledByItself)
     ASSERT_TRUE(pumpUntil([this] { return isOver(); }));
     EXPECT_EQ(phase(), Phase::Found);
     EXPECT_EQ(m_own.startedVersion(), oldVersion);
+}
+
+TEST_F(FeedUpdaterTest, versionThatAnotherProgramHasInstalledAndGoneBackFrom_isLeftAlone)
+{
+    make();
+    check();
+    ASSERT_EQ(phase(), Phase::Ready);
+    const Installation other = m_own.find().value();
+    ASSERT_TRUE(other.activate(Version::parse(newVersion).value()).has_value());
+    ASSERT_TRUE(other.rollBack().has_value());
+    install();
+    EXPECT_EQ(m_own.startedVersion(), oldVersion);
+    EXPECT_EQ(phase(), Phase::Found);
+}
+
+TEST_F(FeedUpdaterTest, newerVersionThatAnotherProgramHasInstalled_stays)
+{
+    make();
+    check();
+    ASSERT_EQ(phase(), Phase::Ready);
+    const Installation other = m_own.find().value();
+    const Version newest = Version::parse(QStringLiteral("0.3.0")).value();
+    ASSERT_TRUE(
+        other.stage(newest, [](const QString &folder) { return fillWithProgram(folder, QStringLiteral("0.3.0")); })
+            .has_value());
+    ASSERT_TRUE(other.activate(newest).has_value());
+    install();
+    EXPECT_EQ(m_own.startedVersion(), QStringLiteral("0.3.0"));
+    ASSERT_EQ(phase(), Phase::Failed);
+    EXPECT_TRUE(isUpdateFault(*m_updater->state().error, UpdateFault::NewerThere));
 }
 
 TEST_F(FeedUpdaterTest, secondCheckDuringTheFirst_changesNothing)

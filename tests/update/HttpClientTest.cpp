@@ -115,6 +115,17 @@ TEST_F(HttpClientTest, redirectToPlainHttpElsewhere_isRefused)
     expectFault(getRedirectedTo("http://example.com/end"), UpdateFault::RedirectRefused);
 }
 
+TEST_F(HttpClientTest, redirectToWhatATerminalWouldObey_isToldHarmlessly)
+{
+    // U+009B begins an order to a terminal, as ESC [ does; U+202E turns the text around.
+    const auto outcome = getRedirectedTo("http://example.com/%C2%9B31m%E2%80%AE");
+    ASSERT_FALSE(outcome.has_value());
+    const QString &words = outcome.error().localizedDescription;
+    EXPECT_TRUE(words.contains(QStringLiteral("http://example.com/"))) << words.toStdString();
+    EXPECT_TRUE(std::ranges::all_of(words, [](QChar c) { return c.unicode() >= 0x20 && c.unicode() < 0x7f; }))
+        << words.toStdString();
+}
+
 TEST_F(HttpClientTest, redirectsWithoutEnd_areGivenUp)
 {
     expectFault(getRedirectedTo("/again"), UpdateFault::TooManyRedirects);

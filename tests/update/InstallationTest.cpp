@@ -58,6 +58,36 @@ TEST_F(InstallationTest, otherShapes_belongToSomebodyElse)
     EXPECT_FALSE(m_own.find().has_value()) << "nothing says which version starts";
 }
 
+TEST_F(InstallationTest, currentLinkMadeByHand_isUnderstoodHoweverItIsWritten)
+{
+    for (const QString &target : {QStringLiteral("versions/0.1.0/"), QStringLiteral("./versions/0.1.0"),
+                                  m_own.path(QStringLiteral("versions/0.1.0"))}) {
+        ASSERT_TRUE(QFile::remove(m_own.path(QStringLiteral("current"))));
+        ASSERT_TRUE(QFile::link(target, m_own.path(QStringLiteral("current"))));
+        ASSERT_TRUE(m_own.find().has_value()) << target.toStdString();
+        EXPECT_EQ(m_own.find()->current(), version("0.1.0")) << target.toStdString();
+    }
+}
+
+TEST_F(InstallationTest, currentLinkToElsewhere_belongsToSomebodyElse)
+{
+    for (const char *target : {"/usr", "versions", "versions/../../0.1.0", "versions/0.1.0/bin", "other/0.1.0"}) {
+        ASSERT_TRUE(QFile::remove(m_own.path(QStringLiteral("current"))));
+        ASSERT_TRUE(QFile::link(QLatin1String(target), m_own.path(QStringLiteral("current"))));
+        EXPECT_FALSE(m_own.find().has_value()) << target;
+    }
+}
+
+TEST_F(InstallationTest, currentLinkThatLeadsNowhere_isMendedByTheNextVersion)
+{
+    ASSERT_TRUE(QFile::remove(m_own.path(QStringLiteral("current"))));
+    ASSERT_TRUE(QFile::link(QStringLiteral("versions/9.0.0"), m_own.path(QStringLiteral("current"))));
+    EXPECT_EQ(m_installation.current(), std::nullopt) << "9.0.0 does not start";
+    install("0.2.0");
+    EXPECT_EQ(m_own.startedVersion(), QStringLiteral("0.2.0"));
+    EXPECT_EQ(m_installation.previous(), version("0.1.0"));
+}
+
 TEST_F(InstallationTest, folderOfAnotherUser_belongsToThem)
 {
     ASSERT_EQ(::geteuid(), 0U) << "only root can give a folder away";
@@ -107,6 +137,42 @@ TEST_F(InstallationTest, thirdVersion_leavesExactlyThePreviousOneAndTheOneThatRu
     EXPECT_THAT(wholeVersions(), ElementsAre(QStringLiteral("0.3.0"), QStringLiteral("0.4.0")));
 }
 
+TEST_F(InstallationTest, versionThatAnotherProgramRuns_staysUntilThatEnds)
+{
+    install("0.2.0");
+    const QString running = m_own.path(QStringLiteral("versions/0.1.0/bin/running"));
+    ASSERT_TRUE(QFile::copy(QStringLiteral("/bin/sleep"), running));
+    QProcess other;
+    other.start(running, {QStringLiteral("600")});
+    ASSERT_TRUE(other.waitForStarted());
+    const auto restarted = [this](const QString &name) {
+        return Installation::around(m_own.path(QStringLiteral("versions/") + name), std::make_shared<SystemDisk>())
+            .value();
+    };
+    const Installation second = restarted(QStringLiteral("0.2.0"));
+    ASSERT_TRUE(second.stage(version("0.3.0"), programOf(version("0.3.0"))).has_value());
+    ASSERT_TRUE(second.activate(version("0.3.0")).has_value());
+    EXPECT_THAT(wholeVersions(),
+                ElementsAre(QStringLiteral("0.1.0"), QStringLiteral("0.2.0"), QStringLiteral("0.3.0")));
+    other.kill();
+    ASSERT_TRUE(other.waitForFinished());
+    const Installation third = restarted(QStringLiteral("0.3.0"));
+    ASSERT_TRUE(third.stage(version("0.4.0"), programOf(version("0.4.0"))).has_value());
+    ASSERT_TRUE(third.activate(version("0.4.0")).has_value());
+    EXPECT_THAT(wholeVersions(), ElementsAre(QStringLiteral("0.3.0"), QStringLiteral("0.4.0")));
+}
+
+TEST_F(InstallationTest, versionOlderThanTheCurrentOne_isNotActivated)
+{
+    ASSERT_TRUE(m_installation.stage(version("0.2.0"), programOf(version("0.2.0"))).has_value());
+    ASSERT_TRUE(m_installation.stage(version("0.3.0"), programOf(version("0.3.0"))).has_value());
+    ASSERT_TRUE(m_installation.activate(version("0.3.0")).has_value());
+    const auto outcome = m_installation.activate(version("0.2.0"));
+    ASSERT_FALSE(outcome.has_value());
+    EXPECT_TRUE(isUpdateFault(outcome.error(), UpdateFault::NewerThere));
+    EXPECT_EQ(m_own.startedVersion(), QStringLiteral("0.3.0"));
+}
+
 TEST_F(InstallationTest, fillThatFails_leavesEverythingAsItWas)
 {
     const auto outcome = m_installation.stage(version("0.2.0"), [](const QString &) -> Result<> {
@@ -115,11 +181,9 @@ TEST_F(InstallationTest, fillThatFails_leavesEverythingAsItWas)
     ASSERT_FALSE(outcome.has_value());
     EXPECT_TRUE(isFault(outcome.error(), Fault::DiskFull));
     EXPECT_EQ(m_own.startedVersion(), QStringLiteral("0.1.0"));
-    EXPECT_THAT(wholeVersions(), ElementsAre(QStringLiteral("0.1.0")));
+    EXPECT_THAT(m_own.versions(), ElementsAre(QStringLiteral("0.1.0"))) << "a full disk is not kept full";
     install("0.2.0");
-    EXPECT_THAT(m_own.versions(),
-                ElementsAre(QStringLiteral(".lock"), QStringLiteral("0.1.0"), QStringLiteral("0.2.0")))
-        << "leftovers are gone";
+    EXPECT_THAT(m_own.versions(), ElementsAre(QStringLiteral("0.1.0"), QStringLiteral("0.2.0")));
 }
 
 TEST_F(InstallationTest, versionThatWasStagedBefore_isReplaced)
@@ -162,8 +226,17 @@ TEST_F(InstallationTest, rollBack_startsThePreviousVersionAndRejectsTheNewer)
     EXPECT_EQ(m_installation.rollBack().value(), version("0.2.0")) << "and back again";
 }
 
+TEST_F(InstallationTest, rollBackWithoutThePreviousLink_goesToTheVersionBelow)
+{
+    install("0.2.0");
+    ASSERT_TRUE(QFile::remove(m_own.path(QStringLiteral("previous"))));
+    EXPECT_EQ(m_installation.rollBack().value(), version("0.1.0"));
+    EXPECT_EQ(m_own.startedVersion(), QStringLiteral("0.1.0"));
+}
+
 TEST_F(InstallationTest, rollBackWithoutAPreviousVersion_isRefused)
 {
+    ASSERT_TRUE(m_installation.stage(version("0.2.0"), programOf(version("0.2.0"))).has_value());
     const auto outcome = m_installation.rollBack();
     ASSERT_FALSE(outcome.has_value());
     EXPECT_TRUE(isUpdateFault(outcome.error(), UpdateFault::NoPreviousVersion));

@@ -167,6 +167,22 @@ TEST_F(MakeUpdate, linkInTheProgram_isRefusedBeforeItIsPublished)
     EXPECT_FALSE(QFileInfo::exists(feedFile()));
 }
 
+TEST_F(MakeUpdate, versionThatProgramsDoNotTake_isRefusedBeforeItIsPublished)
+{
+    makeKey();
+    for (const QString &version : {QStringLiteral("1.0.0-01"), QStringLiteral("1.0.0-a..b"), QStringLiteral("1.0.0-"),
+                                   QStringLiteral("1.0"), QStringLiteral("1.0.0-") + QString(64, u'a')}) {
+        ASSERT_FALSE(Version::parse(version).has_value()) << version.toStdString();
+        ASSERT_TRUE(fillWithProgram(path(QStringLiteral("built")), version).has_value());
+        const Outcome outcome = release();
+        EXPECT_EQ(outcome.status, 2) << version.toStdString();
+        EXPECT_THAT(outcome.messages.toStdString(), HasSubstr("holds no version"));
+        EXPECT_FALSE(QFileInfo::exists(feedFile()));
+    }
+    ASSERT_TRUE(fillWithProgram(path(QStringLiteral("built")), QStringLiteral("1.0.0-rc.1")).has_value());
+    EXPECT_EQ(release().status, 0);
+}
+
 TEST_F(MakeUpdate, feedOfAnotherKey_isNotTouched)
 {
     const QString key = makeKey();

@@ -51,10 +51,13 @@ public:
         return QString::fromUtf8(program.readAllStandardOutput()).trimmed();
     }
 
+    /// What is in the folder of the versions, but for the locks.
     QStringList versions() const
     {
-        return QDir(path(QStringLiteral("versions")))
-            .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
+        QStringList names = QDir(path(QStringLiteral("versions")))
+                                .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
+        names.removeIf([](const QString &name) { return name.endsWith(QLatin1String(".lock")); });
+        return names;
     }
 
 private:

@@ -204,6 +204,26 @@ TEST_F(ResumableDownloadTest, serverThatNeverSendsAnything_isGivenUpAfterFiveAtt
     EXPECT_EQ(m_clock.pauses(), 5);
 }
 
+TEST_F(ResumableDownloadTest, serverThatDrips_isGivenUp)
+{
+    m_server.files[archivePath].stallAfter = 10;
+    // As if the ten bytes had taken a minute.
+    m_onProgress = [this](qint64) { m_clock.setNowMs(m_clock.nowMs() + 60'000); };
+    expectFault(fetch(), UpdateFault::DownloadInterrupted);
+    EXPECT_EQ(m_server.requests().size(), 5);
+    EXPECT_EQ(m_received.last(), 50);
+}
+
+TEST_F(ResumableDownloadTest, slowServer_isWaitedForAsLongAsEnoughComes)
+{
+    m_onProgress = [&, told = qint64(0)](qint64 received) mutable {
+        if (received - std::exchange(told, received) > 0)
+            m_clock.setNowMs(m_clock.nowMs() + 1000);
+    };
+    expectWhole(fetch());
+    EXPECT_EQ(m_server.requests().size(), 1);
+}
+
 TEST_F(ResumableDownloadTest, missingFile_isNotAskedForAgain)
 {
     m_server.files.clear();

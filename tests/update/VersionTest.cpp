@@ -14,9 +14,10 @@ Version version(const char *text)
 
 TEST(VersionTest, order_isThatOfSemanticVersions)
 {
-    const QList<const char *> ascending{
-        "0.9.9",        "0.10.0",        "1.0.0-alpha", "1.0.0-alpha.1", "1.0.0-alpha.beta",
-        "1.0.0-beta.2", "1.0.0-beta.11", "1.0.0-rc.1",  "1.0.0",         "1.0.1"};
+    const QList<const char *> ascending{"0.9.9",        "0.10.0",        "1.0.0-7",       "1.0.0--05",
+                                        "1.0.0--5",     "1.0.0-alpha",   "1.0.0-alpha.1", "1.0.0-alpha.beta",
+                                        "1.0.0-beta.2", "1.0.0-beta.11", "1.0.0-rc.1",    "1.0.0",
+                                        "1.0.1"};
     for (qsizetype i = 0; i < ascending.size(); ++i) {
         for (qsizetype j = 0; j < ascending.size(); ++j)
             EXPECT_EQ(version(ascending[i]) <=> version(ascending[j]), i <=> j) << ascending[i] << ' ' << ascending[j];
