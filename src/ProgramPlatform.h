@@ -3,6 +3,7 @@
 #include "app/Platform.h"
 #include "observer/QProcessLauncher.h"
 #include "observer/RepoLocator.h"
+#include "platform/autostart/XdgAutostart.h"
 #include "platform/defaults/QSettingsUserDefaults.h"
 #include "platform/instance/BusRemoteControl.h"
 #include "platform/instance/BusRunningApplication.h"
@@ -17,6 +18,14 @@
 #include <QProcessEnvironment>
 
 namespace ostrel {
+
+/// What is started at login: the version that is current then, where several lie side by side.
+inline QString programToStart()
+{
+    const InstalledProgram program = InstalledProgram::ofThisProgram();
+    return program.installation ? program.installation->startPath()
+                                : QCoreApplication::applicationDirPath() + QLatin1String("/ostrel");
+}
 
 /// The one place that knows the concrete platform: makes it, and runs the program on it.
 template <class Run>
@@ -33,6 +42,7 @@ int withPlatform(DialogHost &dialogs, Run run)
     BusRemoteControl remoteControl;
     DesktopSettingsOpener settingsOpener(environment, RepoLocator::forThisProgram().resourcesDirectory +
                                                           QLatin1String("/doc/permissions.html"));
+    XdgAutostart autostart(programToStart);
     return run(Platform{.displays = *session.displays,
                         .screenCaptureAccess = *session.screenCaptureAccess,
                         .foreground = *session.foreground,
@@ -46,6 +56,7 @@ int withPlatform(DialogHost &dialogs, Run run)
                         .keyring = keyring,
                         .userDefaults = userDefaults,
                         .settingsOpener = settingsOpener,
+                        .autostart = autostart,
                         .dialogs = dialogs,
                         .processes = processes,
                         .runningApplication = runningApplication,

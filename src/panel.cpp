@@ -1,9 +1,15 @@
 #include "ProgramPlatform.h"
+#include "app/CommandLine.h"
 #include "app/StandardDescriptors.h"
+#include "app/tray/PanelDesktop.h"
 #include "app/tray/PanelDialogs.h"
 #include "app/tray/TrayApplication.h"
+#include "platform/appearance/PortalAppearance.h"
+#include "platform/sessionbus/SessionBusAddress.h"
+#include "platform/windowsystem/PanelWindowSystem.h"
 
 #include <QApplication>
+#include <QQuickWindow>
 
 using namespace ostrel;
 
@@ -11,14 +17,22 @@ using namespace ostrel;
 int main(int argc, char **argv)
 {
     fillClosedStandardDescriptors();
-    // A panel places itself under its icon, which only X11 lets it do; XWayland serves as well.
-    if (qEnvironmentVariableIsSet("DISPLAY") && !qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "xcb");
+    const auto windowSystem = choosePanelWindowSystem(QProcessEnvironment::systemEnvironment());
+    if (!windowSystem)
+        return printResult(CommandResult::failure(ExitFailed, windowSystem.error().localizedDescription));
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", windowSystem->toolkitPlatform);
+    // A page of text needs no graphics card, whose driver would take more memory than all the rest of the program.
+    if (qEnvironmentVariableIsEmpty("QT_QUICK_BACKEND"))
+        QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
     QApplication application(argc, argv);
     describeProgram();
     QGuiApplication::setApplicationDisplayName(QStringLiteral("Tamsk Ostrel"));
     QGuiApplication::setDesktopFileName(QStringLiteral("com.tamsk.ostrel"));
+    const auto desktop = windowSystem->makeDesktop();
+    PortalAppearance appearance(sessionBusAddress().toLocal8Bit());
     PanelDialogs dialogs;
-    return withPlatform(
-        dialogs, [&dialogs](const Platform &platform) { return TrayApplication::runOrActivate(platform, dialogs); });
+    const PanelPlatform panel{.dialogs = dialogs, .desktop = *desktop, .appearance = appearance};
+    return withPlatform(dialogs,
+                        [&panel](const Platform &platform) { return TrayApplication::runOrActivate(platform, panel); });
 }

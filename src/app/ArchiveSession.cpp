@@ -81,12 +81,12 @@ ArchiveSession::ArchiveSession(const Platform &platform, Start start)
                                                       .modals = m_modals,
                                                       .dialogs = platform.dialogs,
                                                       .worker = m_worker}),
-      m_export({.clock = m_clock,
-                .state = m_state,
-                .observer = m_observer,
-                .modals = m_modals,
-                .dialogs = platform.dialogs,
-                .worker = m_worker})
+      m_target({.state = m_state, .observer = m_observer, .modals = m_modals}), m_export({.clock = m_clock,
+                                                                                          .state = m_state,
+                                                                                          .observer = m_observer,
+                                                                                          .modals = m_modals,
+                                                                                          .dialogs = platform.dialogs,
+                                                                                          .worker = m_worker})
 {
     // There is neither capture nor polling beside the command.
     m_observer.hooks = {.applyObserverStatus = [this](const ObserverStatus &status) { m_state.setStatus(status); },
@@ -110,6 +110,18 @@ Result<ArchiveExportStatus> ArchiveSession::fetchExportStatus()
         const auto api = m_observer.api();
         return api->archiveExportStatus(stop);
     });
+}
+
+Result<std::optional<ArchiveTarget>> ArchiveSession::fetchArchiveTarget()
+{
+    return answerTo<std::optional<ArchiveTarget>>(
+        [this](std::stop_token stop) { return m_target.fetchArchiveTarget(stop); });
+}
+
+Result<ArchiveTarget> ArchiveSession::storeArchiveTarget(const ArchiveTarget &target)
+{
+    return answerTo<ArchiveTarget>(
+        [this, target](std::stop_token stop) { return m_target.storeArchiveTarget(target, stop); });
 }
 
 std::optional<QString> ArchiveSession::perform(const std::function<void(ArchiveArea &archive)> &begin)

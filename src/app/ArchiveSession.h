@@ -5,6 +5,7 @@
 #include "base/Clock.h"
 #include "base/SerialQueue.h"
 #include "model/ArchiveArea.h"
+#include "model/ArchiveTargetArea.h"
 #include "model/ExportArea.h"
 #include "model/ModelState.h"
 #include "model/NativeModals.h"
@@ -42,11 +43,15 @@ public:
     Clock &clock() { return m_clock; }
     const ModelState &state() const { return m_state; }
     ArchiveArea &archive() { return m_archive; }
+    ArchiveTargetArea &target() { return m_target; }
     ExportArea &exporting() { return m_export; }
 
     /// Asks what there is, and waits for the answer.
     Result<ArchiveStatus> fetchArchiveStatus();
     Result<ArchiveExportStatus> fetchExportStatus();
+    /// None where the observer lets nobody choose.
+    Result<std::optional<ArchiveTarget>> fetchArchiveTarget();
+    Result<ArchiveTarget> storeArchiveTarget(const ArchiveTarget &target);
     /// Begins an operation of the archive and waits until it is done.
     /// @return the error's words, where it ended with one
     std::optional<QString> perform(const std::function<void(ArchiveArea &archive)> &begin);
@@ -71,6 +76,7 @@ private:
     ObserverControl m_observer;
     NativeModals m_modals;
     ArchiveArea m_archive;
+    ArchiveTargetArea m_target;
     ExportArea m_export;
 };
 

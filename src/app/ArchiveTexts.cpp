@@ -62,6 +62,40 @@ QJsonObject exportStatusJson(const ArchiveExportStatus &status)
             {QStringLiteral("error"), orNull(status.error)}};
 }
 
+QString archiveTargetText(const ArchiveTarget &target)
+{
+    const QString place =
+        target.kind == ArchiveTarget::Kind::None ? QStringLiteral("not chosen") : archivePlaceText(target);
+    QString text = line(QStringLiteral("place"), place);
+    if (target.kind == ArchiveTarget::Kind::S3) {
+        const QString style = target.pathStyle ? QStringLiteral("in the path") : QStringLiteral("in the host's name");
+        text += line(QStringLiteral("region"), target.region) + line(QStringLiteral("bucket name"), style) +
+                line(QStringLiteral("access key"), target.accessKeyId);
+    }
+    const QString pictures =
+        target.lossless ? QStringLiteral("bit for bit") : QStringLiteral("as video where it can be made");
+    return text + line(QStringLiteral("pictures"), pictures);
+}
+
+QJsonObject archiveTargetJson(const ArchiveTarget &target)
+{
+    using Kind = ArchiveTarget::Kind;
+    const auto of = [&target](Kind kind, const QJsonValue &value) {
+        return target.kind == kind ? value : QJsonValue(QJsonValue::Null);
+    };
+    return {{QStringLiteral("kind"), archiveTargetKindName(target.kind)},
+            {QStringLiteral("lossless"), target.lossless},
+            {QStringLiteral("path"), of(Kind::Folder, target.path)},
+            {QStringLiteral("endpoint"), of(Kind::S3, target.endpoint)},
+            {QStringLiteral("region"), of(Kind::S3, target.region)},
+            {QStringLiteral("bucket"), of(Kind::S3, target.bucket)},
+            {QStringLiteral("prefix"), of(Kind::S3, target.prefix)},
+            {QStringLiteral("pathStyle"), of(Kind::S3, target.pathStyle)},
+            {QStringLiteral("accessKeyId"), of(Kind::S3, target.accessKeyId)},
+            {QStringLiteral("secretAccessKey"), of(Kind::S3, ArchiveTarget::redacted)},
+            {QStringLiteral("remote"), of(Kind::Rclone, target.remote)}};
+}
+
 QString exportProgressText(const ArchiveExportStatus &status)
 {
     const QString text = QStringLiteral("%1 of %2").arg(status.exported).arg(clips(status.total));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "observer/ArchiveTarget.h"
 #include "observer/WireRecords.h"
 
 #include <QJsonObject>
@@ -17,6 +18,12 @@ QJsonObject archiveStatusJson(const ArchiveStatus &status, const std::optional<A
 
 /// All fields by their names, absent ones null.
 QJsonObject exportStatusJson(const ArchiveExportStatus &status);
+
+/// Where the archive lies, a line for each thing that is told of the place.
+QString archiveTargetText(const ArchiveTarget &target);
+
+/// All fields by their names, null those that don't belong to the kind; a secret is told as "<redacted>".
+QJsonObject archiveTargetJson(const ArchiveTarget &target);
 
 /// "3 of 10 clips", with the day where it is known.
 QString exportProgressText(const ArchiveExportStatus &status);

@@ -15,8 +15,9 @@ namespace {
 
 QList<Command> allCommands()
 {
-    return {recordCommand(),   journalCommand(), displaysCommand(), contextCommand(), permissionsCommand(),
-            settingsCommand(), archiveCommand(), statusCommand(),   doctorCommand(),  updateCommand()};
+    return {recordCommand(),    journalCommand(), displaysCommand(), contextCommand(), permissionsCommand(),
+            settingsCommand(),  archiveCommand(), statusCommand(),   doctorCommand(),  updateCommand(),
+            autostartCommand(), previewCommand(), forgetCommand()};
 }
 
 QString generalHelp(const QList<Command> &commands)

@@ -48,6 +48,7 @@ Task<> ModelHost::start(std::stop_token stop)
     m_waitingSecrets.start();
     m_platform.remoteControl.open(
         {.changeSetting = [this](SettingChange change) { return changeInModel(m_model.get(), std::move(change)); },
+         .complaint = [this] { return m_model->helperError().value_or(QString()); },
          .activate = m_activate});
 }
 

@@ -63,13 +63,15 @@ QString backlogText(const ObserverStatus &status)
 
 } // namespace
 
-QString statusText(const ObserverStatus &status, const QDateTime &now)
+QString statusText(const ObserverStatus &status, const QDateTime &now, const std::optional<QString> &recorderError)
 {
     QString text = line(QStringLiteral("state"), stateText(status, now)) +
                    line(QStringLiteral("last chunk"), lastChunkText(status, now)) +
                    line(QStringLiteral("backlog"), backlogText(status));
     if (status.lastAction)
         text += line(QStringLiteral("last action"), *status.lastAction);
+    if (recorderError)
+        text += line(QStringLiteral("recorder"), *recorderError);
     return text + line(QStringLiteral("last error"), status.lastError.value_or(QStringLiteral("none")));
 }
 

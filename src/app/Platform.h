@@ -10,6 +10,7 @@ namespace ostrel {
 
 class AccessibilityAccess;
 class AccessibilityTree;
+class Autostart;
 class BrowserScriptRunner;
 class DialogHost;
 class DisplaySource;
@@ -43,6 +44,7 @@ struct Platform {
     Keyring &keyring;
     UserDefaults &userDefaults;
     SystemSettingsOpener &settingsOpener;
+    Autostart &autostart;
     /// How the user is asked.
     DialogHost &dialogs;
     ProcessLauncher &processes;

@@ -51,6 +51,11 @@ public:
     virtual std::expected<SettingAnswer, RemoteFailure> changeSetting(qint64 processId,
                                                                       const SettingChange &change) = 0;
 
+    /// What is wrong, in the words that it shows to its user; empty while nothing is. Blocks for five seconds at most;
+    /// any thread.
+    /// @param processId as above
+    virtual std::expected<QString, RemoteFailure> complaint(qint64 processId) = 0;
+
     /// Has it show its panel. Blocks for five seconds at most; any thread.
     /// @param processId as above
     /// @return false when it records in a terminal and has no panel
@@ -65,7 +70,8 @@ public:
     /// What others may ask for. Called on the main thread; tasks may end after `close`.
     struct Calls {
         ChangeSetting changeSetting;
-        std::function<void()> activate; ///< shows the panel; empty where there is none
+        std::function<QString()> complaint = {}; ///< what is wrong; says nothing, or isn't there, while nothing is
+        std::function<void()> activate;          ///< shows the panel; empty where there is none
     };
 
     virtual ~RemoteControl() = default;

@@ -110,4 +110,9 @@ Result<QString> readStandardInputLine()
     return decoded(*bytes);
 }
 
+Result<QString> readStandardInputSecretLine(const QString &what)
+{
+    return ::isatty(STDIN_FILENO) == 1 ? readStandardInput(what, InputEcho::Hidden) : readStandardInputLine();
+}
+
 } // namespace ostrel

@@ -24,4 +24,8 @@ Result<QString> readStandardInput(const QString &what, InputEcho echo);
 /// @return an error as above, also where the input has ended
 Result<QString> readStandardInputLine();
 
+/// The same for a secret: a person at a terminal is asked for it, and doesn't see what is typed.
+/// @param what names the value in the question
+Result<QString> readStandardInputSecretLine(const QString &what);
+
 } // namespace ostrel

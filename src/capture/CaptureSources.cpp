@@ -6,6 +6,7 @@
 #include "base/SerialQueue.h"
 #include "capture/CaptureError.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace ostrel {
@@ -28,6 +29,13 @@ Result<FrameView> takePicture(DisplayScreenshotter &screenshotter)
     if (!*picture)
         return std::unexpected(captureError(CaptureErrorCode::NoImage));
     return **picture;
+}
+
+/// A clock that was set back would have the gate drop everything until it is where it was.
+void forgetFrameOfTheFuture(DisplayCaptureContext &context, qint64 nowMs)
+{
+    if (context.lastAcceptedFrameMs > nowMs)
+        context.lastAcceptedFrameMs = 0;
 }
 
 void logStarted(const DisplayCaptureContext &context)
@@ -73,23 +81,29 @@ Result<ScreenshotOutcome> CaptureSources::captureScreenshot(std::size_t index)
         return ScreenshotOutcome::Skipped;
     if (index == 0)
         lookForChangedDisplays();
-    if (isHidden())
-        return ScreenshotOutcome::Skipped;
     DisplayCaptureSource &source = m_screenshotSources[index];
+    if (isHidden()) {
+        source.context->signsOfLife.note();
+        return ScreenshotOutcome::Skipped;
+    }
     const auto picture = takePicture(*source.screenshotter);
+    source.context->signsOfLife.note(); // a failure is one too: whoever polls counts those
     if (!picture)
         return std::unexpected(picture.error());
     if (isHidden()) {
         source.context->newestDownsample.noteChanges(*picture);
         return ScreenshotOutcome::Skipped;
     }
-    m_gate.processCapturedImage(*picture, *source.context, m_clock.nowMs());
+    const qint64 nowMs = m_clock.nowMs();
+    forgetFrameOfTheFuture(*source.context, nowMs);
+    m_gate.processCapturedImage(*picture, *source.context, nowMs);
     return ScreenshotOutcome::Taken;
 }
 
-Result<> CaptureSources::startStreams(const CapturePlan &plan, StreamsDied streamsDied)
+Result<> CaptureSources::startStreams(const CapturePlan &plan, StreamsDied streamsDied, DisplaysChanged displaysChanged)
 {
     m_streamsDied = std::move(streamsDied);
+    m_displaysChanged = std::move(displaysChanged);
     for (const CapturePlan::Display &display : plan.displays) {
         checkedIncrement(m_lastStreamId);
         const StreamId id = m_lastStreamId;
@@ -97,11 +111,12 @@ Result<> CaptureSources::startStreams(const CapturePlan &plan, StreamsDied strea
         auto stream = startStream(display, id);
         if (!stream) {
             m_gate.contexts.remove(id);
+            display.context->signsOfLife.end();
             logFailed(display.displayId, stream.error());
             continue;
         }
         logStarted(*display.context);
-        m_streams.push_back(RunningStream{id, std::move(*stream)});
+        m_streams.push_back(RunningStream{.id = id, .stream = std::move(*stream), .context = display.context});
     }
     if (m_streams.empty())
         return std::unexpected(captureError(CaptureErrorCode::NoStream));
@@ -138,11 +153,28 @@ DisplaySource::StreamDelegate CaptureSources::delegateFor(StreamId id)
 
 void CaptureSources::takeSample(StreamId id, const StreamSample &sample)
 {
+    const auto running = std::ranges::find(m_streams, id, &RunningStream::id);
+    if (running != m_streams.end()) {
+        running->context->signsOfLife.note();
+        forgetFrameOfTheFuture(*running->context, m_clock.nowMs());
+    }
     if (!isHidden())
         return m_gate.streamDidOutputSample(id, sample);
+    if (running == m_streams.end() || !sample.image)
+        return;
     // What it says of changes is never said again.
-    if (const auto context = m_gate.contexts.value(id); context && sample.image)
-        context->newestDownsample.noteChanges(*sample.image);
+    running->context->newestDownsample.noteChanges(*sample.image);
+    running->hasMissedPicture = true;
+}
+
+void CaptureSources::lookForSignsOfLife()
+{
+    // Streams may rest while the session is locked.
+    const bool areLeftAlone = isHidden();
+    for (const RunningStream &running : m_streams) {
+        if (running.stream->isAnswering() || areLeftAlone)
+            running.context->signsOfLife.note();
+    }
 }
 
 void CaptureSources::begin(qint64 minFrameIntervalMs, const ActiveRecordingContext &context)
@@ -154,18 +186,51 @@ void CaptureSources::begin(qint64 minFrameIntervalMs, const ActiveRecordingConte
 void CaptureSources::setRecordingContext(const ActiveRecordingContext &context, qint64 readSinceMs)
 {
     m_gate.setRecordingContext(context);
-    if (m_displays.leavesOutPrivateWindows())
-        return;
-    if (context.isPrivateInFront) {
+    // A private page isn't left out by a source that knows windows alone.
+    const bool leavesOut = m_displays.leavesOutPrivateWindows();
+    notePrivateWindow(leavesOut ? context.isPrivatePageInFront : context.isPrivateInFront, readSinceMs);
+    deliverMissedPictures();
+}
+
+void CaptureSources::notePrivateWindow(bool isInFront, qint64 readSinceMs)
+{
+    if (isInFront) {
         if (!std::exchange(m_hasToldOfHiding, true))
             qCInfo(logScreenCapture, "screen capture takes no picture while a private window is in front");
-        m_gate.dropFramesSince(m_lastPublicMs);
+        takeBackFramesSince(m_lastPublicMs);
     } else {
         m_lastPublicMs = readSinceMs;
     }
-    if (m_isPrivateInFront || context.isPrivateInFront)
+    if (m_isPrivateInFront || isInFront)
         m_privateUntilMs = m_clock.nowMs();
-    m_isPrivateInFront = context.isPrivateInFront;
+    m_isPrivateInFront = isInFront;
+}
+
+void CaptureSources::takeBackFramesSince(qint64 ms)
+{
+    // What was taken back was never sent: the same picture is news when it may be seen again.
+    const QSet<QString> displays = m_gate.dropFramesSince(ms);
+    for (const DisplayCaptureSource &source : m_screenshotSources) {
+        if (displays.contains(source.context->displayId))
+            source.context->lastSentDownsample.reset();
+    }
+    for (RunningStream &running : m_streams) {
+        if (!displays.contains(running.context->displayId))
+            continue;
+        running.context->lastSentDownsample.reset();
+        running.hasMissedPicture = true;
+    }
+}
+
+void CaptureSources::deliverMissedPictures()
+{
+    // A poll comes anyway. A stream says nothing more of a screen that now stays still.
+    if (isHidden())
+        return;
+    for (RunningStream &running : m_streams) {
+        if (std::exchange(running.hasMissedPicture, false))
+            running.stream->deliverAgain();
+    }
 }
 
 bool CaptureSources::isHidden()
@@ -185,20 +250,33 @@ bool CaptureSources::mayShowPrivateWindow() const
 void CaptureSources::lookForChangedDisplays()
 {
     if (m_displaysChanged && m_displays.haveDisplaysChanged())
-        std::exchange(m_displaysChanged, nullptr)();
+        tellOfChangedDisplays();
+}
+
+void CaptureSources::tellOfChangedDisplays()
+{
+    if (const auto tell = std::exchange(m_displaysChanged, nullptr))
+        tell();
 }
 
 void CaptureSources::streamDidStop(StreamId id, const Error &error)
 {
     m_gate.contexts.remove(id);
-    const auto stopped = std::find_if(m_streams.begin(), m_streams.end(), [id](auto &s) { return s.id == id; });
+    const auto stopped = std::ranges::find(m_streams, id, &RunningStream::id);
     if (stopped == m_streams.end())
         return;
+    const auto context = stopped->context;
+    context->signsOfLife.end();
     // The stream may be what is calling; it goes when it has returned.
     m_sampleQueue.post([stream = std::move(stopped->stream)] {});
     m_streams.erase(stopped);
-    if (m_streams.empty() && m_streamsDied)
+    if (!m_streams.empty()) {
+        qCWarning(logScreenCapture, "screen capture stream stopped displayId=%s error=%s",
+                  qUtf8Printable(context->displayId), qUtf8Printable(error.localizedDescription));
+        tellOfChangedDisplays();
+    } else if (m_streamsDied) {
         m_streamsDied(error.localizedDescription);
+    }
 }
 
 void CaptureSources::tearDown()

@@ -27,7 +27,8 @@ class CaptureSources : public std::enable_shared_from_this<CaptureSources>
 public:
     /// Takes the reason for which the last stream stopped. Called on the sample queue.
     using StreamsDied = std::function<void(const QString &message)>;
-    /// Called on the sample queue, once a recording, when the displays are no longer those of the plan.
+    /// Called on the sample queue, once a recording, when the displays are no longer those of the plan, or the stream
+    /// of one of them has stopped while others run.
     using DisplaysChanged = std::function<void()>;
 
     /// All outlive this object.
@@ -38,9 +39,10 @@ public:
 
     /// Begins a recording.
     void begin(qint64 minFrameIntervalMs, const ActiveRecordingContext &context);
-    /// What frames from now on carry with them. Where the display source can't leave out private windows, and one of
-    /// them is in front, none is taken until it has been gone for the time between two frames; those that were taken
-    /// since the last context without one are dropped, as far as they have not been posted.
+    /// What frames from now on carry with them; called again and again. Where the display source can't leave out
+    /// private windows, and one of them is in front, none is taken until it has been gone for the time between two
+    /// frames; those that were taken since the last context without one are dropped, as far as they have not been
+    /// posted. What a display shows when that, or a pause, is over is judged anew, even if it stays still from then on.
     /// @param readSinceMs when the reading of the context began, by the clock
     void setRecordingContext(const ActiveRecordingContext &context, qint64 readSinceMs);
 
@@ -58,7 +60,10 @@ public:
 
     /// Starts a stream for each display of the plan and goes on without those that fail.
     /// @return CaptureErrorCode::NoStream when none could be started
-    Result<> startStreams(const CapturePlan &plan, StreamsDied streamsDied);
+    Result<> startStreams(const CapturePlan &plan, StreamsDied streamsDied, DisplaysChanged displaysChanged = {});
+
+    /// Notes a sign of life for every stream whose way is open, or which is left alone on purpose.
+    void lookForSignsOfLife();
 
     /// Stops and forgets all sources. The gate keeps its counters and what is buffered.
     void tearDown();
@@ -68,6 +73,8 @@ private:
     struct RunningStream {
         StreamId id = 0;
         std::shared_ptr<DisplayStream> stream;
+        std::shared_ptr<DisplayCaptureContext> context;
+        bool hasMissedPicture = false; ///< the newest one was not judged, or taken back
     };
 
     Result<std::shared_ptr<DisplayStream>> startStream(const CapturePlan::Display &display, StreamId id);
@@ -75,6 +82,10 @@ private:
     void takeSample(StreamId id, const StreamSample &sample);
     void streamDidStop(StreamId id, const Error &error);
     void lookForChangedDisplays();
+    void tellOfChangedDisplays();
+    void notePrivateWindow(bool isInFront, qint64 readSinceMs);
+    void takeBackFramesSince(qint64 ms);
+    void deliverMissedPictures();
     /// Whether no picture may be kept now.
     bool isHidden();
     bool mayShowPrivateWindow() const;

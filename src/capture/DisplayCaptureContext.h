@@ -1,13 +1,15 @@
 #pragma once
 
 #include "capture/KeptDownsample.h"
+#include "capture/SignsOfLife.h"
 
 #include <QString>
 #include <optional>
 
 namespace ostrel {
 
-/// What the acceptance gate knows of one captured display. Sample queue only.
+/// What the acceptance gate knows of one captured display. Sample queue only, but for the signs of life, and for the
+/// label, which doesn't change.
 struct DisplayCaptureContext {
     QString displayId; ///< the identifier in decimal
     QString displayLabel;
@@ -19,6 +21,7 @@ struct DisplayCaptureContext {
     KeptDownsample newestDownsample;
     /// Of the last frame that was sent, so that slow changes add up.
     std::optional<Downsample> lastSentDownsample;
+    SignsOfLife signsOfLife;
 };
 
 } // namespace ostrel

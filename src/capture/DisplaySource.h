@@ -98,6 +98,15 @@ public:
     virtual Result<> start() = 0;
     /// When it returns, no delivery comes any more.
     virtual void stop() = 0;
+
+    /// Has the newest picture delivered once more, although nothing has changed in it, as soon as the pace allows.
+    /// Nothing comes where there was no picture yet. While it runs only, and not from within a delivery.
+    virtual void deliverAgain() = 0;
+
+    /// Whether the way by which pictures come is open: all that was asked at earlier calls has been answered. Asks
+    /// again, and waits for nothing. A screen that stays still sends no picture, so that no delivery says nothing.
+    /// While it runs only, and not from within a delivery.
+    virtual bool isAnswering() = 0;
 };
 
 enum class CaptureMode { Screenshots, Streams };
@@ -119,6 +128,10 @@ public:
     /// before every round of pictures, so it must cost next to nothing while nothing has happened; false where nobody
     /// tells.
     virtual bool haveDisplaysChanged() { return false; }
+
+    /// Whether `shareableContent` would have the desktop ask the user first. Looks, and asks nobody; may take a moment.
+    /// A desktop that has forgotten what it granted asks all the same.
+    virtual bool wouldAskUser() { return false; }
 
     /// Where a call under way waits for the user's answer to a question of the desktop's, it waits no longer, and the
     /// question is withdrawn. Any thread.

@@ -33,9 +33,16 @@ void FrameGate::setRecordingContext(const ActiveRecordingContext &context)
     latestActiveDisplay = context.activeDisplay;
 }
 
-void FrameGate::dropFramesSince(qint64 ms)
+QSet<QString> FrameGate::dropFramesSince(qint64 ms)
 {
-    bufferedFrames.removeIf([ms](const CapturedFramePayload &frame) { return frame.receivedAtMs >= ms; });
+    QSet<QString> displays;
+    bufferedFrames.removeIf([&](const CapturedFramePayload &frame) {
+        const bool isDropped = frame.receivedAtMs >= ms;
+        if (isDropped)
+            displays.insert(frame.displayId);
+        return isDropped;
+    });
+    return displays;
 }
 
 void FrameGate::streamDidOutputSample(StreamId stream, const StreamSample &sample)

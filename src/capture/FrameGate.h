@@ -10,6 +10,7 @@
 
 #include <QHash>
 #include <QList>
+#include <QSet>
 #include <memory>
 #include <optional>
 #include <span>
@@ -35,7 +36,8 @@ public:
     /// What frames from now on carry with them.
     void setRecordingContext(const ActiveRecordingContext &context);
     /// Takes back what was accepted then or later and is still here.
-    void dropFramesSince(qint64 ms);
+    /// @return the identifiers of the displays that it was of
+    QSet<QString> dropFramesSince(qint64 ms);
 
     /// A delivery of a stream, judged at the present time. Pixels are read during the call only.
     void streamDidOutputSample(StreamId stream, const StreamSample &sample);

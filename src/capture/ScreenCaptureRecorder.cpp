@@ -11,6 +11,7 @@
 #include "capture/BatchSubmitter.h"
 #include "capture/CaptureConfiguration.h"
 #include "capture/CaptureSources.h"
+#include "capture/CaptureWatch.h"
 #include "capture/ForegroundSampler.h"
 #include "capture/ScreenshotPoller.h"
 
@@ -46,6 +47,8 @@ private:
     Task<Result<>> beginRecording(ObserverSettings settings, std::shared_ptr<LocalObserverAPI> api);
     Task<Result<>> openSources(CapturePlan plan, ActiveRecordingContext context, qint64 intervalMs);
     void startTasks(const CapturePlan &plan, qint64 intervalMs, qint64 chunkSizeMs);
+    void startWatch(const CapturePlan &plan);
+    void cancelTasks();
     Task<> endRecording(LastFlush lastFlush);
 
     static Task<> flushChunks(std::shared_ptr<Session> self, qint64 chunkSizeMs, std::stop_token stop);
@@ -55,6 +58,8 @@ private:
     void publish(std::function<void(const ScreenCaptureRecorder &)> call);
     void publishStreamsDied(const QString &message);
     void publishDisplaysChanged();
+    void publishStall(const QString &message);
+    void publishGoesOn();
     CaptureSources::StreamsDied streamsDiedOutlet();
     CaptureSources::DisplaysChanged displaysChangedOutlet();
     void logLostFrames(qint64 buffered) const;
@@ -77,6 +82,7 @@ private:
     TaskSlot m_chunkTask;
     TaskSlot m_screenshotTask;
     TaskSlot m_foregroundAppTask;
+    TaskSlot m_watchTask;
 };
 
 ScreenCaptureRecorder::Session::Session(ScreenCaptureRecorder *owner, Dependencies dependencies)
@@ -165,7 +171,7 @@ Task<Result<>> ScreenCaptureRecorder::Session::openSources(CapturePlan plan, Act
                      intervalMs] {
             sources->begin(intervalMs, context);
             return plan.mode == CaptureMode::Screenshots ? sources->openScreenshotSources(plan, changed)
-                                                         : sources->startStreams(plan, died);
+                                                         : sources->startStreams(plan, died, changed);
         });
     if (!opened)
         co_return std::unexpected(faultError(Fault::Cancelled));
@@ -181,14 +187,47 @@ void ScreenCaptureRecorder::Session::startTasks(const CapturePlan &plan, qint64 
                                                              given.sampleQueue, m_sources, plan.candidates}](
                                   std::stop_token stop) { return sampleForegroundApp(sampling, stop); });
     if (plan.mode == CaptureMode::Screenshots) {
-        ScreenshotPolling polling{given.clock, given.sampleQueue,
-                                  m_sources,   {},
-                                  intervalMs,  [self](const QString &message) { self->publishStreamsDied(message); }};
+        ScreenshotPolling polling{given.clock,
+                                  given.sampleQueue,
+                                  m_sources,
+                                  {},
+                                  intervalMs,
+                                  [self, displays = plan.displays](const QString &message) {
+                                      for (const CapturePlan::Display &display : displays)
+                                          display.context->signsOfLife.end();
+                                      self->publishStreamsDied(message);
+                                  }};
         for (const CapturePlan::Display &display : plan.displays)
             polling.displays.append({display.context->displayId, display.context->displayLabel});
         m_screenshotTask.start([polling](std::stop_token stop) { return pollScreenshots(polling, stop); });
     }
     m_chunkTask.start([self, chunkSizeMs](std::stop_token stop) { return flushChunks(self, chunkSizeMs, stop); });
+    startWatch(plan);
+}
+
+void ScreenCaptureRecorder::Session::startWatch(const CapturePlan &plan)
+{
+    const auto self = shared_from_this();
+    CaptureWatch watch{.clock = m_dependencies.clock,
+                       .sampleQueue = m_dependencies.sampleQueue,
+                       .sources = m_sources,
+                       .mode = plan.mode,
+                       .displays = {},
+                       .stalled = [self](const QString &message) { self->publishStall(message); },
+                       .goesOn = [self] { self->publishGoesOn(); }};
+    for (const CapturePlan::Display &display : plan.displays) {
+        if (!display.context->signsOfLife.hasEnded())
+            watch.displays.append(display.context);
+    }
+    m_watchTask.start([watch](std::stop_token stop) { return watchCapture(watch, stop); });
+}
+
+void ScreenCaptureRecorder::Session::cancelTasks()
+{
+    m_chunkTask.cancel();
+    m_screenshotTask.cancel();
+    m_foregroundAppTask.cancel();
+    m_watchTask.cancel();
 }
 
 Task<> ScreenCaptureRecorder::Session::flushChunks(std::shared_ptr<Session> self, qint64 chunkSizeMs,
@@ -216,9 +255,7 @@ Task<> ScreenCaptureRecorder::Session::endRecording(LastFlush lastFlush)
 {
     if (!std::exchange(m_isCapturing, false))
         co_return;
-    m_chunkTask.cancel();
-    m_screenshotTask.cancel();
-    m_foregroundAppTask.cancel();
+    cancelTasks();
     // Jobs that these tasks have handed over come first; a picture that is just being taken is in the last batch.
     static_cast<void>(co_await m_dependencies.sampleQueue.run(lifetime(), [sources = m_sources, lastFlush] {
         sources->tearDown();
@@ -271,6 +308,22 @@ void ScreenCaptureRecorder::Session::publishDisplaysChanged()
     });
 }
 
+void ScreenCaptureRecorder::Session::publishStall(const QString &message)
+{
+    publish([message](const auto &owner) {
+        if (const auto call = owner.onStalled)
+            call(message);
+    });
+}
+
+void ScreenCaptureRecorder::Session::publishGoesOn()
+{
+    publish([](const auto &owner) {
+        if (const auto call = owner.onGoesOn)
+            call();
+    });
+}
+
 CaptureSources::DisplaysChanged ScreenCaptureRecorder::Session::displaysChangedOutlet()
 {
     return [home = m_home.get(), weak = weak_from_this()] {
@@ -299,9 +352,7 @@ void ScreenCaptureRecorder::Session::logLostFrames(qint64 buffered) const
 void ScreenCaptureRecorder::Session::shutDown()
 {
     m_owner = nullptr;
-    m_chunkTask.cancel();
-    m_screenshotTask.cancel();
-    m_foregroundAppTask.cancel();
+    cancelTasks();
     m_isCapturing = false;
     m_lifetime.request_stop();
     m_dependencies.displays.interruptWaiting();

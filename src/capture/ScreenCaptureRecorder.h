@@ -48,9 +48,14 @@ public:
     std::function<void(const ObserverStatus &)> onStatus;
     std::function<void(const QString &message)> onError;
     std::function<void(const QString &message)> onStreamsDied; ///< where it is unset, `onError` is called instead
-    /// The displays are no longer those that capture was started on; it goes on with what is left of them until the
-    /// owner starts it again. Once a recording.
+    /// The displays are no longer those that capture was started on, or one of several streams has stopped; capture
+    /// goes on with what is left of them until the owner starts it again. Once a recording.
     std::function<void()> onDisplaysChanged;
+    /// For half a minute nothing has been done for a display, not even looked whether there is anything to be done.
+    /// Called again after each further half minute. A stop or a start may then wait for whatever hangs.
+    std::function<void(const QString &message)> onStalled;
+    /// All displays are alive: 10 or 20 s after a start, and after a stall that is over.
+    std::function<void()> onGoesOn;
 
     /// Begins a recording. Fails with domain "TamskOstrel.ScreenCapture": 1 no display, 2 no stream could be started;
     /// or with the display source's error. Nothing runs after a failure. A recording under way is stopped first.

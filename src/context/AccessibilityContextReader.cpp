@@ -89,7 +89,8 @@ ActiveApplicationContextDetails AccessibilityContextReader::read(qint32 processI
             .pageTitle = web.title,
             .windowTitle = stringAttribute(window, QStringLiteral("AXTitle")),
             .focusedElement = describeFocusedElement(focused),
-            .windowFrame = frame(window)};
+            .windowFrame = frame(window),
+            .pageAddress = web.url};
 }
 
 AccessibilityContextReader::WebContext AccessibilityContextReader::findWebContext(const AccessibilityElementPtr &root)

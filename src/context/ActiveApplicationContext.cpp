@@ -88,7 +88,8 @@ ActiveRecordingContext ActiveApplicationContext::currentRecordingContext(const Q
     return {.appContextText = promptText(details),
             .activeDisplay =
                 ActiveDisplayResolver::resolve(details.windowFrame, m_sources.foreground.mouseLocation(), displays),
-            .isPrivateInFront = details.isPrivate};
+            .isPrivateInFront = details.isPrivate,
+            .isPrivatePageInFront = details.isPrivatePage};
 }
 
 ActiveApplicationContextDetails ActiveApplicationContext::readWindow(const ForegroundApplication &application,
@@ -108,7 +109,9 @@ ActiveApplicationContextDetails ActiveApplicationContext::readWindow(const Foreg
     if (window.frame)
         details.windowFrame = window.frame;
     // The tree may already be that of the next window, and a page may be excluded where its window isn't.
-    base.isPrivate = isExcluded(application, details.windowTitle) || isExcluded(application, details.pageTitle);
+    base.isPrivatePage = isPageExcluded(details.pageAddress);
+    base.isPrivate = base.isPrivatePage || isExcluded(application, details.windowTitle) ||
+                     isExcluded(application, details.pageTitle);
     return base.isPrivate ? base : details;
 }
 
@@ -135,6 +138,8 @@ void ActiveApplicationContext::addBrowserTab(ActiveApplicationContextDetails &de
         return;
     if (!details.website)
         details.website = domain(tab->url);
+    if (!details.pageAddress)
+        details.pageAddress = tab->url;
     if (!details.pageTitle)
         details.pageTitle = normalize(tab->title);
 }
@@ -145,6 +150,12 @@ bool ActiveApplicationContext::isExcluded(const ForegroundApplication &applicati
     return m_sources.excludesWindow({.bundleIdentifier = application.bundleIdentifier,
                                      .windowClass = application.windowClass,
                                      .title = title.value_or(QString())});
+}
+
+bool ActiveApplicationContext::isPageExcluded(const std::optional<QString> &address) const
+{
+    return address && m_sources.excludesWindow(
+                          {.bundleIdentifier = std::nullopt, .windowClass = {}, .title = {}, .pageAddress = address});
 }
 
 std::optional<QString> ActiveApplicationContext::promptText(const ActiveApplicationContextDetails &details)

@@ -24,6 +24,8 @@ struct ActiveRecordingContext {
     std::optional<QString> appContextText;
     std::optional<ActiveDisplaySelection> activeDisplay;
     bool isPrivateInFront = false; ///< the window in front is one that the privacy rules exclude, as far as is known
+    /// It is private for the page in it, which nobody knows who looks at windows alone.
+    bool isPrivatePageInFront = false;
 
     bool operator==(const ActiveRecordingContext &) const = default;
 };
@@ -36,7 +38,9 @@ struct ActiveApplicationContextDetails {
     std::optional<QString> windowTitle;
     std::optional<QString> focusedElement;
     std::optional<QRectF> windowFrame;
-    bool isPrivate = false; ///< by the privacy rules: then nothing of the window but its frame is here
+    bool isPrivate = false;                  ///< by the privacy rules: then nothing of the window but its frame is here
+    std::optional<QString> pageAddress = {}; ///< never told in words
+    bool isPrivatePage = false;              ///< as `isPrivate`, for the page's address alone
 };
 
 /// Describes the foreground application. Keeps nothing between calls.
@@ -78,6 +82,7 @@ private:
     void addBrowserTab(ActiveApplicationContextDetails &details, const ForegroundApplication &application,
                        const std::optional<QString> &windowTitle, QDeadlineTimer deadline);
     bool isExcluded(const ForegroundApplication &application, const std::optional<QString> &title) const;
+    bool isPageExcluded(const std::optional<QString> &address) const;
 
     const Sources m_sources;
 };

@@ -2,6 +2,8 @@
 
 #include "context/BuiltInPrivacyRules.h"
 
+#include <QUrl>
+
 #include <algorithm>
 
 namespace ostrel {
@@ -39,6 +41,38 @@ bool isFound(const QRegularExpression &pattern, const QString &title)
     return match.hasMatch() || !match.isValid();
 }
 
+/// An address, also one without a scheme, as it may stand in a rule.
+QUrl asAddress(const QString &text)
+{
+    const bool hasScheme = text.contains(QLatin1String("://"));
+    return QUrl(hasScheme ? text : QLatin1String("https://") + text);
+}
+
+QString hostOf(const QUrl &address)
+{
+    const QString host = address.host().toLower();
+    const QString www = QStringLiteral("www.");
+    return host.startsWith(www) ? host.mid(www.size()) : host;
+}
+
+/// Whether a path is the other one or lies below it.
+bool isBelow(const QString &path, QString above)
+{
+    while (above.endsWith(u'/'))
+        above.chop(1);
+    return above.isEmpty() || path == above || path.startsWith(above + u'/');
+}
+
+bool isOnSite(const QUrl &page, const QString &site)
+{
+    const QUrl rule = asAddress(site.trimmed());
+    const QString ruled = hostOf(rule);
+    const QString host = hostOf(page);
+    if (ruled.isEmpty() || (host != ruled && !host.endsWith(u'.' + ruled)))
+        return false;
+    return isBelow(page.path(), rule.path());
+}
+
 template <class List>
 List joined(List first, const List &second)
 {
@@ -66,14 +100,20 @@ bool PrivacyRules::excludes(const WindowIdentity &window) const
     if (std::ranges::any_of(desktopIds, isThis) || std::ranges::any_of(windowClasses, isOfClass))
         return true;
     const QString title = searchedPart(window.title);
-    return std::ranges::any_of(titles, [&title](const auto &pattern) { return isFound(pattern, title); });
+    if (std::ranges::any_of(titles, [&title](const auto &pattern) { return isFound(pattern, title); }))
+        return true;
+    if (!window.pageAddress || sites.isEmpty())
+        return false;
+    const QUrl page = asAddress(*window.pageAddress);
+    return std::ranges::any_of(sites, [&page](const QString &site) { return isOnSite(page, site); });
 }
 
 PrivacyRules PrivacyRules::joinedWith(const PrivacyRules &other) const
 {
     return {.desktopIds = joined(desktopIds, other.desktopIds),
             .windowClasses = joined(windowClasses, other.windowClasses),
-            .titles = joined(titles, other.titles)};
+            .titles = joined(titles, other.titles),
+            .sites = joined(sites, other.sites)};
 }
 
 QRegularExpression titlePattern(const QString &pattern)

@@ -13,6 +13,7 @@ struct WindowIdentity {
     std::optional<QString> bundleIdentifier; ///< the desktop-file id without ".desktop"
     QString windowClass;                     ///< both parts of WM_CLASS, a blank between them; the app id on Wayland
     QString title;
+    std::optional<QString> pageAddress = {}; ///< of the web page that it shows
 };
 
 /// Which windows are nobody's business: they stay out of every picture, and their titles and pages out of every text.
@@ -33,6 +34,9 @@ public:
     QStringList desktopIds;
     QStringList windowClasses;        ///< compared without case with each part of the class
     QList<QRegularExpression> titles; ///< searched for in the title; made by `titlePattern`
+    /// Hosts, or hosts with the beginning of a path ("example.org/private"), compared with the page's address without
+    /// case but for the path. Subdomains of a host belong to it.
+    QStringList sites = {};
 
     bool operator==(const PrivacyRules &) const = default;
 };

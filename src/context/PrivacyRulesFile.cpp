@@ -24,6 +24,7 @@ namespace {
 const QString applicationsKey = QStringLiteral("excludedApplications");
 const QString classesKey = QStringLiteral("excludedWindowClasses");
 const QString titlesKey = QStringLiteral("excludedTitlePatterns");
+const QString sitesKey = QStringLiteral("excludedSites");
 
 Error misunderstood(const QString &why)
 {
@@ -104,13 +105,15 @@ Result<PrivacyRulesText> PrivacyRulesText::parse(const QByteArray &json)
     auto applications = readList(object, applicationsKey, builtInApplications(), text.complaints);
     auto classes = readList(object, classesKey, builtInWindowClasses(), text.complaints);
     const auto titles = readList(object, titlesKey, builtInTitlePatterns(), text.complaints);
-    for (const auto *list : {&std::as_const(applications), &std::as_const(classes), &titles}) {
+    auto sites = readList(object, sitesKey, {}, text.complaints);
+    for (const auto *list : {&std::as_const(applications), &std::as_const(classes), &titles, &std::as_const(sites)}) {
         if (!*list)
             return std::unexpected(list->error());
     }
     text.rules = {.desktopIds = std::move(*applications),
                   .windowClasses = std::move(*classes),
-                  .titles = compiled(*titles, text.complaints)};
+                  .titles = compiled(*titles, text.complaints),
+                  .sites = std::move(*sites)};
     return text;
 }
 
@@ -170,7 +173,8 @@ Result<> PrivacyRulesFile::makeIfMissing(const QString &path)
         return {};
     const QJsonObject object{{applicationsKey, QJsonArray::fromStringList(builtInApplications())},
                              {classesKey, QJsonArray::fromStringList(builtInWindowClasses())},
-                             {titlesKey, QJsonArray::fromStringList(builtInTitlePatterns())}};
+                             {titlesKey, QJsonArray::fromStringList(builtInTitlePatterns())},
+                             {sitesKey, QJsonArray()}};
     return writeFileAtomically(path, QJsonDocument(object).toJson());
 }
 

@@ -60,6 +60,7 @@ AppModel::AppModel(Dependencies with)
                  .modals = m_nativeModals,
                  .dialogs = with.dialogs,
                  .worker = with.worker}),
+      m_archiveTarget({.state = m_state, .observer = m_observer, .modals = m_nativeModals}),
       m_export({.clock = with.clock,
                 .state = m_state,
                 .observer = m_observer,
@@ -116,6 +117,11 @@ void AppModel::forwardArchiveSignals()
     connect(&m_archive, &ArchiveArea::archiveKeySavedConfirmedChanged, this,
             &AppModel::archiveKeySavedConfirmedChanged);
     connect(&m_archive, &ArchiveArea::archiveBusyChanged, this, &AppModel::archiveBusyChanged);
+    connect(&m_archiveTarget, &ArchiveTargetArea::archiveTargetChanged, this, &AppModel::archiveTargetChanged);
+    connect(&m_archiveTarget, &ArchiveTargetArea::archiveTargetDraftChanged, this,
+            &AppModel::archiveTargetDraftChanged);
+    connect(&m_archiveTarget, &ArchiveTargetArea::archiveTargetDraftChanged, this, &AppModel::announcePopoverOverlay);
+    connect(&m_archiveTarget, &ArchiveTargetArea::archiveTargetBusyChanged, this, &AppModel::archiveTargetBusyChanged);
     connect(&m_export, &ExportArea::archiveExportCardChanged, this, &AppModel::archiveExportCardChanged);
     connect(&m_export, &ExportArea::archiveExportCardChanged, this, &AppModel::announcePopoverOverlay);
     connect(&m_export, &ExportArea::archiveExportRangeChanged, this, &AppModel::archiveExportRangeChanged);
@@ -149,7 +155,8 @@ void AppModel::announceRecording()
 
 bool AppModel::popoverOverlayActive() const
 {
-    return archiveWizardStep() || archiveExportCard() || byokModalActive() || nativeModalActive();
+    return archiveWizardStep() || archiveTargetDraft() || archiveExportCard() || byokModalActive() ||
+           nativeModalActive();
 }
 
 void AppModel::announcePopoverOverlay()

@@ -5,6 +5,7 @@
 #include "base/TaskSlot.h"
 #include "journal/JournalRecords.h"
 #include "model/ArchiveArea.h"
+#include "model/ArchiveTargetArea.h"
 #include "model/ByokInference.h"
 #include "model/CaptureRecovery.h"
 #include "model/ExportArea.h"
@@ -145,6 +146,19 @@ public:
     void recoverArchiveWithKey() { m_archive.recoverArchiveWithKey(); }
     void refreshArchiveStatus() { m_archive.refreshArchiveStatus(); }
 
+    // Where the archive lies: see ArchiveTargetArea.
+    bool archiveTargetOffered() const { return m_archiveTarget.archiveTargetOffered(); }
+    const std::optional<ArchiveTarget> &archiveTarget() const { return m_archiveTarget.archiveTarget(); }
+    const std::optional<ArchiveTarget> &archiveTargetDraft() const { return m_archiveTarget.archiveTargetDraft(); }
+    void setArchiveTargetDraft(const ArchiveTarget &draft) { m_archiveTarget.setArchiveTargetDraft(draft); }
+    bool archiveTargetBusy() const { return m_archiveTarget.archiveTargetBusy(); }
+    bool archiveTargetSecretIsKept() const { return m_archiveTarget.archiveTargetSecretIsKept(); }
+    void refreshArchiveTarget() { m_archiveTarget.refreshArchiveTarget(); }
+    void openArchiveTargetCard() { m_archiveTarget.openArchiveTargetCard(); }
+    void closeArchiveTargetCard() { m_archiveTarget.closeArchiveTargetCard(); }
+    void chooseArchiveTargetFolder() { m_archiveTarget.chooseArchiveTargetFolder(); }
+    void saveArchiveTarget() { m_archiveTarget.saveArchiveTarget(); }
+
     // Export from the archive: see ExportArea.
     const std::optional<ArchiveExportCard> &archiveExportCard() const { return m_export.archiveExportCard(); }
     QDate archiveExportFrom() const { return m_export.archiveExportFrom(); }
@@ -224,6 +238,9 @@ Q_SIGNALS:
     void archiveKeySavedConfirmedChanged();
     void archiveBusyChanged();
     void archiveMessageChanged();
+    void archiveTargetChanged();
+    void archiveTargetDraftChanged();
+    void archiveTargetBusyChanged();
     void archiveExportCardChanged();
     void archiveExportRangeChanged();
     void archiveExportDestinationChanged();
@@ -267,6 +284,7 @@ private:
     SettingsDialogs m_settingsDialogs;
     ByokInference m_byokInference;
     ArchiveArea m_archive;
+    ArchiveTargetArea m_archiveTarget;
     ExportArea m_export;
     QList<JournalDay> m_journalDays;
     bool m_wasRecording = false;

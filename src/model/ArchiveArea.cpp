@@ -8,7 +8,7 @@
 #include "model/DialogHost.h"
 #include "model/ModelState.h"
 #include "model/NativeModals.h"
-#include "model/ObserverControl.h"
+#include "model/ObserverRequest.h"
 #include "observer/LocalObserverAPI.h"
 
 namespace ostrel {
@@ -191,7 +191,8 @@ void ArchiveArea::refreshArchiveStatus()
 Task<Result<ArchiveStatus>> ArchiveArea::fetchArchiveStatus(std::stop_token stop)
 {
     const qint64 changesBefore = m_changeEvents;
-    const auto status = co_await ask([](auto api, auto token) { return api->archiveStatus(token); }, stop);
+    const auto status = co_await answerOfObserver<ArchiveStatus>(
+        &m_with.observer, &m_with.state, [](auto api, auto token) { return api->archiveStatus(token); }, stop);
     if (!stop.stop_requested() && status && changesBefore == m_changeEvents)
         applyArchiveStatus(*status);
     co_return status;
@@ -212,7 +213,7 @@ void ArchiveArea::run(Request request, Adopt adopt)
 Task<> ArchiveArea::runFlow(Request request, Adopt adopt, std::stop_token stop)
 {
     checkedIncrement(m_changeEvents);
-    const auto answer = co_await ask(std::move(request), stop);
+    const auto answer = co_await answerOfObserver(&m_with.observer, &m_with.state, std::move(request), stop);
     if (stop.stop_requested())
         co_return;
     checkedIncrement(m_changeEvents);
@@ -221,21 +222,6 @@ Task<> ArchiveArea::runFlow(Request request, Adopt adopt, std::stop_token stop)
     else
         m_with.state.setArchiveError(answer.error().localizedDescription);
     setBusy(false);
-}
-
-Task<Result<ArchiveStatus>> ArchiveArea::ask(Request request, std::stop_token stop)
-{
-    const auto reachable = co_await m_with.observer.bringUp(stop);
-    if (stop.stop_requested() || !reachable)
-        co_return std::unexpected(reachable ? faultError(Fault::Cancelled) : reachable.error());
-    const auto &status = m_with.state.status();
-    const auto lastError = status ? status->lastError : std::nullopt;
-    const auto answer = co_await request(m_with.observer.api(), stop);
-    if (stop.stop_requested())
-        co_return std::unexpected(faultError(Fault::Cancelled));
-    if (answer)
-        co_return answer;
-    co_return std::unexpected(co_await m_with.observer.withReason(answer.error(), lastError, std::move(stop)));
 }
 
 /// Into both records, so that a screen that edits the settings doesn't take it for an edit. The file is left alone: the

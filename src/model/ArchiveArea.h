@@ -102,7 +102,6 @@ private:
 
     void run(Request request, Adopt adopt);
     Task<> runFlow(Request request, Adopt adopt, std::stop_token stop);
-    Task<Result<ArchiveStatus>> ask(Request request, std::stop_token stop);
     Task<> saveKeyFile(std::stop_token stop);
     Task<> askForKey(std::stop_token stop);
     void applyArchiveStatus(const ArchiveStatus &status);

@@ -1,5 +1,6 @@
 #include "model/CaptureRecovery.h"
 
+#include "base/Checked.h"
 #include "base/Clock.h"
 #include "base/Log.h"
 #include "base/SerialQueue.h"
@@ -10,6 +11,7 @@
 #include "model/ObserverControl.h"
 #include "model/RecordingControl.h"
 
+#include <algorithm>
 #include <chrono>
 #include <utility>
 
@@ -22,6 +24,10 @@ namespace {
 constexpr auto resumePause = 2s;
 /// A docking station brings its displays one after the other; each restart would cost another set of first pictures.
 constexpr auto displaySettlingTime = 1s;
+/// Displays that change again and again, or can't be held, are given twice the time each time, up to 32 s.
+constexpr int mostDoublings = 5;
+/// A stall is the user's business when a new start of capture has not ended it by then.
+constexpr auto stallPatience = 30s;
 /// The time that the observer needs to come up.
 constexpr auto startUpTime = 3s;
 
@@ -37,6 +43,8 @@ CaptureRecovery::CaptureRecovery(Dependencies dependencies)
         perform(m_recoveryPolicy.captureDied());
     });
     connect(&m_with.recording, &RecordingControl::displaysChanged, this, &CaptureRecovery::displaysChanged);
+    connect(&m_with.recording, &RecordingControl::captureStalled, this, &CaptureRecovery::captureStalled);
+    connect(&m_with.recording, &RecordingControl::captureGoesOn, this, &CaptureRecovery::captureGoesOn);
     connect(&m_with.recording, &RecordingControl::startBegun, this, &CaptureRecovery::forget);
     connect(&m_with.recording, &RecordingControl::endingBegun, this, &CaptureRecovery::forget);
 }
@@ -44,6 +52,8 @@ CaptureRecovery::CaptureRecovery(Dependencies dependencies)
 void CaptureRecovery::forget()
 {
     m_recoveryPolicy.reset();
+    forgetStall();
+    m_displayRestarts = 0;
     m_displaysTask.cancel();
     m_captureResumeTask.cancel();
 }
@@ -61,6 +71,7 @@ void CaptureRecovery::perform(const CaptureRecoveryAction &action)
     if (action.kind == Kind::none)
         return;
     m_displaysTask.cancel();
+    m_stallTask.cancel();
     m_captureResumeTask.cancel();
     switch (action.kind) {
     case Kind::none:
@@ -69,6 +80,9 @@ void CaptureRecovery::perform(const CaptureRecoveryAction &action)
         stopForSleep();
         break;
     case Kind::resume:
+        // First: what hangs may never let go of the attempt.
+        if (m_stall && !m_toldStall)
+            m_stallTask.start([this](std::stop_token stop) { return tellUnlessItGoesOn(std::move(stop)); });
         m_captureResumeTask.start([this](std::stop_token stop) { return attemptCaptureResume(std::move(stop)); });
         break;
     case Kind::giveUp:
@@ -92,7 +106,9 @@ Task<> CaptureRecovery::attemptCaptureResume(std::stop_token stop)
             co_return;
         if (resumed) {
             m_recoveryPolicy.resumeSucceeded();
-            m_with.state.setHelperError(std::nullopt);
+            // Whether a stall is over shows only later.
+            if (!m_toldStall)
+                m_with.state.setHelperError(std::nullopt);
             co_return;
         }
         const auto action = m_recoveryPolicy.resumeFailed(resumed.error().localizedDescription);
@@ -111,10 +127,55 @@ void CaptureRecovery::displaysChanged()
 
 Task<> CaptureRecovery::resumeOnChangedDisplays(std::stop_token stop)
 {
-    if (!co_await m_with.clock.sleepFor(displaySettlingTime, stop))
+    const int doublings = std::min(m_displayRestarts, mostDoublings);
+    if (!co_await m_with.clock.sleepFor(displaySettlingTime * (1 << doublings), stop))
         co_return;
+    ++m_displayRestarts;
     qCInfo(logScreenCapture, "screen capture starts again: the displays have changed");
     perform(m_recoveryPolicy.captureDied());
+}
+
+void CaptureRecovery::captureStalled(const QString &message)
+{
+    qCWarning(logScreenCapture, "%s", qUtf8Printable(message));
+    const bool isStillOne = std::exchange(m_stall, message).has_value();
+    if (isStillOne)
+        tellOfStall();
+    if (m_stallRestarts == m_recoveryPolicy.maxResumeAttempts)
+        return perform({.kind = CaptureRecoveryAction::Kind::giveUp, .message = message});
+    m_stallRestarts = checkedAdd(m_stallRestarts, 1);
+    perform(m_recoveryPolicy.captureDied());
+}
+
+Task<> CaptureRecovery::tellUnlessItGoesOn(std::stop_token stop)
+{
+    if (co_await m_with.clock.sleepFor(stallPatience, stop))
+        tellOfStall();
+}
+
+void CaptureRecovery::tellOfStall()
+{
+    qCCritical(logScreenCapture, "%s; starting it again has not helped", qUtf8Printable(*m_stall));
+    m_toldStall = m_stall;
+    m_with.state.setHelperError(m_stall);
+}
+
+void CaptureRecovery::captureGoesOn()
+{
+    m_displayRestarts = 0;
+    if (m_stall)
+        qCInfo(logScreenCapture, "screen capture goes on after a stall");
+    if (m_toldStall && m_with.state.helperError() == m_toldStall)
+        m_with.state.setHelperError(std::nullopt);
+    forgetStall();
+}
+
+void CaptureRecovery::forgetStall()
+{
+    m_stallTask.cancel();
+    m_stall.reset();
+    m_toldStall.reset();
+    m_stallRestarts = 0;
 }
 
 Task<> CaptureRecovery::prepareForUpdateRelaunch(std::stop_token stop)

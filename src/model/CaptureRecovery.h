@@ -7,7 +7,9 @@
 #include "capture/SleepWakeMonitor.h"
 
 #include <QObject>
+#include <QString>
 #include <memory>
+#include <optional>
 #include <stop_token>
 
 namespace ostrel {
@@ -19,9 +21,9 @@ class RecordingControl;
 class SerialQueue;
 class WorkspaceEvents;
 
-/// Keeps a recording going when its capture dies, when the system sleeps, when the displays change, and when the
-/// program is replaced by a newer one. The recording itself, as the observer and the user see it, goes on meanwhile;
-/// only when capture can't be had any more, it is ended. Main thread.
+/// Keeps a recording going when its capture dies or stalls, when the system sleeps, when the displays change, and when
+/// the program is replaced by a newer one. The recording itself, as the observer and the user see it, goes on
+/// meanwhile; only when capture can't be had any more, it is ended. Main thread.
 class CaptureRecovery : public QObject
 {
     Q_OBJECT
@@ -56,15 +58,26 @@ public:
 private:
     void willSleep();
     void displaysChanged();
+    void captureStalled(const QString &message);
+    void captureGoesOn();
+    void tellOfStall();
+    void forgetStall();
     void forget();
     void stopForSleep();
     Task<> resumeOnChangedDisplays(std::stop_token stop);
+    Task<> tellUnlessItGoesOn(std::stop_token stop);
     Task<> resumeAfterUpdate(std::stop_token stop);
 
     const Dependencies m_with;
     SleepWakeMonitor m_sleepWakeMonitor;
     CaptureRecoveryPolicy m_recoveryPolicy;
     std::shared_ptr<SystemHold> m_sleepHold; ///< from the announcement of a sleep until somebody has taken it
+    int m_displayRestarts = 0;               ///< on changed displays, since capture was last seen to go on
+    /// A stall that capture has not been seen to get over, in words.
+    std::optional<QString> m_stall;
+    std::optional<QString> m_toldStall; ///< the words that the user was told
+    qint64 m_stallRestarts = 0;         ///< because of it
+    TaskSlot m_stallTask;
     TaskSlot m_displaysTask;
     TaskSlot m_captureResumeTask;
     TaskScope m_tasks;

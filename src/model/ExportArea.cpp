@@ -265,9 +265,10 @@ Task<> ExportArea::cancel(std::stop_token stop)
     const auto status = co_await api->cancelArchiveExport(stop);
     if (stop.stop_requested())
         co_return;
-    if (status)
+    // The end that the polling has seen meanwhile is the last word.
+    if (status && m_card == ArchiveExportCard::running)
         setStatus(*status);
-    else
+    else if (!status)
         m_with.state.setArchiveError(status.error().localizedDescription);
 }
 

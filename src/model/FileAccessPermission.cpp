@@ -5,6 +5,7 @@
 #include <QDir>
 #include <QFile>
 
+#include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -26,7 +27,8 @@ bool canWrite(const QString &outputDirectory)
     if (file < 0)
         return false;
     ::close(file);
-    return ::unlink(probe.constData()) == 0;
+    // Another ostrel that probes at the same moment may have removed it for us.
+    return ::unlink(probe.constData()) == 0 || errno == ENOENT;
 }
 
 } // namespace ostrel::FileAccessPermission

@@ -55,6 +55,8 @@ RecordingControl::~RecordingControl()
     m_with.recorder.onError = nullptr;
     m_with.recorder.onStreamsDied = nullptr;
     m_with.recorder.onDisplaysChanged = nullptr;
+    m_with.recorder.onStalled = nullptr;
+    m_with.recorder.onGoesOn = nullptr;
     // The start first: when its request is let go of, it already knows that it is cancelled.
     m_start.cancel();
     m_life.request_stop();
@@ -74,6 +76,14 @@ void RecordingControl::takeCallbacks()
     m_with.recorder.onDisplaysChanged = [this] {
         if (m_phase == Phase::Capturing)
             Q_EMIT displaysChanged();
+    };
+    m_with.recorder.onStalled = [this](const QString &message) {
+        if (m_phase == Phase::Capturing)
+            Q_EMIT captureStalled(message);
+    };
+    m_with.recorder.onGoesOn = [this] {
+        if (m_phase == Phase::Capturing)
+            Q_EMIT captureGoesOn();
     };
     // A batch was refused: the recorder has dropped it, asked the observer to stop, and stops itself.
     m_with.recorder.onError = [this](const QString &message) {

@@ -92,6 +92,10 @@ Q_SIGNALS:
     void captureDied(const QString &message);
     /// The displays of a recording that goes on are no longer those that it captures.
     void displaysChanged();
+    /// Nothing has been done for a display of a recording that goes on, for half a minute; told again while it lasts.
+    void captureStalled(const QString &message);
+    /// All displays of a recording that goes on are alive: some seconds after capture was started, or after a stall.
+    void captureGoesOn();
     /// Both sides run.
     void recordingStarted();
     /// Both sides are stopped, as far as they could be reached.

@@ -51,6 +51,22 @@ ObserverSettings withEdits(ObserverSettings saved, const ObserverSettings &draft
     return saved;
 }
 
+/// What edits count from for a save that has waited for its turn: the working copy as it was when the save was asked
+/// for, but for what the saves before it have brought.
+ObserverSettings baseOfEdits(const ObserverSettings &whenAsked, ObserverSettings draft, const ObserverSettings &saved)
+{
+    const QList<FieldValue> asked = fieldValues(whenAsked);
+    const QList<FieldValue> now = fieldValues(draft);
+    const QList<FieldValue> known = fieldValues(saved);
+    qsizetype index = 0;
+    eachSettingsField(draft, [&]<class T>(const char *, T &field) {
+        if (now[index] != asked[index] && now[index] != known[index])
+            field = std::get<T>(asked[index]);
+        ++index;
+    });
+    return draft;
+}
+
 bool isByokPathError(const std::optional<QString> &text)
 {
     return text && (*text == QLatin1String("BYOK Vertex AI service account JSON path is not configured.") ||
@@ -87,11 +103,14 @@ Task<bool> SettingsEditing::saveByokSettings(ObserverSettings next)
 
 Task<bool> SettingsEditing::save(ObserverSettings next, ByokKey key)
 {
+    const ObserverSettings whenAsked = m_with.state.settings();
+    const ObserverSettings draftWhenAsked = m_with.state.draftSettings();
     const auto turn = co_await m_saving.acquire(m_life.get_token());
     if (!turn)
         co_return false;
     const ObserverSettings before = m_with.state.settings();
-    const ObserverSettings draftBefore = m_with.state.draftSettings();
+    const ObserverSettings draftBefore = baseOfEdits(draftWhenAsked, m_with.state.draftSettings(), before);
+    keepArchiveNews(next, whenAsked, before);
     ObserverSettings told = leavingSecretsAlone(next, before);
     if (key == ByokKey::Decided)
         told.byokGoogleVertexApiKey = next.byokGoogleVertexApiKey;

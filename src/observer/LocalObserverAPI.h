@@ -3,8 +3,10 @@
 #include "base/Error.h"
 #include "base/SerialQueue.h"
 #include "base/Task.h"
+#include "observer/ArchiveTarget.h"
 #include "observer/HttpTransport.h"
 #include "observer/ObserverSettings.h"
+#include "observer/RequestPreview.h"
 #include "observer/WireRecords.h"
 
 #include <QString>
@@ -41,11 +43,20 @@ public:
     Task<Result<ArchiveStatus>> enableArchive(std::stop_token stop);
     Task<Result<ArchiveStatus>> disableArchive(std::stop_token stop);
     Task<Result<ArchiveStatus>> recoverArchive(QString recoveryKey, std::stop_token stop);
+    /// Where the archive lies; none from an observer that lets nobody choose.
+    Task<Result<std::optional<ArchiveTarget>>> archiveTarget(std::stop_token stop);
+    Task<Result<ArchiveTarget>> setArchiveTarget(ArchiveTarget target, std::stop_token stop);
     Task<Result<ArchiveExportEstimate>> archiveExportEstimate(QString fromDate, QString toDate, std::stop_token stop);
     Task<Result<ArchiveExportStatus>> startArchiveExport(QString destinationDirectory, QString fromDate, QString toDate,
                                                          std::stop_token stop);
     Task<Result<ArchiveExportStatus>> archiveExportStatus(std::stop_token stop);
     Task<Result<ArchiveExportStatus>> cancelArchiveExport(std::stop_token stop);
+
+    /// What would be sent to a model next; nothing is. With its pictures it takes some tens of megabytes.
+    Task<Result<RequestPreview>> preview(bool withPictures, std::stop_token stop);
+    /// Removes a time from everything that the observer keeps. Both ends, in wall-clock milliseconds since 1970, belong
+    /// to it.
+    Task<Result<ForgetReport>> forget(qint64 fromMs, qint64 toMs, std::stop_token stop);
 
 private:
     /// What a call needs. Calls under way share it, so that this object may be replaced meanwhile.
@@ -57,11 +68,17 @@ private:
     };
     using SharedLink = std::shared_ptr<const Link>;
 
+    /// Whatever the status of the answer.
+    static Task<Result<HttpAnswer>> send(SharedLink link, QString path, QByteArray method, HttpBody body,
+                                         std::stop_token stop);
+    template <class Record>
+    static Task<Result<Record>> decoded(SharedLink link, HttpAnswer answer, std::stop_token stop);
     template <class Record>
     static Task<Result<Record>> request(SharedLink link, QString path, QByteArray method, HttpBody body,
                                         std::stop_token stop);
     static Task<Result<ObserverStatus>> postFrames(SharedLink link, QList<CapturedFramePayload> frames,
                                                    std::stop_token stop);
+    static Task<Result<std::optional<ArchiveTarget>>> getArchiveTarget(SharedLink link, std::stop_token stop);
 
     const SharedLink m_link;
 };

@@ -68,6 +68,17 @@ void eachField(MaybeConst<ArchiveExportEstimate> auto &record, auto &visit)
     visit("bytes", record.bytes);
 }
 
+void eachField(MaybeConst<ForgetReport> auto &record, auto &visit)
+{
+    visit("frames", record.frames);
+    visit("rawInputs", record.rawInputs);
+    visit("rawInputsUnknown", record.rawInputsUnknown);
+    visit("journalLines", record.journalLines);
+    visit("archiveClips", record.archiveClips);
+    visit("archiveFrames", record.archiveFrames);
+    visit("archiveWaits", record.archiveWaits);
+}
+
 template <class Record>
 Result<Record> decoded(const QByteArray &json)
 {
@@ -162,6 +173,16 @@ Result<ArchiveExportEstimate> ArchiveExportEstimate::fromJson(const QByteArray &
 }
 
 QByteArray ArchiveExportEstimate::toJson() const
+{
+    return encoded(*this);
+}
+
+Result<ForgetReport> ForgetReport::fromJson(const QByteArray &json)
+{
+    return decoded<ForgetReport>(json);
+}
+
+QByteArray ForgetReport::toJson() const
 {
     return encoded(*this);
 }

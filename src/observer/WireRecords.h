@@ -90,4 +90,20 @@ struct ArchiveExportEstimate {
     QByteArray toJson() const;
 };
 
+/// What the observer has removed of a time that the user wants forgotten.
+struct ForgetReport {
+    qint64 frames = 0;           ///< that waited to be analysed, or were put aside
+    qint64 rawInputs = 0;        ///< chunks of which a model's inputs were kept
+    qint64 rawInputsUnknown = 0; ///< such chunks of which nobody knows when they were; they were left
+    qint64 journalLines = 0;
+    qint64 archiveClips = 0;  ///< whole ones, which may begin earlier and end later
+    qint64 archiveFrames = 0; ///< that were not in clips yet
+    /// Why the archive still has some of that time; the observer tries again by itself.
+    std::optional<QString> archiveWaits;
+
+    bool operator==(const ForgetReport &) const = default;
+    static Result<ForgetReport> fromJson(const QByteArray &json);
+    QByteArray toJson() const;
+};
+
 } // namespace ostrel

@@ -1,23 +1,8 @@
-#include "CommandFixture.h"
-
-#include "app/RecorderLock.h"
-#include "base/Files.h"
-#include "observer/SettingsStore.h"
-#include "observer/TokenStore.h"
-#include "observer/WireRecords.h"
+#include "ArchiveCommandFixture.h"
 #include "support/FreePort.h"
-#include "support/HttpTestServer.h"
-#include "support/Printers.h"
 
-#include <QDate>
-#include <QDir>
-#include <QHash>
 #include <QJsonDocument>
 #include <QJsonObject>
-
-#include <gmock/gmock.h>
-
-#include <csignal>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -27,38 +12,6 @@ using testing::HasSubstr;
 using testing::Not;
 
 namespace {
-
-const QByteArray prepare = "POST /api/archive/prepare";
-const QByteArray enable = "POST /api/archive/enable";
-const QByteArray disable = "POST /api/archive/disable";
-const QByteArray recover = "POST /api/archive/recover";
-const QByteArray getArchive = "GET /api/archive/status";
-const QByteArray estimate = "POST /api/archive/export/estimate";
-const QByteArray startExport = "POST /api/archive/export";
-const QByteArray getExport = "GET /api/archive/export/status";
-const QByteArray cancelExport = "POST /api/archive/export/cancel";
-const QByteArray getStatus = "GET /api/status";
-const QByteArray recoveryKey = "ostrel-vault_1qqqsyq5xzvm";
-
-QByteArray archive(bool enabled, const char *vault, const QByteArray &key = {})
-{
-    return ArchiveStatus{.archiveEnabled = enabled,
-                         .archiveVaultId = QString::fromLatin1(vault),
-                         .hasRecoveryKey = true,
-                         .recoveryKey = key.isEmpty() ? std::nullopt : std::optional(QString::fromLatin1(key))}
-        .toJson();
-}
-
-QByteArray exporting(const char *state, qint64 exported = 0, qint64 skipped = 0)
-{
-    return ArchiveExportStatus{.state = QString::fromLatin1(state),
-                               .exported = exported,
-                               .total = 10,
-                               .skipped = skipped,
-                               .currentDay = QStringLiteral("2026-11-20"),
-                               .error = {}}
-        .toJson();
-}
 
 /// What is written to standard output until the end of the scope, which may be refused.
 class CapturedOutput
@@ -92,87 +45,8 @@ private:
     int m_file = -1;
 };
 
-/// `ostrel archive` in this process, with an observer by script. A request that nothing was scripted for is answered
-/// with 501, and fails the test unless it was expected to.
-class ArchiveCommand : public CommandFixture
-{
-protected:
-    ArchiveCommand()
-    {
-        m_secrets.put(localApiTokenService, QStringLiteral("token"));
-        writePort(m_server.port());
-        script(getStatus, ObserverStatus().toJson());
-    }
-
-    static void writePort(int port)
-    {
-        ASSERT_TRUE(
-            writeFileAtomically(SettingsStore::primaryFile(), R"({"localPort": )" + QByteArray::number(port) + "}")
-                .has_value());
-    }
-    /// Answers an endpoint so from now on.
-    void script(const QByteArray &endpoint, const QByteArray &body, int status = 200)
-    {
-        m_answers[endpoint] = HttpTestServer::response(status, body);
-    }
-    void refuse(const QByteArray &endpoint) { script(endpoint, "{}", 501); }
-    /// Something happens when a request comes, before it is answered.
-    void when(const QByteArray &endpoint, std::function<void()> act) { m_acts[endpoint] = std::move(act); }
-
-    CommandResult archiveDoes(const QStringList &words, const QByteArray &input = {})
-    {
-        return run(QStringList(QStringLiteral("archive")) + words, input);
-    }
-    CommandResult does(const char *action, const QByteArray &input = {})
-    {
-        return archiveDoes({QString::fromLatin1(action)}, input);
-    }
-    CommandResult exports(const QStringList &further = {})
-    {
-        return archiveDoes(
-            QStringList({QStringLiteral("export"), QStringLiteral("--into"), QStringLiteral("/srv/out")}) + further);
-    }
-    /// What was asked, less the waiting.
-    QList<QByteArray> asked() const
-    {
-        QList<QByteArray> endpoints;
-        for (const auto &request : m_server.requests())
-            endpoints.append(endpointOf(request));
-        endpoints.removeAll(getStatus);
-        return endpoints;
-    }
-    QByteArray bodyOf(const QByteArray &endpoint) const
-    {
-        for (const auto &request : m_server.requests()) {
-            if (endpointOf(request) == endpoint)
-                return request.body;
-        }
-        return "not asked";
-    }
-    /// A vault in use, from which something can be exported.
-    void haveVault()
-    {
-        script(getArchive, archive(true, "vault-1"));
-        script(getExport, exporting("idle"));
-        script(estimate, ArchiveExportEstimate{.clips = 10, .bytes = 12'300'000}.toJson());
-    }
-
-    static QByteArray endpointOf(const HttpTestServer::Request &request)
-    {
-        return request.line.left(request.line.lastIndexOf(' '));
-    }
-
-    QHash<QByteArray, QByteArray> m_answers;
-    QHash<QByteArray, std::function<void()>> m_acts;
-    HttpTestServer m_server{[this](const HttpTestServer::Request &request, QTcpSocket &socket) {
-        const QByteArray endpoint = endpointOf(request);
-        EXPECT_EQ(request.header("x-ostrel-local-token"), QList<QByteArray>{"token"});
-        EXPECT_TRUE(m_answers.contains(endpoint)) << "unexpected request " << endpoint.toStdString();
-        if (const auto act = m_acts.value(endpoint))
-            act();
-        socket.write(m_answers.value(endpoint, HttpTestServer::response(501, "{}")));
-    }};
-};
+class ArchiveCommand : public ArchiveCommandFixture
+{};
 
 TEST_F(ArchiveCommand, status_tellsWhatThereIsAndNeverTheKey)
 {
@@ -406,100 +280,6 @@ TEST_F(ArchiveCommand, wrongUse_isStatus2AndAsksNothing)
         EXPECT_THAT(outcome.messages.toStdString(), HasSubstr("archive: ")) << line;
     }
     EXPECT_EQ(m_server.requests().size(), 0);
-}
-
-TEST_F(ArchiveCommand, export_sendsTheRangeAndFollowsItToTheEnd)
-{
-    haveVault();
-    script(startExport, exporting("running"));
-    when(startExport, [this] { script(getExport, exporting("done", 9, 1)); });
-    const auto outcome = exports({QStringLiteral("--from"), QStringLiteral("2026-11-21"), QStringLiteral("--to"),
-                                  QStringLiteral("2026-11-01"), QStringLiteral("--json")});
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_EQ(outcome.messages, QStringLiteral("Export complete: 9 clips, 1 skipped.\n"));
-    EXPECT_EQ(bodyOf(startExport),
-              QByteArray(R"({"destinationDirectory":"/srv/out","fromDate":"2026-11-21","toDate":"2026-11-01"})"));
-    const auto json = QJsonDocument::fromJson(outcome.output.toUtf8());
-    EXPECT_EQ(json[QStringLiteral("exported")], 9);
-    EXPECT_EQ(json[QStringLiteral("state")], QStringLiteral("done"));
-}
-
-TEST_F(ArchiveCommand, exportIntoARelativeFolder_isThatOfTheTerminal)
-{
-    haveVault();
-    script(startExport, exporting("running"));
-    when(startExport, [this] { script(getExport, exporting("done", 10)); });
-    EXPECT_EQ(archiveDoes({QStringLiteral("export"), QStringLiteral("--into"), QStringLiteral("here/../out")}).status,
-              0);
-    EXPECT_THAT(bodyOf(startExport).toStdString(),
-                HasSubstr("\"destinationDirectory\":\"" + QDir::currentPath().toStdString() + "/out\""));
-}
-
-TEST_F(ArchiveCommand, exportThatFails_isStatus1WithTheReason)
-{
-    haveVault();
-    script(startExport, exporting("running"));
-    when(startExport, [this] {
-        script(getExport, R"({"state":"failed","exported":3,"total":10,"skipped":0,"error":"The disk is full."})");
-    });
-    const auto outcome = exports();
-    EXPECT_EQ(outcome.status, 1);
-    EXPECT_EQ(outcome.messages, QStringLiteral("ostrel: Export failed: The disk is full.\n"));
-    EXPECT_EQ(outcome.output, QString());
-}
-
-TEST_F(ArchiveCommand, exportInterrupted_cancelsItOnTheObserver)
-{
-    haveVault();
-    script(startExport, exporting("running"));
-    script(cancelExport, exporting("cancelled", 3));
-    when(startExport, [this] {
-        script(getExport, exporting("running", 3));
-        ::raise(SIGINT);
-    });
-    when(cancelExport, [this] { script(getExport, exporting("cancelled", 3)); });
-    const auto outcome = exports();
-    EXPECT_EQ(outcome.status, 1);
-    EXPECT_EQ(outcome.messages, QStringLiteral("ostrel: Export cancelled after 3 of 10 clips (2026-11-20).\n"));
-    EXPECT_EQ(asked().count(cancelExport), 1);
-}
-
-TEST_F(ArchiveCommand, exportThatTheObserverForgets_isStatus1)
-{
-    haveVault();
-    script(startExport, exporting("running"));
-    const auto outcome = exports();
-    EXPECT_EQ(outcome.status, 1);
-    EXPECT_THAT(outcome.messages.toStdString(), HasSubstr("knows of no export any more"));
-}
-
-TEST_F(ArchiveCommand, exportWhileOneRuns_isStatus1AndStartsNone)
-{
-    haveVault();
-    script(getExport, exporting("running", 3));
-    const auto outcome = exports();
-    EXPECT_EQ(outcome.status, 1);
-    EXPECT_THAT(outcome.messages.toStdString(), HasSubstr("under way already: 3 of 10 clips"));
-    EXPECT_FALSE(asked().contains(startExport));
-}
-
-TEST_F(ArchiveCommand, exportThatIsRefused_isStatus1WithItsWords)
-{
-    haveVault();
-    refuse(startExport);
-    const auto outcome = exports();
-    EXPECT_EQ(outcome.status, 1);
-    EXPECT_EQ(outcome.messages, QStringLiteral("ostrel: The server gave an answer that could not be used.\n"));
-}
-
-TEST_F(ArchiveCommand, exportWithoutAVault_isStatus1)
-{
-    haveVault();
-    script(getArchive, archive(false, ""));
-    const auto outcome = exports();
-    EXPECT_EQ(outcome.status, 1);
-    EXPECT_EQ(outcome.messages, QStringLiteral("ostrel: Archive vault not configured\n"));
-    EXPECT_FALSE(asked().contains(startExport));
 }
 
 TEST_F(ArchiveCommand, strangerOnThePort_isNamedAndToldNothing)

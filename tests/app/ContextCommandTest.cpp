@@ -55,6 +55,21 @@ TEST_F(ContextCommandTest, sample_isPrintedAsAFrameWouldCarryIt)
     EXPECT_EQ(outcome.messages, QString());
 }
 
+TEST_F(ContextCommandTest, desktopThatWouldAskTheUser_isStatus1WithTheWayToGrantAndNoDialog)
+{
+    m_displays.asksUser = true;
+    m_displays.onShareableContent = nullptr; // would be the question
+    for (const char *command : {"context", "displays"}) {
+        SCOPED_TRACE(command);
+        const auto outcome = m_samples.sync([&] { return run({text(command)}); });
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_EQ(outcome.output, QString());
+        EXPECT_EQ(outcome.messages,
+                  text("ostrel: The desktop has not been asked whether its screens may be seen, or keeps no answer. "
+                       "`ostrel permissions allow screenRecording` has it ask; so does a recording.\n"));
+    }
+}
+
 TEST_F(ContextCommandTest, factThatTheDesktopCannotGive_isNamedWithItsReason)
 {
     lackPointer();

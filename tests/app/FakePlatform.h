@@ -5,6 +5,7 @@
 #include "base/SerialQueue.h"
 #include "support/FakeAccessibilityAccess.h"
 #include "support/FakeAccessibilityTree.h"
+#include "support/FakeAutostart.h"
 #include "support/FakeBrowserScriptRunner.h"
 #include "support/FakeDisplaySource.h"
 #include "support/FakeForegroundSource.h"
@@ -38,6 +39,7 @@ protected:
     FakeKeyring m_keyring;
     FakeUserDefaults m_defaults;
     FakeSystemSettingsOpener m_opener;
+    FakeAutostart m_autostart;
     NoDialogs m_dialogs;
     FakeProcessLauncher m_launcher;
     FakeRunningApplication m_recorder;
@@ -55,6 +57,7 @@ protected:
                               .keyring = m_keyring,
                               .userDefaults = m_defaults,
                               .settingsOpener = m_opener,
+                              .autostart = m_autostart,
                               .dialogs = m_dialogs,
                               .processes = m_launcher,
                               .runningApplication = m_recorder,

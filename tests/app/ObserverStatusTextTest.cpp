@@ -45,6 +45,13 @@ TEST_F(StatusText, recording_isToldInLocalTime)
                                     QStringLiteral("last error   The disk is full.")}));
 }
 
+TEST_F(StatusText, recorderThatComplains_isQuotedBesideTheObserver)
+{
+    const auto text = statusText(m_status, m_now, QStringLiteral("Screen capture has stalled"));
+    EXPECT_TRUE(text.contains(QStringLiteral("recorder     Screen capture has stalled\nlast error   none\n")))
+        << qPrintable(text);
+}
+
 TEST_F(StatusText, timesOfAnotherDay_nameIt)
 {
     m_status.sessionId = QStringLiteral("2026-11-20T23-59-59-1");

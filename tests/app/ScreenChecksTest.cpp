@@ -90,6 +90,23 @@ TEST_F(ScreenChecks, portalThatWasGranted_isTheMeansAndIsNotTried)
         EXPECT_THAT(check(m_facts), isOk("desktop portal"));
 }
 
+TEST_F(ScreenChecks, portalThatTheUserHasChosen_isSaidToBeAndDropsPicturesOfPrivateWindows)
+{
+    m_facts.session = SessionKind::Wayland;
+    m_facts.screen = ScreenFacts{};
+    screen().windowManager = WindowManagerFacts{.name = QStringLiteral("sway"), .tellsActiveWindow = true};
+    screen().portal = PortalFacts{.version = 4, .isGranted = true, .isChosen = true};
+    EXPECT_THAT(checkSession(m_facts), isOk("through the desktop portal, because OSTREL_CAPTURE says so"));
+    EXPECT_THAT(checkPictures(m_facts), isUntried("none is taken while one that the privacy rules name"));
+}
+
+TEST_F(ScreenChecks, chosenPortalThatIsNotThere_blocksAndSaysHowToGoBack)
+{
+    m_facts.session = SessionKind::Wayland;
+    m_facts.screen = std::unexpected(faultError(Fault::NoScreenPortal));
+    EXPECT_THAT(checkSession(m_facts), isBlocking("desktop portal", "unset OSTREL_CAPTURE"));
+}
+
 TEST_F(ScreenChecks, portalThatWasNotAskedYet_blocksWithTheCommandThatAsks)
 {
     m_facts.session = SessionKind::Wayland;

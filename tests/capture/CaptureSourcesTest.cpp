@@ -50,6 +50,16 @@ TEST_F(CaptureSourcesTest, picture_isJudgedAtTheTimeItWasTaken)
     EXPECT_EQ(m_sources->gate().bufferedFrames.first().receivedAtMs, m_clock.nowMs());
 }
 
+TEST_F(CaptureSourcesTest, clockSetBackByAnHour_theNextChangeIsTaken)
+{
+    ASSERT_TRUE(open());
+    ASSERT_TRUE(capture(0));
+    m_clock.setNowMs(m_clock.nowMs() - 3'600'000);
+    m_picture.fill(90);
+    ASSERT_TRUE(capture(0));
+    EXPECT_EQ(m_sources->gate().bufferedFrames.size(), 2);
+}
+
 TEST_F(CaptureSourcesTest, neitherPictureNorError_isCode3)
 {
     m_displays.onCapture = [](quint32) { return std::optional<FrameView>(); };

@@ -126,6 +126,21 @@ TEST_F(PrivateWindows, comeAndGo_areToldOfOnce)
               QStringList(QStringLiteral("screen capture takes no picture while a private window is in front")));
 }
 
+TEST_F(PrivateWindows, pictureThatWasTakenBack_isTakenAnewWhenTheScreenIsTheSameAfterwards)
+{
+    m_displays.onCapture = [this](quint32) { return std::optional(m_picture.view()); };
+    open();
+    EXPECT_TRUE(takesPicture());
+    ASSERT_EQ(buffered(), 1);
+    showInFront(true);
+    ASSERT_EQ(buffered(), 0);
+    showInFront(false);
+    EXPECT_TRUE(takesPicture());
+    EXPECT_EQ(buffered(), 1);
+    EXPECT_TRUE(takesPicture());
+    EXPECT_EQ(buffered(), 1) << "once";
+}
+
 class PrivateWindowsOnStreams : public RecorderRig
 {
 protected:
@@ -166,6 +181,115 @@ TEST_F(PrivateWindowsOnStreams, oneInFront_itsFramesAreDropped)
     transport.expect(QLatin1String(framesEndpoint), running());
     advance(18'000);
     EXPECT_EQ(framesOf(0).size(), 1);
+}
+
+/// Two streams of which one or the other sends what may not be kept.
+class PicturesMissedOnStreams : public PrivateWindowsOnStreams
+{
+protected:
+    PicturesMissedOnStreams()
+    {
+        displays.show({3, 5});
+        settings.chunkSizeMs = 3'600'000;
+        excludesWindow = [](const WindowIdentity &window) { return window.windowClass == QStringLiteral("Vault"); };
+    }
+
+    void showVault()
+    {
+        foreground.onFrontmostApplication = [] {
+            return ForegroundApplication{
+                .localizedName = {}, .bundleIdentifier = {}, .windowClass = QStringLiteral("Vault")};
+        };
+        advance(500);
+    }
+    int wantedAgain(std::size_t stream) const { return displays.streams.at(stream)->askedAgain; }
+    /// What a stream does that was asked for its picture once more: nothing has changed in it.
+    void deliverAgain()
+    {
+        FrameView same = picture.view();
+        same.changedRows.emplace();
+        displays.streams.at(0)->deliver({.image = same});
+        settle();
+    }
+    QString accepted() { return summary().section(QLatin1Char(' '), 1, 1); }
+};
+
+TEST_F(PicturesMissedOnStreams, duringAHold_areWantedOnceWhenItIsOver)
+{
+    ASSERT_TRUE(start());
+    showVault();
+    deliver();
+    deliver();
+    showApplication(QStringLiteral("Editor"));
+    advance(500);
+    EXPECT_EQ(wantedAgain(0), 0) << "the window may still be on the screen";
+    advance(500);
+    EXPECT_EQ(wantedAgain(0), 1);
+    EXPECT_EQ(wantedAgain(1), 0) << "this one has missed nothing";
+    EXPECT_EQ(accepted(), QStringLiteral("accepted=0"));
+    deliverAgain();
+    EXPECT_EQ(accepted(), QStringLiteral("accepted=1"));
+    advance(10'000);
+    EXPECT_EQ(wantedAgain(0), 1);
+}
+
+TEST_F(PicturesMissedOnStreams, takenBack_areWantedOnceWhenTheHoldIsOver)
+{
+    ASSERT_TRUE(start());
+    advance(500);
+    deliver();
+    showVault();
+    EXPECT_TRUE(summary().contains(QStringLiteral(" buffered=0 ")));
+    showApplication(QStringLiteral("Editor"));
+    advance(1'000);
+    EXPECT_EQ(wantedAgain(0), 1);
+    deliverAgain();
+    EXPECT_TRUE(summary().contains(QStringLiteral(" buffered=1 ")));
+}
+
+TEST_F(PicturesMissedOnStreams, duringALock_areWantedOnceWhenItIsOver)
+{
+    displays.leavesOut = true;
+    ASSERT_TRUE(start());
+    recorder->setPaused(true);
+    deliver();
+    advance(5'000);
+    EXPECT_EQ(wantedAgain(0), 0);
+    recorder->setPaused(false);
+    advance(5'000);
+    EXPECT_EQ(wantedAgain(0), 1);
+    EXPECT_EQ(wantedAgain(1), 0);
+}
+
+TEST_F(PicturesMissedOnStreams, duringAHoldThatFollowsTheFirst_areWantedAfterThatOne)
+{
+    ASSERT_TRUE(start());
+    showVault();
+    deliver();
+    showApplication(QStringLiteral("Editor"));
+    advance(500);
+    showVault();
+    advance(5'000);
+    EXPECT_EQ(wantedAgain(0), 0);
+    showApplication(QStringLiteral("Editor"));
+    advance(1'000);
+    EXPECT_EQ(wantedAgain(0), 1);
+}
+
+TEST_F(PrivateWindows, privatePage_isHiddenEvenWherePrivateWindowsAreLeftOut)
+{
+    m_displays.leavesOut = true;
+    open();
+    EXPECT_TRUE(takesPicture());
+    showInFront(true);
+    EXPECT_TRUE(takesPicture()) << "the window is not in the picture";
+    ActiveRecordingContext page = contextOf(true);
+    page.isPrivatePageInFront = true;
+    m_queue.sync([&] { m_sources->setRecordingContext(page, m_clock.nowMs()); });
+    EXPECT_FALSE(takesPicture());
+    showInFront(false);
+    EXPECT_FALSE(takesPicture(400)) << "it may still be on the screen";
+    EXPECT_TRUE(takesPicture(600));
 }
 
 } // namespace

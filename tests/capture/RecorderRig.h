@@ -59,11 +59,15 @@ protected:
         recorder->onStatus = [this](const ObserverStatus &status) { statuses.append(status); };
         recorder->onError = [this](const QString &message) { errors.append(message); };
         recorder->onStreamsDied = [this](const QString &message) { deaths.append(message); };
+        recorder->onStalled = [this](const QString &message) { stalls.append(message); };
+        recorder->onGoesOn = [this] { ++goesOn; };
     }
 
     void settle()
     {
-        if (contextHangs)
+        if (samplesHang)
+            settleEvents({&contextQueue, &apiWorker});
+        else if (contextHangs)
             settleEvents({&sampleQueue, &apiWorker});
         else
             settleEvents({&sampleQueue, &contextQueue, &apiWorker});
@@ -147,11 +151,14 @@ protected:
     /// Set the level from the main thread only while nothing is being captured.
     FakePicture picture{64, 36};
     int contextSamples = 0;
+    bool samplesHang = false;  ///< a picture is being taken for ever, so its queue can't be waited for
     bool contextHangs = false; ///< a sample is being held back, so its queue can't be waited for
     ObserverSettings settings;
     QList<ObserverStatus> statuses;
     QStringList errors;
     QStringList deaths;
+    QStringList stalls;
+    int goesOn = 0; ///< how often that was said
 
     SerialQueue sampleQueue{QStringLiteral("samples")};
     SerialQueue contextQueue{QStringLiteral("context")};

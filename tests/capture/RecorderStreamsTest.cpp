@@ -63,6 +63,15 @@ TEST_F(RecorderStreams, samples_passTheGateOnTheSampleQueue)
     EXPECT_EQ(frames[2][QStringLiteral("frameIndex")].toInt(), 2);
 }
 
+TEST_F(RecorderStreams, clockSetBackByAnHour_theNextChangeIsTaken)
+{
+    ASSERT_TRUE(start());
+    deliver(0, 10);
+    clock.setNowMs(clock.nowMs() - 3'600'000);
+    deliver(0, 90);
+    EXPECT_TRUE(summary().startsWith(QStringLiteral("callbacks=2 accepted=2 ")));
+}
+
 TEST_F(RecorderStreams, oneDisplayThatFails_isLeftOutAndTheOthersRun)
 {
     LogRecorder log("com.tamsk.ostrel.ScreenCaptureRecorder");

@@ -9,6 +9,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QJsonDocument>
 
 using namespace ostrel;
 
@@ -139,6 +140,25 @@ TEST_F(PrivacyRulesFileTest, endlessListsAndEntries_areCut)
     write((text + "]}").constData());
     EXPECT_EQ(m_file.current().desktopIds.size(), 999);
     EXPECT_EQ(m_log.take(QtWarningMsg).size(), 2);
+}
+
+TEST_F(PrivacyRulesFileTest, made_isWhatTheObserverTakesForTheBuiltInRules)
+{
+    ASSERT_TRUE(PrivacyRulesFile::makeIfMissing());
+    const auto made = QJsonDocument::fromJson(readFile(PrivacyRulesFile::primaryFile()).value_or(QByteArray()));
+    const auto fixture =
+        QJsonDocument::fromJson(readFile(QStringLiteral(OSTREL_FIXTURES "/privacy.json")).value_or(QByteArray()));
+    EXPECT_FALSE(fixture.isNull());
+    EXPECT_EQ(made, fixture);
+}
+
+TEST_F(PrivacyRulesFileTest, sites_areRead)
+{
+    write(R"({"excludedSites": ["bank.example", ""]})");
+    EXPECT_EQ(m_file.current().sites, QStringList(QStringLiteral("bank.example")));
+    EXPECT_EQ(m_log.take(QtWarningMsg).size(), 1) << "the entry that can't be used";
+    write(R"({"excludedApplications": []})");
+    EXPECT_EQ(m_file.current().sites, QStringList());
 }
 
 } // namespace

@@ -103,4 +103,40 @@ TEST(PrivacyRules, joined_excludeWhatEitherDoes)
     EXPECT_EQ(both.joinedWith(PrivacyRules::builtIn()), both) << "nothing is in it twice";
 }
 
+bool isSiteExcluded(const char *site, const char *address)
+{
+    PrivacyRules rules;
+    rules.sites = {QString::fromUtf8(site)};
+    return rules.excludes(
+        {.bundleIdentifier = {}, .windowClass = {}, .title = {}, .pageAddress = QString::fromUtf8(address)});
+}
+
+TEST(PrivacyRules, sites_areHostsWithTheirSubdomains)
+{
+    EXPECT_TRUE(isSiteExcluded("bank.example", "https://bank.example/"));
+    EXPECT_TRUE(isSiteExcluded("Bank.example", "https://www.bank.example:8443/accounts?id=1"));
+    EXPECT_TRUE(isSiteExcluded("https://www.bank.example", "http://my.bank.example/x"));
+    EXPECT_TRUE(isSiteExcluded("bank.example", "bank.example/x")) << "an address as a browser shows it";
+    EXPECT_TRUE(isSiteExcluded("m\u00fcller.example", "https://xn--mller-kva.example/"));
+    EXPECT_FALSE(isSiteExcluded("bank.example", "https://notbank.example/"));
+    EXPECT_FALSE(isSiteExcluded("bank.example", "https://bank.example.org/"));
+    EXPECT_FALSE(isSiteExcluded("bank.example", "about:blank"));
+}
+
+TEST(PrivacyRules, sitesWithAPath_areTheirPagesAlone)
+{
+    EXPECT_TRUE(isSiteExcluded("example.org/private", "https://example.org/private"));
+    EXPECT_TRUE(isSiteExcluded("example.org/private/", "https://www.example.org/private/diary#today"));
+    EXPECT_FALSE(isSiteExcluded("example.org/private", "https://example.org/privateer"));
+    EXPECT_FALSE(isSiteExcluded("example.org/private", "https://example.org/"));
+}
+
+TEST(PrivacyRules, sites_sayNothingOfWindowsWithoutAPage)
+{
+    PrivacyRules rules;
+    rules.sites = {QStringLiteral("bank.example")};
+    EXPECT_FALSE(rules.excludes({.bundleIdentifier = {}, .windowClass = {}, .title = QStringLiteral("bank.example")}));
+    EXPECT_EQ(PrivacyRules().joinedWith(rules), rules);
+}
+
 } // namespace

@@ -328,6 +328,24 @@ TEST_F(RecordingContextTest, treeThatIsAlreadyTheExcludedWindows_isTheApplicatio
                                                 .isPrivateInFront = true}));
 }
 
+TEST_F(RecordingContextTest, excludedSite_isTheApplicationsNameAloneAndToldAsAPage)
+{
+    exclude([](const WindowIdentity &window) {
+        return window.pageAddress.value_or(QString()).startsWith(QStringLiteral("https://example.com/private"));
+    });
+    setTitle("Window");
+    setNoTree();
+    setTab(text("https://example.com/private/diary\nDiary"));
+    const auto secret = sample();
+    EXPECT_EQ(secret.appContextText, text("Chromium"));
+    EXPECT_TRUE(secret.isPrivateInFront);
+    EXPECT_TRUE(secret.isPrivatePageInFront);
+    setTab(text("https://example.com/\nOpen"));
+    EXPECT_FALSE(sample().isPrivatePageInFront);
+    EXPECT_EQ(sampleText(),
+              text("Active context:\n- App: Chromium\n- Website: example.com\n- Page: Open\n- Window: Window"));
+}
+
 TEST_F(RecordingContextTest, titlesOfAnyLength_areBoundedInTheText)
 {
     const QString huge(100'000, u'x');

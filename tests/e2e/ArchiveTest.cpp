@@ -7,8 +7,11 @@
 #include <QDirIterator>
 #include <QJsonObject>
 #include <QProcess>
+#include <QThread>
 
 #include <gmock/gmock.h>
+
+#include <algorithm>
 
 using namespace ostrel;
 using testing::HasSubstr;
@@ -62,7 +65,57 @@ protected:
         return false;
     }
 
-    VirtualDesktop m_desktop{{.size = {640, 400}}};
+    /// Records some seconds of typing, from start to stop.
+    void recordTyping(int words)
+    {
+        m_ostrel.start({QStringLiteral("record")});
+        m_ostrel.waitForMessage("Recording into");
+        for (int i = 0; i < words; ++i) {
+            m_desktop.type(QStringLiteral("word "));
+            QThread::sleep(1); // the program under test runs in real time; nothing is awaited by this
+        }
+        m_ostrel.terminate();
+        ASSERT_EQ(m_ostrel.waitForEnd().status, 0);
+    }
+    /// The pictures that the observer kept of those that it has analysed, in no order.
+    QList<QByteArray> recordedPictures() const { return filesBelow(m_ostrel.path(QStringLiteral("raw"))); }
+    /// The pictures in all clips below a folder, bit for bit, in no order.
+    QList<QByteArray> picturesInClips(const QString &folder)
+    {
+        QDirIterator clips(folder, {QStringLiteral("*.mkv")}, QDir::Files, QDirIterator::Subdirectories);
+        const QString pictures = m_ostrel.path(QStringLiteral("pictures"));
+        for (int number = 0; clips.hasNext(); ++number) {
+            EXPECT_TRUE(QDir().mkpath(pictures));
+            m_desktop.run(QStringLiteral("ffmpeg"),
+                          {QStringLiteral("-loglevel"), QStringLiteral("error"), QStringLiteral("-i"), clips.next(),
+                           QStringLiteral("-map"), QStringLiteral("0:v"), QStringLiteral("-c"), QStringLiteral("copy"),
+                           QStringLiteral("-f"), QStringLiteral("image2"),
+                           QStringLiteral("%1/%2-%05d.jpg").arg(pictures).arg(number)});
+        }
+        return filesBelow(pictures);
+    }
+    /// The files in which the head of a JPEG stands anywhere.
+    static QStringList filesWithPicturesIn(const QString &folder)
+    {
+        QStringList found;
+        QDirIterator files(folder, QDir::Files, QDirIterator::Subdirectories);
+        while (files.hasNext()) {
+            if (readFile(files.next()).value_or(QByteArray()).contains("JFIF"))
+                found.append(files.filePath());
+        }
+        return found;
+    }
+    static QList<QByteArray> filesBelow(const QString &folder)
+    {
+        QList<QByteArray> contents;
+        QDirIterator files(folder, {QStringLiteral("*.jpg")}, QDir::Files, QDirIterator::Subdirectories);
+        while (files.hasNext())
+            contents.append(readFile(files.next()).value_or(QByteArray()));
+        std::ranges::sort(contents);
+        return contents;
+    }
+
+    VirtualDesktop m_desktop{{.size = {640, 400}, .windowManager = true}};
     OstrelProgram m_ostrel{m_desktop.environment()};
 };
 
@@ -94,6 +147,48 @@ TEST_F(ArchiveEndToEnd, fromEnableToExport_withAnObserverOfItsOwnAndWithTheRecor
         m_ostrel.run(words("export --json --into") + QStringList(m_ostrel.path(QStringLiteral("out"))));
     EXPECT_EQ(exported.status, 0) << exported.messages.toStdString();
     EXPECT_EQ(QJsonDocument::fromJson(exported.output)[QStringLiteral("state")], QStringLiteral("done"));
+    m_ostrel.expectNoObserverStays();
+}
+
+TEST_F(ArchiveEndToEnd, recordedFootage_comesOutOfTheExportPictureForPicture)
+{
+    m_ostrel.writeSettings(OstrelProgram::keepAnalysed);
+    const QString place = m_ostrel.path(QStringLiteral("footage"));
+    ASSERT_TRUE(QDir().mkpath(place));
+    const auto placed = m_ostrel.run(words("target folder --lossless true") + QStringList(place));
+    ASSERT_EQ(placed.status, 0) << placed.messages.toStdString();
+    enable();
+    m_desktop.startTerminal(QStringLiteral("Footage"));
+    recordTyping(6);
+    const auto recorded = recordedPictures();
+    ASSERT_GE(recorded.size(), 3) << "what was typed has been seen";
+
+    const QString out = m_ostrel.path(QStringLiteral("out"));
+    const auto exported = m_ostrel.run(words("export --json --into") + QStringList(out));
+    ASSERT_EQ(exported.status, 0) << exported.messages.toStdString();
+    EXPECT_GE(QJsonDocument::fromJson(exported.output)[QStringLiteral("exported")].toInt(), 1);
+    EXPECT_EQ(picturesInClips(out), recorded);
+    EXPECT_FALSE(QDir(place).isEmpty());
+    EXPECT_EQ(filesWithPicturesIn(place), QStringList()) << "it lies there encrypted";
+    m_ostrel.expectNoObserverStays();
+}
+
+TEST_F(ArchiveEndToEnd, anotherPlace_isAskedForAndTakenByTheObserverOrRefusedInItsWords)
+{
+    EXPECT_THAT(m_ostrel.run(words("target")).messages.toStdString(), HasSubstr("The observer is not running"));
+    enable();
+    const QString other = m_ostrel.path(QStringLiteral("other"));
+    const auto asked = m_ostrel.run(words("target folder") + QStringList(other));
+    EXPECT_EQ(asked.status, 1);
+    EXPECT_THAT(asked.messages.toStdString(), HasSubstr("stays there"));
+    const auto missing = m_ostrel.run(words("target --yes folder") + QStringList(other));
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_THAT(missing.messages.toStdString(), HasSubstr(other.toStdString())) << "the observer says which";
+    ASSERT_TRUE(QDir().mkpath(other));
+    const auto taken = m_ostrel.json(words("target --yes --json folder") + QStringList(other)).object();
+    EXPECT_EQ(taken.value(QStringLiteral("path")), other);
+    EXPECT_EQ(taken.value(QStringLiteral("lossless")), true) << "stays as it is";
+    EXPECT_FALSE(QDir(other).isEmpty()) << "the vault is there, so that the key opens it";
     m_ostrel.expectNoObserverStays();
 }
 

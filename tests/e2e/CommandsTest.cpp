@@ -56,6 +56,17 @@ TEST_F(CommandsWithoutDisplay, version_isPrinted)
     EXPECT_EQ(outcome.status, 0);
 }
 
+TEST_F(CommandsWithoutDisplay, panelOnADisplayThatIsNotThere_saysSoInOneLine)
+{
+    m_ostrel.environment().insert(QStringLiteral("DISPLAY"), QStringLiteral(":64999"));
+    const auto outcome = m_ostrel.run({});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.messages,
+              QByteArray("ostrel: No X display can be reached (DISPLAY is \":64999\"). Start this in a "
+                         "graphical session, or set DISPLAY to a display that you may use.\n"));
+    EXPECT_EQ(outcome.output, QByteArray());
+}
+
 TEST_F(CommandsWithoutDisplay, version_isTheBundles)
 {
     const auto info = readFile(QStringLiteral(OSTREL_BUILD_DIR "/share/ostrel/Info.json"));

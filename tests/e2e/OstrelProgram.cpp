@@ -38,6 +38,7 @@ OstrelProgram::Outcome OstrelProgram::run(const QStringList &arguments) const
 {
     QProcess process;
     process.setProcessEnvironment(m_environment);
+    process.setStandardInputFile(QProcess::nullDevice());
     process.start(file(), arguments, QIODevice::ReadOnly);
     if (!process.waitForFinished(endTimeoutMs))
         failTest(QStringLiteral("ostrel %1 did not end").arg(arguments.join(QLatin1Char(' '))));

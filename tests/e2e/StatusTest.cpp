@@ -68,7 +68,8 @@ TEST_F(Status, whileRecording_isTheObserversOwnWord)
                                                            "backlog      nothing waits to be analysed\n"
                                                            "(last action  [^\n]*\n)?last error   none\n"));
     const QJsonObject json = m_ostrel.json(status).object();
-    EXPECT_EQ(json.size(), 10);
+    EXPECT_EQ(json.size(), 11);
+    EXPECT_EQ(json.value(QStringLiteral("recorderError")), QJsonValue(QJsonValue::Null));
     EXPECT_EQ(json.value(QStringLiteral("running")), true);
     EXPECT_TRUE(json.value(QStringLiteral("sessionId")).isString());
     EXPECT_TRUE(json.value(QStringLiteral("lastChunkAt")).isNull());

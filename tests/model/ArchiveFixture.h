@@ -1,29 +1,15 @@
 #pragma once
 
-#include "ObserverRoot.h"
-#include "base/Files.h"
-#include "base/SerialQueue.h"
-#include "model/ModelState.h"
+#include "ObserverFixture.h"
 #include "model/NativeModals.h"
-#include "model/ObserverControl.h"
 #include "support/FakeDialogHost.h"
-#include "support/FakeHttpTransport.h"
-#include "support/FakeProcessLauncher.h"
-#include "support/ManualClock.h"
-#include "support/Printers.h"
-#include "support/TestHome.h"
-
-#include <gmock/gmock.h>
 
 #include <latch>
 
 namespace ostrel {
 
-inline const QString getStatus = QStringLiteral("GET /api/status");
-
-/// What the archive's areas are built on, with an observer by script and a home of its own. The observer answers that
-/// it is there, unless a test says otherwise.
-class ArchiveFixture : public testing::Test
+/// What the archive's areas are built on.
+class ArchiveFixture : public ObserverFixture
 {
 protected:
     ArchiveFixture()
@@ -32,20 +18,11 @@ protected:
                             .stopCapture = [] { ADD_FAILURE() << "capture is nobody's business here"; },
                             .startPolling = [] { ADD_FAILURE() << "nor is the polling"; }};
         m_launcher.allowLaunches();
-        m_transport.always(getStatus, complaining({}));
     }
 
-    /// The status of an observer that complains of something.
-    static FakeHttpTransport::Answer complaining(const std::optional<QString> &lastError)
-    {
-        ObserverStatus status;
-        status.lastError = lastError;
-        return FakeHttpTransport::answer(status.toJson());
-    }
     static FakeHttpTransport::Answer refused() { return FakeHttpTransport::answer({}, 409); }
-    static QString words(Fault fault) { return faultError(fault).localizedDescription; }
 
-    void settle()
+    void settle() override
     {
         if (m_workerHeld)
             settleEvents({&m_observerQueue});
@@ -86,23 +63,9 @@ protected:
     }
     QByteArray lastBody() const { return m_transport.requests().constLast().body.value_or("none"); }
 
-    TestHome m_home;
-    ObserverRoot m_root;
-    SerialQueue m_observerQueue{QStringLiteral("test.observer")};
     std::latch m_disk{1};
     bool m_workerHeld = false;
     SerialQueue m_worker{QStringLiteral("test.worker")};
-    ManualClock m_clock{[this] { settle(); }};
-    ModelState m_state{ObserverSettings::defaults()};
-    FakeProcessLauncher m_launcher;
-    FakeHttpTransport m_transport;
-    ObserverControl m_observer{{.clock = m_clock,
-                                .state = m_state,
-                                .launcher = m_launcher,
-                                .transport = m_transport,
-                                .worker = m_observerQueue,
-                                .localAPIToken = QStringLiteral("token"),
-                                .repoRoot = m_root.path()}};
     FakeDialogHost m_dialogs;
     NativeModals m_modals{m_clock, m_dialogs};
 };

@@ -317,7 +317,7 @@ TEST_F(Byok, keyringThatHangsDuringTheSave_eventsAreHandledMeanwhile)
     m_dialogs.answer(saveKey, {QStringLiteral("new key"), QString()});
     bool handled = false;
     QMetaObject::invokeMethod(&m_state, [&handled] { handled = true; }, Qt::QueuedConnection);
-    settleEvents({&m_worker});
+    settleEvents({&m_observerQueue});
     EXPECT_TRUE(handled);
     EXPECT_EQ(m_state.settings().byokGoogleVertexApiKey, QString());
     m_secrets.unblock();

@@ -1,8 +1,5 @@
-#include "model/ExportArea.h"
-
-#include "ArchiveFixture.h"
+#include "ExportFixture.h"
 #include "base/Paths.h"
-#include "observer/SettingsStore.h"
 #include "support/ScopedVariable.h"
 
 #include <ctime>
@@ -11,32 +8,6 @@ using namespace ostrel;
 using namespace std::chrono_literals;
 
 namespace {
-
-const QString postEstimate = QStringLiteral("POST /api/archive/export/estimate");
-const QString postExport = QStringLiteral("POST /api/archive/export");
-const QString getExport = QStringLiteral("GET /api/archive/export/status");
-const QString postCancel = QStringLiteral("POST /api/archive/export/cancel");
-const QString notConfigured = QStringLiteral("Archive vault not configured");
-
-ArchiveExportStatus record(const char *state, qint64 exported = 0, qint64 total = 10)
-{
-    return {.state = QString::fromLatin1(state),
-            .exported = exported,
-            .total = total,
-            .skipped = 0,
-            .currentDay = {},
-            .error = {}};
-}
-
-FakeHttpTransport::Answer answer(const ArchiveExportStatus &status)
-{
-    return FakeHttpTransport::answer(status.toJson());
-}
-
-FakeHttpTransport::Answer estimated(qint64 clips, qint64 bytes)
-{
-    return FakeHttpTransport::answer(ArchiveExportEstimate{.clips = clips, .bytes = bytes}.toJson());
-}
 
 /// A time zone for this process until the end of the scope.
 class ScopedTimeZone
@@ -52,71 +23,8 @@ private:
     ScopedVariable m_variable;
 };
 
-class Export : public ArchiveFixture
-{
-protected:
-    Export() { build(); }
-
-    void build()
-    {
-        m_export.emplace(ExportArea::Dependencies{.clock = m_clock,
-                                                  .state = m_state,
-                                                  .observer = m_observer,
-                                                  .modals = m_modals,
-                                                  .dialogs = m_dialogs,
-                                                  .worker = m_worker});
-    }
-    ExportArea &area() { return *m_export; }
-
-    static void saveVault(const char *vault)
-    {
-        ASSERT_TRUE(
-            writeFileAtomically(SettingsStore::primaryFile(), R"({"archiveVaultId": ")" + QByteArray(vault) + "\"}")
-                .has_value());
-    }
-    /// Opens the card while nothing is being exported.
-    void open()
-    {
-        saveVault("vault-1");
-        m_transport.expect(postEstimate, estimated(10, 12'300'000));
-        m_transport.expect(getExport, answer(record("idle")));
-        area().openArchiveExportCard();
-        settle();
-        ASSERT_EQ(area().archiveExportCard(), ArchiveExportCard::configure);
-        m_transport.forgetRequests();
-    }
-    /// Starts an export, whose first poll is answered.
-    void run()
-    {
-        open();
-        m_transport.expect(postExport, answer(record("running")));
-        m_transport.expect(getExport, answer(record("running", 1)));
-        area().startArchiveExport();
-        settle();
-        ASSERT_EQ(area().archiveExportCard(), ArchiveExportCard::running);
-        ASSERT_EQ(area().archiveExportStatus(), record("running", 1));
-        m_transport.forgetRequests();
-    }
-    void poll(const ArchiveExportStatus &status)
-    {
-        m_transport.expect(getExport, answer(status));
-        advance(1s);
-    }
-    void choose(const QString &path)
-    {
-        m_dialogs.expectDialog();
-        area().chooseArchiveExportDestination();
-        settle();
-        m_dialogs.choose(path);
-        settle();
-    }
-    void setNow(const char *isoTime)
-    {
-        m_clock.setNowMs(QDateTime::fromString(QLatin1String(isoTime), Qt::ISODate).toMSecsSinceEpoch());
-    }
-
-    std::optional<ExportArea> m_export;
-};
+class Export : public ExportFixture
+{};
 
 TEST_F(Export, members_haveTheirInitialValues)
 {
@@ -184,21 +92,6 @@ TEST_F(Export, openWithAVaultThatOnlyTheObserverKnows_opensToo)
     settle();
     EXPECT_EQ(area().archiveExportCard(), ArchiveExportCard::configure);
     EXPECT_EQ(area().archiveExportEstimateText(), QStringLiteral("1 clip, 1 byte"));
-}
-
-TEST_F(Export, openWhileTheObserverExports_showsItsProgressAtOnce)
-{
-    saveVault("vault-1");
-    m_transport.expect(postEstimate, estimated(10, 1000));
-    m_transport.expect(getExport, answer(record("running", 4)));
-    const auto nextPoll = m_transport.expectHeld(getExport);
-    area().openArchiveExportCard();
-    settle();
-    EXPECT_EQ(area().archiveExportCard(), ArchiveExportCard::running);
-    EXPECT_EQ(area().archiveExportStatus(), record("running", 4));
-    nextPoll->release(answer(record("done", 10)));
-    settle();
-    EXPECT_EQ(area().archiveExportCard(), ArchiveExportCard::finished);
 }
 
 TEST_F(Export, openLater_meansTheLastSevenDaysUnlessDaysWereChosen)
@@ -355,159 +248,6 @@ TEST_F(Export, reveal_opensTheDestinationWithTheTildeResolved)
     m_dialogs.expectFolder();
     area().revealArchiveExportDestination();
     EXPECT_EQ(m_dialogs.openedFolders(), QStringList(homeDirectory() + QStringLiteral("/Desktop/ostrel-export")));
-}
-
-TEST_F(Export, start_sendsTheExpandedDestinationAndPollsUntilDone)
-{
-    run();
-    poll(record("running", 5));
-    EXPECT_EQ(area().archiveExportStatus(), record("running", 5));
-    ArchiveExportStatus done = record("done", 9);
-    done.skipped = 1;
-    poll(done);
-    EXPECT_EQ(area().archiveExportCard(), ArchiveExportCard::finished);
-    EXPECT_EQ(area().archiveExportStatus(), done);
-    EXPECT_EQ(m_clock.pendingTimerCount(), 0) << "the loop has ended";
-    EXPECT_EQ(requests(), QStringList({getExport, getExport}));
-}
-
-TEST_F(Export, startTwiceQuickly_sendsOneExport)
-{
-    open();
-    const auto held = m_transport.expectHeld(postExport);
-    area().startArchiveExport();
-    settle();
-    area().startArchiveExport();
-    settle();
-    EXPECT_EQ(requests(), QStringList(postExport));
-    m_transport.always(getExport, answer(record("running")));
-    held->release(answer(record("running")));
-    settle();
-    area().startArchiveExport();
-    settle();
-    EXPECT_EQ(m_transport.count(postExport), 1) << "nor from the running card";
-}
-
-TEST_F(Export, startWithTheCardClosed_doesNothing)
-{
-    area().startArchiveExport();
-    settle();
-    EXPECT_EQ(m_transport.endpoints(), QStringList());
-}
-
-TEST_F(Export, startThatIsRefused_showsTheReasonAndStaysOnConfigure)
-{
-    open();
-    m_transport.expect(getStatus, complaining({}));
-    m_transport.expect(postExport, refused());
-    m_transport.always(getStatus, complaining(QStringLiteral("\"/srv\" cannot be written.")));
-    area().startArchiveExport();
-    settle();
-    EXPECT_EQ(area().archiveExportCard(), ArchiveExportCard::configure);
-    EXPECT_EQ(m_state.archiveMessage(), QStringLiteral("\"/srv\" cannot be written."));
-    EXPECT_TRUE(m_state.archiveMessageIsError());
-}
-
-TEST_F(Export, startWithoutAnObserver_isGivenUpAfterThirtyAttempts)
-{
-    open();
-    m_transport.always(getStatus, FakeHttpTransport::failure(Fault::ConnectionRefused));
-    area().startArchiveExport();
-    settle();
-    advance(7249ms);
-    EXPECT_EQ(m_state.archiveMessage(), std::nullopt);
-    advance(1ms);
-    EXPECT_EQ(m_transport.count(getStatus), 30);
-    EXPECT_EQ(m_state.archiveMessage(), words(Fault::ConnectionRefused));
-    EXPECT_EQ(area().archiveExportCard(), ArchiveExportCard::configure);
-    EXPECT_EQ(requests(), QStringList());
-}
-
-TEST_F(Export, cancel_showsCancelledOnlyAfterTheNextPoll)
-{
-    run();
-    m_transport.expect(postCancel, answer(record("cancelled", 1)));
-    area().cancelArchiveExport();
-    settle();
-    EXPECT_EQ(area().archiveExportStatus(), record("cancelled", 1));
-    EXPECT_EQ(area().archiveExportCard(), ArchiveExportCard::running);
-    poll(record("cancelled", 1));
-    EXPECT_EQ(area().archiveExportCard(), ArchiveExportCard::finished);
-}
-
-TEST_F(Export, cancelThatFails_isSaidAndTheExportIsFollowedOn)
-{
-    run();
-    m_transport.expect(postCancel, refused());
-    area().cancelArchiveExport();
-    settle();
-    EXPECT_EQ(m_state.archiveMessage(), words(Fault::BadServerResponse));
-    poll(record("running", 6));
-    EXPECT_EQ(area().archiveExportStatus(), record("running", 6));
-}
-
-TEST_F(Export, idleDuringPolling_returnsToConfigureAndClearsTheProgress)
-{
-    run();
-    poll(record("idle"));
-    EXPECT_EQ(area().archiveExportCard(), ArchiveExportCard::configure);
-    EXPECT_EQ(area().archiveExportStatus(), std::nullopt);
-    EXPECT_EQ(m_clock.pendingTimerCount(), 0);
-}
-
-TEST_F(Export, failedExport_finishesWithTheObserversError)
-{
-    run();
-    ArchiveExportStatus failed = record("failed", 3);
-    failed.error = QStringLiteral("The disk is full.");
-    poll(failed);
-    EXPECT_EQ(area().archiveExportCard(), ArchiveExportCard::finished);
-    EXPECT_EQ(area().archiveExportStatus(), failed);
-}
-
-TEST_F(Export, pollThatFails_isToldAndAskedAgainASecondLater)
-{
-    run();
-    QStringList failures;
-    QObject::connect(&area(), &ExportArea::archiveExportPollFailed, [&failures](int times, const QString &words) {
-        failures.append(QStringLiteral("%1: %2").arg(times).arg(words));
-    });
-    for (int i = 0; i < 2; ++i)
-        m_transport.expect(getExport, FakeHttpTransport::failure(Fault::ConnectionRefused));
-    advance(2s);
-    const QString refusal = words(Fault::ConnectionRefused);
-    EXPECT_EQ(failures, QStringList({QStringLiteral("1: ") + refusal, QStringLiteral("2: ") + refusal}));
-    EXPECT_EQ(area().archiveExportCard(), ArchiveExportCard::running);
-    EXPECT_EQ(area().archiveExportStatus(), record("running", 1));
-    poll(record("done", 10));
-    EXPECT_EQ(area().archiveExportCard(), ArchiveExportCard::finished);
-}
-
-TEST_F(Export, closing_endsThePollingAndReopeningTakesTheExportUpAgain)
-{
-    run();
-    area().closeArchiveExportCard();
-    EXPECT_EQ(area().archiveExportCard(), std::nullopt);
-    EXPECT_EQ(area().archiveExportEstimate(), std::nullopt);
-    EXPECT_EQ(m_clock.pendingTimerCount(), 0);
-    advance(5s);
-    EXPECT_EQ(requests(), QStringList()) << "neither a poll nor a cancel";
-    m_transport.expect(postEstimate, estimated(10, 1000));
-    m_transport.always(getExport, answer(record("running", 8)));
-    area().openArchiveExportCard();
-    settle();
-    EXPECT_EQ(area().archiveExportCard(), ArchiveExportCard::running);
-    EXPECT_EQ(area().archiveExportStatus(), record("running", 8));
-}
-
-TEST_F(Export, closingDuringAPoll_takesTheRequestBack)
-{
-    run();
-    const auto held = m_transport.expectHeld(getExport);
-    advance(1s);
-    ASSERT_TRUE(held->hasArrived());
-    area().closeArchiveExportCard();
-    EXPECT_TRUE(held->wasCancelled());
 }
 
 } // namespace

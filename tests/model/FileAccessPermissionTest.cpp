@@ -7,6 +7,7 @@
 
 #include <gmock/gmock.h>
 
+#include <future>
 #include <sys/stat.h>
 
 using namespace ostrel;
@@ -84,6 +85,21 @@ TEST_F(FileAccess, linkInThePlaceOfTheProbe_leavesWhatItPointsToAlone)
     QFile letter(path("letter"));
     ASSERT_TRUE(letter.open(QIODevice::ReadOnly));
     EXPECT_EQ(letter.readAll(), QByteArray("dear reader"));
+}
+
+TEST_F(FileAccess, probesAtTheSameMoment_doNotDisturbEachOther)
+{
+    constexpr int probes = 3000;
+    const auto refusals = [this] {
+        int count = 0;
+        for (int i = 0; i < probes; ++i)
+            count += canWrite(m_folder.path()) ? 0 : 1;
+        return count;
+    };
+    auto other = std::async(std::launch::async, refusals);
+    EXPECT_EQ(refusals(), 0);
+    EXPECT_EQ(other.get(), 0);
+    EXPECT_EQ(entries(m_folder.path()), QStringList());
 }
 
 TEST_F(FileAccess, pipeInThePlaceOfTheProbe_doesNotBlock)

@@ -45,6 +45,27 @@ protected:
         awaitIdle();
         ASSERT_TRUE(m_model->settings().archiveEnabled) << m_model->archiveMessage().value_or(QString()).toStdString();
     }
+    void learnPlace()
+    {
+        m_model->refreshArchiveTarget();
+        ASSERT_TRUE(pumpUntil([this] {
+            settle();
+            return m_model->archiveTarget().has_value();
+        }));
+    }
+    void awaitPlace()
+    {
+        ASSERT_TRUE(pumpUntil([this] {
+            settle();
+            return !m_model->archiveTargetBusy();
+        }));
+    }
+    void choose(const ArchiveTarget &draft)
+    {
+        m_model->setArchiveTargetDraft(draft);
+        m_model->saveArchiveTarget();
+        awaitPlace();
+    }
     bool homeHolds(const QString &text) const
     {
         QDirIterator files(m_home.path(), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
@@ -105,6 +126,50 @@ TEST_F(RealArchive, mistypedKey_isRefusedInTheObserversWords)
     m_model->recoverArchive(QStringLiteral(" %1\n").arg(m_key));
     awaitIdle();
     EXPECT_EQ(m_model->archiveMessage(), QStringLiteral("Archive vault recovered."));
+}
+
+TEST_F(RealArchive, place_isToldAndChosenAndItsSecretIsNotToldAgain)
+{
+    learnPlace();
+    EXPECT_EQ(m_model->archiveTarget()->path, m_home.path(QStringLiteral("nas")));
+    m_model->openArchiveTargetCard();
+    ArchiveTarget bucket = *m_model->archiveTargetDraft();
+    bucket.kind = ArchiveTarget::Kind::S3;
+    bucket.endpoint = QStringLiteral("https://s3.example.org");
+    bucket.bucket = QStringLiteral("footage");
+    bucket.accessKeyId = QStringLiteral("AKID");
+    bucket.secretAccessKey = QStringLiteral("wJalrXUtnFEMI");
+    choose(bucket);
+    EXPECT_EQ(m_model->archiveTargetDraft(), std::nullopt)
+        << m_model->archiveMessage().value_or(QString()).toStdString();
+    EXPECT_EQ(m_model->archiveTarget()->secretAccessKey, ArchiveTarget::redacted);
+
+    m_model->openArchiveTargetCard();
+    bucket.secretAccessKey.clear();
+    bucket.prefix = QStringLiteral("mine");
+    choose(bucket);
+    EXPECT_EQ(m_model->archiveTarget()->prefix, QStringLiteral("mine"));
+    EXPECT_THAT(readFile(m_home.path(QStringLiteral(".ostrel/observer/archive/target.json"))).value().toStdString(),
+                testing::HasSubstr("wJalrXUtnFEMI"))
+        << "the one that was kept";
+}
+
+TEST_F(RealArchive, placeThatCannotBeUsedWhileItIsOn_isRefusedInTheObserversWords)
+{
+    turnOn();
+    learnPlace();
+    m_model->openArchiveTargetCard();
+    ArchiveTarget folder = *m_model->archiveTargetDraft();
+    folder.path = m_home.path(QStringLiteral("not-there"));
+    m_dialogs.expectDialog();
+    m_model->setArchiveTargetDraft(folder);
+    m_model->saveArchiveTarget();
+    settle();
+    m_dialogs.answer(DialogResponse::firstButton);
+    awaitPlace();
+    EXPECT_TRUE(m_model->archiveMessageIsError());
+    EXPECT_THAT(m_model->archiveMessage()->toStdString(), testing::HasSubstr(folder.path.toStdString()));
+    EXPECT_EQ(m_model->archiveTarget()->path, m_home.path(QStringLiteral("nas")));
 }
 
 TEST_F(RealArchive, exportOfNothing_completes)

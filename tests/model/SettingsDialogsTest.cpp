@@ -42,7 +42,7 @@ protected:
     FakeDialogHost m_dialogs;
     NativeModals m_modals{m_clock, m_dialogs};
     std::unique_ptr<SettingsDialogs> m_screen = std::make_unique<SettingsDialogs>(SettingsDialogs::Dependencies{
-        .state = m_state, .modals = m_modals, .editing = *m_editing, .dialogs = m_dialogs, .worker = m_worker});
+        .state = m_state, .modals = m_modals, .editing = *m_editing, .dialogs = m_dialogs, .worker = m_observerQueue});
 };
 
 class LeavingSettings : public SettingsScreen
@@ -169,7 +169,7 @@ TEST_F(LeavingSettings, keyringThatHangsDuringTheSave_eventsAreHandledMeanwhile)
     m_dialogs.answer(DialogResponse::firstButton);
     bool handled = false;
     QMetaObject::invokeMethod(&m_state, [&handled] { handled = true; }, Qt::QueuedConnection);
-    settleEvents({&m_worker});
+    settleEvents({&m_observerQueue});
     EXPECT_TRUE(handled);
     EXPECT_EQ(outcomes(), QStringList());
     m_secrets.unblock();
@@ -287,7 +287,7 @@ TEST_F(RevealingTheOutputDirectory, folderThatCannotBeMade_isNotShown)
 TEST_F(RevealingTheOutputDirectory, diskThatHangs_eventsAreHandledMeanwhileAndOneFolderIsShown)
 {
     std::latch disk(1);
-    m_worker.post([&disk] { disk.wait(); });
+    m_observerQueue.post([&disk] { disk.wait(); });
     m_screen->revealOutputDirectory();
     m_screen->revealOutputDirectory();
     bool handled = false;
@@ -303,7 +303,7 @@ TEST_F(RevealingTheOutputDirectory, diskThatHangs_eventsAreHandledMeanwhileAndOn
 TEST_F(RevealingTheOutputDirectory, modelGoesMeanwhile_nothingIsShown)
 {
     std::latch disk(1);
-    m_worker.post([&disk] { disk.wait(); });
+    m_observerQueue.post([&disk] { disk.wait(); });
     m_screen->revealOutputDirectory();
     m_screen.reset();
     disk.count_down();

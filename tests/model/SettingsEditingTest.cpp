@@ -177,6 +177,39 @@ TEST_F(Editing, archiveTurnedOnWhileASaveIsUnderWay_staysOn)
     }
 }
 
+TEST_F(Editing, archiveTurnedOnWhileASaveWaitsForAnother_staysOn)
+{
+    m_transport.always(putSettings, accepted());
+    save(withModel("one"));
+    save(withModel("two"));
+    ObserverSettings mirrored = m_state.settings();
+    mirrored.archiveEnabled = true;
+    mirrored.archiveVaultId = QStringLiteral("vault-1");
+    m_state.setSettings(mirrored);
+    m_state.setDraftSettings(mirrored);
+    settle();
+    EXPECT_EQ(m_state.settings().model, QStringLiteral("two"));
+    EXPECT_TRUE(m_state.settings().archiveEnabled);
+    EXPECT_EQ(m_state.settings().archiveVaultId, QStringLiteral("vault-1"));
+    EXPECT_TRUE(onDisk().archiveEnabled);
+    EXPECT_EQ(m_state.draftSettings(), m_state.settings()) << "no unsaved change";
+}
+
+TEST_F(Editing, editsWhileASaveWaitsForAnother_stayInTheDraft)
+{
+    m_transport.always(putSettings, accepted());
+    save(withModel("one"));
+    save(withModel("two"));
+    ObserverSettings edited = m_state.draftSettings();
+    edited.thinkingLevel = QStringLiteral("EDITED");
+    m_state.setDraftSettings(edited);
+    settle();
+    EXPECT_EQ(m_state.settings().model, QStringLiteral("two"));
+    EXPECT_NE(m_state.settings().thinkingLevel, QStringLiteral("EDITED"));
+    EXPECT_EQ(m_state.draftSettings().thinkingLevel, QStringLiteral("EDITED"));
+    EXPECT_EQ(m_state.draftSettings().model, QStringLiteral("two")) << "what the first save has brought is no edit";
+}
+
 TEST_F(Editing, secretThatCouldNotBeRead_survivesAnotherChange)
 {
     m_transport.always(putSettings, accepted());
@@ -237,7 +270,7 @@ TEST_F(Editing, editsWhileASaveIsUnderWay_stayInTheDraft)
     next.byokGoogleVertexApiKey = QStringLiteral("secret");
     m_state.setDraftSettings(next);
     save(next);
-    settleEvents({&m_worker});
+    settleEvents({&m_observerQueue});
     ObserverSettings edited = next;
     edited.frameFps = 3;
     edited.saveRawInputs = true;

@@ -1,30 +1,18 @@
 #pragma once
 
-#include "ObserverRoot.h"
-#include "base/Files.h"
-#include "base/SerialQueue.h"
-#include "model/ModelState.h"
-#include "model/ObserverControl.h"
+#include "ObserverFixture.h"
 #include "model/SettingsEditing.h"
 #include "observer/LocalObserverAPI.h"
-#include "support/FakeHttpTransport.h"
-#include "support/FakeProcessLauncher.h"
 #include "support/FakeSecretStore.h"
-#include "support/ManualClock.h"
-#include "support/Printers.h"
-#include "support/TestHome.h"
-
-#include <gmock/gmock.h>
 
 #include <memory>
 
 namespace ostrel {
 
-inline const QString getStatus = QStringLiteral("GET /api/status");
 inline const QString putSettings = QStringLiteral("PUT /api/settings");
 
 /// Only the settings' part of the model, over the real store and a home of its own.
-class SettingsFixture : public testing::Test
+class SettingsFixture : public ObserverFixture
 {
 protected:
     SettingsFixture()
@@ -32,10 +20,8 @@ protected:
         m_observer.hooks = {.applyObserverStatus = [this](const ObserverStatus &) { note("status"); },
                             .stopCapture = [this] { note("stop capture"); },
                             .startPolling = [this] { note("start polling"); }};
-        m_transport.always(getStatus, status());
     }
 
-    static FakeHttpTransport::Answer status() { return FakeHttpTransport::answer(ObserverStatus().toJson()); }
     static FakeHttpTransport::Answer accepted()
     {
         return FakeHttpTransport::answer(ObserverSettings::defaults().toJson());
@@ -69,7 +55,7 @@ protected:
                     m_steps.append(QStringLiteral("refused: ") + changed.error().words);
             });
     }
-    void settle() { settleEvents({&m_queue, &m_worker}); }
+    void settle() override { settleEvents({&m_queue, &m_observerQueue}); }
     void note(const char *step) { m_steps.append(QLatin1String(step)); }
     void breakTheFile() { ASSERT_TRUE(QDir().mkpath(SettingsStore::primaryFile())); }
 
@@ -99,20 +85,6 @@ protected:
         return models;
     }
 
-    TestHome m_home;
-    ObserverRoot m_root;
-    SerialQueue m_worker{QStringLiteral("test.worker")};
-    ManualClock m_clock{[this] { settle(); }};
-    ModelState m_state{ObserverSettings::defaults()};
-    FakeProcessLauncher m_launcher;
-    FakeHttpTransport m_transport;
-    ObserverControl m_observer{{.clock = m_clock,
-                                .state = m_state,
-                                .launcher = m_launcher,
-                                .transport = m_transport,
-                                .worker = m_worker,
-                                .localAPIToken = QStringLiteral("token"),
-                                .repoRoot = m_root.path()}};
     FakeSecretStore m_secrets;
     SettingsStore m_store{m_secrets};
     SerialQueue m_queue{QStringLiteral("test.settings")};

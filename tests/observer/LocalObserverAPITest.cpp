@@ -17,6 +17,7 @@ namespace {
 
 const QByteArray idleStatus = R"({"running":false,"chunkIndex":0})";
 const QByteArray archive = R"({"archiveEnabled":true,"archiveVaultId":"v","hasRecoveryKey":true})";
+const QByteArray noPlace = R"({"kind":"none","lossless":false})";
 const QByteArray exportStatus = R"({"state":"running","exported":1,"total":2,"skipped":0})";
 
 class Api : public testing::Test
@@ -74,6 +75,9 @@ TEST_F(Api, everyOperation_usesItsMethodPathAndBody)
     check(
         "POST /api/archive/recover", archive, [&](Stop s) { return m_api.recoverArchive(QStringLiteral("k"), s); },
         R"({"recoveryKey":"k"})");
+    check("GET /api/archive/target", noPlace, [&](Stop s) { return m_api.archiveTarget(s); }, nullptr);
+    check(
+        "PUT /api/archive/target", noPlace, [&](Stop s) { return m_api.setArchiveTarget({}, s); }, noPlace.constData());
     check(
         "POST /api/archive/export/estimate", R"({"clips":1,"bytes":2})",
         [&](Stop s) { return m_api.archiveExportEstimate(from, to, s); },
@@ -86,6 +90,10 @@ TEST_F(Api, everyOperation_usesItsMethodPathAndBody)
         "GET /api/archive/export/status", exportStatus, [&](Stop s) { return m_api.archiveExportStatus(s); }, nullptr);
     check(
         "POST /api/archive/export/cancel", exportStatus, [&](Stop s) { return m_api.cancelArchiveExport(s); }, nullptr);
+    check("GET /api/preview", R"({"frames":[]})", [&](Stop s) { return m_api.preview(false, s); }, nullptr);
+    check(
+        "POST /api/forget", ForgetReport().toJson(), [&](Stop s) { return m_api.forget(1, 2, s); },
+        R"({"fromMs":1,"toMs":2})");
 }
 
 TEST_F(Api, noTokenOrAnEmptyOne_sendsNoTokenHeader)
@@ -108,6 +116,19 @@ TEST_F(Api, statusOutside200To299_isABadServerResponseWhateverTheBody)
     }
     m_transport.expect(QStringLiteral("GET /api/status"), FakeHttpTransport::answer(idleStatus, 299));
     EXPECT_TRUE(runTask<Result<ObserverStatus>>([&](auto stop) { return m_api.status(stop); })->has_value());
+}
+
+TEST_F(Api, archiveTargetOfAnObserverThatKnowsNone_isNoneAndNoFailure)
+{
+    const QString endpoint = QStringLiteral("GET /api/archive/target");
+    using Answer = Result<std::optional<ArchiveTarget>>;
+    for (const int status : {404, 501}) {
+        m_transport.expect(endpoint, FakeHttpTransport::answer("{}", status));
+        EXPECT_EQ(runTask<Answer>([&](auto stop) { return m_api.archiveTarget(stop); })->value(), std::nullopt);
+    }
+    m_transport.expect(endpoint, FakeHttpTransport::answer(noPlace, 409));
+    const auto refused = runTask<Answer>([&](auto stop) { return m_api.archiveTarget(stop); });
+    EXPECT_TRUE(isFault(refused->error(), Fault::BadServerResponse));
 }
 
 TEST_F(Api, answerThatIsNoRecord_failsAsUndecodable)

@@ -1,5 +1,6 @@
 #include "observer/WireRecords.h"
 
+#include "observer/ArchiveTarget.h"
 #include "observer/ObserverSettings.h"
 
 #include "Fixtures.h"
@@ -34,8 +35,10 @@ const std::map<std::string, Reencode> &records()
         {"ObserverStatus", reencoded<ObserverStatus>},
         {"CapturedFramePayload", reencoded<CapturedFramePayload>},
         {"ArchiveStatus", reencoded<ArchiveStatus>},
+        {"ArchiveTarget", reencoded<ArchiveTarget>},
         {"ArchiveExportStatus", reencoded<ArchiveExportStatus>},
         {"ArchiveExportEstimate", reencoded<ArchiveExportEstimate>},
+        {"ForgetReport", reencoded<ForgetReport>},
         {"ObserverSettings", reencoded<ObserverSettings>},
     };
     return records;
@@ -64,8 +67,9 @@ TEST_P(WireFixtures, everyCase_isDecodedOrRefusedAndEncodedByteForByte)
 }
 
 INSTANTIATE_TEST_SUITE_P(Records, WireFixtures,
-                         testing::Values("ObserverStatus", "CapturedFramePayload", "ArchiveStatus",
-                                         "ArchiveExportStatus", "ArchiveExportEstimate", "ObserverSettings"),
+                         testing::Values("ObserverStatus", "CapturedFramePayload", "ArchiveStatus", "ArchiveTarget",
+                                         "ArchiveExportStatus", "ArchiveExportEstimate", "ForgetReport",
+                                         "ObserverSettings"),
                          [](const auto &info) { return info.param; });
 
 TEST(WireRecords, fixtureFolder_holdsNoRecordThatNobodyTests)

@@ -3,6 +3,7 @@
 #include "base/SerialQueue.h"
 #include "capture/DisplaySource.h"
 
+#include <atomic>
 #include <functional>
 #include <gtest/gtest.h>
 #include <map>
@@ -51,6 +52,8 @@ public:
         std::function<void(std::function<void()>)> post;
         bool running = false;
         bool destroyed = false;
+        std::atomic<bool> answers{true}; ///< when it is asked whether its way is open
+        std::atomic<int> askedAgain = 0; ///< how often its newest picture was wanted once more
 
         void deliver(const StreamSample &sample) const
         {
@@ -71,9 +74,11 @@ public:
     std::function<bool()> onHaveDisplaysChanged = [] { return false; };
     std::function<void()> onInterruptWaiting = [] {}; ///< on any thread
     bool leavesOut = true;                            ///< private windows
+    bool asksUser = false;                            ///< before it lists displays
     /// Why making the screenshotter or the stream of a display fails; by default none does.
     std::map<quint32, Error> refusedDisplays;
     std::map<quint32, Error> streamsThatDoNotStart;
+    bool newStreamsAnswer = true;
 
     // What was seen.
     std::vector<std::pair<DisplayContentFilter, DisplayCaptureConfiguration>> screenshotters;
@@ -105,6 +110,7 @@ public:
     }
 
     bool leavesOutPrivateWindows() const override { return leavesOut; }
+    bool wouldAskUser() override { return asksUser; }
 
     void interruptWaiting() override { onInterruptWaiting(); }
 
@@ -134,8 +140,8 @@ public:
         EXPECT_EQ(mode, CaptureMode::Streams) << "unexpected call of DisplaySource::makeStream";
         if (const auto refused = refusedDisplays.find(filter.displayId); refused != refusedDisplays.end())
             return std::unexpected(refused->second);
-        streams.push_back(
-            std::make_shared<Stream>(Stream{filter, configuration, std::move(delegate), std::move(post)}));
+        streams.push_back(std::make_shared<Stream>(filter, configuration, std::move(delegate), std::move(post)));
+        streams.back()->answers = newStreamsAnswer;
         return std::make_unique<StreamHandle>(*this, streams.back());
     }
 
@@ -194,6 +200,19 @@ private:
             m_source.checkThread("stop");
             EXPECT_TRUE(m_stream->running) << "a stream was stopped that did not run";
             m_stream->running = false;
+        }
+
+        void deliverAgain() override
+        {
+            m_source.checkThread("deliverAgain");
+            EXPECT_TRUE(m_stream->running) << "a stream that doesn't run was asked for its picture";
+            ++m_stream->askedAgain;
+        }
+        bool isAnswering() override
+        {
+            m_source.checkThread("isAnswering");
+            EXPECT_TRUE(m_stream->running) << "a stream that doesn't run was asked for a sign of life";
+            return m_stream->answers;
         }
 
     private:

@@ -44,6 +44,14 @@ public:
         return answer;
     }
 
+    /// What is wrong with the recorder; by default nothing is.
+    std::expected<QString, RemoteFailure> complaintAnswer = QString();
+    std::expected<QString, RemoteFailure> complaint(qint64 processId) override
+    {
+        EXPECT_GT(processId, 0);
+        return complaintAnswer;
+    }
+
     /// Answers one activation.
     void expectActivation(std::expected<bool, RemoteFailure> answer) { m_activation = answer; }
     std::expected<bool, RemoteFailure> activate(qint64 processId) override

@@ -80,9 +80,19 @@ void TestProcess::kill()
     m_process.waitForFinished(2000);
 }
 
+void freezeProcess(pid_t process)
+{
+    ::kill(process, SIGSTOP);
+    const QString stat = QStringLiteral("/proc/%1/stat").arg(process);
+    waitUntil(QStringLiteral("a process to stop"), std::chrono::seconds(20), [&stat] {
+        QFile file(stat);
+        return file.open(QIODevice::ReadOnly) && file.readAll().contains(") T ");
+    });
+}
+
 void TestProcess::freeze()
 {
-    ::kill(pid_t(pid()), SIGSTOP);
+    freezeProcess(pid_t(pid()));
 }
 
 void TestProcess::thaw()

@@ -8,6 +8,8 @@
 #include <chrono>
 #include <functional>
 
+#include <sys/types.h>
+
 namespace ostrel {
 
 /// Ends the test with what went wrong; GoogleTest reports it as a failure of the running test.
@@ -16,6 +18,9 @@ namespace ostrel {
 /// Asks a running system again and again until it says yes; ends the test when the time is over.
 /// @param what completes "Timed out: waiting for …"
 void waitUntil(const QString &what, std::chrono::milliseconds timeout, const std::function<bool()> &isThere);
+
+/// Freezes a process, as one that hangs, and returns when it does nothing any more. No event is handled meanwhile.
+void freezeProcess(pid_t process);
 
 /// A real program of a test. It does not outlive the test, not even a test that crashes. Main thread.
 class TestProcess

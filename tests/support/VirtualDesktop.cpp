@@ -38,6 +38,11 @@ QString monitorGeometry(const QRect &pixels)
         .arg(pixels.y());
 }
 
+QString exactly(const QString &title)
+{
+    return QStringLiteral("^%1$").arg(QRegularExpression::escape(title));
+}
+
 /// A number that no other test takes. Far from 0: a server that finds itself a number takes a low one, and must not get
 /// ours while we restart.
 qint64 ownDisplayNumber()
@@ -235,21 +240,42 @@ std::optional<QByteArray> VirtualDesktop::tryRun(const QString &program, const Q
 
 VirtualDesktop::Window VirtualDesktop::waitForWindow(const QString &title)
 {
-    return waitForMatch(QStringLiteral("^%1$").arg(QRegularExpression::escape(title)));
+    return waitForMatch(exactly(title));
+}
+
+std::optional<VirtualDesktop::Window> VirtualDesktop::findWindow(const QString &title)
+{
+    return findMatch(exactly(title));
 }
 
 VirtualDesktop::Window VirtualDesktop::waitForMatch(const QString &titlePattern)
 {
-    Window found = 0;
+    std::optional<Window> found;
     waitUntil(QStringLiteral("a window with the title \"%1\"").arg(titlePattern), 20s, [&] {
-        const auto windows =
-            tryRun(QStringLiteral("xdotool"),
-                   {QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"), titlePattern});
-        if (windows)
-            found = windows->trimmed().split('\n').last().toUInt();
-        return found != 0;
+        found = findMatch(titlePattern);
+        return found.has_value();
     });
-    return found;
+    return *found;
+}
+
+std::optional<VirtualDesktop::Window> VirtualDesktop::findMatch(const QString &titlePattern)
+{
+    const auto windows = tryRun(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                                                            QStringLiteral("--name"), titlePattern});
+    const Window newest = windows ? windows->trimmed().split('\n').last().toUInt() : 0;
+    return newest != 0 ? std::optional(newest) : std::nullopt;
+}
+
+QList<VirtualDesktop::Window> VirtualDesktop::visibleWindows()
+{
+    QList<Window> windows;
+    const auto lines = tryRun(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                                                          QStringLiteral("--name"), QStringLiteral(".*")});
+    for (const QByteArray &line : lines.value_or(QByteArray()).split('\n')) {
+        if (const Window window = line.toUInt(); window != 0)
+            windows.append(window);
+    }
+    return windows;
 }
 
 void VirtualDesktop::activate(Window window)
@@ -267,10 +293,37 @@ void VirtualDesktop::type(const QString &text)
     run(QStringLiteral("xdotool"), {QStringLiteral("type"), QStringLiteral("--"), text});
 }
 
+void VirtualDesktop::key(const QString &keys)
+{
+    run(QStringLiteral("xdotool"), {QStringLiteral("key"), keys});
+}
+
 void VirtualDesktop::moveMouse(QPoint pixels)
 {
     run(QStringLiteral("xdotool"),
         {QStringLiteral("mousemove"), QString::number(pixels.x()), QString::number(pixels.y())});
+}
+
+void VirtualDesktop::click(QPoint pixels, Button button, const QString &heldKey)
+{
+    QStringList hands{QStringLiteral("mousemove"), QString::number(pixels.x()), QString::number(pixels.y())};
+    const QStringList pressed{QStringLiteral("click"), QString::number(button)};
+    if (heldKey.isEmpty())
+        hands += pressed;
+    else
+        hands +=
+            QStringList{QStringLiteral("keydown"), heldKey} + pressed + QStringList{QStringLiteral("keyup"), heldKey};
+    run(QStringLiteral("xdotool"), hands);
+}
+
+QRect VirtualDesktop::placeOf(Window window)
+{
+    QHash<QByteArray, int> told;
+    const auto lines = tryRun(QStringLiteral("xdotool"), {QStringLiteral("getwindowgeometry"),
+                                                          QStringLiteral("--shell"), QString::number(window)});
+    for (const QByteArray &line : lines.value_or(QByteArray()).split('\n'))
+        told.insert(line.split('=').first(), line.mid(line.indexOf('=') + 1).toInt());
+    return {told.value("X"), told.value("Y"), told.value("WIDTH"), told.value("HEIGHT")};
 }
 
 std::unique_ptr<TestProcess> VirtualDesktop::launch(const QString &program, const QStringList &arguments)

@@ -24,6 +24,9 @@ class VirtualDesktop
 public:
     using Window = quint32;
 
+    /// As X numbers them.
+    enum Button { LeftButton = 1, RightButton = 3, WheelUp = 4, WheelDown = 5 };
+
     struct Options {
         QSize size = {1280, 800};
         int depth = 24;
@@ -67,11 +70,21 @@ public:
 
     /// The visible window with exactly this title; where several have it, the newest.
     Window waitForWindow(const QString &title);
+    /// The same at once; nothing where there is none.
+    std::optional<Window> findWindow(const QString &title);
+    /// All windows that can be seen, those without a title and menus included.
+    QList<Window> visibleWindows();
     /// Brings a window to the front and waits until it is the active one. Needs the window manager.
     void activate(Window window);
+    /// Where a window is on the screen, without what the window manager puts around it; empty when it has gone.
+    QRect placeOf(Window window);
     /// Typed into whatever has the focus, as by hand.
     void type(const QString &text);
+    /// A key, or several held together, as X calls them: "ctrl+q".
+    void key(const QString &keys);
     void moveMouse(QPoint pixels);
+    /// @param heldKey a key that is held meanwhile; empty for none
+    void click(QPoint pixels, Button button = LeftButton, const QString &heldKey = {});
 
     TestProcess &server() { return *m_server; }
     TestProcess &bus() { return *m_bus; }
@@ -83,6 +96,7 @@ public:
 
 private:
     Window waitForMatch(const QString &titlePattern);
+    std::optional<Window> findMatch(const QString &titlePattern);
     void makeFolders();
     void startServer();
     void startBus();

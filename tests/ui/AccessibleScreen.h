@@ -87,7 +87,8 @@ private:
     static bool isControl(QAccessible::Role role)
     {
         return role == QAccessible::Button || role == QAccessible::EditableText || role == QAccessible::CheckBox ||
-               role == QAccessible::ProgressBar || role == QAccessible::List || role == QAccessible::ListItem;
+               role == QAccessible::RadioButton || role == QAccessible::ProgressBar || role == QAccessible::List ||
+               role == QAccessible::ListItem;
     }
 
     QAccessibleInterface *root() const { return QAccessible::queryAccessibleInterface(&m_view); }

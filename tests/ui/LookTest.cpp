@@ -67,7 +67,7 @@ protected:
         int texts = 0;
         for (const QQuickItem *item : partsOf(*m_view->rootObject())) {
             const bool isText = item->inherits("QQuickText") || item->inherits("QQuickTextEdit");
-            const QRect area = item->mapRectToScene(item->boundingRect()).toAlignedRect() & picture.rect();
+            const QRect area = visibleArea(*item) & picture.rect();
             if (!isText || !item->isVisible() || !item->isEnabled() || area.isEmpty() || isEmpty(*item))
                 continue;
             ++texts;
@@ -76,6 +76,16 @@ protected:
                 << item->property("text").toString().toStdString() << " on " << ground.name().toStdString();
         }
         return texts;
+    }
+    /// Where it can be seen in the window: what is scrolled away, can't.
+    static QRect visibleArea(const QQuickItem &item)
+    {
+        QRectF area = item.mapRectToScene(item.boundingRect());
+        for (const QQuickItem *around = item.parentItem(); around != nullptr; around = around->parentItem()) {
+            if (around->clip())
+                area &= around->mapRectToScene(around->boundingRect());
+        }
+        return area.toAlignedRect();
     }
     static bool isEmpty(const QQuickItem &item) { return item.property("text").toString().isEmpty(); }
 };

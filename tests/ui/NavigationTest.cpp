@@ -58,12 +58,13 @@ TEST_F(Navigation, tabInTheSettings_leavesTheInstructionsAndReachesTheEnd)
         key(Qt::Key_Tab);
         visited.append(screen().focused());
     }
-    EXPECT_EQ(visited, (QStringList{QStringLiteral("Back"), QStringLiteral("Output directory"),
-                                    QStringLiteral("Choose…"), QStringLiteral("Restore default"),
-                                    QStringLiteral("Custom instructions"), QStringLiteral("Enable"),
-                                    QStringLiteral("Use key"), QStringLiteral("Add key"), QStringLiteral("Save")}));
+    EXPECT_EQ(visited,
+              (QStringList{QStringLiteral("Back"), QStringLiteral("Output directory"), QStringLiteral("Choose…"),
+                           QStringLiteral("Restore default"), QStringLiteral("Custom instructions"),
+                           QStringLiteral("Enable"), QStringLiteral("Use key"), QStringLiteral("Add key"),
+                           QStringLiteral("Open Tamsk Ostrel when you log in"), QStringLiteral("Save")}));
     key(Qt::Key_Backtab);
-    EXPECT_EQ(screen().focused(), QStringLiteral("Add key"));
+    EXPECT_EQ(screen().focused(), QStringLiteral("Open Tamsk Ostrel when you log in"));
 }
 
 TEST_F(Navigation, theHeight_isThatOfTheScreenShown)

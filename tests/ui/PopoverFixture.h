@@ -5,6 +5,7 @@
 #include "app/popover/PopoverEngine.h"
 #include "app/popover/PopoverModel.h"
 #include "base/Paths.h"
+#include "support/FakeAutostart.h"
 
 #include <QDir>
 #include <QFile>
@@ -24,6 +25,8 @@ protected:
     PopoverFixture()
     {
         m_accessibility.onIsTrusted = [this] { return m_accessibilityGranted.load(); };
+        // Unless a test says otherwise, the observer lets nobody choose where the archive lies.
+        m_observer.always(QStringLiteral("GET /api/archive/target"), FakeHttpTransport::answer({}, 404));
     }
 
     ~PopoverFixture() override { close(); }
@@ -39,6 +42,7 @@ protected:
         close();
         m_popover = std::make_unique<PopoverModel>(PopoverModel::Dependencies{.model = *m_model,
                                                                               .defaults = m_defaults,
+                                                                              .autostart = m_autostart,
                                                                               .clock = m_clock,
                                                                               .appVersion = m_version,
                                                                               .checkForUpdates = m_checkForUpdates});
@@ -124,6 +128,7 @@ protected:
         return text;
     }
 
+    FakeAutostart m_autostart;
     std::atomic<bool> m_accessibilityGranted = true;
     QString m_version = QStringLiteral("0.1.0");
     std::function<void()> m_checkForUpdates;

@@ -1,5 +1,7 @@
 #include "PopoverFixture.h"
 
+#include <QClipboard>
+
 using namespace ostrel;
 using namespace std::chrono_literals;
 
@@ -37,6 +39,12 @@ protected:
         for (const QChar c : text)
             QTest::keyClick(m_view.get(), c.toLatin1());
         settle();
+    }
+    /// By the keyboard: it stands further down the page.
+    void turnStartAtLogin()
+    {
+        screen().item(QStringLiteral("Open Tamsk Ostrel when you log in"))->forceActiveFocus();
+        key(Qt::Key_Return);
     }
     bool isOnSettings() const { return shows("Custom instructions"); }
 };
@@ -167,6 +175,45 @@ TEST_F(SettingsScreen, pausing_saysThatItIsDone)
     press("Disable");
     EXPECT_TRUE(shows("Archive uploads paused."));
     EXPECT_TRUE(shows("Paused"));
+}
+
+TEST_F(SettingsScreen, startAtLogin_takesEffectAtOnceAndIsNoUnsavedChange)
+{
+    openSettings();
+    EXPECT_TRUE(shows("Start at login"));
+    turnStartAtLogin();
+    EXPECT_TRUE(m_autostart.on);
+    EXPECT_TRUE(m_popover->autostart()->isOn());
+    EXPECT_FALSE(m_popover->settings()->hasUnsavedChanges());
+    turnStartAtLogin();
+    EXPECT_FALSE(m_autostart.on);
+}
+
+TEST_F(SettingsScreen, startAtLoginThatIsRefused_staysOffAndSaysWhy)
+{
+    openSettings();
+    m_autostart.isReadOnly = true;
+    turnStartAtLogin();
+    EXPECT_EQ(m_autostart.turns, QList<bool>{true});
+    EXPECT_EQ(screen().item(QStringLiteral("Open Tamsk Ostrel when you log in"))->property("checked"), false);
+    EXPECT_TRUE(shows(qUtf8Printable(m_popover->autostart()->error())));
+    EXPECT_NE(m_popover->autostart()->error(), QString());
+}
+
+TEST_F(SettingsScreen, editKeys_reachTheFieldThatHasTheKeyboard)
+{
+    openSettings();
+    const auto text = [this] { return m_popover->settings()->outputDirectory(); };
+    const QString before = text();
+    screen().item(QStringLiteral("Output directory"), QAccessible::EditableText)->forceActiveFocus();
+    key(Qt::Key_A, Qt::ControlModifier);
+    key(Qt::Key_C, Qt::ControlModifier);
+    EXPECT_EQ(QGuiApplication::clipboard()->text(), before);
+    key(Qt::Key_X, Qt::ControlModifier);
+    EXPECT_EQ(text(), QString());
+    key(Qt::Key_V, Qt::ControlModifier);
+    key(Qt::Key_V, Qt::ControlModifier);
+    EXPECT_EQ(text(), before + before);
 }
 
 TEST_F(SettingsScreen, withoutUpdates_theVersionIsPlainText)

@@ -1,4 +1,11 @@
+// What links the widgets expects their application, Qt's test keys among it.
+#ifdef QT_WIDGETS_LIB
+#include <QApplication>
+using Application = QApplication;
+#else
 #include <QGuiApplication>
+using Application = QGuiApplication;
+#endif
 #include <QTemporaryDir>
 
 #include <gmock/gmock.h>
@@ -13,7 +20,10 @@ int main(int argc, char **argv)
     qputenv("QT_QPA_PLATFORM", "offscreen");
     qputenv("QT_QUICK_BACKEND", "software");
     qputenv("LC_ALL", "C.UTF-8");
-    const QGuiApplication application(argc, argv);
+    // The same fonts, drawn alike, and the same hours on every machine.
+    qputenv("FONTCONFIG_FILE", OSTREL_TEST_FONTS);
+    qputenv("TZ", "UTC");
+    const Application application(argc, argv);
     testing::InitGoogleMock(&argc, argv);
     return RUN_ALL_TESTS();
 }

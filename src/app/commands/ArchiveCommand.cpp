@@ -23,7 +23,8 @@ const QString enableAction = QStringLiteral("enable");
 const QString disableAction = QStringLiteral("disable");
 const QString recoverAction = QStringLiteral("recover");
 const QString exportAction = QStringLiteral("export");
-const QStringList allActions{statusAction, enableAction, disableAction, recoverAction, exportAction};
+const QString targetAction = QStringLiteral("target");
+const QStringList allActions{statusAction, enableAction, disableAction, recoverAction, exportAction, targetAction};
 
 const QString keyFileOption = QStringLiteral("key-file");
 const QString fromOption = QStringLiteral("from");
@@ -43,6 +44,8 @@ QStringList optionsOf(const QString &action)
         return {json};
     if (action == exportAction)
         return {json, fromOption, toOption, intoOption};
+    if (action == targetAction)
+        return archiveTargetOptionNames() + QStringList(json);
     return action == disableAction ? QStringList() : QStringList(keyFileOption);
 }
 
@@ -55,21 +58,17 @@ std::optional<QString> complaintAbout(const QCommandLineParser &parser)
     if (words.size() > 1 && words[0] == recoverAction)
         return QStringLiteral("Other users can see what stands on a command line, so the key is read from standard "
                               "input or by --key-file FILE.");
-    if (words.size() > 1)
+    if (words.size() > 1 && words[0] != targetAction)
         return QStringLiteral("%1 takes no further words.").arg(words[0]);
-    for (const QString &option : {keyFileOption, fromOption, toOption, intoOption, jsonOption().names().constFirst()}) {
+    for (const QString &option :
+         QStringList{keyFileOption, fromOption, toOption, intoOption, jsonOption().names().constFirst()} +
+             archiveTargetOptionNames()) {
         if (parser.isSet(option) && !optionsOf(words[0]).contains(option))
             return QStringLiteral("%1 takes no --%2.").arg(words[0], option);
     }
     if (words[0] == exportAction && parser.value(intoOption).isEmpty())
         return QStringLiteral("Say where to: --into DIR.");
     return std::nullopt;
-}
-
-QString absolutePath(const QString &path)
-{
-    const bool inHome = path == QLatin1String("~") || path.startsWith(QLatin1String("~/"));
-    return inHome ? path : QDir::cleanPath(QDir::current().absoluteFilePath(path));
 }
 
 std::expected<ArchiveOptions, QString> readOptions(const QCommandLineParser &parser)
@@ -89,7 +88,7 @@ std::expected<ArchiveOptions, QString> readOptions(const QCommandLineParser &par
             return std::unexpected(QStringLiteral("--%1 takes a day as in 2026-11-21.").arg(name));
     }
     if (!options.into.isEmpty())
-        options.into = absolutePath(options.into);
+        options.into = absoluteFromHere(options.into);
     return options;
 }
 
@@ -151,6 +150,8 @@ CommandResult run(const QCommandLineParser &parser, const Platform &platform)
     if (!options)
         return usageError(commandName, options.error());
     const QString action = parser.positionalArguments().value(1);
+    if (action == targetAction)
+        return archiveTarget(parser, platform);
     if (action == statusAction)
         return showStatus(*options, platform);
     if (action == enableAction)
@@ -164,28 +165,39 @@ CommandResult run(const QCommandLineParser &parser, const Platform &platform)
 
 } // namespace
 
+QString absoluteFromHere(const QString &path)
+{
+    const bool inHome = path == QLatin1String("~") || path.startsWith(QLatin1String("~/"));
+    return inHome ? path : QDir::cleanPath(QDir::current().absoluteFilePath(path));
+}
+
 Command archiveCommand()
 {
     const QString day = QStringLiteral("DAY");
     return {
         .name = commandName,
-        .description = QStringLiteral("Shows, switches, recovers or exports the encrypted archive of the footage."),
+        .description =
+            QStringLiteral("Shows, places, switches, recovers or exports the encrypted archive of the footage."),
         .arguments =
             {{.name = QStringLiteral("action"),
               .description = QStringLiteral(
                   "status: what there is; only reads. enable: makes a vault, prints its recovery key, which is "
                   "shown only once, and turns the archive on when you type the key's last six characters; or "
                   "goes on with a paused one. disable: pauses uploads. recover: opens a vault of yours with its "
-                  "key, read from standard input. export: decrypts footage into a folder; Ctrl+C cancels it."),
+                  "key, read from standard input. export: decrypts footage into a folder; Ctrl+C cancels it. target: "
+                  "where the archive lies; with folder PATH, s3 BUCKET or rclone REMOTE:PATH it lies there."),
               .syntax = allActions.join(u'|')}},
-        .options = {{keyFileOption,
-                     QStringLiteral("enable: write the key to FILE, which must not exist yet, instead of printing it. "
-                                    "recover: read it from there."),
-                     QStringLiteral("FILE")},
-                    {fromOption, QStringLiteral("export: the first day, seven days ago unless told."), day},
-                    {toOption, QStringLiteral("export: the last day, today unless told."), day},
-                    {intoOption, QStringLiteral("export: the folder that it goes into."), QStringLiteral("DIR")},
-                    jsonOption()},
+        .options =
+            QList<QCommandLineOption>{
+                {keyFileOption,
+                 QStringLiteral("enable: write the key to FILE, which must not exist yet, instead of printing it. "
+                                "recover: read it from there."),
+                 QStringLiteral("FILE")},
+                {fromOption, QStringLiteral("export: the first day, seven days ago unless told."), day},
+                {toOption, QStringLiteral("export: the last day, today unless told."), day},
+                {intoOption, QStringLiteral("export: the folder that it goes into."), QStringLiteral("DIR")},
+                jsonOption()} +
+            archiveTargetOptions(),
         .run = run,
         .wordsMayBeSecret = true};
 }

@@ -7,6 +7,8 @@
 
 #include <QObject>
 
+#include <algorithm>
+
 #include <unistd.h>
 
 namespace ostrel {
@@ -140,7 +142,7 @@ void ForegroundExport::onStatus()
         return;
     // In place where somebody watches; elsewhere a line for each tenth.
     constexpr int tenths = 10;
-    const int done = int(double(status->exported) / double(status->total) * tenths);
+    const int done = int(std::clamp(double(status->exported) / double(status->total), 0.0, 1.0) * tenths);
     if (::isatty(STDERR_FILENO) == 1)
         printMessage(QStringLiteral("\r\x1b[K%1").arg(exportProgressText(*status)));
     else if (done != m_toldTenths)

@@ -13,7 +13,10 @@ Command permissionsCommand();
 Command settingsCommand();
 Command archiveCommand();
 Command statusCommand();
+Command previewCommand();
+Command forgetCommand();
 Command doctorCommand();
 Command updateCommand();
+Command autostartCommand();
 
 } // namespace ostrel

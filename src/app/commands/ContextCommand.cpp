@@ -1,4 +1,5 @@
 #include "app/Json.h"
+#include "app/ListedDisplays.h"
 #include "app/commands/Commands.h"
 #include "capture/DisplayList.h"
 #include "context/AccessibilityAccess.h"
@@ -50,7 +51,7 @@ QJsonObject asJson(const ContextReport &report)
 
 CommandResult run(const QCommandLineParser &parser, const Platform &platform)
 {
-    const auto content = platform.displays.shareableContent();
+    const auto content = listedDisplays(platform.displays);
     if (!content)
         return CommandResult::failure(ExitFailed, content.error().localizedDescription);
     const auto displays = orderedDisplays(content->displays, content->mainDisplayId);

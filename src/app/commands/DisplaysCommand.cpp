@@ -1,4 +1,5 @@
 #include "app/Json.h"
+#include "app/ListedDisplays.h"
 #include "app/commands/Commands.h"
 #include "capture/CaptureError.h"
 #include "capture/DisplayList.h"
@@ -52,7 +53,7 @@ QJsonArray asJson(const QList<CapturableDisplay> &displays, quint32 mainDisplayI
 
 CommandResult run(const QCommandLineParser &parser, const Platform &platform)
 {
-    const auto content = platform.displays.shareableContent();
+    const auto content = listedDisplays(platform.displays);
     if (!content)
         return CommandResult::failure(ExitFailed, content.error().localizedDescription);
     if (content->displays.isEmpty())

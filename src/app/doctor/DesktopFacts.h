@@ -37,6 +37,7 @@ struct WindowManagerFacts {
 struct PortalFacts {
     std::optional<quint32> version; ///< of its screen casts; absent while it does not run
     bool isGranted = false;         ///< the user has agreed before
+    bool isChosen = false;          ///< by $OSTREL_CAPTURE, whatever else there is
 };
 
 /// A screen, looked at and tried. What is absent is not there; what pictures of an X server need besides is asked of X

@@ -73,6 +73,8 @@ Finding checkWaylandSession(const DoctorFacts &facts)
             QStringLiteral(
                 "install xdg-desktop-portal and the part of it that belongs to this desktop; or log out, and "
                 "choose sway or an X11 (\"Xorg\") session at the login screen"));
+    if (!*facts.screen && isFault(facts.screen->error(), Fault::NoScreenPortal))
+        return Finding::blocking(facts.screen->error().localizedDescription, QStringLiteral("unset OSTREL_CAPTURE"));
     if (!*facts.screen)
         return Finding::blocking(facts.screen->error().localizedDescription,
                                  QStringLiteral("run this in a terminal of your graphical session"));
@@ -80,22 +82,22 @@ Finding checkWaylandSession(const DoctorFacts &facts)
     const auto &portal = (*facts.screen)->portal;
     if (!portal)
         return Finding::ok(session);
-    return Finding::ok(session + QStringLiteral("; pictures come through the desktop portal") +
+    const QString why = portal->isChosen ? QStringLiteral(", because OSTREL_CAPTURE says so") : QString();
+    return Finding::ok(session + QStringLiteral("; pictures come through the desktop portal%1").arg(why) +
                        (portal->version ? QStringLiteral(" (screen cast version %1)").arg(*portal->version)
                                         : QStringLiteral(", which is started when it is needed")));
 }
 
-/// What becomes of private windows in Wayland's pictures of whole screens. A compositor that tells which window is in
-/// front also tells where they are.
+/// What becomes of private windows in Wayland's pictures of whole screens. A compositor that gives them and tells which
+/// window is in front also tells where the windows are.
 QString onPrivateWindows(SessionKind session, const ScreenFacts &screen)
 {
     if (session != SessionKind::Wayland)
         return {};
-    if (screen.windowManager && screen.windowManager->tellsActiveWindow)
+    if (!screen.portal && screen.windowManager && screen.windowManager->tellsActiveWindow)
         return QStringLiteral("; in a recording the windows that the privacy rules name are black");
-    return QStringLiteral(
-        "; with this compositor they show every window, so in a recording none is taken while one that "
-        "the privacy rules name is known to be in front");
+    return QStringLiteral("; here they show every window, so in a recording none is taken while one that "
+                          "the privacy rules name is known to be in front");
 }
 
 Finding checkPortalPictures(const ScreenFacts &screen)

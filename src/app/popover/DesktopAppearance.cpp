@@ -8,7 +8,9 @@ namespace ostrel {
 
 void DesktopAppearance::setDark(bool dark)
 {
-    if (std::exchange(m_dark, dark) != dark)
+    const bool wasDark = isDark();
+    m_dark = dark;
+    if (isDark() != wasDark)
         Q_EMIT darkChanged();
 }
 
@@ -25,6 +27,16 @@ void DesktopAppearance::setReducedMotion(bool reduced)
 {
     if (std::exchange(m_reducedMotion, reduced) != reduced)
         Q_EMIT reducedMotionChanged();
+}
+
+void DesktopAppearance::adopt(const AppearanceWishes &wishes)
+{
+    const bool wasDark = isDark();
+    m_wantsDark = wishes.dark;
+    if (isDark() != wasDark)
+        Q_EMIT darkChanged();
+    setTextScale(wishes.textScale.value_or(1));
+    setReducedMotion(wishes.reducedMotion.value_or(false));
 }
 
 } // namespace ostrel

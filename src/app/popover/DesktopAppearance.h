@@ -1,7 +1,10 @@
 #pragma once
 
+#include "app/popover/AppearanceSource.h"
+
 #include <QObject>
 #include <QtQmlIntegration>
+#include <optional>
 
 namespace ostrel {
 
@@ -20,7 +23,8 @@ public:
     static constexpr double smallestTextScale = 0.8;
     static constexpr double largestTextScale = 2;
 
-    bool isDark() const { return m_dark; }
+    bool isDark() const { return m_wantsDark.value_or(m_dark); }
+    /// Holds while nobody wishes for the one or the other.
     void setDark(bool dark);
     /// 1 is the size that was designed for.
     double textScale() const { return m_textScale; }
@@ -29,6 +33,9 @@ public:
     bool reducedMotion() const { return m_reducedMotion; }
     void setReducedMotion(bool reduced);
 
+    /// What is not wished for is as designed, and dark as `setDark` says.
+    void adopt(const AppearanceWishes &wishes);
+
 Q_SIGNALS:
     void darkChanged();
     void textScaleChanged();
@@ -36,6 +43,7 @@ Q_SIGNALS:
 
 private:
     bool m_dark = false;
+    std::optional<bool> m_wantsDark;
     double m_textScale = 1;
     bool m_reducedMotion = false;
 };

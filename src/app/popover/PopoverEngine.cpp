@@ -1,5 +1,6 @@
 #include "app/popover/PopoverEngine.h"
 
+#include "app/popover/ShadowProvider.h"
 #include "app/popover/SymbolProvider.h"
 
 #include <QQmlEngine>
@@ -14,11 +15,17 @@ void preparePopoverEngine(QQmlEngine &engine)
     [[maybe_unused]] auto *volatile registration = &qml_register_types_Ostrel_Model;
     engine.addImportPath(QStringLiteral("qrc:/"));
     engine.addImageProvider(QStringLiteral("symbol"), new SymbolProvider);
+    engine.addImageProvider(QStringLiteral("shadow"), new ShadowProvider);
 }
 
 QUrl popoverViewUrl()
 {
     return QUrl(QStringLiteral("qrc:/Ostrel/Ui/PopoverView.qml"));
+}
+
+QUrl panelSheetUrl()
+{
+    return QUrl(QStringLiteral("qrc:/Ostrel/Ui/PanelSheet.qml"));
 }
 
 } // namespace ostrel

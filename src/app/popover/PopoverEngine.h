@@ -13,4 +13,7 @@ void preparePopoverEngine(QQmlEngine &engine);
 /// The root of the screens, `PopoverView`. Its required property `model` takes a PopoverModel.
 QUrl popoverViewUrl();
 
+/// The same within its shadow, `PanelSheet`: what the window under the tray's icon shows.
+QUrl panelSheetUrl();
+
 } // namespace ostrel

@@ -7,7 +7,7 @@ namespace ostrel {
 PopoverModel::PopoverModel(Dependencies with)
     : m_model(with.model), m_appVersion(std::move(with.appVersion)), m_checkForUpdates(std::move(with.checkForUpdates)),
       m_permissions(with.model), m_journal(with.model, with.defaults, with.clock), m_settings(with.model),
-      m_archive(with.model), m_export(with.model)
+      m_archive(with.model), m_archiveTarget(with.model), m_export(with.model), m_autostart(with.autostart)
 {
     for (const auto signal : {&AppModel::settingsChanged, &AppModel::statusChanged, &AppModel::helperErrorChanged,
                               &AppModel::stoppingRecordingChanged, &AppModel::pendingRecordingRestartChanged,

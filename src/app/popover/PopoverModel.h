@@ -1,6 +1,8 @@
 #pragma once
 
 #include "app/popover/ArchiveForm.h"
+#include "app/popover/ArchiveTargetForm.h"
+#include "app/popover/AutostartForm.h"
 #include "app/popover/DesktopAppearance.h"
 #include "app/popover/ExportForm.h"
 #include "app/popover/JournalListModel.h"
@@ -16,6 +18,7 @@
 namespace ostrel {
 
 class AppModel;
+class Autostart;
 class Clock;
 class UserDefaults;
 
@@ -45,7 +48,9 @@ class PopoverModel : public QObject
     Q_PROPERTY(ostrel::JournalListModel *journal READ journal CONSTANT)
     Q_PROPERTY(ostrel::SettingsForm *settings READ settings CONSTANT)
     Q_PROPERTY(ostrel::ArchiveForm *archive READ archive CONSTANT)
+    Q_PROPERTY(ostrel::ArchiveTargetForm *archiveTarget READ archiveTarget CONSTANT)
     Q_PROPERTY(ostrel::ExportForm *footageExport READ footageExport CONSTANT)
+    Q_PROPERTY(ostrel::AutostartForm *autostart READ autostart CONSTANT)
     Q_PROPERTY(ostrel::DesktopAppearance *appearance READ appearance CONSTANT)
 
 public:
@@ -53,6 +58,7 @@ public:
     struct Dependencies {
         AppModel &model;
         UserDefaults &defaults;
+        Autostart &autostart;
         Clock &clock;
         QString appVersion;                    ///< without the "v"
         std::function<void()> checkForUpdates; ///< empty where there are no updates
@@ -75,7 +81,9 @@ public:
     JournalListModel *journal() { return &m_journal; }
     SettingsForm *settings() { return &m_settings; }
     ArchiveForm *archive() { return &m_archive; }
+    ArchiveTargetForm *archiveTarget() { return &m_archiveTarget; }
     ExportForm *footageExport() { return &m_export; }
+    AutostartForm *autostart() { return &m_autostart; }
     /// Dark while the desktop's palette is.
     DesktopAppearance *appearance() { return &m_appearance; }
 
@@ -96,7 +104,9 @@ private:
     JournalListModel m_journal;
     SettingsForm m_settings;
     ArchiveForm m_archive;
+    ArchiveTargetForm m_archiveTarget;
     ExportForm m_export;
+    AutostartForm m_autostart;
     DesktopAppearance m_appearance;
     PaletteScheme m_palette{m_appearance};
 };

@@ -5,7 +5,6 @@
 #include <QCursor>
 #include <QEvent>
 #include <QGuiApplication>
-#include <QPalette>
 #include <QPixmap>
 #include <QScreen>
 
@@ -13,14 +12,7 @@ namespace ostrel {
 
 namespace {
 
-constexpr QColor onLight(0x2A, 0x27, 0x23);
-constexpr QColor onDark(0xEF, 0xE9, 0xDD);
 constexpr int settlingMs = 1000;
-
-bool isDark(const QColor &color)
-{
-    return qGray(color.rgb()) < 128;
-}
 
 /// What the panel shows where our drawing leaves its corner free.
 std::optional<QColor> backgroundAt(const QRect &item)
@@ -35,7 +27,7 @@ std::optional<QColor> backgroundAt(const QRect &item)
 
 } // namespace
 
-DesktopTrayItem::DesktopTrayItem()
+DesktopTrayItem::DesktopTrayItem(const PanelDesktop &desktop) : m_desktop(desktop)
 {
     m_menu.addAction(tr("Quit Tamsk Ostrel"), this, &TrayItem::quitChosen);
     connect(&m_menu, &QMenu::aboutToShow, this, &TrayItem::menuAboutToShow);
@@ -43,6 +35,7 @@ DesktopTrayItem::DesktopTrayItem()
     m_icon.setContextMenu(&m_menu);
     m_settled.setSingleShot(true);
     connect(&m_settled, &QTimer::timeout, this, &DesktopTrayItem::draw);
+    connect(&m_desktop, &PanelDesktop::trayForegroundChanged, this, &DesktopTrayItem::draw);
     qGuiApp->installEventFilter(this);
 }
 
@@ -70,6 +63,12 @@ void DesktopTrayItem::popUpMenu()
     m_menu.popup(geometry().bottomLeft());
 }
 
+void DesktopTrayItem::setWantsDark(std::optional<bool> dark)
+{
+    m_wantsDark = dark;
+    draw();
+}
+
 bool DesktopTrayItem::eventFilter(QObject *watched, QEvent *event)
 {
     if (event->type() == QEvent::ApplicationPaletteChange)
@@ -79,21 +78,24 @@ bool DesktopTrayItem::eventFilter(QObject *watched, QEvent *event)
 
 void DesktopTrayItem::onActivated(QSystemTrayIcon::ActivationReason reason)
 {
-    if (reason == QSystemTrayIcon::Trigger)
+    // The second of two quick clicks is a click like any other.
+    if (reason == QSystemTrayIcon::Trigger || reason == QSystemTrayIcon::DoubleClick)
         // A StatusNotifierItem's click carries no modifiers of its own.
         Q_EMIT clicked(QGuiApplication::queryKeyboardModifiers().testFlag(Qt::ControlModifier));
 }
 
-QColor DesktopTrayItem::labelColor() const
+TraySurroundings DesktopTrayItem::surroundings() const
 {
-    const auto background = backgroundAt(m_icon.geometry());
-    const bool dark = background ? isDark(*background) : isDark(QGuiApplication::palette().color(QPalette::Window));
-    return dark ? onDark : onLight;
+    // Only a tray that has docked us tells our place, and it is that tray's colours which the desktop knows.
+    const QRect place = m_icon.geometry();
+    return {.foreground = place.isEmpty() ? std::nullopt : m_desktop.trayForeground(),
+            .background = backgroundAt(place),
+            .wantsDark = m_wantsDark};
 }
 
 void DesktopTrayItem::draw()
 {
-    m_icon.setIcon(MenuBarIcon::icon(m_isRecording, labelColor()));
+    m_icon.setIcon(MenuBarIcon::icon(m_isRecording, trayInk(surroundings())));
 }
 
 } // namespace ostrel

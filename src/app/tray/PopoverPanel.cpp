@@ -5,16 +5,23 @@
 #include "app/popover/PopoverModel.h"
 #include "app/tray/PanelPlacement.h"
 
+#include <QCursor>
 #include <QGuiApplication>
 #include <QKeyEvent>
+#include <QPainterPath>
 #include <QQuickItem>
+#include <QRegion>
 #include <QScreen>
 #include <QVariantMap>
 #include <QtMath>
+#include <algorithm>
 
 namespace ostrel {
 
 namespace {
+
+/// Room for the shadow, in logical pixels.
+constexpr int shadowWidth = 24;
 
 /// Whether a window belongs to another one, as its dialogs do.
 bool isChildOf(const QWindow *window, const QWindow *parent)
@@ -26,28 +33,46 @@ bool isChildOf(const QWindow *window, const QWindow *parent)
     return false;
 }
 
+/// What is cut out of a window without a compositor.
+QRegion roundedRegion(QSize size, qreal radius)
+{
+    QPainterPath path;
+    path.addRoundedRect(QRectF({}, size), radius, radius);
+    return QRegion(path.toFillPolygon().toPolygon());
+}
+
 } // namespace
 
-PopoverPanel::PopoverPanel(PopoverModel &popoverModel, DialogSheet &sheet, std::function<bool()> isDialogUp)
-    : m_isDialogUp(std::move(isDialogUp))
+PopoverPanel::PopoverPanel(PopoverModel &popoverModel, DialogSheet &sheet, PanelDesktop &desktop,
+                           std::function<bool()> isDialogUp)
+    : m_desktop(desktop), m_isDialogUp(std::move(isDialogUp))
 {
     m_view.setFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
     m_view.setTitle(QStringLiteral("Tamsk Ostrel"));
     m_view.setColor(Qt::transparent);
     m_view.setResizeMode(QQuickView::SizeRootObjectToView);
     m_view.onEscape = [this] { Q_EMIT escapePressed(); };
-    m_view.setInitialProperties({{QStringLiteral("model"), QVariant::fromValue(&popoverModel)},
-                                 {QStringLiteral("sheet"), QVariant::fromValue(&sheet)}});
-    preparePopoverEngine(*m_view.engine());
-    m_view.setSource(popoverViewUrl());
+    m_view.onQuit = [this] { Q_EMIT quitPressed(); };
+    load(popoverModel, sheet);
+    shape();
     connect(m_view.rootObject(), SIGNAL(implicitHeightChanged()), this, SLOT(place()));
     connect(qGuiApp, &QGuiApplication::focusWindowChanged, this, &PopoverPanel::onFocusWindowChanged);
+    connect(&m_desktop, &PanelDesktop::compositedChanged, this, &PopoverPanel::shape);
+    connect(&m_view, &QWindow::visibleChanged, this, &PopoverPanel::onVisibleChanged);
 }
 
 PopoverPanel::~PopoverPanel()
 {
     // The screens bind to what goes with us.
     m_view.setSource({});
+}
+
+void PopoverPanel::load(PopoverModel &popoverModel, DialogSheet &sheet)
+{
+    m_view.setInitialProperties({{QStringLiteral("model"), QVariant::fromValue(&popoverModel)},
+                                 {QStringLiteral("sheet"), QVariant::fromValue(&sheet)}});
+    preparePopoverEngine(*m_view.engine());
+    m_view.setSource(panelSheetUrl());
 }
 
 void PopoverPanel::showAt(const QRect &icon)
@@ -59,14 +84,37 @@ void PopoverPanel::showAt(const QRect &icon)
     m_view.requestActivate();
 }
 
+/// A window manager may close it as well.
+void PopoverPanel::onVisibleChanged(bool isVisible)
+{
+    m_outsideClickMonitor = isVisible ? m_desktop.monitorClicks([this] { onPressed(); }) : nullptr;
+}
+
+QRect PopoverPanel::paper() const
+{
+    return m_view.geometry().marginsRemoved({m_shadow, m_shadow, m_shadow, m_shadow});
+}
+
+/// Takes the shape that the desktop can show.
+void PopoverPanel::shape()
+{
+    m_shadow = m_desktop.isComposited() ? shadowWidth : 0;
+    m_view.rootObject()->setProperty("shadow", m_shadow);
+    place();
+}
+
 void PopoverPanel::place()
 {
     QScreen *screen = QGuiApplication::screenAt(m_icon.center());
     if (screen == nullptr)
         screen = QGuiApplication::primaryScreen();
-    const QQuickItem *const screens = m_view.rootObject();
-    const QSize size(qCeil(screens->implicitWidth()), qCeil(screens->implicitHeight()));
-    m_view.setGeometry(QRect(panelPosition(m_icon, screen->availableGeometry(), size), size));
+    const QQuickItem *const sheet = m_view.rootObject();
+    const QSize size(qCeil(sheet->implicitWidth()), qCeil(sheet->implicitHeight()));
+    const QSize paper = size - QSize(2 * m_shadow, 2 * m_shadow);
+    const QPoint corner = panelPosition(m_icon, screen->availableGeometry(), paper);
+    m_view.setGeometry(QRect(corner - QPoint(m_shadow, m_shadow), size));
+    m_view.setMask(m_shadow > 0 ? QRegion() : roundedRegion(size, sheet->property("radius").toReal()));
+    m_desktop.setShadow(m_view, m_shadow);
 }
 
 void PopoverPanel::onFocusWindowChanged(const QWindow *focus)
@@ -75,11 +123,34 @@ void PopoverPanel::onFocusWindowChanged(const QWindow *focus)
         Q_EMIT leftByUser();
 }
 
+/// A mouse button went down somewhere on the desktop. Where nothing takes the keyboard from us, as on the bare desktop,
+/// this is the only sign.
+void PopoverPanel::onPressed()
+{
+    if (isShown() && !isOurs(QCursor::pos()) && !m_isDialogUp())
+        Q_EMIT leftByUser();
+}
+
+/// Also the icon: a press there is a click that toggles.
+bool PopoverPanel::isOurs(QPoint position) const
+{
+    if (paper().contains(position) || m_icon.contains(position))
+        return true;
+    return std::ranges::any_of(QGuiApplication::topLevelWindows(), [&](const QWindow *window) {
+        return window != &m_view && window->isVisible() && isChildOf(window, &m_view) &&
+               window->frameGeometry().contains(position);
+    });
+}
+
 void PopoverPanel::View::keyPressEvent(QKeyEvent *event)
 {
     QQuickView::keyPressEvent(event);
-    if (!event->isAccepted() && event->key() == Qt::Key_Escape)
+    if (event->isAccepted())
+        return;
+    if (event->key() == Qt::Key_Escape)
         onEscape();
+    else if (event->key() == Qt::Key_Q && event->modifiers() == Qt::ControlModifier) // not every desktop's "Quit" is it
+        onQuit();
 }
 
 } // namespace ostrel

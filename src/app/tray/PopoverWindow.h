@@ -19,6 +19,8 @@ public:
 Q_SIGNALS:
     /// Escape was pressed in it and nothing in it wanted that.
     void escapePressed();
+    /// Ctrl+Q was pressed in it.
+    void quitPressed();
     /// Another window has the keyboard now, or none, and not because of a dialog of ours; or a mouse button went down
     /// elsewhere.
     void leftByUser();

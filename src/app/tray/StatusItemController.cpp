@@ -54,6 +54,7 @@ void StatusItemController::makePanel()
     m_panel = m_makePanel();
     connect(m_panel.get(), &PopoverWindow::escapePressed, this, &StatusItemController::closePanel);
     connect(m_panel.get(), &PopoverWindow::leftByUser, this, &StatusItemController::noteLeaving);
+    connect(m_panel.get(), &PopoverWindow::quitPressed, this, &StatusItemController::quitFromStatusMenu);
 }
 
 void StatusItemController::noteLeaving()

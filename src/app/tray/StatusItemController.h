@@ -38,8 +38,9 @@ private:
     void noteLeaving();
     void quitFromStatusMenu();
 
-    /// A click on the icon takes the keyboard from the panel before it is told as a click.
-    static constexpr std::chrono::milliseconds sameClick{250};
+    /// A click on the icon is told when the button is let go of, and closes the panel when it goes down: it is a press
+    /// outside the panel, and may take the keyboard from it. Nobody gets elsewhere and back to the icon in this time.
+    static constexpr std::chrono::milliseconds sameClick{500};
 
     AppModel &m_model;
     Clock &m_clock;

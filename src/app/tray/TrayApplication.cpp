@@ -3,6 +3,7 @@
 #include "app/CommandLine.h"
 #include "app/RecordingProgram.h"
 #include "app/RunningApplication.h"
+#include "app/popover/AppearanceSource.h"
 #include "app/tray/DesktopTrayItem.h"
 #include "app/tray/PanelDialogs.h"
 #include "app/tray/PopoverPanel.h"
@@ -29,20 +30,21 @@ int activateRunning(const Platform &platform, const Error &taken)
 
 } // namespace
 
-TrayApplication::TrayApplication(const Platform &platform, PanelDialogs &dialogs)
-    : m_defaults(platform.userDefaults), m_program(platform.program()), m_dialogs(dialogs),
+TrayApplication::TrayApplication(const Platform &platform, const PanelPlatform &panel)
+    : m_defaults(platform.userDefaults), m_autostart(platform.autostart), m_program(platform.program()), m_panel(panel),
       m_host(platform, [this] { finish(); }, [this] { activate(); })
 {
-    m_dialogs.setPanelOpener([this] { activate(); });
+    m_panel.dialogs.setPanelOpener([this] { activate(); });
 }
 
 TrayApplication::~TrayApplication()
 {
-    m_dialogs.setPanelOpener({});
-    m_dialogs.setPanel(nullptr);
+    m_panel.appearance.follow({});
+    m_panel.dialogs.setPanelOpener({});
+    m_panel.dialogs.setPanel(nullptr);
 }
 
-int TrayApplication::runOrActivate(const Platform &platform, PanelDialogs &dialogs)
+int TrayApplication::runOrActivate(const Platform &platform, const PanelPlatform &panel)
 {
     auto lock = std::make_optional(beginRecordingProgram());
     if (!*lock)
@@ -50,7 +52,7 @@ int TrayApplication::runOrActivate(const Platform &platform, PanelDialogs &dialo
     QString successor;
     int status = 0;
     {
-        TrayApplication application(platform, dialogs);
+        TrayApplication application(platform, panel);
         status = application.run();
         successor = application.successor();
     }
@@ -78,12 +80,11 @@ Task<> TrayApplication::start(std::stop_token stop)
     m_popoverModel = std::make_unique<PopoverModel>(
         PopoverModel::Dependencies{.model = m_host.model(),
                                    .defaults = m_defaults,
+                                   .autostart = m_autostart,
                                    .clock = m_host.clock(),
                                    .appVersion = UpdaterSupport::appVersion(m_program.bundle),
                                    .checkForUpdates = m_updates->checkForUpdates()});
-    m_statusItem = std::make_unique<StatusItemController>(
-        m_host.model(), m_host.clock(), std::make_unique<DesktopTrayItem>(), [this] { return makePanel(); });
-    m_statusItem->setUp();
+    showStatusItem();
     if (!QSystemTrayIcon::isSystemTrayAvailable())
         printMessage(
             QStringLiteral("ostrel: This desktop shows no tray. Start Tamsk Ostrel again to open its panel.\n"));
@@ -91,11 +92,23 @@ Task<> TrayApplication::start(std::stop_token stop)
         m_statusItem->showPanel();
 }
 
+void TrayApplication::showStatusItem()
+{
+    auto item = std::make_unique<DesktopTrayItem>(m_panel.desktop);
+    m_panel.appearance.follow([this, item = item.get()](const AppearanceWishes &wishes) {
+        m_popoverModel->appearance()->adopt(wishes);
+        item->setWantsDark(wishes.dark);
+    });
+    m_statusItem = std::make_unique<StatusItemController>(m_host.model(), m_host.clock(), std::move(item),
+                                                          [this] { return makePanel(); });
+    m_statusItem->setUp();
+}
+
 std::unique_ptr<PopoverWindow> TrayApplication::makePanel()
 {
-    auto panel = std::make_unique<PopoverPanel>(*m_popoverModel, m_dialogs.sheet(),
+    auto panel = std::make_unique<PopoverPanel>(*m_popoverModel, m_panel.dialogs.sheet(), m_panel.desktop,
                                                 [this] { return m_host.model().nativeModalActive(); });
-    m_dialogs.setPanel(&panel->window());
+    m_panel.dialogs.setPanel(&panel->window());
     return panel;
 }
 

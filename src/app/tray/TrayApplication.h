@@ -5,6 +5,7 @@
 #include "app/ProgramUpdates.h"
 #include "app/TerminationSignals.h"
 #include "app/popover/PopoverModel.h"
+#include "app/tray/PanelPlatform.h"
 #include "app/tray/StatusItemController.h"
 #include "base/TaskScope.h"
 
@@ -13,20 +14,17 @@
 
 namespace ostrel {
 
-class PanelDialogs;
-
 /// The program without arguments: the icon in the tray and the panel under it, until the user quits. It needs a
 /// QApplication. Main thread.
 class TrayApplication
 {
 public:
-    /// @param dialogs those of `platform`, which get their window from here
-    TrayApplication(const Platform &platform, PanelDialogs &dialogs);
+    TrayApplication(const Platform &platform, const PanelPlatform &panel);
     ~TrayApplication();
 
     /// Shows the panel of the one that runs already, where there is one.
     /// @return the exit status
-    static int runOrActivate(const Platform &platform, PanelDialogs &dialogs);
+    static int runOrActivate(const Platform &platform, const PanelPlatform &panel);
 
 private:
     int run();
@@ -38,11 +36,13 @@ private:
     Task<> installAndLeave(std::stop_token stop);
     void relaunch(const QString &program);
     void activate();
+    void showStatusItem();
     std::unique_ptr<PopoverWindow> makePanel();
 
     UserDefaults &m_defaults;
+    Autostart &m_autostart;
     const InstalledProgram m_program; ///< read before there are events to be handled
-    PanelDialogs &m_dialogs;
+    const PanelPlatform m_panel;
     QString m_successor;
     ModelHost m_host;
     std::unique_ptr<ProgramUpdates> m_updates;

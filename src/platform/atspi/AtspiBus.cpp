@@ -5,7 +5,9 @@
 #include <QElapsedTimer>
 
 #include <algorithm>
+#include <chrono>
 #include <iterator>
+#include <thread>
 #include <utility>
 
 namespace ostrel {
@@ -18,6 +20,11 @@ constexpr qint64 soonMs = 50;
 /// A browser's sample has about a dozen questions. Of walks over a tree the beginning has to do: the program must have
 /// answered everything within the wait.
 constexpr std::size_t mostAhead = 32;
+/// Longer answers are read anew each time, and not kept for it.
+constexpr qsizetype longestKept = 16'384;
+/// Answers come one after the other, and to be woken up for each costs more than to read it.
+constexpr std::chrono::microseconds gatheringTime{250};
+constexpr qsizetype worthGathering = 3;
 
 AtspiBus::Outcome outcomeOf(const GError *error)
 {
@@ -35,6 +42,8 @@ AtspiBus::Outcome outcomeOf(const GError *error)
     case G_DBUS_ERROR_UNKNOWN_METHOD:
     case G_DBUS_ERROR_UNKNOWN_INTERFACE:
         return Outcome::Unknown;
+    case G_DBUS_ERROR_UNKNOWN_OBJECT:
+        return Outcome::NotThere;
     default:
         return Outcome::Refused;
     }
@@ -149,6 +158,7 @@ std::vector<AtspiBus::Reply> AtspiBus::ask(std::vector<Call> calls)
         questions[i].call = std::move(calls[i]);
         if (const Question *const ahead = answeredAhead(questions[i].call)) {
             questions[i].call.encoded = ahead->call.encoded;
+            questions[i].call.known = ahead->call.known;
             questions[i].reply = copyOf(ahead->reply);
             questions[i].isAnswered = true;
         }
@@ -179,14 +189,15 @@ void AtspiBus::exchange(std::vector<Question> &questions)
     QHash<quint32, Question *> open = post(questions);
     const QDeadlineTimer end(patienceMs());
     while (!open.isEmpty()) {
-        const auto message = m_bus->next(end);
-        if (!message)
+        auto answer = m_bus->nextAnswer(end);
+        if (!answer)
             break;
-        if (Question *const question = open.take(BusSocket::callAnsweredBy(message.get()))) {
-            question->reply = replyIn(message.get(), question->call.replyType);
+        if (Question *const question = open.take(answer->call)) {
+            take(*question, *std::move(answer));
             question->reply.elapsedMs = elapsed.elapsed();
-            question->isAnswered = true;
         }
+        if (open.size() >= worthGathering && !m_bus->hasReceived())
+            std::this_thread::sleep_for(gatheringTime);
     }
     for (Question *const question : std::as_const(open)) {
         question->reply = {.outcome = m_bus->isLost() ? Outcome::Refused : Outcome::Silent,
@@ -198,6 +209,22 @@ void AtspiBus::exchange(std::vector<Question> &questions)
         if (question.reply.outcome == Outcome::Silent)
             forget(question.call.name);
     }
+}
+
+void AtspiBus::take(Question &question, BusAnswerBytes answer)
+{
+    question.isAnswered = true;
+    auto &known = question.call.known;
+    if (known && known->content == answer.content) {
+        question.reply = copyOf(known->reply);
+        return;
+    }
+    const auto message = answer.message();
+    question.reply = message ? replyIn(message.get(), question.call.replyType) : Reply();
+    known = answer.content.size() > longestKept
+                ? nullptr
+                : std::make_shared<AtspiKnownAnswer>(
+                      AtspiKnownAnswer{.content = std::move(answer.content), .reply = copyOf(question.reply)});
 }
 
 /// @return by what their answers refer to

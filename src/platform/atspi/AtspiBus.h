@@ -12,6 +12,8 @@
 
 namespace ostrel {
 
+struct AtspiKnownAnswer;
+
 /// The accessibility bus, found through the session bus and found again when it was lost.
 ///
 /// A call waits 250 ms at most and never past the sample's deadline. Whoever let one pass in silence is not asked again
@@ -25,8 +27,9 @@ class AtspiBus
 public:
     enum class Outcome {
         Answered,
-        Refused, ///< also an answer of another type, and no bus
-        Unknown, ///< there is no such method, or not for this object
+        Refused,  ///< also an answer of another type, and no bus
+        Unknown,  ///< there is no such method, or not for this object
+        NotThere, ///< there is no such object
         Silent,
         Gone, ///< nobody has that name any more
     };
@@ -38,7 +41,8 @@ public:
         const char *method = nullptr;
         GlibHandle<GVariant> arguments;
         const char *replyType = nullptr;
-        QByteArray encoded = {}; ///< as it travels, once it was asked
+        QByteArray encoded = {};                                 ///< as it travels, once it was asked
+        std::shared_ptr<const AtspiKnownAnswer> known = nullptr; ///< the last one, once there was one
     };
 
     struct Reply {
@@ -79,6 +83,7 @@ private:
     QByteArray findAddress();
     int patienceMs() const;
     void exchange(std::vector<Question> &questions);
+    static void take(Question &question, BusAnswerBytes answer);
     QHash<quint32, Question *> post(std::vector<Question> &questions);
     const Question *answeredAhead(const Call &call) const;
     void remember(std::vector<Question> questions);
@@ -91,6 +96,12 @@ private:
     std::vector<Call> m_asked;     ///< in this sample, and answered soon
     std::vector<Call> m_askedBefore;
     int m_generation = 0;
+};
+
+/// An answer and what it says: the same bytes need not be read again.
+struct AtspiKnownAnswer {
+    QByteArray content;
+    AtspiBus::Reply reply;
 };
 
 } // namespace ostrel

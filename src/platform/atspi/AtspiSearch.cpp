@@ -76,7 +76,7 @@ std::optional<AtspiFocus> AtspiSearch::focused(const AtspiReference &window)
     constexpr int few = 8;
     Rule rule{.states = {AtspiState::focused}, .roles = {}, .maximum = 1};
     auto found = matches(window, rule);
-    if (!found)
+    if (!found || m_denySearches.contains(window.name))
         return focusedByWalk(window);
     if (found->isEmpty())
         return std::nullopt;
@@ -111,6 +111,8 @@ std::optional<QList<AtspiReference>> AtspiSearch::matches(const AtspiReference &
     forgetOtherPrograms();
     if (m_cannotSearch.contains(window.name))
         return std::nullopt;
+    if (m_denySearches.contains(window.name))
+        return QList<AtspiReference>();
     const auto rest = m_restUntil.constFind(window.name);
     if (rest != m_restUntil.cend() && !rest->hasExpired())
         return QList<AtspiReference>();
@@ -123,6 +125,9 @@ std::optional<QList<AtspiReference>> AtspiSearch::matches(const AtspiReference &
                                   .replyType = "(a(so))"});
     if (reply.elapsedMs >= slowSearchMs)
         m_restUntil.insert(window.name, QDeadlineTimer(restAfterSlowSearch));
+    // A window may just have closed, too.
+    if (reply.outcome == AtspiBus::Outcome::NotThere && m_queries.role(window))
+        m_denySearches.insert(window.name);
     if (reply.outcome == AtspiBus::Outcome::Unknown) {
         m_cannotSearch.insert(window.name);
         return std::nullopt;
@@ -170,11 +175,12 @@ std::optional<AtspiReference> AtspiSearch::walkToFocused(const AtspiReference &w
 
 void AtspiSearch::forgetOtherPrograms()
 {
-    const bool tooMany = m_cannotSearch.size() + m_restUntil.size() > mostRememberedPrograms;
+    const bool tooMany = m_cannotSearch.size() + m_denySearches.size() + m_restUntil.size() > mostRememberedPrograms;
     if (m_generation == m_bus.generation() && !tooMany)
         return;
     m_generation = m_bus.generation();
     m_cannotSearch.clear();
+    m_denySearches.clear();
     m_restUntil.clear();
 }
 

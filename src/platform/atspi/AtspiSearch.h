@@ -51,6 +51,9 @@ private:
     AtspiBus &m_bus;
     AtspiQueries &m_queries;
     QSet<QByteArray> m_cannotSearch;
+    /// Programs that deny an object which they have when they are asked to search in it: those of Qt. Only what has the
+    /// focus is looked for in them; pages would take hundreds of round trips in every sample.
+    QSet<QByteArray> m_denySearches;
     QHash<QByteArray, QDeadlineTimer> m_restUntil;
     int m_generation = -1;
 };

@@ -20,11 +20,16 @@ void BusRemoteControl::open(Calls calls)
         return;
     m_calls = std::move(calls);
     m_home = std::make_shared<Mailbox>();
-    BusService::Calls home{.changeSetting =
-                               [this, home = m_home](std::shared_ptr<SettingCall> call) {
-                                   home->post([this, call = std::move(call)] { serve(call); });
-                               },
-                           .activate = {}};
+    BusService::Calls home{
+        .changeSetting =
+            [this, home = m_home](std::shared_ptr<SettingCall> call) {
+                home->post([this, call = std::move(call)] { serve(call); });
+            },
+        .complaint =
+            [home = m_home, complaint = m_calls.complaint](std::shared_ptr<ComplaintCall> call) {
+                home->post([complaint, call = std::move(call)] { call->answer(complaint ? complaint() : QString()); });
+            },
+        .activate = {}};
     if (m_calls.activate)
         home.activate = [home = m_home, activate = m_calls.activate] { home->post(activate); };
     m_service = std::make_unique<BusService>(address, std::move(home));

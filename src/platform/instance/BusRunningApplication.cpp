@@ -90,6 +90,17 @@ public:
         return SettingAnswer{.outcome = *known, .words = QString::fromUtf8(words)};
     }
 
+    Answered<QString> complaint(const QByteArray &owner)
+    {
+        const GlibHandle<GVariant> answer(g_dbus_connection_call_sync(
+            m_connection.get(), owner.constData(), RecorderInterface::objectPath, RecorderInterface::interfaceName,
+            RecorderInterface::complaint, nullptr, G_VARIANT_TYPE("(s)"), G_DBUS_CALL_FLAGS_NO_AUTO_START, noTimeout,
+            m_cancellable.get(), nullptr));
+        if (!answer)
+            return std::unexpected(failure());
+        return QString::fromUtf8(g_variant_get_string(GlibHandle<GVariant>(first(answer)).get(), nullptr));
+    }
+
     Answered<bool> activate(const QByteArray &owner)
     {
         GlibHandle<GError> error;
@@ -165,6 +176,12 @@ std::expected<SettingAnswer, RemoteFailure> BusRunningApplication::changeSetting
     return talk(address(), m_patience, processId, [&change](Conversation &conversation, const QByteArray &owner) {
         return conversation.changeSetting(owner, change);
     });
+}
+
+std::expected<QString, RemoteFailure> BusRunningApplication::complaint(qint64 processId)
+{
+    return talk(address(), m_patience, processId,
+                [](Conversation &conversation, const QByteArray &owner) { return conversation.complaint(owner); });
 }
 
 std::expected<bool, RemoteFailure> BusRunningApplication::activate(qint64 processId)

@@ -21,6 +21,7 @@ public:
 
     static constexpr std::chrono::milliseconds defaultPatience{5000};
 
+    std::expected<QString, RemoteFailure> complaint(qint64 processId) override;
     std::expected<bool, RemoteFailure> activate(qint64 processId) override;
     std::expected<SettingAnswer, RemoteFailure> changeSetting(qint64 processId, const SettingChange &change) override;
 

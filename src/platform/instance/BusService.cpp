@@ -34,22 +34,30 @@ std::optional<QString> passedText(GDBusMethodInvocation *invocation, gint32 inde
 
 } // namespace
 
-SettingCall::SettingCall(SettingChange change, GDBusMethodInvocation *invocation)
-    : m_change(std::move(change)), m_invocation(invocation)
-{}
-
-SettingCall::~SettingCall()
+PendingCall::~PendingCall()
 {
     if (m_invocation != nullptr)
         g_dbus_method_invocation_return_dbus_error(m_invocation, "com.tamsk.ostrel.Error.Ending", "The recorder ends.");
 }
 
+void PendingCall::answerWith(GVariant *body)
+{
+    g_dbus_method_invocation_return_value(std::exchange(m_invocation, nullptr), body);
+}
+
+SettingCall::SettingCall(SettingChange change, GDBusMethodInvocation *invocation)
+    : PendingCall(invocation), m_change(std::move(change))
+{}
+
 void SettingCall::answer(const SettingAnswer &answer)
 {
-    g_dbus_method_invocation_return_value(std::exchange(m_invocation, nullptr),
-                                          g_variant_new("(ss)",
-                                                        RecorderInterface::outcomeName(answer.outcome).constData(),
-                                                        answer.words.toUtf8().constData()));
+    answerWith(g_variant_new("(ss)", RecorderInterface::outcomeName(answer.outcome).constData(),
+                             answer.words.toUtf8().constData()));
+}
+
+void ComplaintCall::answer(const QString &complaint)
+{
+    answerWith(g_variant_new("(s)", complaint.toUtf8().constData()));
 }
 
 BusService::BusService(QByteArray busAddress, Calls calls)
@@ -85,9 +93,10 @@ bool BusService::connect()
 bool BusService::exportObject()
 {
     static constexpr GDBusInterfaceVTable recorder{
-        .method_call = [](GDBusConnection *, const gchar *, const gchar *, const gchar *, const gchar *,
-                          GVariant *arguments, GDBusMethodInvocation *invocation,
-                          gpointer self) { static_cast<const BusService *>(self)->receive(invocation, arguments); },
+        .method_call =
+            [](GDBusConnection *, const gchar *, const gchar *, const gchar *, const gchar *method, GVariant *arguments,
+               GDBusMethodInvocation *invocation,
+               gpointer self) { static_cast<const BusService *>(self)->receive(invocation, method, arguments); },
         .get_property = nullptr,
         .set_property = nullptr,
         .padding = {}};
@@ -134,7 +143,15 @@ bool BusService::takeName()
     return taken;
 }
 
-void BusService::receive(GDBusMethodInvocation *invocation, GVariant *arguments) const
+void BusService::receive(GDBusMethodInvocation *invocation, const QByteArray &method, GVariant *arguments) const
+{
+    if (method == RecorderInterface::complaint)
+        m_calls.complaint(std::make_shared<ComplaintCall>(invocation));
+    else
+        receiveChange(invocation, arguments);
+}
+
+void BusService::receiveChange(GDBusMethodInvocation *invocation, GVariant *arguments) const
 {
     const char *key = nullptr;
     gint32 index = -1;

@@ -11,13 +11,26 @@
 namespace ostrel {
 
 /// A call that waits for its answer. One that is let go of without an answer is answered with an error. Any thread.
-class SettingCall
+class PendingCall
+{
+public:
+    explicit PendingCall(GDBusMethodInvocation *invocation) : m_invocation(invocation) {}
+    PendingCall(const PendingCall &) = delete;
+    PendingCall &operator=(const PendingCall &) = delete;
+    ~PendingCall();
+
+protected:
+    /// Called once.
+    void answerWith(GVariant *body);
+
+private:
+    GDBusMethodInvocation *m_invocation; ///< null once it is answered
+};
+
+class SettingCall : public PendingCall
 {
 public:
     SettingCall(SettingChange change, GDBusMethodInvocation *invocation);
-    SettingCall(const SettingCall &) = delete;
-    SettingCall &operator=(const SettingCall &) = delete;
-    ~SettingCall();
 
     const SettingChange &change() const { return m_change; }
     /// Called once.
@@ -25,7 +38,14 @@ public:
 
 private:
     const SettingChange m_change;
-    GDBusMethodInvocation *m_invocation; ///< null once it is answered
+};
+
+class ComplaintCall : public PendingCall
+{
+public:
+    using PendingCall::PendingCall;
+    /// Called once.
+    void answer(const QString &complaint);
 };
 
 /// The recorder's object on the bus. Lives on one thread, from `run` to its return.
@@ -35,6 +55,7 @@ public:
     /// Called on the thread of `run`.
     struct Calls {
         std::function<void(std::shared_ptr<SettingCall>)> changeSetting;
+        std::function<void(std::shared_ptr<ComplaintCall>)> complaint;
         std::function<void()> activate; ///< empty where there is nothing to bring to the front
     };
 
@@ -50,7 +71,8 @@ private:
     bool exportObject();
     bool exportInterface(GDBusNodeInfo *node, const char *name, const GDBusInterfaceVTable &table);
     bool takeName();
-    void receive(GDBusMethodInvocation *invocation, GVariant *arguments) const;
+    void receive(GDBusMethodInvocation *invocation, const QByteArray &method, GVariant *arguments) const;
+    void receiveChange(GDBusMethodInvocation *invocation, GVariant *arguments) const;
     void receiveActivation(GDBusMethodInvocation *invocation) const;
     void flush();
 

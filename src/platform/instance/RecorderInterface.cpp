@@ -27,6 +27,9 @@ const char *const introspection = R"(<node>
       <arg name="outcome" type="s" direction="out"/>
       <arg name="words" type="s" direction="out"/>
     </method>
+    <method name="Complaint">
+      <arg name="words" type="s" direction="out"/>
+    </method>
   </interface>
   <interface name="org.freedesktop.Application">
     <method name="Activate">

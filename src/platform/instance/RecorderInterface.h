@@ -16,6 +16,9 @@ inline constexpr const char *interfaceName = "com.tamsk.ostrel.Recorder1";
 /// stands in a message, but not what is in a file.
 inline constexpr const char *changeSetting = "ChangeSetting";
 
+/// () to (words: s), empty while nothing is wrong.
+inline constexpr const char *complaint = "Complaint";
+
 /// What desktops call to bring a program to the front.
 inline constexpr const char *applicationInterface = "org.freedesktop.Application";
 /// (platform_data: a{sv})

@@ -100,6 +100,16 @@ void PictureFeed::deliverWhenDue()
     postWhenDue();
 }
 
+void PictureFeed::deliverAgain()
+{
+    const std::scoped_lock lock(m_mutex);
+    if (m_pixels.empty())
+        return;
+    if (!std::exchange(m_isNew, true))
+        m_changes.emplace();
+    postWhenDue();
+}
+
 void PictureFeed::postWhenDue()
 {
     if (!m_isNew || m_isPosted || m_state != State::Open)

@@ -56,6 +56,9 @@ public:
     void miss();
     /// Delivers what has waited for its time. Producer's thread.
     void deliverWhenDue();
+    /// Delivers the newest picture once more, with nothing changed in it, when its time has come. Producer's thread, or
+    /// with that one held up.
+    void deliverAgain();
     /// No picture will come any more; said once, and nothing is delivered after it. Any thread.
     void fail(const Error &error);
     /// Nothing is delivered any more, from the moment that this returns on the thread of deliveries. Any thread.

@@ -3,6 +3,8 @@
 #include "base/Fault.h"
 #include "platform/portal/PipeWireNode.h"
 
+#include <spa/utils/result.h>
+
 #include <ctime>
 #include <memory>
 #include <unistd.h>
@@ -107,13 +109,27 @@ bool PipeWireRemote::waitUntil(const std::function<bool()> &isMet, std::chrono::
 
 Result<> PipeWireRemote::roundTrip(std::chrono::milliseconds patience)
 {
-    const int sequence = pw_core_sync(m_core, PW_ID_CORE, 0);
-    const bool isAnswered = waitUntil([&] { return m_isBroken || m_done == sequence; }, patience);
+    const int question = ask();
+    const bool isInTime = waitUntil([&] { return m_isBroken || isAnswered(question); }, patience);
     if (m_isBroken)
         return std::unexpected(lost());
-    if (!isAnswered)
+    if (!isInTime)
         return std::unexpected(faultError(Fault::TimedOut, QStringLiteral("stream of pictures")));
     return {};
+}
+
+int PipeWireRemote::ask()
+{
+    return pw_core_sync(m_core, PW_ID_CORE, 0);
+}
+
+bool PipeWireRemote::isAnswered(int question) const
+{
+    if (!m_done)
+        return false;
+    // Answers come in the order of the questions, whose numbers begin anew some day.
+    const auto later = (unsigned(*m_done) - unsigned(question)) & SPA_ASYNC_SEQ_MASK;
+    return later <= SPA_ASYNC_SEQ_MASK / 2;
 }
 
 QList<std::optional<QSize>> PipeWireRemote::pictureSizes(const QList<quint32> &nodes,

@@ -53,6 +53,12 @@ public:
     /// @return Fault::PictureStreamEnded, Fault::TimedOut
     Result<> roundTrip(std::chrono::milliseconds patience);
 
+    /// Asks for a sign of life, without waiting for it. With a lock held.
+    /// @return the question
+    int ask();
+    /// Whether an earlier question has been answered. With a lock held.
+    bool isAnswered(int question) const;
+
     /// The size in pixels of what these nodes show; absent for those that don't tell. Waits for a round trip, with no
     /// lock held.
     QList<std::optional<QSize>> pictureSizes(const QList<quint32> &nodes, std::chrono::milliseconds patience);
@@ -68,7 +74,7 @@ private:
     pw_core *m_core = nullptr;
     spa_hook m_listener{};
     bool m_isBroken = false;
-    int m_done = -1; ///< the round trip that was answered last
+    std::optional<int> m_done; ///< the question that was answered last
 };
 
 } // namespace ostrel

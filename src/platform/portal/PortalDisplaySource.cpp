@@ -4,6 +4,7 @@
 #include "capture/CaptureError.h"
 #include "platform/portal/PortalCast.h"
 #include "platform/portal/PortalDisplays.h"
+#include "platform/portal/PortalOffer.h"
 #include "platform/portal/PortalStream.h"
 #include "platform/portal/ScreenCastPortal.h"
 
@@ -36,6 +37,11 @@ Result<ShareableContent> PortalDisplaySource::shareableContent()
     for (const PortalDisplay &each : m_displays->displays)
         content.displays.append(each.display);
     return content;
+}
+
+bool PortalDisplaySource::wouldAskUser()
+{
+    return m_portal->wouldAsk() && readPortalOffer(m_portal->seams());
 }
 
 void PortalDisplaySource::interruptWaiting()

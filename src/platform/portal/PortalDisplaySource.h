@@ -28,6 +28,7 @@ public:
     /// @return Fault::NoScreenPortal, ScreenCaptureDeclined, ScreenSharingEnded, PictureRefused, PictureStreamEnded,
     ///         TimedOut, Cancelled
     Result<ShareableContent> shareableContent() override;
+    bool wouldAskUser() override;
     void interruptWaiting() override;
     bool leavesOutPrivateWindows() const override { return false; }
 

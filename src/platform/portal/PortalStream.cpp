@@ -154,6 +154,22 @@ void PortalStream::stop()
     m_use.reset();
 }
 
+void PortalStream::deliverAgain()
+{
+    // For its timer.
+    const PipeWireRemote::Lock lock(m_remote);
+    m_feed->deliverAgain();
+}
+
+bool PortalStream::isAnswering()
+{
+    const PipeWireRemote::Lock lock(m_remote);
+    const bool isAnswered = !m_question || m_remote.isAnswered(*m_question);
+    if (isAnswered)
+        m_question = m_remote.ask();
+    return isAnswered;
+}
+
 void PortalStream::disconnect()
 {
     const PipeWireRemote::Lock lock(m_remote);

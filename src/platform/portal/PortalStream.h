@@ -33,6 +33,9 @@ public:
     /// @return Fault::PictureRefused, TimedOut, ScreenFormatUnsupported, PictureStreamEnded
     Result<> start() override;
     void stop() override;
+    void deliverAgain() override;
+    /// PipeWire's answer only: a compositor that hangs can't be told from a screen that stays still.
+    bool isAnswering() override;
 
 private:
     // All of these on the thread of PipeWire's events.
@@ -65,6 +68,7 @@ private:
     std::unordered_map<const pw_buffer *, std::unique_ptr<MappedMemory>> m_memory;
     std::optional<std::uint64_t> m_sequence; ///< of the picture taken last
     std::optional<Error> m_failure;
+    std::optional<int> m_question; ///< the one that was put to PipeWire last
     bool m_isStarted = false;
 };
 

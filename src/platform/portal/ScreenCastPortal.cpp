@@ -21,6 +21,17 @@ bool ScreenCastPortal::isGranted()
     return !m_withdrawal && (m_isOpen || m_grants.read().has_value());
 }
 
+bool ScreenCastPortal::wouldAsk()
+{
+    if (const std::unique_lock turn(m_turn, std::try_to_lock); turn.owns_lock())
+        inspectCast();
+    const std::scoped_lock lock(m_mutex);
+    if (m_isOpen || m_withdrawal)
+        return false;
+    const auto grant = m_grants.read();
+    return !grant || grant->restoreToken.isEmpty();
+}
+
 Result<std::shared_ptr<PortalCast>> ScreenCastPortal::open(Asker asker)
 {
     const std::scoped_lock turn(m_turn);

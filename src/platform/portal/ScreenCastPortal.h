@@ -32,6 +32,9 @@ public:
     /// has taken it back in this run. Asks nobody.
     bool isGranted();
 
+    /// Whether the program could open a cast only by the user's answer to a question. Asks nobody.
+    bool wouldAsk();
+
     enum class Asker {
         Program,
         User, ///< a refusal of before counts no more

@@ -11,6 +11,7 @@
 #include "platform/portal/PortalScreenCaptureAccess.h"
 #include "platform/portal/ScreenCastPortal.h"
 #include "platform/session/BrowserDebugging.h"
+#include "platform/session/CaptureChoice.h"
 #include "platform/session/Unavailable.h"
 #include "platform/session/WaylandDisplaySource.h"
 #include "platform/sway/SwayForegroundSource.h"
@@ -70,15 +71,27 @@ void useWaylandScreens(SessionPlatform &platform, std::unique_ptr<DisplaySource>
         std::make_unique<WlrScreenCaptureAccess>(), std::make_unique<PortalScreenCaptureAccess>(portal));
 }
 
+void usePortalScreens(SessionPlatform &platform)
+{
+    auto portal = std::make_shared<ScreenCastPortal>();
+    platform.displays = std::make_unique<PortalDisplaySource>(portal);
+    platform.screenCaptureAccess = std::make_unique<PortalScreenCaptureAccess>(portal);
+}
+
 void useWayland(SessionPlatform &platform, const QProcessEnvironment &environment)
 {
-    if (environment.value(QStringLiteral("SWAYSOCK")).isEmpty()) {
+    const bool isSway = !environment.value(QStringLiteral("SWAYSOCK")).isEmpty();
+    if (readWaylandCapture(environment) == WaylandCapture::Portal)
+        usePortalScreens(platform);
+    else if (isSway)
+        useWaylandScreens(platform, std::make_unique<WlrDisplaySource>(QByteArray(), WlrCaptureSeams(),
+                                                                       privateAreasOfSway(platform.excludesWindow)));
+    else
         useWaylandScreens(platform, std::make_unique<WlrDisplaySource>());
+    if (!isSway) {
         useAccessibleForeground(platform);
         return;
     }
-    useWaylandScreens(platform, std::make_unique<WlrDisplaySource>(QByteArray(), WlrCaptureSeams(),
-                                                                   privateAreasOfSway(platform.excludesWindow)));
     auto entries = std::make_shared<DesktopEntries>(DesktopEntries::sessionFolders());
     platform.foreground = std::make_unique<SwayForegroundSource>(
         QByteArray(), [entries](const QString &appId) { return entries->applicationFor(appId); });

@@ -1,6 +1,7 @@
 #include "platform/session/SessionProbes.h"
 
 #include "platform/session/BrowserDebugging.h"
+#include "platform/session/CaptureChoice.h"
 #include "platform/session/SessionBusFacts.h"
 #include "platform/session/SessionPlatform.h"
 #include "platform/session/SystemBusFacts.h"
@@ -28,8 +29,12 @@ DesktopProbes makeDesktopProbes(const QProcessEnvironment &environment)
         const QString display = value("WAYLAND_DISPLAY");
         return {.session = SessionKind::Wayland,
                 .display = display,
-                .screen = [name = display.toLocal8Bit(),
-                           sway = value("SWAYSOCK").toLocal8Bit()] { return readWaylandScreenFacts(name, sway); },
+                .screen =
+                    [name = display.toLocal8Bit(), sway = value("SWAYSOCK").toLocal8Bit(),
+                     capture = readWaylandCapture(environment)] {
+                        return capture == WaylandCapture::Portal ? readPortalScreenFacts(sway)
+                                                                 : readWaylandScreenFacts(name, sway);
+                    },
                 .bus = readSessionBusFacts,
                 .systemBus = readSystemBusFacts,
                 .debuggedBrowsers = readDebuggedBrowsers};

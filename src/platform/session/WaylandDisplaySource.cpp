@@ -6,6 +6,16 @@
 
 namespace ostrel {
 
+namespace {
+
+/// Whether the compositor gives still pictures, if only with an error.
+bool isOffered(const Result<ShareableContent> &content)
+{
+    return content || !isFault(content.error(), Fault::NoScreencopy);
+}
+
+} // namespace
+
 WaylandDisplaySource::WaylandDisplaySource(std::unique_ptr<DisplaySource> screenshots,
                                            std::unique_ptr<DisplaySource> streams)
     : m_screenshots(std::move(screenshots)), m_streams(std::move(streams)), m_chosen(m_screenshots.get())
@@ -14,9 +24,14 @@ WaylandDisplaySource::WaylandDisplaySource(std::unique_ptr<DisplaySource> screen
 Result<ShareableContent> WaylandDisplaySource::shareableContent()
 {
     auto content = m_screenshots->shareableContent();
-    const bool offersNone = !content && isFault(content.error(), Fault::NoScreencopy);
-    m_chosen = offersNone ? m_streams.get() : m_screenshots.get();
-    return offersNone ? m_streams->shareableContent() : content;
+    const bool byScreenshots = isOffered(content);
+    m_chosen = byScreenshots ? m_screenshots.get() : m_streams.get();
+    return byScreenshots ? content : m_streams->shareableContent();
+}
+
+bool WaylandDisplaySource::wouldAskUser()
+{
+    return !isOffered(m_screenshots->shareableContent()) && m_streams->wouldAskUser();
 }
 
 void WaylandDisplaySource::interruptWaiting()

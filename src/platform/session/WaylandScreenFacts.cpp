@@ -45,4 +45,15 @@ Result<ScreenFacts> readWaylandScreenFacts(const QByteArray &display, const QByt
     return facts;
 }
 
+Result<ScreenFacts> readPortalScreenFacts(const QByteArray &swaySocket)
+{
+    ScreenFacts facts;
+    facts.portal = lookAtPortal();
+    if (!facts.portal)
+        return std::unexpected(faultError(Fault::NoScreenPortal, QStringLiteral("the session bus knows none")));
+    facts.portal->isChosen = true;
+    facts.windowManager = trySway(swaySocket);
+    return facts;
+}
+
 } // namespace ostrel

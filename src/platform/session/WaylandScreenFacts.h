@@ -14,4 +14,8 @@ namespace ostrel {
 /// @return Fault::NoWaylandDisplay, Fault::TimedOut; Fault::NoScreencopy where there is no portal either
 Result<ScreenFacts> readWaylandScreenFacts(const QByteArray &display, const QByteArray &swaySocket);
 
+/// The same where the user has chosen the portal, whatever the compositor gives.
+/// @return Fault::NoScreenPortal
+Result<ScreenFacts> readPortalScreenFacts(const QByteArray &swaySocket);
+
 } // namespace ostrel

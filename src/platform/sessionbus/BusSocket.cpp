@@ -112,19 +112,31 @@ quint32 BusSocket::post(const QByteArray &encodedMessage)
 
 GlibHandle<GDBusMessage> BusSocket::next(QDeadlineTimer deadline)
 {
-    for (;;) {
-        auto message = takeMessage();
-        if (!message) {
-            if (!exchange(deadline))
-                return nullptr;
-        } else if (g_dbus_message_get_message_type(message.get()) == G_DBUS_MESSAGE_TYPE_METHOD_CALL) {
-            refuse(message.get());
-            if (deadline.hasExpired())
-                return nullptr;
-        } else {
+    do {
+        auto bytes = takeBytes();
+        while (!bytes && exchange(deadline))
+            bytes = takeBytes();
+        if (!bytes)
+            return nullptr;
+        if (auto message = read(*std::move(bytes)))
             return message;
-        }
-    }
+    } while (!m_isLost && !deadline.hasExpired());
+    return nullptr;
+}
+
+std::optional<BusAnswerBytes> BusSocket::nextAnswer(QDeadlineTimer deadline)
+{
+    do {
+        auto bytes = takeBytes();
+        while (!bytes && exchange(deadline))
+            bytes = takeBytes();
+        if (!bytes)
+            return std::nullopt;
+        if (auto answer = BusAnswerBytes::in(*bytes))
+            return answer;
+        read(*std::move(bytes));
+    } while (!m_isLost && !deadline.hasExpired());
+    return std::nullopt;
 }
 
 quint32 BusSocket::callAnsweredBy(GDBusMessage *message)
@@ -174,20 +186,43 @@ bool BusSocket::receive()
     return false;
 }
 
-GlibHandle<GDBusMessage> BusSocket::takeMessage()
+/// @return how long the first message is that was received, 0 while nobody knows; negative for nonsense
+qsizetype BusSocket::receivedLength() const
 {
-    if (m_isLost || m_received.size() < headLength)
-        return nullptr;
-    auto *const bytes = reinterpret_cast<guchar *>(m_received.data());
-    const gssize size = g_dbus_message_bytes_needed(bytes, gsize(m_received.size()), nullptr);
-    if (size > m_received.size())
-        return nullptr;
-    GlibHandle<GDBusMessage> message(
-        size < 0 ? nullptr : g_dbus_message_new_from_blob(bytes, gsize(size), G_DBUS_CAPABILITY_FLAGS_NONE, nullptr));
+    if (m_received.size() < headLength)
+        return 0;
+    auto *const bytes = reinterpret_cast<guchar *>(const_cast<char *>(m_received.constData())); // it is only read
+    return g_dbus_message_bytes_needed(bytes, gsize(m_received.size()), nullptr);
+}
+
+bool BusSocket::hasReceived() const
+{
+    const qsizetype length = receivedLength();
+    return !m_isLost && length > 0 && length <= m_received.size();
+}
+
+std::optional<QByteArray> BusSocket::takeBytes()
+{
     // After nonsense nobody knows where the next message begins.
-    m_isLost = !message;
-    m_received.remove(0, std::max<qsizetype>(size, 0));
-    return message;
+    m_isLost = m_isLost || receivedLength() < 0;
+    if (!hasReceived())
+        return std::nullopt;
+    const qsizetype length = receivedLength();
+    QByteArray bytes = m_received.left(length);
+    m_received.remove(0, length);
+    return bytes;
+}
+
+/// @return null for a call, which is refused, and for nonsense
+GlibHandle<GDBusMessage> BusSocket::read(QByteArray message)
+{
+    GlibHandle<GDBusMessage> read(g_dbus_message_new_from_blob(
+        reinterpret_cast<guchar *>(message.data()), gsize(message.size()), G_DBUS_CAPABILITY_FLAGS_NONE, nullptr));
+    m_isLost = m_isLost || !read;
+    if (!read || g_dbus_message_get_message_type(read.get()) != G_DBUS_MESSAGE_TYPE_METHOD_CALL)
+        return read;
+    refuse(read.get());
+    return nullptr;
 }
 
 /// Nobody is to wait for somebody who never listens.

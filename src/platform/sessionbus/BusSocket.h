@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/sessionbus/BusAnswerBytes.h"
 #include "platform/sessionbus/GlibHandles.h"
 
 #include <QByteArray>
@@ -36,6 +37,11 @@ public:
     /// @param deadline may have passed: then only what is there already is read
     /// @return null when there is none in time, and when the connection is lost
     GlibHandle<GDBusMessage> next(QDeadlineTimer deadline);
+    /// The next answer that has come; whatever else comes meanwhile is dropped, and calls of others are refused.
+    /// @return absent as `next`
+    std::optional<BusAnswerBytes> nextAnswer(QDeadlineTimer deadline);
+    /// Whether there is a whole message that needs no wait.
+    bool hasReceived() const;
     /// The number of the call that this is the answer to; 0 when it is none.
     static quint32 callAnsweredBy(GDBusMessage *message);
     /// For good.
@@ -52,7 +58,10 @@ private:
     bool exchange(QDeadlineTimer deadline);
     void send();
     bool receive();
-    GlibHandle<GDBusMessage> takeMessage();
+    qsizetype receivedLength() const;
+    /// @return absent when none is whole
+    std::optional<QByteArray> takeBytes();
+    GlibHandle<GDBusMessage> read(QByteArray message);
     void refuse(GDBusMessage *call);
 
     const int m_descriptor;

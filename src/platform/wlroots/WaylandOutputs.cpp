@@ -13,6 +13,20 @@ constexpr std::uint32_t placeVersion = 3;
 /// The first that says when a picture is fully described, and tells changes.
 constexpr std::uint32_t screencopyVersion = 3;
 constexpr int highestTransform = 7;
+/// Beyond any desktop, but near enough to compute with.
+constexpr int farthest = 1 << 20;
+
+QPoint cornerAt(int x, int y)
+{
+    return {std::clamp(x, -farthest, farthest), std::clamp(y, -farthest, farthest)};
+}
+
+/// @return absent for what can't be the size of an output
+std::optional<QSize> possibleSize(int width, int height)
+{
+    const auto isSide = [](int side) { return side > 0 && side <= WaylandOutputLook::longestSide; };
+    return isSide(width) && isSide(height) ? std::optional(QSize(width, height)) : std::nullopt;
+}
 
 template <typename T>
 T *bind(wl_registry *registry, std::uint32_t name, const wl_interface &interface, std::uint32_t version)
@@ -48,13 +62,13 @@ void WaylandOutput::listen()
         .geometry =
             [](void *data, wl_output *, int x, int y, int, int, int, const char *, const char *, int transform) {
                 // Where the other protocol tells the place it is the better one, and comes after this.
-                look(data).corner = QPoint(x, y);
+                look(data).corner = cornerAt(x, y);
                 look(data).transform = transform >= 0 && transform <= highestTransform ? transform : 0;
             },
         .mode =
             [](void *data, wl_output *, std::uint32_t flags, int width, int height, int) {
                 if (flags & WL_OUTPUT_MODE_CURRENT)
-                    look(data).mode = QSize(width, height);
+                    look(data).mode = possibleSize(width, height).value_or(QSize());
             },
         .done = [](void *, wl_output *) {},
         .scale = [](void *data, wl_output *, int scale) { look(data).scale = scale; },
@@ -78,9 +92,9 @@ void WaylandOutput::listenForPlace()
         return static_cast<WaylandOutput *>(output)->m_look;
     };
     static const zxdg_output_v1_listener listener{
-        .logical_position = [](void *data, zxdg_output_v1 *, int x, int y) { look(data).corner = QPoint(x, y); },
+        .logical_position = [](void *data, zxdg_output_v1 *, int x, int y) { look(data).corner = cornerAt(x, y); },
         .logical_size = [](void *data, zxdg_output_v1 *, int width,
-                           int height) { look(data).logicalSize = QSize(width, height); },
+                           int height) { look(data).logicalSize = possibleSize(width, height); },
         .done = [](void *, zxdg_output_v1 *) {},
         .name = [](void *data, zxdg_output_v1 *, const char *name) { look(data).name = QString::fromUtf8(name); },
         .description = [](void *, zxdg_output_v1 *, const char *) {},

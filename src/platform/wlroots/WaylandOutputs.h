@@ -15,8 +15,10 @@
 
 namespace ostrel {
 
-/// What a compositor tells of one of its outputs.
+/// What a compositor tells of one of its outputs, as far as it can be true.
 struct WaylandOutputLook {
+    static constexpr int longestSide = 32'767; ///< pixels
+
     QString name; ///< the connector's
     QSize mode;   ///< pixels of the buffers that it shows, before they are turned
     int transform = 0;

@@ -45,7 +45,8 @@ void WlrFrame::listen()
             [](void *data, Frame *, std::uint32_t flags) {
                 self(data)->m_isBottomUp = (flags & ZWLR_SCREENCOPY_FRAME_V1_FLAGS_Y_INVERT) != 0;
             },
-        .ready = [](void *data, Frame *, std::uint32_t, std::uint32_t, std::uint32_t) { self(data)->m_isReady = true; },
+        .ready = [](void *data, Frame *, std::uint32_t, std::uint32_t,
+                    std::uint32_t) { self(data)->m_isReady = self(data)->m_isAskedFor; },
         .failed = [](void *data, Frame *) { self(data)->m_hasFailed = true; },
         .damage =
             [](void *data, Frame *, std::uint32_t x, std::uint32_t y, std::uint32_t width, std::uint32_t height) {
@@ -65,11 +66,13 @@ void WlrFrame::offer(const WaylandPixelLayout &layout)
 
 void WlrFrame::copy(const WaylandBuffer &buffer)
 {
+    m_isAskedFor = true;
     zwlr_screencopy_frame_v1_copy(m_frame, buffer.get());
 }
 
 void WlrFrame::copyWhenChanged(const WaylandBuffer &buffer)
 {
+    m_isAskedFor = true;
     zwlr_screencopy_frame_v1_copy_with_damage(m_frame, buffer.get());
 }
 

@@ -46,6 +46,7 @@ private:
     std::optional<WaylandPixelLayout> m_layout;
     QRect m_changes;
     bool m_isDescribed = false;
+    bool m_isAskedFor = false; ///< only then a picture can be ready
     bool m_isReady = false;
     bool m_hasFailed = false;
     bool m_isBottomUp = false;

@@ -13,7 +13,6 @@ namespace ostrel {
 namespace {
 
 constexpr int bytesPerPixel = 4;
-constexpr int longestSide = 32'767;
 
 /// Whether red comes before blue; absent for pixels that are anything but three bytes of colour and one more.
 std::optional<bool> isRedFirst(std::uint32_t format)
@@ -33,7 +32,7 @@ std::optional<bool> isRedFirst(std::uint32_t format)
 /// Whether the sizes can be those of a picture, and can be computed with.
 bool isPossible(const WaylandPixelLayout &layout)
 {
-    const auto isSide = [](int side) { return side > 0 && side <= longestSide; };
+    const auto isSide = [](int side) { return side > 0 && side <= WaylandOutputLook::longestSide; };
     return isSide(layout.size.width()) && isSide(layout.size.height()) &&
            layout.stride >= std::ptrdiff_t(layout.size.width()) * bytesPerPixel &&
            layout.stride <= std::numeric_limits<std::int32_t>::max() / layout.size.height();
@@ -115,16 +114,24 @@ Result<int> WlrScreenshotter::transformFor(QSize size) const
     return transform;
 }
 
+Result<> WlrScreenshotter::wait(const std::function<bool()> &isMet)
+{
+    // Not every compositor says of the pictures under way that their output has gone.
+    const auto isOver = [&] { return isMet() || !m_outputs->find(m_global); };
+    WaylandConnection &connection = m_outputs->connection();
+    if (connection.waitUntil(isOver, m_seams.patience))
+        return {};
+    if (!connection.isBroken())
+        connection.giveUp();
+    return std::unexpected(connection.brokenError());
+}
+
 Result<WaylandPixelLayout> WlrScreenshotter::describe(WlrFrame &frame)
 {
-    WaylandConnection &connection = m_outputs->connection();
-    if (!connection.waitUntil([&frame] { return frame.isDescribed(); }, m_seams.patience)) {
-        if (!connection.isBroken())
-            connection.giveUp();
-        return std::unexpected(connection.brokenError());
-    }
+    if (const auto told = wait([&frame] { return frame.isDescribed(); }); !told)
+        return std::unexpected(told.error());
     const auto layout = frame.layout();
-    if (!layout)
+    if (!layout || frame.isEnded())
         return std::unexpected(refused());
     if (!isRedFirst(layout->format))
         return std::unexpected(
@@ -159,11 +166,9 @@ Result<bool> WlrScreenshotter::fetch(WlrFrame &frame)
     const auto isEnded = [&frame] { return frame.isEnded(); };
     if (m_isWhole) {
         frame.copy(*m_buffer);
-        if (connection.waitUntil(isEnded, m_seams.patience))
-            return outcome(frame);
-        if (!connection.isBroken())
-            connection.giveUp();
-        return std::unexpected(connection.brokenError());
+        if (const auto ended = wait(isEnded); !ended)
+            return std::unexpected(ended.error());
+        return outcome(frame);
     }
     frame.copyWhenChanged(*m_buffer);
     if (connection.waitUntil(isEnded, m_seams.unchangedAfter))

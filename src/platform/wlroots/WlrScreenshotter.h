@@ -6,6 +6,7 @@
 #include "platform/wlroots/WaylandOutputs.h"
 #include "platform/wlroots/WlrCaptureSeams.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -34,6 +35,8 @@ public:
 private:
     /// How the output is turned now, if a picture of this size in memory fits it still.
     Result<int> transformFor(QSize size) const;
+    /// Waits for an answer that is due, or until the output has gone. A compositor that takes too long is given up.
+    Result<> wait(const std::function<bool()> &isMet);
     /// Waits until the compositor has said what memory it wants.
     Result<WaylandPixelLayout> describe(WlrFrame &frame);
     /// Has the memory ready that is wanted.

@@ -39,6 +39,8 @@ CardPage {
             selectedTextColor: Theme.accentInk
             font.family: Theme.fixed
             font.pixelSize: Theme.labelSize
+            Accessible.role: Accessible.EditableText
+            Accessible.readOnly: true
             Accessible.name: qsTr("Recovery key")
         }
     }

@@ -25,6 +25,7 @@ Loader {
         id: day
 
         JournalDayHeader {
+            focus: true
             dayName: root.dayName
             dayDate: root.dayDate
             collapsed: root.collapsed
@@ -36,6 +37,7 @@ Loader {
         id: session
 
         JournalSessionLine {
+            focus: true
             time: root.time
             current: root.current
         }
@@ -44,6 +46,7 @@ Loader {
         id: entry
 
         JournalEntryRow {
+            focus: true
             time: root.time
             workspace: root.workspace
             text: root.text

@@ -37,6 +37,7 @@ FocusScope {
 
             x: Theme.margin
             width: parent.width - 2 * Theme.margin
+            topPadding: Theme.step
             spacing: Theme.step * 2
 
             NoteText {

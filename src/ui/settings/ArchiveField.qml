@@ -7,6 +7,7 @@ FieldGroup {
     id: root
 
     required property ArchiveForm archive
+    required property ArchiveTargetForm target
     required property ExportForm footageExport
 
     readonly property bool paused: archive.hasVault && !archive.archiveEnabled
@@ -14,11 +15,21 @@ FieldGroup {
     title: qsTr("Cloud Archive")
     remark: paused ? qsTr("Paused") : ""
 
-    Component.onCompleted: archive.refreshArchiveStatus()
+    Component.onCompleted: {
+        archive.refreshArchiveStatus()
+        target.refreshArchiveTarget()
+    }
 
     NoteText {
         width: parent.width
         text: qsTr("Back up raw footage to the cloud, encrypted on this Mac.")
+    }
+
+    ArchivePlaceLine {
+        width: parent.width
+        visible: root.target.offered
+        enabled: !root.archive.archiveBusy
+        target: root.target
     }
 
     Flow {
@@ -58,8 +69,8 @@ FieldGroup {
 
     MessageLine {
         width: parent.width
-        // The wizard and the card show it themselves while they are open.
-        visible: text !== "" && root.archive.archiveWizardStep === ArchiveForm.Closed
+        // The wizard and the cards show it themselves while they are open.
+        visible: text !== "" && root.archive.archiveWizardStep === ArchiveForm.Closed && !root.target.open
         text: root.archive.archiveMessage
         isError: root.archive.archiveMessageIsError
     }

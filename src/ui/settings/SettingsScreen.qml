@@ -22,6 +22,23 @@ FocusScope {
         }
     }
 
+    // What the keyboard comes to is brought into view, with the group that says what it is for.
+    Keys.onReleased: event => {
+        if (event.key === Qt.Key_Tab || event.key === Qt.Key_Backtab)
+            reveal(root.Window.activeFocusItem)
+    }
+
+    function reveal(control: Item) {
+        let group = control
+        while (group && group.parent !== page)
+            group = group.parent
+        if (!group)
+            return
+        const above = group.y + group.height - flickable.height + Theme.step
+        const below = group.y - Theme.step
+        flickable.contentY = Math.max(0, Math.min(Math.max(flickable.contentY, above), below))
+    }
+
     HeaderBar {
         id: header
 
@@ -64,11 +81,16 @@ FocusScope {
             ArchiveField {
                 width: page.width
                 archive: root.model.archive
+                target: root.model.archiveTarget
                 footageExport: root.model.footageExport
             }
             InferenceField {
                 width: page.width
                 form: root.model.settings
+            }
+            AutostartField {
+                width: page.width
+                form: root.model.autostart
             }
         }
     }

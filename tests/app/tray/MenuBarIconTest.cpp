@@ -44,6 +44,31 @@ TEST_P(MenuBarIconAtScale, recording_redDotStandsInTheTopRightCornerInAClearRing
     EXPECT_EQ(at(image, 42, 40), label) << "the rest is drawn as ever";
 }
 
+/// At the sizes of a real tray a stroke is hardly wider than a pixel, so the nearest pixels are looked at.
+TEST_P(MenuBarIconAtScale, drawnAtTraySize_everyMarkOfTheTablesIsSeen)
+{
+    const QImage image = MenuBarIcon::image(true, label, GetParam());
+    const auto mostOpaqueNear = [&image](QPointF point) {
+        const QPointF pixel = point * image.width() / 64.0;
+        int most = 0;
+        for (const int dx : {-1, 0})
+            for (const int dy : {-1, 0})
+                most = std::max(most, image.pixelColor(qRound(pixel.x()) + dx, qRound(pixel.y()) + dy).alpha());
+        return most;
+    };
+    for (const QPointF center : {QPointF(22, 14), QPointF(22, 32), QPointF(42, 32), QPointF(22, 50)}) {
+        EXPECT_GT(mostOpaqueNear(center - QPointF(8, 0)), 100) << center.x() << ' ' << center.y();
+        EXPECT_LT(image.pixelColor(int(center.x() * image.width() / 64), int(center.y() * image.width() / 64)).alpha(),
+                  mostOpaqueNear(center - QPointF(8, 0)))
+            << "a ring";
+    }
+    for (const QPointF middle : {QPointF(32, 32), QPointF(22, 23), QPointF(42, 23), QPointF(22, 41)})
+        EXPECT_GT(mostOpaqueNear(middle), 60) << middle.x() << ' ' << middle.y();
+    const QColor dot = image.pixelColor(image.width() - qRound(3 * GetParam()), qRound(3 * GetParam()) - 1);
+    EXPECT_EQ(dot.alpha(), 255);
+    EXPECT_GT(dot.red(), 2 * dot.green());
+}
+
 INSTANTIATE_TEST_SUITE_P(Scales, MenuBarIconAtScale, testing::Values(1.0, 1.5, 2.0));
 
 TEST(MenuBarIcon, image_isOfTheSizeOfItsScale)

@@ -137,7 +137,7 @@ TEST_F(StatusItem, clickIntoAnotherWindow_closesThePanelAndTheNextClickOnTheIcon
     click();
     Q_EMIT m_panel->leftByUser();
     EXPECT_FALSE(m_panel->shown);
-    advance(250ms);
+    advance(500ms);
     click();
     EXPECT_TRUE(m_panel->shown);
 }
@@ -146,7 +146,7 @@ TEST_F(StatusItem, clickOnTheIconThatFirstTakesTheKeyboard_closesThePanelOnce)
 {
     click();
     Q_EMIT m_panel->leftByUser();
-    advance(249ms);
+    advance(499ms);
     click();
     EXPECT_FALSE(m_panel->shown) << "one click has closed it";
     click();
@@ -166,6 +166,17 @@ TEST_F(StatusItem, quitChosen_modelQuits)
     m_observer.expect(postFrames, statusAnswer(true));
     expectStop();
     Q_EMIT m_item->quitChosen();
+    settle();
+    EXPECT_EQ(commands(), QStringList({postFrames, postStop}));
+    EXPECT_EQ(m_events, QStringList({endedByRequest, terminated}));
+}
+
+TEST_F(StatusItem, quitPressedInThePanel_modelQuits)
+{
+    click();
+    m_observer.expect(postFrames, statusAnswer(true));
+    expectStop();
+    Q_EMIT m_panel->quitPressed();
     settle();
     EXPECT_EQ(commands(), QStringList({postFrames, postStop}));
     EXPECT_EQ(m_events, QStringList({endedByRequest, terminated}));

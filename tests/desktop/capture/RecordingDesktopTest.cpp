@@ -239,7 +239,7 @@ TEST_F(RecordingDesktop, changesOfThrottledPictures_areSentWithTheNextThatIsJudg
     m_settings.frameFps = 10;
     ASSERT_TRUE(start());
     m_painter.fill(QRect(10, 10, 300, 200), 0xff0000);
-    m_clock.setNowMs(m_clock.nowMs() - 250); // a clock set back has the next pictures throttled
+    m_clock.setNowMs(m_clock.nowMs() - 50); // a clock set back a little has the next picture throttled
     m_clock.advance(100ms);
     settle();
     EXPECT_EQ(counter(QStringLiteral("throttled")), 1);

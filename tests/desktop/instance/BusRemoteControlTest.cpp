@@ -39,7 +39,16 @@ protected:
                                 co_await Op<int>(m_life.get_token(), [](auto) { return [] {}; });
                             co_return saved;
                         },
+                        .complaint = [this] { return m_complaint; },
                         .activate = {}});
+    }
+    std::expected<QString, RemoteFailure> complaint(qint64 processId)
+    {
+        auto answer = std::async(std::launch::async, [this, processId] {
+            return BusRunningApplication(m_bus.address(), 10s).complaint(processId);
+        });
+        EXPECT_TRUE(pumpUntil([&answer] { return answer.wait_for(0s) == std::future_status::ready; }));
+        return answer.get();
     }
     std::expected<bool, RemoteFailure> activate(qint64 processId)
     {
@@ -71,6 +80,7 @@ protected:
     SessionBus m_bus;
     BusRemoteControl m_control{m_bus.address()};
     QStringList m_changes;
+    QString m_complaint;
     bool m_holdsAnswers = false;
     std::stop_source m_life;
 };
@@ -84,6 +94,15 @@ TEST_F(RemoteBus, change_arrivesWholeAndItsAnswerComesBack)
         EXPECT_EQ(askUs(value), Answer(saved));
         EXPECT_EQ(m_changes, QStringList(QStringLiteral("model=") + value));
     }
+}
+
+TEST_F(RemoteBus, complaint_isToldAsItIsAtTheMomentAndOnlyByTheRecorder)
+{
+    open();
+    EXPECT_EQ(complaint(::getpid()), QString());
+    m_complaint = QStringLiteral("Größe 😀");
+    EXPECT_EQ(complaint(::getpid()), m_complaint);
+    EXPECT_EQ(complaint(1), std::unexpected(RemoteFailure::NotTheRecorder));
 }
 
 TEST_F(RemoteBus, everyOutcome_isUnderstood)

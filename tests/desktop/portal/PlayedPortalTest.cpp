@@ -343,6 +343,59 @@ TEST_F(PlayedPortal, firstPictureThatDoesNotCome_isAskedForByAnotherBeginning)
     EXPECT_TRUE(stream.errors().empty());
 }
 
+TEST_F(PlayedPortal, pictureThatIsWantedAgain_comesOnceMoreWithNothingChanged)
+{
+    TestPictures pictures(m_pipeWire.socket(), {.size = size});
+    m_service.behave({.streams = {streamOf(pictures)}});
+    ReceivedStream stream(m_queue, m_source, displays().first());
+    show(pictures, stream, plain(0x1), WaylandPicture::plain(size, 0x1));
+    const std::size_t before = stream.count();
+    stream.deliverAgain();
+    waitUntil(QStringLiteral("the picture"), 20s, [&] { return stream.count() > before; });
+    EXPECT_EQ(stream.last().pixels, WaylandPicture::plain(size, 0x1));
+    EXPECT_EQ(stream.last().changedRows, std::vector<RowRange>());
+    EXPECT_TRUE(stream.errors().empty());
+}
+
+TEST_F(PlayedPortal, pipeWireThatHangs_isSeenThoughTheScreenStaysStill)
+{
+    TestPictures pictures(m_pipeWire.socket(), {.size = size});
+    m_service.behave({.streams = {streamOf(pictures)}});
+    ReceivedStream stream(m_queue, m_source, displays().first());
+    EXPECT_TRUE(stream.isAnswering()) << "nothing was asked before";
+    const auto answers = [&] { return stream.isAnswering(); };
+    for (int look = 0; look < 3; ++look)
+        waitUntil(QStringLiteral("an answer"), 20s, answers);
+    m_pipeWire.daemon().freeze();
+    static_cast<void>(stream.isAnswering()); // the answer to the one before may have come already
+    for (int look = 0; look < 3; ++look)
+        EXPECT_FALSE(stream.isAnswering());
+    m_pipeWire.daemon().thaw();
+    waitUntil(QStringLiteral("an answer"), 20s, answers);
+    EXPECT_TRUE(stream.errors().empty());
+}
+
+TEST_F(PlayedPortal, listThatNeedsTheUsersAnswer_isToldWithoutAsking)
+{
+    EXPECT_TRUE(m_source.wouldAskUser());
+    grant("token");
+    ASSERT_TRUE(m_access.request());
+    const int questions = m_service.seen().questions;
+    EXPECT_FALSE(m_source.wouldAskUser()) << "the token answers";
+    grant({});
+    ASSERT_TRUE(content());
+    EXPECT_FALSE(m_source.wouldAskUser()) << "the session is open";
+    EXPECT_TRUE(PortalDisplaySource(std::make_shared<ScreenCastPortal>()).wouldAskUser()) << "there is no token";
+    EXPECT_EQ(m_service.seen().questions, questions + 1) << "that of the session";
+}
+
+TEST_F(PlayedPortal, userWhoHasDeclined_isNotAskedByAList)
+{
+    m_service.behave({.streams = {}, .answer = TestPortal::Answer::Declines});
+    ASSERT_FALSE(content());
+    EXPECT_FALSE(m_source.wouldAskUser());
+}
+
 TEST_F(PlayedPortal, lastStreamThatStops_endsTheSessionWhereATokenOpensTheNext)
 {
     TestPictures pictures(m_pipeWire.socket(), {.size = size});

@@ -13,6 +13,8 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
+
 using namespace ostrel;
 using namespace std::chrono_literals;
 
@@ -133,14 +135,20 @@ TEST_F(RealPortal, stillScreenThatIsSeenAgain_isSaidToWaitAndGivesItsFirstPictur
         const ReceivedStream stream(m_queue, m_source, onlyDisplay());
         waitForBackground(stream);
     }
-    // This portal tells changes only, and nothing has changed since.
-    LogRecorder log;
-    const ReceivedStream stream(m_queue, m_source, onlyDisplay());
-    waitUntil(QStringLiteral("the word of it"), 20s,
-              [&] { return !log.takeAll().filter(QStringLiteral("waits for its first picture")).isEmpty(); });
-    EXPECT_EQ(stream.count(), 0U);
+    // This portal tells changes only. A desktop that has only just come up may yet draw itself once more.
+    std::optional<ReceivedStream> stream;
+    bool waits = false;
+    while (!waits) {
+        LogRecorder log;
+        stream.emplace(m_queue, m_source, onlyDisplay());
+        waitUntil(QStringLiteral("the word of it, or a picture"), 20s, [&] {
+            waits = !log.takeAll().filter(QStringLiteral("waits for its first picture")).isEmpty();
+            return waits || stream->count() > 0;
+        });
+    }
+    EXPECT_EQ(stream->count(), 0U);
     setBackground("#123456");
-    stream.waitForPicture(WaylandPicture::plain(firstSize, 0x123456));
+    stream->waitForPicture(WaylandPicture::plain(firstSize, 0x123456));
 }
 
 TEST_F(RealPortal, changeOfAPart_isToldAsTheRowsThatItIsIn)

@@ -56,6 +56,15 @@ public:
         m_queue.sync([this] { m_stream->stop(); });
     }
 
+    void deliverAgain()
+    {
+        m_queue.sync([this] { m_stream->deliverAgain(); });
+    }
+    bool isAnswering()
+    {
+        return m_queue.sync([this] { return m_stream->isAnswering(); });
+    }
+
     std::size_t count() const
     {
         const std::scoped_lock lock(m_mutex);

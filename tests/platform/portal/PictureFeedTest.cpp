@@ -118,6 +118,44 @@ TEST_F(Feed, changesThatNobodyKnows_stayUnknownUntilTheyAreDelivered)
     EXPECT_EQ(m_rows, (Rows{{RowRange{.begin = 2, .end = 3}}}));
 }
 
+TEST_F(Feed, pictureThatIsWantedAgain_comesOnceWhenItsTimeHasComeWithNothingChanged)
+{
+    take(1);
+    runJobs();
+    m_now += 100ms;
+    m_feed->deliverAgain();
+    m_feed->deliverAgain();
+    runJobs();
+    EXPECT_EQ(m_deliveries, 1);
+    EXPECT_EQ(m_wake, 400ms);
+    m_now += 400ms;
+    m_feed->deliverWhenDue();
+    runJobs();
+    EXPECT_EQ(m_deliveries, 2);
+    EXPECT_EQ(m_colours, (std::vector<std::uint32_t>{1, 1, 1, 1}));
+    EXPECT_EQ(m_rows, Rows{std::vector<RowRange>()});
+}
+
+TEST_F(Feed, pictureThatIsWantedAgainWhileANewOneWaits_isThatOneWithItsChanges)
+{
+    take(1);
+    runJobs();
+    take(2, QList<QRect>{QRect(0, 3, 1, 1)});
+    m_feed->deliverAgain();
+    m_now += 500ms;
+    m_feed->deliverWhenDue();
+    runJobs();
+    EXPECT_EQ(m_deliveries, 2);
+    EXPECT_EQ(m_rows, (Rows{{RowRange{.begin = 3, .end = 4}}}));
+}
+
+TEST_F(Feed, noPictureYet_isNoneToBeWantedAgain)
+{
+    m_feed->deliverAgain();
+    runJobs();
+    EXPECT_EQ(m_deliveries, 0);
+}
+
 TEST_F(Feed, missedPicture_makesTheNextOneWhole)
 {
     take(1);

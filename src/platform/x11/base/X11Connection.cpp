@@ -14,10 +14,12 @@
 #include <xcb/damage.h>
 #include <xcb/randr.h>
 #include <xcb/render.h>
+#include <xcb/shape.h>
 #include <xcb/shm.h>
 #include <xcb/sync.h>
 #include <xcb/xcbext.h>
 #include <xcb/xfixes.h>
+#include <xcb/xinput.h>
 
 namespace ostrel {
 
@@ -34,8 +36,8 @@ const xcb_screen_t *screenByNumber(xcb_connection_t *connection, int number)
 }
 
 /// What is spoken here; all of them are asked for when the connection is opened.
-constexpr std::array extensions{&xcb_randr_id, &xcb_shm_id,    &xcb_xfixes_id,   &xcb_damage_id,
-                                &xcb_sync_id,  &xcb_render_id, &xcb_composite_id};
+constexpr std::array extensions{&xcb_randr_id,  &xcb_shm_id,       &xcb_xfixes_id, &xcb_damage_id, &xcb_sync_id,
+                                &xcb_render_id, &xcb_composite_id, &xcb_shape_id,  &xcb_input_id};
 
 Error noDisplay(const QByteArray &display)
 {
@@ -164,6 +166,14 @@ std::optional<std::uint8_t> X11Connection::firstEventOf(xcb_extension_t &extensi
     if (!data || !data->present)
         return std::nullopt;
     return data->first_event;
+}
+
+std::optional<std::uint8_t> X11Connection::majorOpcodeOf(xcb_extension_t &extension) const
+{
+    const auto *data = xcb_get_extension_data(get(), &extension);
+    if (!data || !data->present)
+        return std::nullopt;
+    return data->major_opcode;
 }
 
 void X11Connection::selectRootEvents(std::uint32_t mask)

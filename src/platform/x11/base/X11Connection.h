@@ -86,6 +86,9 @@ public:
     /// here.
     std::optional<std::uint8_t> firstEventOf(xcb_extension_t &extension) const;
 
+    /// The number that an extension's requests and generic events carry; absent as above.
+    std::optional<std::uint8_t> majorOpcodeOf(xcb_extension_t &extension) const;
+
     /// Has the server tell of the root window what the mask says, besides what others have asked for here. Nothing is
     /// waited for.
     void selectRootEvents(std::uint32_t mask);

@@ -1,11 +1,44 @@
 #include "PopoverFixture.h"
 
+#include <QColor>
+#include <QFileInfo>
+#include <QImage>
+
+#include <algorithm>
+#include <cstdlib>
+
 using namespace ostrel;
 using namespace std::chrono_literals;
 
 namespace {
 
-/// Makes a picture of every screen, in light and in dark: for the documents, and to be looked at.
+/// How much two pictures differ to the eye: blocks of them that differ, which leaves out what the making of letters and
+/// the saving in few colours do.
+int differingBlocks(const QImage &one, const QImage &other)
+{
+    constexpr int block = 4;
+    constexpr int visibly = 24;
+    const auto coarse = [](const QImage &image) {
+        return image.convertToFormat(QImage::Format_RGB32)
+            .scaled(image.width() / block, image.height() / block, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    };
+    const QImage first = coarse(one);
+    const QImage second = coarse(other);
+    int differing = 0;
+    for (int y = 0; y < first.height(); ++y) {
+        for (int x = 0; x < first.width(); ++x) {
+            const QColor a = first.pixelColor(x, y);
+            const QColor b = second.pixelColor(x, y);
+            if (std::max({std::abs(a.red() - b.red()), std::abs(a.green() - b.green()),
+                          std::abs(a.blue() - b.blue())}) > visibly)
+                ++differing;
+        }
+    }
+    return differing;
+}
+
+/// Every screen in light and in dark. Some pictures of them are kept in docs/pictures, and must look as those do;
+/// scripts/pictures makes them anew where a change is meant.
 class Pictures : public PopoverFixture, public testing::WithParamInterface<bool>
 {
 protected:
@@ -22,12 +55,35 @@ protected:
         m_popover->appearance()->setDark(GetParam());
         settle();
     }
+    /// One that is kept.
+    void compare(const QString &name)
+    {
+        take(name);
+        const QString file = QStringLiteral(OSTREL_KEPT_PICTURES "/") + fileName(name);
+        const QImage kept(file);
+        const QImage drawn = m_view->grabWindow();
+        if (isDrawingAnew())
+            return;
+        ASSERT_EQ(kept.size(), drawn.size()) << file.toStdString();
+        constexpr int aSyllable = 8;
+        EXPECT_LE(differingBlocks(kept, drawn), aSyllable)
+            << file.toStdString() << " is not what is drawn; if it should be, run scripts/pictures";
+        EXPECT_LE(QFileInfo(file).size(), 30'000) << file.toStdString();
+    }
+    /// One to be looked at when they are drawn anew.
     void take(const QString &name)
     {
+        QTest::mouseMove(m_view.get(), {2, 400}); // where nothing is to be pressed
         settle();
-        const QString folder = qEnvironmentVariable("OSTREL_PICTURES", QDir::currentPath());
-        const QString file = QStringLiteral("%1/%2-%3.png").arg(folder, name, GetParam() ? u"dark" : u"light");
-        ASSERT_TRUE(m_view->grabWindow().save(file)) << file.toStdString();
+        if (isDrawingAnew()) {
+            const QString file = qEnvironmentVariable("OSTREL_PICTURES") + u'/' + fileName(name);
+            ASSERT_TRUE(m_view->grabWindow().save(file)) << file.toStdString();
+        }
+    }
+    static bool isDrawingAnew() { return qEnvironmentVariableIsSet("OSTREL_PICTURES"); }
+    static QString fileName(const QString &name)
+    {
+        return QStringLiteral("%1-%2.png").arg(name, GetParam() ? u"dark" : u"light");
     }
     void writeJournal() const
     {
@@ -55,11 +111,11 @@ start_time: 2026-11-21T13:30:40+01:00
 TEST_P(Pictures, recorder)
 {
     start();
-    take(QStringLiteral("recorder"));
+    compare(QStringLiteral("recorder"));
     m_observer.expect(postStart, statusAnswer(true));
     press("Start recording");
     m_observer.always(getStatus, statusAnswer(true));
-    take(QStringLiteral("recording"));
+    compare(QStringLiteral("recording"));
 }
 
 TEST_P(Pictures, recorderWithAnOwnKey)
@@ -86,7 +142,7 @@ TEST_P(Pictures, permissions)
 {
     m_accessibilityGranted = false;
     start();
-    take(QStringLiteral("permissions"));
+    compare(QStringLiteral("permissions"));
 }
 
 TEST_P(Pictures, journal)
@@ -96,7 +152,7 @@ TEST_P(Pictures, journal)
                                                                 QStringLiteral("2026-11-20")};
     start();
     press("Journal");
-    take(QStringLiteral("journal"));
+    compare(QStringLiteral("journal"));
     key(Qt::Key_Down);
     take(QStringLiteral("journal-keyboard"));
 }
@@ -116,7 +172,7 @@ TEST_P(Pictures, settings)
                           ArchiveStatus{.archiveVaultId = QStringLiteral("vault"), .recoveryKey = {}}.toJson()));
     start();
     press("Settings");
-    take(QStringLiteral("settings"));
+    compare(QStringLiteral("settings"));
     m_popover->settings()->setInstructions(QStringLiteral("In one sentence each, please."));
     take(QStringLiteral("settings-edited"));
 }
@@ -134,7 +190,7 @@ TEST_P(Pictures, archiveWizard)
         .recoveryKey = QStringLiteral("ostrel-vault_1qy352euf40x77qfrg4ncn27dauqjx3t83x4ummcpzt0pu5gq0a7xjsk2m9")};
     m_observer.expect(QStringLiteral("POST /api/archive/prepare"), FakeHttpTransport::answer(prepared.toJson()));
     press("Continue");
-    take(QStringLiteral("archive-key"));
+    compare(QStringLiteral("archive-key"));
     press("Next");
     take(QStringLiteral("archive-confirm"));
     press("Back");
@@ -157,7 +213,7 @@ TEST_P(Pictures, exportCard)
     start();
     press("Settings");
     press("Export footage");
-    take(QStringLiteral("export-configure"));
+    compare(QStringLiteral("export-configure"));
     screen().item(QStringLiteral("From, 14 Nov 2026"))->forceActiveFocus();
     key(Qt::Key_Return);
     take(QStringLiteral("export-calendar"));
@@ -178,6 +234,21 @@ TEST_P(Pictures, exportCard)
     press("Done");
 }
 
-INSTANTIATE_TEST_SUITE_P(Schemes, Pictures, testing::Bool());
+INSTANTIATE_TEST_SUITE_P(Schemes, Pictures, testing::Bool(),
+                         [](const auto &info) { return info.param ? std::string("dark") : std::string("light"); });
+
+TEST(PictureComparison, anotherWord_isADifferenceAndTheCrispnessOfAnEdgeIsNone)
+{
+    QImage picture(320, 560, QImage::Format_RGB32);
+    picture.fill(Qt::white);
+    QImage blurred = picture;
+    blurred.setPixelColor(100, 100, QColor(200, 200, 200));
+    EXPECT_EQ(differingBlocks(picture, blurred), 0);
+    for (int x = 40; x < 80; ++x) {
+        for (int y = 100; y < 110; ++y)
+            picture.setPixelColor(x, y, (x + y) % 2 == 0 ? Qt::black : Qt::white);
+    }
+    EXPECT_GT(differingBlocks(picture, blurred), 8);
+}
 
 } // namespace

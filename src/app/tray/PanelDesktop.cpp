@@ -1,0 +1,1 @@
+#include "app/tray/PanelDesktop.h" // moc reads the headers of sources

@@ -1,0 +1,276 @@
+#include "ModelFixture.h"
+#include "support/LogRecorder.h"
+
+using namespace ostrel;
+using namespace std::chrono_literals;
+
+namespace {
+
+const QString noAnswer = QStringLiteral("Screen capture has stalled: no answer from Display 1 (main)");
+
+/// A recording whose pictures the test can have hang.
+class StalledScreenshots : public RunningRecording
+{
+protected:
+    StalledScreenshots()
+    {
+        m_observer.always(postFrames, statusAnswer(true));
+        m_displays.onCapture = [this](quint32) -> Result<std::optional<FrameView>> {
+            if (m_hangs)
+                m_release.wait();
+            return m_picture.view();
+        };
+        m_displays.onShareableContent = [this, show = m_displays.onShareableContent] {
+            ++m_starts;
+            return show();
+        };
+        QObject::connect(m_model.get(), &AppModel::helperErrorChanged,
+                         [this] { m_shown.append(m_model->helperError().value_or(QString())); });
+    }
+    ~StalledScreenshots() override
+    {
+        if (m_hangs)
+            goOn();
+    }
+
+    /// From the next picture on.
+    void hang()
+    {
+        m_recorderHeld = true;
+        m_hangs = true;
+    }
+    void goOn()
+    {
+        m_hangs = false;
+        m_release.count_down();
+        m_recorderHeld = false;
+        settle();
+    }
+
+    std::atomic<bool> m_hangs = false;
+    std::latch m_release{1};
+    std::atomic<int> m_starts = 0; ///< of capture, after the first
+    QStringList m_shown;           ///< every helper error
+};
+
+TEST_F(StalledScreenshots, startThatHelps_isNeverShown)
+{
+    LogRecorder log("com.tamsk.ostrel.ScreenCaptureRecorder");
+    m_recorder->onStalled(noAnswer);
+    settle();
+    EXPECT_EQ(m_starts, 1);
+    EXPECT_EQ(commands(), QStringList(postFrames)) << "what was captured before";
+    advance(120s);
+    EXPECT_EQ(m_starts, 1);
+    EXPECT_EQ(m_shown, QStringList());
+    EXPECT_EQ(m_events, QStringList());
+    EXPECT_EQ(log.take(QtWarningMsg), QStringList(noAnswer));
+    EXPECT_TRUE(log.take(QtInfoMsg).contains(QStringLiteral("screen capture goes on after a stall")));
+    EXPECT_TRUE(m_model->isRecording());
+    EXPECT_TRUE(m_recorder->isCapturing());
+}
+
+TEST_F(StalledScreenshots, pictureThatHangs_isToldAfterAMinuteUntilCaptureGoesOn)
+{
+    LogRecorder log("com.tamsk.ostrel.ScreenCaptureRecorder");
+    hang();
+    advance(69'999ms);
+    EXPECT_EQ(m_shown, QStringList());
+    advance(1ms);
+    EXPECT_EQ(m_model->helperError(), noAnswer);
+    EXPECT_EQ(log.take(QtCriticalMsg), QStringList(noAnswer + QStringLiteral("; starting it again has not helped")));
+    EXPECT_TRUE(m_model->isRecording());
+    EXPECT_EQ(m_starts, 0) << "the queue that hangs starts nothing";
+    advance(120s);
+    EXPECT_EQ(m_shown, QStringList(noAnswer)) << "once";
+    goOn();
+    EXPECT_EQ(m_starts, 1);
+    EXPECT_EQ(m_model->helperError(), noAnswer) << "a start alone doesn't show that it is over";
+    advance(10s);
+    EXPECT_EQ(m_model->helperError(), std::nullopt);
+    EXPECT_EQ(m_events, QStringList());
+    EXPECT_EQ(m_model->recoveryPolicy(), CaptureRecoveryPolicy());
+}
+
+TEST_F(StalledScreenshots, anotherErrorThanTheStalls_staysWhenCaptureGoesOn)
+{
+    hang();
+    advance(70s);
+    ASSERT_EQ(m_model->helperError(), noAnswer);
+    m_launcher.expectFailure(faultError(Fault::NoSuchProgram, QStringLiteral("node")));
+    child().running = false;
+    m_model->startHelper();
+    const auto other = m_model->helperError();
+    ASSERT_NE(other, noAnswer);
+    child().running = true;
+    goOn();
+    advance(10s);
+    EXPECT_EQ(m_model->helperError(), other);
+}
+
+TEST_F(StalledScreenshots, stillScreen_isNoStall)
+{
+    m_pictureStays = true;
+    advance(300s);
+    EXPECT_EQ(m_starts, 0);
+    EXPECT_EQ(m_shown, QStringList());
+}
+
+TEST_F(StalledScreenshots, lockedSession_isNoStall)
+{
+    m_workspace.setLocked(true);
+    advance(300s);
+    m_workspace.setLocked(false);
+    advance(60s);
+    EXPECT_EQ(m_starts, 0);
+    EXPECT_EQ(m_shown, QStringList());
+}
+
+TEST_F(StalledScreenshots, sleep_isNoStall)
+{
+    m_workspace.sleep();
+    settle();
+    advance(300s);
+    EXPECT_EQ(m_starts, 0);
+    m_workspace.wake();
+    settle();
+    EXPECT_EQ(m_starts, 1);
+    advance(60s);
+    EXPECT_EQ(m_starts, 1);
+    EXPECT_EQ(m_shown, QStringList());
+}
+
+TEST_F(StalledScreenshots, sleepDuringAStall_isToldOnlyWhenItIsStillOneAfterTheWake)
+{
+    hang();
+    advance(45s);
+    m_workspace.sleep();
+    advance(300s);
+    EXPECT_EQ(m_shown, QStringList()) << "nobody expects pictures of a machine that sleeps";
+    m_workspace.wake();
+    advance(29'999ms);
+    EXPECT_EQ(m_shown, QStringList());
+    advance(1ms);
+    EXPECT_EQ(m_shown, QStringList(noAnswer));
+    goOn();
+}
+
+TEST_F(StalledScreenshots, userStopsDuringAStall_endsWhenWhatHangsGoesOnAndStaysEnded)
+{
+    hang();
+    advance(45s);
+    expectStop();
+    m_model->toggleRecording();
+    advance(120s);
+    EXPECT_EQ(m_events, QStringList());
+    EXPECT_EQ(m_shown, QStringList());
+    goOn();
+    EXPECT_EQ(m_events, QStringList(endedByRequest));
+    const int starts = m_starts; // the one that waited for what hangs, at the most
+    advance(120s);
+    EXPECT_FALSE(m_recorder->isCapturing());
+    EXPECT_EQ(m_starts, starts);
+    EXPECT_EQ(m_shown, QStringList());
+}
+
+/// Two streams of a screen that stays still.
+class StalledStreams : public ModelFixture
+{
+protected:
+    StalledStreams()
+    {
+        m_displays.mode = CaptureMode::Streams;
+        m_displays.show({1, 2});
+        m_observer.always(postFrames, statusAnswer(true));
+        launch();
+        record();
+        QObject::connect(m_model.get(), &AppModel::helperErrorChanged,
+                         [this] { m_shown.append(m_model->helperError().value_or(QString())); });
+    }
+
+    /// How often capture was started, after the first time.
+    std::size_t starts() const { return m_displays.streams.size() / 2 - 1; }
+    void dieSecond()
+    {
+        m_displays.streams.back()->die(Error{{}, 0, QStringLiteral("unplugged")});
+        settle();
+    }
+
+    QStringList m_shown; ///< every helper error
+};
+
+TEST_F(StalledStreams, stillScreen_isNoStall)
+{
+    advance(300s);
+    EXPECT_EQ(starts(), 0u);
+    EXPECT_EQ(m_shown, QStringList());
+}
+
+TEST_F(StalledStreams, oneThatStops_allAreStartedAgainASecondLaterAndNobodyIsTold)
+{
+    dieSecond();
+    advance(999ms);
+    EXPECT_EQ(starts(), 0u);
+    advance(1ms);
+    EXPECT_EQ(starts(), 1u);
+    advance(300s);
+    EXPECT_EQ(starts(), 1u);
+    EXPECT_EQ(m_shown, QStringList());
+    EXPECT_EQ(m_events, QStringList());
+}
+
+TEST_F(StalledStreams, oneThatStopsAgainAndAgain_isGivenTwiceTheTimeEachTimeUpTo32Seconds)
+{
+    for (const auto pause : {1s, 2s, 4s, 8s, 16s, 32s, 32s}) {
+        const std::size_t before = starts();
+        dieSecond();
+        advance(pause - 1ms);
+        EXPECT_EQ(starts(), before);
+        advance(1ms);
+        EXPECT_EQ(starts(), before + 1);
+    }
+    EXPECT_EQ(m_shown, QStringList());
+    advance(10s); // all of them live
+    const std::size_t before = starts();
+    dieSecond();
+    advance(1s);
+    EXPECT_EQ(starts(), before + 1);
+}
+
+TEST_F(StalledStreams, oneThatDoesNotAnswer_isStartedAgainAndThatHelps)
+{
+    m_displays.streams.back()->answers = false;
+    advance(40s);
+    EXPECT_EQ(starts(), 1u);
+    advance(300s);
+    EXPECT_EQ(starts(), 1u);
+    EXPECT_EQ(m_shown, QStringList());
+}
+
+TEST_F(StalledStreams, noStartHelps_isToldAfterTheFirstAndGivenUpAfterTheFifth)
+{
+    m_displays.newStreamsAnswer = false;
+    m_displays.streams.back()->answers = false;
+    advance(40s); // it has answered once
+    ASSERT_EQ(starts(), 1u);
+    EXPECT_EQ(m_shown, QStringList());
+    advance(30s);
+    const QString noAnswerFromBoth =
+        QStringLiteral("Screen capture has stalled: no answer from Display 1 (main), Display 2");
+    EXPECT_EQ(m_model->helperError(), noAnswerFromBoth);
+    EXPECT_EQ(starts(), 2u);
+    m_observer.expect(postStop, statusAnswer(false));
+    advance(90s);
+    EXPECT_EQ(starts(), 5u);
+    EXPECT_EQ(m_events, QStringList());
+    advance(29s);
+    m_observer.always(getStatus, statusAnswer(false));
+    advance(1s);
+    EXPECT_EQ(m_events, QStringList(captureFailed));
+    EXPECT_EQ(m_model->helperError(), noAnswerFromBoth);
+    EXPECT_FALSE(m_model->isRecording());
+    advance(120s);
+    EXPECT_EQ(starts(), 5u);
+}
+
+} // namespace
