@@ -1,4 +1,6 @@
+#include "ColdCopy.h"
 #include "DesktopScene.h"
+#include "OwnWindow.h"
 #include "ProcessUsage.h"
 #include "VirtualScreen.h"
 #include "base/Clock.h"
@@ -9,10 +11,8 @@
 
 #include <QCoreApplication>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 #include <functional>
 #include <optional>
 #include <thread>
@@ -30,40 +30,6 @@ namespace {
 constexpr int rounds = 41;
 /// Between frames, so that nothing is in the caches but what a real recording would find there.
 constexpr auto pause = std::chrono::milliseconds(100);
-
-double median(std::vector<double> values)
-{
-    const auto middle = values.begin() + std::ptrdiff_t(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
-}
-
-/// Copies between buffers that together are larger than the caches.
-class ColdCopy
-{
-public:
-    explicit ColdCopy(std::size_t bytes)
-    {
-        constexpr std::size_t atLeastBytes = 256'000'000;
-        const std::size_t count = std::max<std::size_t>(4, atLeastBytes / bytes) / 2 * 2;
-        for (std::size_t i = 0; i < count; ++i)
-            m_buffers.emplace_back(bytes, std::uint8_t(i));
-    }
-
-    double measureMs()
-    {
-        auto &from = m_buffers[m_next++ % m_buffers.size()];
-        auto &to = m_buffers[m_next++ % m_buffers.size()];
-        const double before = ownCpuMs();
-        std::memcpy(to.data(), from.data(), from.size());
-        __asm__ volatile("" ::"r"(to.data()) : "memory");
-        return ownCpuMs() - before;
-    }
-
-private:
-    std::vector<std::vector<std::uint8_t>> m_buffers;
-    std::size_t m_next = 0;
-};
 
 struct Cost {
     std::vector<double> clientMs;
@@ -191,6 +157,8 @@ public:
         return printRow(name, m_size, median(cost.clientMs), median(cost.serverMs), unit, cost.totalMs(), budget);
     }
 
+    const QByteArray &display() const { return m_screen.display(); }
+
     /// What waking the server up and waiting for it costs at the least: so much more is a frame that asks anything.
     void printRoundTrip()
     {
@@ -233,6 +201,10 @@ bool measureTime(QSize size)
     bool allHold = tracked.holds("unchanged", nullptr, 0.1);
     allHold = tracked.holds("changed: a line of text", &DesktopScene::change, 11) && allHold;
     allHold = tracked.holds("changed: all of the screen", &DesktopScene::changeAll, 11) && allHold;
+    // A window that belongs into no picture: the others are put together without it.
+    const OwnWindow own(tracked.display(), QRect(QPoint(), size / 3));
+    allHold = tracked.holds("unchanged, composed", nullptr, 2.2) && allHold;
+    allHold = tracked.holds("changed: all of it, composed", &DesktopScene::changeAll, 11) && allHold;
     // Where the server can't tell what has changed, every picture is fetched whole.
     TimeMeasurement untracked(size, {QStringLiteral("-extension"), QStringLiteral("DAMAGE")});
     return untracked.holds("unchanged, without XDamage", nullptr, 2.2) && allHold;
