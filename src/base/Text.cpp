@@ -76,19 +76,27 @@ bool containsCaseFolded(const QString &text, const QString &part)
     return text.toCaseFolded().contains(part.toCaseFolded());
 }
 
-QString harmless(const QString &text)
+QString escapedForTerminal(const QString &text)
 {
-    constexpr qsizetype longest = 60;
-    const QList<uint> characters = text.toUcs4();
     QString shown;
-    for (const uint character : characters.first(std::min(longest, characters.size()))) {
+    for (const uint character : text.toUcs4()) {
         const bool breaksLine = character == QChar::LineSeparator || character == QChar::ParagraphSeparator;
         if (QChar::isPrint(character) && !breaksLine)
             shown += QChar::fromUcs4(character);
         else
             shown += QStringLiteral("\\u{%1}").arg(character, 0, 16);
     }
-    return characters.size() > longest ? shown + QStringLiteral("...") : shown;
+    return shown;
+}
+
+QString harmless(const QString &text)
+{
+    constexpr qsizetype longest = 60;
+    const QList<uint> characters = text.toUcs4();
+    if (characters.size() <= longest)
+        return escapedForTerminal(text);
+    const auto beginning = reinterpret_cast<const char32_t *>(characters.constData());
+    return escapedForTerminal(QString::fromUcs4(beginning, longest)) + QStringLiteral("...");
 }
 
 std::optional<qint64> parseInteger(const QString &text)

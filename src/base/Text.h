@@ -23,8 +23,11 @@ QStringList splitWords(const QString &text);
 /// Whether `text` holds `part` when both are case-folded by the Unicode rules.
 bool containsCaseFolded(const QString &text, const QString &part);
 
-/// What somebody else wrote, fit to be repeated to a terminal: 60 characters at most, and each that it would obey, or
-/// that would break the line, as "\u{1b}".
+/// What somebody else wrote, fit for a terminal: each character that it would obey, or that would break the line, as
+/// "\u{1b}".
+QString escapedForTerminal(const QString &text);
+
+/// The same, to be repeated within a sentence: 60 characters at most.
 QString harmless(const QString &text);
 
 /// A decimal integer of the form [+-]?[0-9]+ that fits into 64 bits, and nothing else around it.

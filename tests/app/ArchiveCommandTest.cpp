@@ -225,10 +225,20 @@ TEST_F(ArchiveCommand, enableOfOneThatIsOn_saysSo)
 
 TEST_F(ArchiveCommand, disable_pausesAndSaysSo)
 {
+    script(getArchive, archive(true, "vault-1"));
     script(disable, archive(false, "vault-1"));
     const auto outcome = does("disable");
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.messages, QStringLiteral("Archive uploads paused.\n"));
+}
+
+TEST_F(ArchiveCommand, disableWithoutAnArchive_saysThatThereIsNone)
+{
+    script(getArchive, archive(false, ""));
+    const auto outcome = does("disable");
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.messages.toStdString(), HasSubstr("There is no archive to pause."));
+    EXPECT_EQ(asked(), QList<QByteArray>{getArchive});
 }
 
 TEST_F(ArchiveCommand, recover_takesTheKeyFromStandardInputOrAFileTrimmed)

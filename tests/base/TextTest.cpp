@@ -62,6 +62,12 @@ TEST(Text, contains_otherCase_isFound)
     EXPECT_FALSE(containsCaseFolded(QStringLiteral("sear ch"), QStringLiteral("search")));
 }
 
+TEST(Text, escapedForTerminal_longText_isWholeAndWhatATerminalObeysWrittenOut)
+{
+    EXPECT_EQ(escapedForTerminal(QString(1000, u'x') + QStringLiteral("\x1b")),
+              QString(1000, u'x') + QStringLiteral("\\u{1b}"));
+}
+
 TEST(Text, harmless_plainText_staysAsItIs)
 {
     EXPECT_EQ(harmless(QStringLiteral("Größe (1)")), QStringLiteral("Größe (1)"));

@@ -106,16 +106,26 @@ CommandResult showStatus(const ArchiveOptions &options, const Platform &platform
                                             : archiveStatusText(*status, exporting));
 }
 
-CommandResult perform(const Platform &platform, const std::function<void(ArchiveArea &archive)> &begin)
+CommandResult perform(ArchiveSession &session, const std::function<void(ArchiveArea &archive)> &begin)
+{
+    if (const auto error = session.perform(begin))
+        return failed(*error);
+    return {.status = ExitSuccess,
+            .output = {},
+            .messages = session.state().archiveMessage().value_or(QString()) + QLatin1Char('\n')};
+}
+
+CommandResult disable(const Platform &platform)
 {
     const auto session = ArchiveSession::open(platform);
     if (!session)
         return failed(session.error());
-    if (const auto error = (*session)->perform(begin))
-        return failed(*error);
-    return {.status = ExitSuccess,
-            .output = {},
-            .messages = (*session)->state().archiveMessage().value_or(QString()) + QLatin1Char('\n')};
+    const auto status = (*session)->fetchArchiveStatus();
+    if (!status)
+        return failed(status.error().localizedDescription);
+    if (status->archiveVaultId.isEmpty())
+        return failed(QStringLiteral("There is no archive to pause. `ostrel archive enable` makes one."));
+    return perform(**session, [](ArchiveArea &archive) { archive.disableArchive(); });
 }
 
 Result<QString> readKey(const std::optional<QString> &keyFile)
@@ -139,7 +149,10 @@ CommandResult recover(const ArchiveOptions &options, const Platform &platform)
     // Before an observer is started for nothing.
     if (trimmedBlanksAndNewlines(*key).isEmpty())
         return CommandResult::failure(ExitUsage, QStringLiteral("Recovery key is required"));
-    return perform(platform, [&key](ArchiveArea &archive) { archive.recoverArchive(*key); });
+    const auto session = ArchiveSession::open(platform);
+    if (!session)
+        return failed(session.error());
+    return perform(**session, [&key](ArchiveArea &archive) { archive.recoverArchive(*key); });
 }
 
 CommandResult run(const QCommandLineParser &parser, const Platform &platform)
@@ -160,7 +173,7 @@ CommandResult run(const QCommandLineParser &parser, const Platform &platform)
         return recover(*options, platform);
     if (action == exportAction)
         return exportArchive(*options, platform);
-    return perform(platform, [](ArchiveArea &archive) { archive.disableArchive(); });
+    return disable(platform);
 }
 
 } // namespace

@@ -25,22 +25,6 @@ const QString base64Key = QStringLiteral("base64");
 const QString pictureKey = QStringLiteral("picture");
 const QString framesKey = QStringLiteral("frames");
 
-/// All of a text that somebody else wrote, fit for a terminal: what is sent has to be seen to its end.
-QString shown(const QString &text)
-{
-    constexpr qsizetype pieceLength = 60; // as much as is repeated at once
-    const QList<uint> characters = text.toUcs4();
-    QString whole;
-    for (qsizetype at = 0; at < characters.size(); at += pieceLength) {
-        const QList<uint> piece = characters.mid(at, pieceLength);
-        QString part;
-        for (const uint character : piece)
-            part += QChar::fromUcs4(character);
-        whole += harmless(part);
-    }
-    return whole;
-}
-
 QString stringOf(const QJsonObject &object, const char *key)
 {
     return object.value(QLatin1String(key)).toString();
@@ -59,24 +43,24 @@ QString frameLine(const QJsonObject &frame)
     const QJsonObject picture = frame.value(pictureKey).toObject();
     const bool isSent = frame.value(QLatin1String("isSent")).toBool();
     QString line = QStringLiteral("  %1  %2, %3 x %4, ")
-                       .arg(timeOf(frame), shown(stringOf(frame, "displayLabel")))
+                       .arg(timeOf(frame), escapedForTerminal(stringOf(frame, "displayLabel")))
                        .arg(frame.value(QLatin1String("width")).toInteger())
                        .arg(frame.value(QLatin1String("height")).toInteger());
     if (!picture.isEmpty())
         line += QStringLiteral("%1, %2 bytes")
-                    .arg(shown(stringOf(picture, "name")))
+                    .arg(escapedForTerminal(stringOf(picture, "name")))
                     .arg(picture.value(QLatin1String("bytes")).toInteger());
     else
         line += isSent ? QStringLiteral("text only") : QStringLiteral("left out");
     const QString why = stringOf(frame, "leftOut");
-    return why.isEmpty() ? line : QStringLiteral("%1: %2").arg(line, shown(why));
+    return why.isEmpty() ? line : QStringLiteral("%1: %2").arg(line, escapedForTerminal(why));
 }
 
 QString indented(const QString &text)
 {
     QStringList lines;
     for (const QString &line : text.split(u'\n'))
-        lines.append(QStringLiteral("  ") + shown(line));
+        lines.append(QStringLiteral("  ") + escapedForTerminal(line));
     return lines.join(u'\n');
 }
 
@@ -94,11 +78,13 @@ QString asText(const QJsonObject &preview)
     const QString reason = stringOf(preview, "reason");
     QString text;
     if (!recipient.isEmpty())
-        text += QStringLiteral("to      %1 (%2)\nmodel   %3\n")
-                    .arg(shown(stringOf(recipient, "host")), shown(stringOf(recipient, "url")),
-                         shown(stringOf(recipient, "model")));
+        text +=
+            QStringLiteral("to      %1 (%2)\nmodel   %3\n")
+                .arg(escapedForTerminal(stringOf(recipient, "host")), escapedForTerminal(stringOf(recipient, "url")),
+                     escapedForTerminal(stringOf(recipient, "model")));
     if (!reason.isEmpty())
-        text += recipient.isEmpty() ? shown(reason) + u'\n' : QStringLiteral("waits   %1\n").arg(shown(reason));
+        text += recipient.isEmpty() ? escapedForTerminal(reason) + u'\n'
+                                    : QStringLiteral("waits   %1\n").arg(escapedForTerminal(reason));
     const QJsonArray frames = preview.value(framesKey).toArray();
     if (!frames.isEmpty())
         text += QStringLiteral("frames  %1\n").arg(frames.size());

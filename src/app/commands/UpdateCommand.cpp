@@ -40,7 +40,7 @@ QString asText(const InstalledProgram &program, const std::optional<Release> &ne
                             .error = {}};
     QString text = QStringLiteral("%1 This is version %2.\n").arg(updateWords(state), version);
     if (!state.notes.isEmpty())
-        text += QStringLiteral("What is new: %1\n").arg(harmless(state.notes));
+        text += QStringLiteral("What is new: %1\n").arg(escapedForTerminal(state.notes));
     if (state.installsItself)
         text += QStringLiteral("`ostrel update install` installs it.\n");
     return text;
