@@ -1,4 +1,5 @@
 #include "ArchiveCommandFixture.h"
+#include "support/ScopedVariable.h"
 
 #include <QDateTime>
 #include <QJsonDocument>
@@ -104,6 +105,25 @@ TEST_F(ForgetCommand, secondsAndTimesOfToday_areUnderstood)
     EXPECT_EQ(sent("toMs"), today.toMSecsSinceEpoch() + 5'999);
 }
 
+TEST_F(ForgetCommand, hourThatOccursTwice_isMeantFromItsFirstToItsLast)
+{
+    const ScopedVariable berlin("TZ", "Europe/Berlin");
+    answer({});
+    EXPECT_EQ(forgetsBetween("2026-10-25 02:30", "2026-10-25 02:45").status, 0);
+    EXPECT_EQ(sent("fromMs"),
+              QDateTime::fromString(QStringLiteral("2026-10-25T00:30:00Z"), Qt::ISODate).toMSecsSinceEpoch());
+    EXPECT_EQ(sent("toMs"),
+              QDateTime::fromString(QStringLiteral("2026-10-25T01:45:59.999Z"), Qt::ISODateWithMs).toMSecsSinceEpoch());
+}
+
+TEST_F(ForgetCommand, timesAroundTheHourThatOccursTwice_haveBothBetweenThem)
+{
+    const ScopedVariable berlin("TZ", "Europe/Berlin");
+    answer({});
+    EXPECT_EQ(forgetsBetween("2026-10-25 01:30", "2026-10-25 03:45").status, 0);
+    EXPECT_EQ(sent("toMs") - sent("fromMs"), ((3 * 60 + 15) * 60 + 59) * 1000 + 999);
+}
+
 TEST_F(ForgetCommand, wordsThatMakeNoTime_areRefusedAndNothingIsAsked)
 {
     const auto complaint = [this](const QStringList &words) {
@@ -117,6 +137,7 @@ TEST_F(ForgetCommand, wordsThatMakeNoTime_areRefusedAndNothingIsAsked)
                     HasSubstr("--minutes takes a number of minutes"));
     EXPECT_THAT(complaint({QStringLiteral("--minutes=5"), QStringLiteral("--from=10:00")}), HasSubstr("not both"));
     EXPECT_THAT(complaint({QStringLiteral("--from=yesterday")}), HasSubstr("--from takes a local time"));
+    EXPECT_THAT(complaint({QStringLiteral("--from=1960-01-01 10:00")}), HasSubstr("--from takes a local time"));
     EXPECT_THAT(complaint({QStringLiteral("--from=2026-11-20 10:00"), QStringLiteral("--to=25:00")}),
                 HasSubstr("--to takes a local time"));
     EXPECT_THAT(complaint({QStringLiteral("--from=2026-11-20 10:00"), QStringLiteral("--to=2026-11-19 10:00")}),

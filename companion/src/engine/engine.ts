@@ -79,9 +79,7 @@ export class Engine {
   /** The question that is out, which a change of the settings takes back. */
   #question: AbortController | undefined;
   #lastSettings;
-  /** Chunks with a stored answer that are not done: nobody need be asked about them. */
-  readonly #answered = new Set<number>();
-  /** Those of them whose lines stand in the journal: what the user then deletes stays so. */
+  /** Chunks that are not done, but whose lines stand in the journal: what the user then deletes stays so. */
   readonly #appended = new Set<number>();
   #putAsideInRow = 0;
   #waiters: (() => void)[] = [];
@@ -260,7 +258,7 @@ export class Engine {
     if (chosen.kind === "local") return oldest?.id;
     // The end of a session comes when all of it is done, should that be by the built-in analyser.
     if (oldest?.hasFrames === false) return oldest.id;
-    const free = this.#pending.find(({ id, hasGaps }) => hasGaps || this.#answered.has(id));
+    const free = this.#pending.find(({ hasGaps, hasAnswer }) => hasGaps || hasAnswer);
     if (free !== undefined) return free.id;
     if (this.#modelReason !== undefined) return undefined;
     return this.#nextForModel();
@@ -269,7 +267,7 @@ export class Engine {
   /** The one that somebody has to be asked about first. */
   #nextForModel(): number | undefined {
     const ids = this.#pending
-      .filter(({ id, hasFrames }) => hasFrames && !this.#answered.has(id))
+      .filter(({ hasFrames, hasAnswer }) => hasFrames && !hasAnswer)
       .map((chunk) => chunk.id);
     return this.#suspects.choose(ids.reverse());
   }
@@ -310,15 +308,15 @@ export class Engine {
     const { spool, withRoom, onWritten } = this.#dependencies;
     const chunk = await this.#sifted(await usable("read", () => spool.readChunk(id)));
     const stored = await usable("read the result of", () => spool.readResult(id));
+    // Somebody has deleted the answer for which it has its turn, and there is nobody to ask.
+    if (stored === undefined && chosen.kind === "unavailable" && chunk.frames.length > 0) return;
     const result = stored ?? (await this.#analyse(chunk, chosen));
-    this.#answered.add(id);
     if (result.bullets.length > 0 && !this.#appended.has(id)) {
       await this.#append(chunk, result.bullets);
       this.#appended.add(id);
     }
     const state = result.state === undefined ? spool.queueState?.state : result.state;
     await withRoom(() => spool.complete(chunk, state));
-    this.#answered.delete(id);
     this.#appended.delete(id);
     if (result.bullets.length > 0) onWritten(result.bullets.length);
   }

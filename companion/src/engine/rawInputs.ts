@@ -8,6 +8,8 @@ import { type Chunk, extentOf, pictureName, TimeRange } from "../spool/records.t
 
 /** Says of when the folder's contents are, for whoever has that time forgotten. */
 export const rawRecordName = "time.json";
+/** Quotes the journal's last lines. */
+export const requestFileName = "request.json";
 export const RawRecord = z.object({ version: z.literal(1), extent: TimeRange });
 
 /** Keeps the last request about a chunk, beside the pictures that it names. */
@@ -19,7 +21,7 @@ export async function saveRequest(
 ): Promise<void> {
   const folder = join(directory, String(chunkId));
   await disk.makeFolder(folder);
-  await disk.replaceFile(join(folder, "request.json"), request);
+  await disk.replaceFile(join(folder, requestFileName), request);
 }
 
 /**

@@ -82,7 +82,7 @@ export class Sieve {
     if (extent === undefined) return [];
     const around = widened(extent, privateMarginMs);
     const { spool, looseFrames } = this.#dependencies;
-    const near: SpooledFrame[] = [...looseFrames()];
+    const near: SpooledFrame[] = [...looseFrames(), ...spool.closingFrames];
     for (const other of spool.pendingChunks) {
       if (other.id === chunk.id || other.extent === undefined) continue;
       if (overlaps(other.extent, around)) near.push(...(await this.#framesOf(other.id)));

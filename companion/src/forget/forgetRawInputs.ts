@@ -1,8 +1,9 @@
 import { dirname, join } from "node:path";
 import { errorCode, isSystemError } from "../base/failure.ts";
-import { RawRecord, rawRecordName } from "../engine/rawInputs.ts";
+import { RawRecord, rawRecordName, requestFileName } from "../engine/rawInputs.ts";
+import { greatestTailAgeMs } from "../journal/journalTail.ts";
 import { parseJson } from "../json/value.ts";
-import type { Disk } from "../spool/disk.ts";
+import { type Disk, replacementOf } from "../spool/disk.ts";
 import { overlaps, type TimeRange } from "../spool/records.ts";
 import { parseRecord } from "../wire/schema.ts";
 
@@ -14,7 +15,10 @@ export interface ForgottenRawInputs {
   readonly unknown: number;
 }
 
-/** Removes the folders of chunks that have to do with that time. Those of others are left alone. */
+/**
+ * Removes the folders of chunks that have to do with that time, and the requests of those after it,
+ * which may quote the journal's lines about it. What is not of a chunk is left alone.
+ */
 export async function forgetRawInputs(
   disk: Disk,
   directory: string,
@@ -25,10 +29,14 @@ export async function forgetRawInputs(
     if (!/^[0-9]{1,15}$/.test(name)) continue;
     const folder = join(directory, name);
     const extent = await extentOf(disk, folder);
-    if (extent === "unknown") unknown += 1;
-    if (extent === "unknown" || !overlaps(extent, range)) continue;
-    await removeFolder(disk, folder);
-    removed += 1;
+    if (extent === "unknown") {
+      unknown += 1;
+    } else if (overlaps(extent, range)) {
+      await removeFolder(disk, folder);
+      removed += 1;
+    } else if (overlaps({ fromMs: extent.fromMs - greatestTailAgeMs, toMs: extent.toMs }, range)) {
+      await removeRequest(disk, folder);
+    }
   }
   return { removed, unknown };
 }
@@ -51,6 +59,14 @@ async function extentOf(disk: Disk, folder: string): Promise<TimeRange | "unknow
     if (isSystemError(error) && !isOthers) throw error;
     return "unknown";
   }
+}
+
+async function removeRequest(disk: Disk, folder: string): Promise<void> {
+  const path = join(folder, requestFileName);
+  await disk.remove(replacementOf(path));
+  if ((await disk.size(path)) === undefined) return;
+  await disk.remove(path);
+  await disk.syncFolder(folder);
 }
 
 /** The record last: while anything is left it has to tell of when that is. */

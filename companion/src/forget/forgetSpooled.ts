@@ -1,9 +1,9 @@
 import { join } from "node:path";
 import { errorCode, isSystemError } from "../base/failure.ts";
 import { parseJson } from "../json/value.ts";
-import type { Disk } from "../spool/disk.ts";
-import { chunkFileName, type SpoolLayout } from "../spool/layout.ts";
-import { leaveFramesOut } from "../spool/leaveFramesOut.ts";
+import { type Disk, replacementOf } from "../spool/disk.ts";
+import { chunkFileName, resultFileName, type SpoolLayout } from "../spool/layout.ts";
+import { leaveFramesOut, removeAnswers } from "../spool/leaveFramesOut.ts";
 import { Chunk, isWithin, overlaps, type SpooledFrame, type TimeRange } from "../spool/records.ts";
 import { discard, type Spool } from "../spool/spool.ts";
 import { parseRecord } from "../wire/schema.ts";
@@ -27,6 +27,8 @@ export async function forgetWaiting(spool: Spool, range: TimeRange): Promise<num
 
 /** An answer may tell of a time that its frames don't reach: that of an activity's beginning. */
 async function forgetAnswer(spool: Spool, id: number, range: TimeRange): Promise<void> {
+  // A kill may have left half an answer.
+  await spool.disk.remove(replacementOf(join(spool.layout.chunk(id), resultFileName)));
   const result = await spool.readResult(id);
   if (result === undefined) return;
   const bullets = result.bullets.filter(({ atMs }) => !isWithin(atMs, range));
@@ -51,6 +53,7 @@ export async function forgetPutAside(
     const folder = join(layout.quarantine, name);
     const chunk = await readChunk(disk, folder);
     if (chunk !== undefined) {
+      await removeAnswers(disk, folder);
       const rest = await leaveFramesOut(disk, folder, chunk, isOf(range));
       count += chunk.frames.length - rest.frames.length;
       continue;

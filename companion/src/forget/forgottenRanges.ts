@@ -76,8 +76,9 @@ export class ForgottenRanges {
     );
   }
 
+  /** Not of what came after it was asked for, should the time reach further than that. */
   covers(atMs: number): boolean {
-    return this.#entries.some(({ range }) => isWithin(atMs, range));
+    return this.#entries.some(({ range, askedAtMs }) => isWithin(atMs, range) && atMs <= askedAtMs);
   }
 
   #change(change: (entries: readonly Entry[]) => readonly Entry[]): Promise<void> {

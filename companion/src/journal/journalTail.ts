@@ -8,6 +8,8 @@ const greatestTailBytes = 65_536;
 const greatestLineLength = 500;
 const ownLine = /^- (\[[^\]]*\] .*?)\s*<!--\s*key:([0-9]+)-[0-9a-z-]+\s*-->\s*$/;
 const oneDayMs = 86_400_000;
+/** So long before a chunk may the lines be: two days, of which either may have an hour more. */
+export const greatestTailAgeMs = 50 * 3_600_000;
 
 /**
  * The last lines of the journal about the time before `beforeMs`, oldest first, without their keys:

@@ -109,7 +109,7 @@ export class Observer {
       ...dependencies,
       spool,
       onComplaint,
-      looseFrames: () => this.#recording.frames,
+      looseFrames: () => this.#recording.looseFrames,
       isForgotten: (atMs) => forgotten.covers(atMs),
       onWritten: (count) => onAction(`Wrote ${count} journal ${count === 1 ? "line" : "lines"}.`),
       withRoom: (task) => this.#room.making(task),

@@ -53,9 +53,14 @@ export class Recording {
     return this.#isStopping ? undefined : this.#chunker;
   }
 
-  /** Frames that are in no chunk yet. */
+  /** Frames of this session that are in no chunk yet. */
   get frames(): readonly SpooledFrame[] {
     return this.#chunker?.frames ?? [];
+  }
+
+  /** The same, with those that a kill has left. */
+  get looseFrames(): readonly SpooledFrame[] {
+    return [...(this.#leftovers?.frames ?? []), ...this.frames];
   }
 
   get hasLeftovers(): boolean {

@@ -1,7 +1,7 @@
 import { join } from "node:path";
 import { writeJson } from "../json/writer.ts";
-import type { Disk } from "./disk.ts";
-import { chunkFileName } from "./layout.ts";
+import { type Disk, replacementOf } from "./disk.ts";
+import { chunkFileName, resultFileName } from "./layout.ts";
 import { type Chunk, pictureName, type SpooledFrame } from "./records.ts";
 
 /**
@@ -24,4 +24,10 @@ export async function leaveFramesOut(
   const rest = { ...chunk, frames: chunk.frames.filter((frame) => !goneOnes.has(frame)) };
   await disk.replaceFile(join(folder, chunkFileName), writeJson(rest));
   return rest;
+}
+
+/** Removes what was answered about a chunk for which nobody waits any more, also what a kill has left. */
+export async function removeAnswers(disk: Disk, folder: string): Promise<void> {
+  const answer = join(folder, resultFileName);
+  for (const path of [answer, replacementOf(answer)]) await disk.remove(path);
 }

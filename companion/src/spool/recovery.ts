@@ -1,10 +1,17 @@
 import { dirname, join } from "node:path";
-import { errorCode } from "../base/failure.ts";
+import { describeFailure, errorCode, isSystemError } from "../base/failure.ts";
 import { parseJson } from "../json/value.ts";
 import { parseRecord } from "../wire/schema.ts";
 import { Chunker } from "./chunker.ts";
 import { type Disk, replacementOf } from "./disk.ts";
-import { chunkFileName, folderIds, frameListName, type SpoolLayout, unfinished } from "./layout.ts";
+import {
+  chunkFileName,
+  folderIds,
+  frameListName,
+  resultFileName,
+  type SpoolLayout,
+  unfinished,
+} from "./layout.ts";
 import { PictureStore } from "./pictureStore.ts";
 import {
   BatchHeader,
@@ -18,6 +25,7 @@ import {
   QueueState,
   type Session,
   SpooledFrame,
+  type TimeRange,
 } from "./records.ts";
 import {
   discard,
@@ -40,9 +48,22 @@ interface LooseRun {
 type SessionProgress = Pick<QueueState, "through" | "sessionId" | "sessionEnded" | "lastFrameAtMs">;
 
 /** What is worth remembering of a waiting chunk; there may be days of them. */
-type ChunkSummary = SessionProgress & {
+interface ChunkSummary {
   readonly pending: PendingChunk;
-};
+  /** Undefined where the disk keeps it back. */
+  readonly progress: SessionProgress | undefined;
+}
+
+interface WaitingChunk {
+  readonly summary: ChunkSummary;
+  readonly chunk: Chunk | undefined;
+  /** Bytes of each frame's picture, 0 where there is none. */
+  readonly pictureSizes: readonly number[];
+}
+
+/** How many waiting chunks are read at the same time. */
+const mostReadAtOnce = 32;
+const allTime: TimeRange = { fromMs: 0, toMs: 8.64e15 };
 
 /** What a start found, besides the spool that works on. */
 export interface Recovery {
@@ -81,6 +102,11 @@ export class Leftovers {
       chunker.add(frames);
       return chunker;
     });
+  }
+
+  /** Those that are in no chunk yet. */
+  get frames(): readonly SpooledFrame[] {
+    return this.#chunkers.flatMap((chunker) => [...chunker.frames]);
   }
 
   /**
@@ -157,7 +183,7 @@ class RecoveryRun {
     }
     const queueState = await this.#readQueueState();
     const chunks = await this.#recoverChunks(queueState);
-    const last = newest(chunks.at(-1), queueState);
+    const last = newest(chunks, queueState);
     const loose = await this.#recoverBatches(last?.through);
     const spool = new Spool(
       this.#disk,
@@ -211,22 +237,52 @@ class RecoveryRun {
   async #recoverChunks(queueState: QueueState | undefined): Promise<ChunkSummary[]> {
     const ids = folderIds(await this.#disk.list(this.#layout.pending));
     for (const id of ids.partial) await this.#finishChunk(id);
-    const chunks: ChunkSummary[] = [];
+    const waiting: number[] = [];
     for (const id of folderIds(await this.#disk.list(this.#layout.pending)).finished) {
       const folder = this.#layout.chunk(id);
       if (queueState !== undefined && isDone(queueState, id)) {
         await release(this.#disk, this.#layout, folder, this.#finished);
         continue;
       }
-      const chunk = await this.#readChunk(folder);
-      if (chunk === undefined) {
-        await this.#setAside(folder, `chunk-${id}`);
-      } else {
-        chunks.push(summary(chunk));
-        this.#pictures.add(chunk, await this.#pictureSizes(chunk));
+      waiting.push(id);
+    }
+    return this.#readChunks(waiting);
+  }
+
+  /** There may be very many, so several are read at the same time. */
+  async #readChunks(ids: readonly number[]): Promise<ChunkSummary[]> {
+    const chunks: ChunkSummary[] = [];
+    for (let start = 0; start < ids.length; start += mostReadAtOnce) {
+      const some = ids.slice(start, start + mostReadAtOnce);
+      const found = await Promise.all(some.map((id) => this.#readWaiting(id)));
+      for (const one of found) {
+        if (one === undefined) continue;
+        chunks.push(one.summary);
+        if (one.chunk !== undefined) this.#pictures.add(one.chunk, one.pictureSizes);
       }
     }
     return chunks;
+  }
+
+  /** Undefined where it is damaged, and was put aside. */
+  async #readWaiting(id: number): Promise<WaitingChunk | undefined> {
+    const folder = this.#layout.chunk(id);
+    try {
+      const chunk = await this.#readChunk(folder);
+      if (chunk === undefined) {
+        await this.#setAside(folder, `chunk-${id}`);
+        return undefined;
+      }
+      const names = new Set(await this.#disk.list(folder));
+      const pictureSizes = chunk.frames.map((frame) =>
+        names.has(pictureName(frame)) ? frame.pictureBytes : 0,
+      );
+      return { summary: summary(chunk, names.has(resultFileName)), chunk, pictureSizes };
+    } catch (error) {
+      if (!isSystemError(error)) throw error;
+      this.#complaints.push(`${describeFailure("A waiting chunk can't be read yet", error)}.`);
+      return { summary: unread(id), chunk: undefined, pictureSizes: [] };
+    }
   }
 
   /** A chunk whose record was written gets its pictures; before that nothing had been moved. */
@@ -244,6 +300,7 @@ class RecoveryRun {
       const text = await this.#disk.readText(join(folder, chunkFileName));
       return parseRecord(Chunk, parseJson(text));
     } catch (error) {
+      if (isRefusal(error)) throw error;
       this.#complain("a waiting chunk", error);
       return undefined;
     }
@@ -283,16 +340,6 @@ class RecoveryRun {
     }
   }
 
-  async #pictureSizes(chunk: Chunk): Promise<number[]> {
-    const folder = this.#layout.chunk(chunk.id);
-    const sizes: number[] = [];
-    for (const frame of chunk.frames) {
-      const path = join(folder, pictureName(frame));
-      sizes.push(frame.pictureBytes === 0 ? 0 : ((await this.#disk.size(path)) ?? 0));
-    }
-    return sizes;
-  }
-
   #setAside(folder: string, name: string): Promise<void> {
     return setAside(this.#disk, this.#layout, folder, `${name}-${this.#nowMs}`);
   }
@@ -311,20 +358,35 @@ function appendRun(runs: LooseRun[], session: Session, frames: SpooledFrame[]): 
 
 /** Chunks are not always done in order, so the newest may wait or be done already. */
 function newest(
-  waiting: ChunkSummary | undefined,
+  chunks: readonly ChunkSummary[],
   done: QueueState | undefined,
 ): SessionProgress | undefined {
-  if (waiting === undefined || done === undefined) return waiting ?? done;
-  return waiting.pending.id > done.lastChunk ? waiting : done;
+  const waiting = chunks.filter(({ progress }) => progress !== undefined).at(-1);
+  if (waiting === undefined || done === undefined) return waiting?.progress ?? done;
+  return waiting.pending.id > done.lastChunk ? waiting.progress : done;
 }
 
-function summary(chunk: Chunk): ChunkSummary {
+/** Whether the disk kept back what may well be whole; damage is what is there and makes no sense. */
+function isRefusal(error: unknown): boolean {
+  const isGone = ["ENOENT", "ENOTDIR", "EISDIR"].includes(errorCode(error) ?? "");
+  return isSystemError(error) && !isGone;
+}
+
+function summary(chunk: Chunk, hasAnswer: boolean): ChunkSummary {
   const { through, session, stoppedAtMs, gaps, frames } = chunk;
   return {
-    pending: pendingChunk(chunk),
-    through,
-    sessionId: session.id,
-    sessionEnded: stoppedAtMs !== undefined,
-    lastFrameAtMs: endOf(frames, gaps),
+    pending: pendingChunk(chunk, hasAnswer),
+    progress: {
+      through,
+      sessionId: session.id,
+      sessionEnded: stoppedAtMs !== undefined,
+      lastFrameAtMs: endOf(frames, gaps),
+    },
   };
+}
+
+/** It waits until it can be read, and may be about any time until then. */
+function unread(id: number): ChunkSummary {
+  const pending = { id, hasFrames: true, hasGaps: false, extent: allTime, hasAnswer: false };
+  return { pending, progress: undefined };
 }

@@ -40,11 +40,13 @@ export interface PendingChunk {
   readonly hasGaps: boolean;
   /** From its earliest frame to its latest; undefined where it has none. */
   readonly extent: TimeRange | undefined;
+  /** An answer is stored, so nobody need be asked about it. */
+  readonly hasAnswer: boolean;
 }
 
-export function pendingChunk({ id, frames, gaps }: Chunk): PendingChunk {
+export function pendingChunk({ id, frames, gaps }: Chunk, hasAnswer = false): PendingChunk {
   const extent = extentOf(frames);
-  return { id, hasFrames: frames.length > 0, hasGaps: gaps !== undefined, extent };
+  return { id, hasFrames: frames.length > 0, hasGaps: gaps !== undefined, extent, hasAnswer };
 }
 
 /** Where chunks go whose lines stand in the journal. */
@@ -121,6 +123,11 @@ export class Spool {
   /** The chunks that wait for analysis, in order. */
   get pendingChunks(): readonly PendingChunk[] {
     return this.#pending;
+  }
+
+  /** Frames of chunks that are closed and don't wait for analysis yet. */
+  get closingFrames(): readonly SpooledFrame[] {
+    return this.#closing.flatMap(({ frames }) => frames);
   }
 
   /** Whether something is left to do that the disk refused: see `finishClosing`. */
@@ -212,8 +219,9 @@ export class Spool {
       await this.disk.syncFolder(folder);
       return parseRecord(ChunkResult, parseJson(text));
     } catch (error) {
-      if (errorCode(error) === "ENOENT") return undefined;
-      throw error;
+      if (errorCode(error) !== "ENOENT") throw error;
+      this.#update(id, { hasAnswer: false });
+      return undefined;
     }
   }
 
@@ -225,8 +233,8 @@ export class Spool {
     const rest = await leaveFramesOut(this.disk, this.layout.chunk(chunk.id), chunk, goes);
     const gone = chunk.frames.filter((frame) => !rest.frames.includes(frame));
     this.pictures.forgetPictures(chunk.id, new Set(gone.map(pictureName)));
-    const index = this.#pending.findIndex(({ id }) => id === chunk.id);
-    if (index >= 0) this.#pending[index] = pendingChunk(rest);
+    const { hasFrames, extent } = pendingChunk(rest);
+    this.#update(chunk.id, { hasFrames, extent });
     return rest;
   }
 
@@ -238,19 +246,27 @@ export class Spool {
     this.#queueState = queueState;
   }
 
-  storeResult(id: number, result: ChunkResult): Promise<void> {
-    return this.disk.replaceFile(join(this.layout.chunk(id), resultFileName), writeJson(result));
+  async storeResult(id: number, result: ChunkResult): Promise<void> {
+    await this.disk.replaceFile(join(this.layout.chunk(id), resultFileName), writeJson(result));
+    this.#update(id, { hasAnswer: true });
   }
 
   /** Counts one more refusal of the chunk, durably, and resolves with how many there are. */
   async countRefusal(id: number): Promise<number> {
     const path = join(this.layout.chunk(id), refusalsFileName);
-    let count = 1;
-    if ((await this.disk.size(path)) !== undefined) {
-      count += parseRecord(Refusals, parseJson(await this.disk.readText(path))).count;
-    }
+    const count = (await this.#refusalsIn(path)) + 1;
     await this.disk.replaceFile(path, writeJson({ version: 1, count }));
     return count;
+  }
+
+  /** A file that is damaged has counted nothing: it may not hold the queue up. */
+  async #refusalsIn(path: string): Promise<number> {
+    try {
+      return parseRecord(Refusals, parseJson(await this.disk.readText(path))).count;
+    } catch (error) {
+      if (isSystemError(error) && errorCode(error) !== "ENOENT") throw error;
+      return 0;
+    }
   }
 
   /** The chunk's lines stand in the journal: remembers that, then lets go of the chunk. */
@@ -330,6 +346,12 @@ export class Spool {
         }
       }
     });
+  }
+
+  #update(id: number, changed: Partial<PendingChunk>): void {
+    const index = this.#pending.findIndex((chunk) => chunk.id === id);
+    const before = this.#pending[index];
+    if (before !== undefined) this.#pending[index] = { ...before, ...changed };
   }
 
   #forget(id: number): void {

@@ -1,5 +1,5 @@
 import assert from "node:assert/strict";
-import { readdirSync, renameSync } from "node:fs";
+import { existsSync, readdirSync, renameSync, writeFileSync } from "node:fs";
 import { join } from "node:path";
 import { describe, it } from "node:test";
 import { SecretStoreFailure } from "../../src/archive/keys/secretStore.ts";
@@ -63,8 +63,10 @@ describe("footage of a time", () => {
     // Taken over before it was paused, and not packed yet.
     const item = join(first.layout.root, "archive", "items", "1");
     renameSync(await first.writeChunk(1, frames(0, 5)), item);
+    writeFileSync(join(item, "result.json"), "{}");
     const second = await ArchiveHarness.open(options);
     assert.deepEqual(await second.archive.forget(seconds(0, 3)), { clips: 0, frames: 2 });
+    assert.equal(existsSync(join(item, "result.json")), false);
     assert.deepEqual(
       readdirSync(item).filter((name) => name.endsWith(".jpg")),
       ["1-2.jpg", "1-3.jpg", "1-4.jpg"],

@@ -2,8 +2,10 @@ import assert from "node:assert/strict";
 import { existsSync, readdirSync, readFileSync, rmSync, writeFileSync } from "node:fs";
 import { join } from "node:path";
 import { describe, it } from "node:test";
+import { systemFailure } from "../../src/base/failure.ts";
 import type { Analyst } from "../../src/engine/analyser.ts";
 import { PrivacyFile } from "../../src/privacy/privacyFile.ts";
+import { type Disk, realDisk } from "../../src/spool/disk.ts";
 import type { SpooledFrame } from "../../src/spool/records.ts";
 import { type HarnessOptions, ObserverHarness } from "../support/observerHarness.ts";
 import { framePayload } from "../support/payloads.ts";
@@ -111,6 +113,41 @@ describe("private frames", () => {
       assert.deepEqual(texts, ["at 0", "at 12", "at 20"]);
     });
   }
+
+  it("privateFrame_inAChunkThatTheDiskHasNotTakenYet_takesTheOneBeforesEnd", async () => {
+    const disk: Disk = {
+      ...realDisk,
+      async move(from, to) {
+        if (to.endsWith("pending/2")) throw systemFailure("EIO", to);
+        return realDisk.move(from, to);
+      },
+    };
+    const { harness, rules, analyst } = await open({ settings: asked, disk });
+    rules.exclude(secret);
+    await harness.observer.start();
+    await harness.send([at(0), at(9.5), at(10.4, secret), at(12), at(20.5)]);
+    await harness.observer.settled();
+    assert.deepEqual(analyst.seen, ["at 0"]);
+  });
+
+  it("privateFrame_amongThoseThatAKillLeft_takesTheOneBeforesEnd", async () => {
+    const { harness } = await open({ settings: asked, isAnalysing: false });
+    await harness.observer.start();
+    await harness.send([at(0), at(9.5), at(10.4, secret), at(12)]);
+    const disk: Disk = {
+      ...realDisk,
+      async replaceFile(path, text) {
+        if (path.includes("pending/2.partial")) throw systemFailure("EIO", path);
+        return realDisk.replaceFile(path, text);
+      },
+    };
+    const home = harness.home;
+    new Rules(home).exclude(secret);
+    const { harness: second, analyst } = await open({ home, settings: asked, disk });
+    await second.observer.settled();
+    assert.match(second.observer.status().lastError ?? "", /Frames can't be recovered/);
+    assert.deepEqual(analyst.seen, ["at 0"]);
+  });
 
   it("privateMoment_isRememberedOverARestart", async () => {
     const { harness, rules } = await open();

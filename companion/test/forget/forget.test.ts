@@ -188,6 +188,55 @@ describe("forgetting", () => {
     assert.doesNotMatch(pages().join(), /at 2 /);
   });
 
+  it("timeThatIsStillToCome_takesNothingOfWhatIsRecordedThen", async () => {
+    const { harness, pages } = await open();
+    await harness.observer.start();
+    await harness.send([at(90)]);
+    await harness.observer.forget(seconds(80, 9_000));
+    harness.clock.advance(60_000);
+    await harness.send([at(99), at(101), at(150)]);
+    await harness.observer.stop();
+    assert.doesNotMatch(pages().join(), /at 9[09] /);
+    assert.match(pages().join(), /at 101 [\s\S]*at 150 /);
+  });
+
+  it("requestsOfLater_whichQuoteTheJournal_goAndThoseBeforeStay", async () => {
+    const { harness } = await open({ settings: { saveRawInputs: true } });
+    await harness.observer.start();
+    await harness.send([at(0), at(20), at(40)]);
+    await harness.observer.stop();
+    const raw = join(harness.home, "ostrel", "model-input");
+    for (const id of ["1", "3"]) {
+      writeFileSync(join(raw, id, "request.json"), "{}");
+      writeFileSync(join(raw, id, "request.json.new"), "{");
+    }
+    assert.equal((await harness.observer.forget(seconds(20, 21))).rawInputs, 1);
+    const kept = ["request.json", "request.json.new"];
+    assert.deepEqual(
+      readdirSync(join(raw, "1")).filter((name) => name.startsWith("request")),
+      kept,
+    );
+    assert.deepEqual(readdirSync(join(raw, "3")).sort(), ["1-2.jpg", "1-2.txt", "time.json"]);
+  });
+
+  it("answers_thatNobodyWaitsFor_goToo", async () => {
+    const { harness } = await open({ settings: asked, isAnalysing: false });
+    await harness.observer.start();
+    await harness.send([at(0), at(5), at(20), at(25)]);
+    const { quarantine } = harness.layout;
+    mkdirSync(quarantine);
+    await harness.observer.close();
+    const aside = join(quarantine, `chunk-1-${startMs}`);
+    renameSync(harness.layout.chunk(1), aside);
+    writeFileSync(join(aside, "result.json"), "half an ans");
+    const half = join(harness.layout.chunk(2), "result.json.new");
+    writeFileSync(half, "half an ans");
+    const { harness: second } = await open({ home: harness.home, isAnalysing: false });
+    await second.observer.forget(seconds(5, 20));
+    assert.deepEqual(readdirSync(aside).sort(), ["1-0.jpg", "chunk.json"]);
+    assert.deepEqual(readdirSync(harness.layout.chunk(2)).sort(), ["1-3.jpg", "chunk.json"]);
+  });
+
   it("rawInputs_ofChunksOfThatTime_goAndOthersOfTheUserStay", async () => {
     const { harness } = await open({ settings: { saveRawInputs: true } });
     await harness.observer.start();

@@ -31,6 +31,15 @@ struct Span {
 /// Ten years: more is a slip of the finger.
 constexpr qint64 mostMinutes = 10LL * 366 * 24 * 60;
 
+/// The hour at the end of daylight saving occurs twice: the first of both for a beginning, else the last.
+QDateTime furthest(const QDateTime &time, bool isEnd)
+{
+    constexpr qint64 secondsOfHour = 3600;
+    const QDateTime other =
+        QDateTime::fromMSecsSinceEpoch(time.toMSecsSinceEpoch()).addSecs(isEnd ? secondsOfHour : -secondsOfHour);
+    return other.date() == time.date() && other.time() == time.time() ? other : time;
+}
+
 /// "2026-11-21 10:30", "2026-11-21T10:30:05", or "10:30" of today. The end of a minute that is named without its
 /// seconds is the end of that minute.
 std::optional<QDateTime> readTime(const QString &words, bool isEnd, const QDateTime &now)
@@ -41,12 +50,12 @@ std::optional<QDateTime> readTime(const QString &words, bool isEnd, const QDateT
     QDateTime time = QDateTime::fromString(text, QStringLiteral("yyyy-MM-dd HH:mm"));
     constexpr qint64 restOfMinuteMs = 59'999;
     constexpr qint64 restOfSecondMs = 999;
-    if (time.isValid())
-        return isEnd ? time.addMSecs(restOfMinuteMs) : time;
+    if (time.isValid() && time.toMSecsSinceEpoch() >= 0)
+        return furthest(isEnd ? time.addMSecs(restOfMinuteMs) : time, isEnd);
     time = QDateTime::fromString(text, QStringLiteral("yyyy-MM-dd HH:mm:ss"));
-    if (!time.isValid())
+    if (!time.isValid() || time.toMSecsSinceEpoch() < 0)
         return std::nullopt;
-    return isEnd ? time.addMSecs(restOfSecondMs) : time;
+    return furthest(isEnd ? time.addMSecs(restOfSecondMs) : time, isEnd);
 }
 
 std::expected<Span, QString> readSpan(const QCommandLineParser &parser, const QDateTime &now)

@@ -5,7 +5,7 @@ import { parseJson } from "../../json/value.ts";
 import { writeJson } from "../../json/writer.ts";
 import type { Disk } from "../../spool/disk.ts";
 import { chunkFileName, SpoolLayout } from "../../spool/layout.ts";
-import { leaveFramesOut } from "../../spool/leaveFramesOut.ts";
+import { leaveFramesOut, removeAnswers } from "../../spool/leaveFramesOut.ts";
 import { Chunk, pictureName, type SpooledFrame } from "../../spool/records.ts";
 import { discard, setAside } from "../../spool/spool.ts";
 import { parseRecord } from "../../wire/schema.ts";
@@ -130,6 +130,7 @@ export class Items {
   /** Takes frames out of an item that isn't packed, and resolves with how many there were. */
   async leaveOut(name: string, goes: (frame: SpooledFrame) => boolean): Promise<number> {
     const chunk = await this.readChunk(name);
+    await removeAnswers(this.#disk, this.folderOf(name));
     const rest = await leaveFramesOut(this.#disk, this.folderOf(name), chunk, goes);
     const bytes = bytesOf(rest);
     if (bytes === 0) await this.discard(name);
