@@ -3,8 +3,10 @@
 #include "base/Files.h"
 
 #include <QDir>
+#include <QFile>
 #include <QImage>
 
+#include <csignal>
 #include <cstdlib>
 #include <memory>
 #include <string_view>
@@ -132,6 +134,31 @@ bool TrayDesktop::isHostThere()
                                            QStringLiteral("org.freedesktop.DBus.NameHasOwner"),
                                            QStringLiteral("string:org.kde.StatusNotifierWatcher")})
         .contains("boolean true");
+}
+
+QList<pid_t> TrayDesktop::hostProcesses() const
+{
+    QFile children(QStringLiteral("/proc/%1/task/%1/children").arg(m_host->pid()));
+    if (!children.open(QIODevice::ReadOnly))
+        failTest(QStringLiteral("the tray has ended"));
+    QList<pid_t> processes{pid_t(m_host->pid())};
+    for (const QByteArray &child : children.readAll().simplified().split(' ')) {
+        if (!child.isEmpty())
+            processes.append(child.toInt());
+    }
+    return processes;
+}
+
+void TrayDesktop::freezeHost()
+{
+    for (const pid_t process : hostProcesses())
+        freezeProcess(process);
+}
+
+void TrayDesktop::thawHost()
+{
+    for (const pid_t process : hostProcesses())
+        ::kill(process, SIGCONT);
 }
 
 QRect TrayDesktop::waitForIcon()

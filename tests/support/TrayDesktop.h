@@ -3,11 +3,13 @@
 #include "support/TestKeyring.h"
 #include "support/VirtualDesktop.h"
 
+#include <QList>
 #include <QProcessEnvironment>
 #include <QRect>
 
 #include <memory>
 #include <optional>
+#include <sys/types.h>
 
 class QImage;
 
@@ -34,6 +36,9 @@ public:
 
     void startHost();
     void endHost() { m_host.reset(); }
+    /// Lets the tray hang with what it shows, and go on with what has come meanwhile.
+    void freezeHost();
+    void thawHost();
 
     /// Waits until the tray shows something. @return its place on the screen
     QRect waitForIcon();
@@ -45,6 +50,8 @@ public:
 private:
     void configurePanel() const;
     bool isHostThere();
+    /// The tray's program and those that draw parts of it.
+    QList<pid_t> hostProcesses() const;
     QImage picture(const QRect &place);
 
     const Host m_kind;

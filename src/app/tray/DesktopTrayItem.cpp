@@ -14,6 +14,18 @@ namespace {
 
 constexpr int settlingMs = 1000;
 
+/// Of the icon in a tray that doesn't tell where it is, in logical pixels.
+constexpr int usualSize = 24;
+
+/// Where the icon is that has just been clicked. More than the one point: the click that closes the panel again seldom
+/// goes to the same one.
+QRect aroundPointer()
+{
+    QRect icon(0, 0, usualSize, usualSize);
+    icon.moveCenter(QCursor::pos());
+    return icon;
+}
+
 /// What the panel shows where our drawing leaves its corner free.
 std::optional<QColor> backgroundAt(const QRect &item)
 {
@@ -55,7 +67,7 @@ void DesktopTrayItem::setRecording(bool recording)
 QRect DesktopTrayItem::geometry() const
 {
     const QRect told = m_icon.geometry();
-    return told.isEmpty() ? QRect(QCursor::pos(), QSize(1, 1)) : told;
+    return told.isEmpty() ? aroundPointer() : told;
 }
 
 void DesktopTrayItem::popUpMenu()

@@ -22,22 +22,24 @@ constexpr qreal connectorStroke = 3;
 // In points of the icon.
 constexpr qreal dotSize = 6;
 constexpr qreal ringWidth = 1.5;
+constexpr qreal outlineWidth = 0.6; // more would fill the circles
 constexpr QColor red(0xE5, 0x3B, 0x30);
 
-void drawMarks(QPainter &painter, const QColor &label)
+/// @param wider points by which the strokes exceed the drawing's own on each side
+void drawMarks(QPainter &painter, const QColor &color, qreal wider)
 {
     const qreal s = size / grid;
     QPainterPath circles;
     for (const QPointF &center : circleCenters)
         circles.addEllipse(center * s, circleRadius * s, circleRadius * s);
-    painter.strokePath(circles, QPen(label, circleStroke * s));
+    painter.strokePath(circles, QPen(color, circleStroke * s + 2 * wider));
 
     QPainterPath lines;
     for (const QLineF &line : connectors) {
         lines.moveTo(line.p1() * s);
         lines.lineTo(line.p2() * s);
     }
-    painter.strokePath(lines, QPen(label, connectorStroke * s, Qt::SolidLine, Qt::RoundCap));
+    painter.strokePath(lines, QPen(color, connectorStroke * s + 2 * wider, Qt::SolidLine, Qt::RoundCap));
 }
 
 void drawDot(QPainter &painter)
@@ -54,24 +56,26 @@ void drawDot(QPainter &painter)
 
 } // namespace
 
-QImage image(bool recording, const QColor &label, qreal scale)
+QImage image(bool recording, const TrayInk &ink, qreal scale)
 {
     QImage picture(qRound(size * scale), qRound(size * scale), QImage::Format_ARGB32_Premultiplied);
     picture.fill(Qt::transparent);
     QPainter painter(&picture);
     painter.setRenderHint(QPainter::Antialiasing);
     painter.scale(qreal(picture.width()) / size, qreal(picture.height()) / size);
-    drawMarks(painter, label);
+    if (ink.outline)
+        drawMarks(painter, *ink.outline, outlineWidth);
+    drawMarks(painter, ink.marks, 0);
     if (recording)
         drawDot(painter);
     return picture;
 }
 
-QIcon icon(bool recording, const QColor &label)
+QIcon icon(bool recording, const TrayInk &ink)
 {
     QIcon icon;
     for (const qreal scale : {1.0, 1.5, 2.0, 3.0})
-        icon.addPixmap(QPixmap::fromImage(image(recording, label, scale)));
+        icon.addPixmap(QPixmap::fromImage(image(recording, ink, scale)));
     return icon;
 }
 

@@ -23,4 +23,9 @@ QPoint panelPosition(const QRect &icon, const QRect &screen, QSize panel)
     return {x, y};
 }
 
+QSize panelSize(QSize wanted, const QRect &screen)
+{
+    return {wanted.width(), std::min(wanted.height(), screen.height())};
+}
+
 } // namespace ostrel

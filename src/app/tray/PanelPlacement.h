@@ -16,4 +16,7 @@ inline constexpr int panelIconDistance = 5;
 /// @param screen   what desktop panels leave free of the icon's screen
 QPoint panelPosition(const QRect &icon, const QRect &screen, QSize panel);
 
+/// What the panel takes of the size it wants: no more height than the screen has, where its pages scroll.
+QSize panelSize(QSize wanted, const QRect &screen);
+
 } // namespace ostrel

@@ -109,9 +109,12 @@ void PopoverPanel::place()
     if (screen == nullptr)
         screen = QGuiApplication::primaryScreen();
     const QQuickItem *const sheet = m_view.rootObject();
-    const QSize size(qCeil(sheet->implicitWidth()), qCeil(sheet->implicitHeight()));
-    const QSize paper = size - QSize(2 * m_shadow, 2 * m_shadow);
-    const QPoint corner = panelPosition(m_icon, screen->availableGeometry(), paper);
+    const QRect available = screen->availableGeometry();
+    const QSize shadows(2 * m_shadow, 2 * m_shadow);
+    const QSize wanted(qCeil(sheet->implicitWidth()), qCeil(sheet->implicitHeight()));
+    const QSize paper = panelSize(wanted - shadows, available);
+    const QSize size = paper + shadows;
+    const QPoint corner = panelPosition(m_icon, available, paper);
     m_view.setGeometry(QRect(corner - QPoint(m_shadow, m_shadow), size));
     m_view.setMask(m_shadow > 0 ? QRegion() : roundedRegion(size, sheet->property("radius").toReal()));
     m_desktop.setShadow(m_view, m_shadow);

@@ -14,17 +14,18 @@ bool isDark(const QColor &color)
 
 } // namespace
 
-QColor trayInk(const TraySurroundings &surroundings)
+TrayInk trayInk(const TraySurroundings &surroundings)
 {
     if (surroundings.foreground)
-        return *surroundings.foreground;
+        return {.marks = *surroundings.foreground, .outline = {}};
     if (surroundings.background)
-        return isDark(*surroundings.background) ? onDark : onLight;
+        return {.marks = isDark(*surroundings.background) ? onDark : onLight, .outline = {}};
     // A StatusNotifierItem is drawn by the tray's own process, which can be asked neither for its colours nor for our
-    // place. Panels are dark on nearly every desktop, also where programs are light: GNOME's bar is black, and so are
-    // those of Xfce and of the bars that are used with sway. They are light where the user has asked for a light
-    // desktop in so many words, as KDE says whenever its scheme is light.
-    return surroundings.wantsDark.value_or(true) ? onDark : onLight;
+    // place. Most panels are dark, also where programs are light: GNOME's bar is black, and so are those of the bars
+    // that are used with sway. They are light where the user has asked for a light desktop in so many words, as KDE
+    // says whenever its scheme is light. Both are guesses; Xfce's panel, for one, is light unless told otherwise.
+    const bool isTakenForDark = surroundings.wantsDark.value_or(true);
+    return {.marks = isTakenForDark ? onDark : onLight, .outline = isTakenForDark ? onLight : onDark};
 }
 
 } // namespace ostrel

@@ -13,7 +13,16 @@ struct TraySurroundings {
     std::optional<bool> wantsDark;    ///< the colour scheme that the user has asked the desktop for
 };
 
-/// The colour that stands out there.
-QColor trayInk(const TraySurroundings &surroundings);
+/// What the icon is drawn in.
+struct TrayInk {
+    QColor marks;
+    /// The opposite of the marks, around them: where nobody can say what is behind the icon, one of the two stands out.
+    std::optional<QColor> outline;
+
+    bool operator==(const TrayInk &) const = default;
+};
+
+/// The ink that stands out there.
+TrayInk trayInk(const TraySurroundings &surroundings);
 
 } // namespace ostrel

@@ -16,7 +16,7 @@ public:
     virtual void show() = 0;
     virtual void setRecording(bool recording) = 0;
     virtual void setToolTip(const QString &text) = 0;
-    /// Where it is on the desktop. Where the tray does not tell, where the pointer is: the item has just been clicked.
+    /// Where it is on the desktop. Where the tray does not tell, around the pointer: the item has just been clicked.
     virtual QRect geometry() const = 0;
     /// Opens the context menu at the item.
     virtual void popUpMenu() = 0;

@@ -56,5 +56,11 @@ TEST(PanelPlacement, screenLowerThanThePanel_itsTopIsSeen)
     EXPECT_EQ(panelPosition({500, 2, 22, 22}, {0, 26, 800, 454}, panel).y(), 26);
 }
 
+TEST(PanelSize, screenLowerThanThePanel_panelIsAsHighAsTheScreen)
+{
+    EXPECT_EQ(panelSize({320, 560}, {0, 20, 910, 512}), QSize(320, 512));
+    EXPECT_EQ(panelSize({320, 560}, {0, 20, 1280, 780}), QSize(320, 560));
+}
+
 } // namespace
 } // namespace ostrel

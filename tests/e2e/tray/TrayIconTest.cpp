@@ -1,6 +1,9 @@
 #include "TrayStory.h"
 
+#include <thread>
+
 using namespace ostrel;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -44,6 +47,19 @@ TEST_P(TrayIcon, click_opensThePanelAtTheIconAndTheNextOneClosesIt)
     open();
     key("Escape");
     waitUntilPanelIsClosed();
+    end();
+}
+
+/// The press on the icon is seen long before the tray tells of the click.
+TEST_P(TrayIcon, clickThatTheTrayTellsLate_closesThePanelAndDoesNotOpenItAgain)
+{
+    open();
+    m_tray.freezeHost();
+    clickIcon();
+    std::this_thread::sleep_for(1s); // longer than a press without its click is remembered, in the program's real time
+    m_tray.thawHost();
+    waitUntilPanelIsClosed();
+    open();
     end();
 }
 
