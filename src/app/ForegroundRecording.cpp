@@ -43,6 +43,9 @@ Task<> ForegroundRecording::start(std::stop_token stop)
     QObject::connect(&m_host.model(), &AppModel::recordingEnded, &m_loop,
                      [this](RecordingEnd reason) { onEnded(reason); });
     QObject::connect(&m_host.model(), &AppModel::statusChanged, &m_loop, [this] { onStatus(); });
+    QObject::connect(&m_host.model(), &AppModel::captureStalled, &m_loop, [](const QString &message) {
+        printMessage(QStringLiteral("ostrel: %1. The recording goes on as soon as the screen answers.\n").arg(message));
+    });
     m_port = m_host.model().settings().localPort;
     m_host.model().toggleRecording();
 }
@@ -126,7 +129,8 @@ Task<> ForegroundRecording::printSummaryAndLeave(std::stop_token stop)
         const QString summary = co_await m_host.model().diagnosticSummary();
         if (stop.stop_requested())
             co_return;
-        printMessage(summary + QLatin1Char('\n'));
+        if (!summary.isEmpty())
+            printMessage(summary + QLatin1Char('\n'));
     }
     // What the observer had taken over need not wait for the next recording, where there is time.
     if (m_observerEnded && !m_isPrompt) {

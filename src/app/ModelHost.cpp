@@ -1,5 +1,6 @@
 #include "app/ModelHost.h"
 
+#include "app/RecordingProgram.h"
 #include "app/RunningApplication.h"
 #include "app/SettingChanges.h"
 #include "capture/ScreenCaptureRecorder.h"
@@ -29,7 +30,8 @@ ModelHost::ModelHost(const Platform &platform, std::function<void()> terminate, 
       m_sampleQueue(QStringLiteral("com.tamsk.ostrel.screen-capture.samples")),
       m_contextQueue(QStringLiteral("com.tamsk.ostrel.context")),
       m_observerQueue(QStringLiteral("com.tamsk.ostrel.observer")), m_worker(QStringLiteral("com.tamsk.ostrel.worker")),
-      m_settingsStore(platform.secrets), m_settingsQueue(QStringLiteral("com.tamsk.ostrel.settings")),
+      m_requestQueue(QStringLiteral("com.tamsk.ostrel.requests")), m_settingsStore(platform.secrets),
+      m_settingsQueue(QStringLiteral("com.tamsk.ostrel.settings")),
       m_waitingSecrets(m_clock, m_platform.secrets, m_settingsQueue)
 {}
 
@@ -68,7 +70,8 @@ std::unique_ptr<AppModel> ModelHost::makeModel(Stored stored)
                                             .sampleQueue = m_sampleQueue,
                                             .contextQueue = m_contextQueue,
                                             .processID = qint32(QCoreApplication::applicationPid()),
-                                            .bundleIdentifier = bundleIdentifier});
+                                            .bundleIdentifier = bundleIdentifier,
+                                            .endWithoutWaiting = endAtOnce});
     return std::make_unique<AppModel>(AppModel::Dependencies{.clock = m_clock,
                                                              .settings = std::move(stored.settings),
                                                              .localAPIToken = std::move(stored.localAPIToken),
@@ -77,6 +80,7 @@ std::unique_ptr<AppModel> ModelHost::makeModel(Stored stored)
                                                              .transport = *m_transport,
                                                              .observerQueue = m_observerQueue,
                                                              .worker = m_worker,
+                                                             .requestQueue = m_requestQueue,
                                                              .recorder = std::move(recorder),
                                                              .screenCapture = m_platform.screenCaptureAccess,
                                                              .accessibility = m_platform.permissionAccessibility,

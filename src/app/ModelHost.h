@@ -62,6 +62,7 @@ private:
     SerialQueue m_contextQueue;
     SerialQueue m_observerQueue;
     SerialQueue m_worker;
+    SerialQueue m_requestQueue;
     SettingsStore m_settingsStore;
     /// Everything that reads or writes settings and secrets runs here, so that writes happen in the order of asking.
     SerialQueue m_settingsQueue;

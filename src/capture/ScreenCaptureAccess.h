@@ -2,7 +2,8 @@
 
 namespace ostrel {
 
-/// Whether the session lets us see its screens. May block for a round trip; one thread at a time.
+/// Whether the session lets us see its screens. May block for a round trip. A check may come while a request waits, on
+/// another thread; otherwise one call at a time.
 class ScreenCaptureAccess
 {
 public:
@@ -10,7 +11,7 @@ public:
 
     /// Checks without ever showing a prompt.
     virtual bool preflight() = 0;
-    /// Asks for it, where asking means something. @return whether it is granted now
+    /// Asks for it, where asking means something; that may wait for the user. @return whether it is granted now
     virtual bool request() = 0;
 };
 

@@ -20,6 +20,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <future>
 #include <utility>
 
 namespace ostrel {
@@ -35,6 +36,7 @@ public:
                                 std::shared_ptr<LocalObserverAPI> api);
     static Task<> stop(std::shared_ptr<Session> self, bool skipFlush);
     static Task<QString> diagnosticSummary(std::shared_ptr<Session> self);
+    void interruptWaiting() { m_dependencies.displays.interruptWaiting(); }
     void setPaused(bool paused);
     bool isCapturing() const { return m_isCapturing; }
 
@@ -63,6 +65,7 @@ private:
     CaptureSources::StreamsDied streamsDiedOutlet();
     CaptureSources::DisplaysChanged displaysChangedOutlet();
     void logLostFrames(qint64 buffered) const;
+    void restQueue(SerialQueue &queue, std::function<void()> lastJob) const;
 
     bool isGone() const { return m_lifetime.stop_requested(); }
     /// For what must not be cut off by the task that does it.
@@ -119,7 +122,7 @@ Task<Result<>> ScreenCaptureRecorder::Session::start(std::shared_ptr<Session> se
 Task<> ScreenCaptureRecorder::Session::stop(std::shared_ptr<Session> self, bool skipFlush)
 {
     // A start that waits for the user would keep the turn for as long as the user thinks.
-    self->m_dependencies.displays.interruptWaiting();
+    self->interruptWaiting();
     const auto turn = co_await self->m_turn.acquire(self->lifetime());
     if (turn)
         co_await self->endRecording(skipFlush ? LastFlush::Skip : LastFlush::Post);
@@ -355,12 +358,29 @@ void ScreenCaptureRecorder::Session::shutDown()
     cancelTasks();
     m_isCapturing = false;
     m_lifetime.request_stop();
-    m_dependencies.displays.interruptWaiting();
-    logLostFrames(m_dependencies.sampleQueue.sync([sources = m_sources] {
+    interruptWaiting();
+    qint64 buffered = 0;
+    restQueue(m_dependencies.sampleQueue, [&buffered, sources = m_sources] {
         sources->tearDown();
-        return qint64(sources->gate().bufferedFrames.size());
-    }));
-    m_dependencies.contextQueue.sync([] {});
+        buffered = sources->gate().bufferedFrames.size();
+    });
+    logLostFrames(buffered);
+    restQueue(m_dependencies.contextQueue, [] {});
+}
+
+/// Returns when the queue has run its last job of ours, and with it all before.
+void ScreenCaptureRecorder::Session::restQueue(SerialQueue &queue, std::function<void()> lastJob) const
+{
+    std::packaged_task<void()> task(std::move(lastJob));
+    const auto end = task.get_future();
+    queue.post([&task] { task(); });
+    if (m_dependencies.endWithoutWaiting &&
+        end.wait_for(m_dependencies.patienceAtTheEnd) == std::future_status::timeout) {
+        qCCritical(logScreenCapture, "what captures the screen does not answer: what it has buffered is lost");
+        logLostFrames(0);
+        m_dependencies.endWithoutWaiting();
+    }
+    end.wait();
 }
 
 ScreenCaptureRecorder::ScreenCaptureRecorder(Dependencies dependencies)
@@ -380,6 +400,11 @@ Task<Result<>> ScreenCaptureRecorder::start(ObserverSettings settings, std::shar
 Task<> ScreenCaptureRecorder::stop(bool skipFlush)
 {
     return Session::stop(m_session, skipFlush);
+}
+
+void ScreenCaptureRecorder::interruptWaiting()
+{
+    m_session->interruptWaiting();
 }
 
 void ScreenCaptureRecorder::setPaused(bool paused)

@@ -6,6 +6,7 @@
 #include "observer/WireRecords.h"
 
 #include <QString>
+#include <chrono>
 #include <functional>
 #include <memory>
 
@@ -34,12 +35,16 @@ public:
         SerialQueue &contextQueue;
         qint32 processID = 0;
         std::optional<QString> bundleIdentifier;
+        /// Called by the destructor when a job on one of the queues doesn't end in `patienceAtTheEnd`. Nothing that the
+        /// job uses may go then, so it ends the process. Where it is unset, or returns, the job is waited for.
+        std::function<void()> endWithoutWaiting = {};
+        std::chrono::milliseconds patienceAtTheEnd{2'000};
     };
 
     /// What `dependencies` names outlives this object.
     explicit ScreenCaptureRecorder(Dependencies dependencies);
-    /// Ends all tasks without a final flush, and waits for what is under way on both queues. Await `stop` first where
-    /// frames must not be lost; those that are, are logged.
+    /// Ends all tasks without a final flush, and waits for what is under way on both queues; see `endWithoutWaiting`
+    /// for when that hangs. Await `stop` first where frames must not be lost; those that are, are logged.
     ~ScreenCaptureRecorder();
     ScreenCaptureRecorder(const ScreenCaptureRecorder &) = delete;
     ScreenCaptureRecorder &operator=(const ScreenCaptureRecorder &) = delete;
@@ -64,6 +69,9 @@ public:
     /// Ends capture. Waits for a batch on its way; unless `skipFlush`, then posts what is buffered. Never fails, and
     /// does nothing when nothing runs.
     Task<> stop(bool skipFlush);
+
+    /// Where a start under way waits for the user's answer to the desktop's question, it waits no longer, and fails.
+    void interruptWaiting();
 
     /// While it is paused, nothing is captured, by recordings to come neither; what was captured before is still
     /// posted.

@@ -14,6 +14,8 @@ namespace {
 
 constexpr milliseconds pollPause{1500};
 constexpr std::chrono::seconds shutdownPatience{4};
+/// What captures may hang with the window system; a picture takes some milliseconds.
+constexpr std::chrono::seconds capturePatience{4};
 
 } // namespace
 
@@ -28,6 +30,7 @@ AppModel::AppModel(Dependencies with)
                                                      .repoRoot = std::move(with.repoRoot)}),
       m_permissions({.state = m_state,
                      .worker = with.worker,
+                     .requestQueue = with.requestQueue,
                      .screenCapture = with.screenCapture,
                      .accessibility = with.accessibility,
                      .defaults = with.defaults,
@@ -101,6 +104,7 @@ void AppModel::forwardSignals()
     connect(&m_recording, &RecordingControl::recordingEnded, this, &AppModel::recordingUnderWayChanged);
     connect(&m_recording, &RecordingControl::recordingStarted, this, &AppModel::recordingStarted);
     connect(&m_recording, &RecordingControl::recordingEnded, this, &AppModel::recordingEnded);
+    connect(&m_recovery, &CaptureRecovery::stallTold, this, &AppModel::captureStalled);
     connect(&m_recording, &RecordingControl::observerStatusReceived, this, &AppModel::applyObserverStatus);
     connect(&m_byokInference, &ByokInference::byokModalActiveChanged, this, &AppModel::byokModalActiveChanged);
     connect(&m_byokInference, &ByokInference::byokModalActiveChanged, this, &AppModel::announcePopoverOverlay);
@@ -200,6 +204,7 @@ void AppModel::quit()
     // A poll that finds the child gone would start it again.
     m_pollTask.cancel();
     m_settingsEditing.close();
+    m_captureLimit.start([this](std::stop_token stop) { return limitCapture(std::move(stop)); });
     m_tasks.spawn([this](std::stop_token stop) { return runQuit(std::move(stop)); });
 }
 
@@ -208,10 +213,37 @@ Task<> AppModel::runQuit(std::stop_token stop)
     co_await m_recording.close(stop);
     if (stop.stop_requested())
         co_return;
+    co_await finishQuit(std::move(stop));
+}
+
+Task<> AppModel::finishQuit(std::stop_token stop)
+{
     co_await m_settingsEditing.finish(stop);
     if (stop.stop_requested())
         co_return;
     leave();
+}
+
+/// Ends the wait for capture, not that for an observer which takes its time.
+Task<> AppModel::limitCapture(std::stop_token stop)
+{
+    do {
+        m_captureAnswers = false;
+        m_tasks.spawn([this](std::stop_token askStop) { return askCapture(std::move(askStop)); });
+        if (!co_await m_clock.sleepFor(capturePatience, stop))
+            co_return;
+    } while (m_captureAnswers);
+    m_captureHangs = true;
+    m_tasks.cancelAll();
+    m_recording.abandonEnding();
+    m_tasks.spawn([this](std::stop_token quitStop) { return finishQuit(std::move(quitStop)); });
+}
+
+Task<> AppModel::askCapture(std::stop_token stop)
+{
+    static_cast<void>(co_await m_recorder->diagnosticSummary());
+    if (!stop.stop_requested())
+        m_captureAnswers = true;
 }
 
 void AppModel::quitBeforeShutdown()
@@ -226,6 +258,7 @@ Task<> AppModel::limitQuit(std::stop_token stop)
 {
     if (!co_await m_clock.sleepFor(shutdownPatience, stop))
         co_return;
+    m_captureHangs = !m_captureAnswers;
     m_tasks.cancelAll();
     m_recording.abandonEnding();
     leave();
@@ -235,6 +268,7 @@ void AppModel::leave()
 {
     m_hasLeft = true;
     m_quitLimit.cancel();
+    m_captureLimit.cancel();
     m_observer.stopHelper();
     m_shutdownHold.reset();
     const auto terminate = m_terminate; // may destroy this object
@@ -251,7 +285,9 @@ Task<> AppModel::prepareForUpdateRelaunch(std::stop_token stop)
 
 Task<QString> AppModel::diagnosticSummary()
 {
-    return m_recorder->diagnosticSummary();
+    if (m_captureHangs)
+        co_return QString();
+    co_return co_await m_recorder->diagnosticSummary();
 }
 
 void AppModel::refreshJournal()

@@ -156,8 +156,11 @@ Task<> CaptureRecovery::tellUnlessItGoesOn(std::stop_token stop)
 void CaptureRecovery::tellOfStall()
 {
     qCCritical(logScreenCapture, "%s; starting it again has not helped", qUtf8Printable(*m_stall));
+    const bool isToldAlready = m_toldStall == m_stall;
     m_toldStall = m_stall;
     m_with.state.setHelperError(m_stall);
+    if (!isToldAlready)
+        Q_EMIT stallTold(*m_toldStall);
 }
 
 void CaptureRecovery::captureGoesOn()

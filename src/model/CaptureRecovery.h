@@ -55,6 +55,10 @@ public:
     /// then. The word is taken back in any case.
     void resumeRecordingAfterUpdateIfNeeded();
 
+Q_SIGNALS:
+    /// The user is told of a stall: starting capture again has not helped so far.
+    void stallTold(const QString &message);
+
 private:
     void willSleep();
     void displaysChanged();

@@ -107,7 +107,7 @@ Task<> PermissionsArea::requestScreenRecording(std::stop_token stop)
         m_with.systemSettings.openScreenRecording();
     } else {
         m_screenCaptureRequestedThisSession = true;
-        if (!co_await m_with.worker.run(stop, [&access = m_with.screenCapture] { return access.request(); }))
+        if (!co_await m_with.requestQueue.run(stop, [&access = m_with.screenCapture] { return access.request(); }))
             co_return;
     }
     co_await refreshPermissions(std::move(stop));

@@ -17,7 +17,8 @@ class SystemSettingsOpener;
 class UserDefaults;
 
 /// What the desktop lets us do, how the user is asked for it, and what the user has chosen to do without. Main
-/// thread; every check and request runs on the worker, because each may block on a disk or a daemon.
+/// thread; every check runs on the worker, because it may block on a disk or a daemon, and every request on a queue of
+/// its own, because it may block on the user.
 class PermissionsArea : public QObject
 {
     Q_OBJECT
@@ -25,9 +26,10 @@ class PermissionsArea : public QObject
 public:
     struct Dependencies {
         const ModelState &state; ///< tells the output folder
-        /// The one thread that the two access objects are used on. A check that was begun runs to its end there even
-        /// when nobody waits any more, so destroy the queue before what it uses.
+        /// The threads that the two access objects are used on. A check or a request that was begun runs to its end
+        /// there even when nobody waits any more, so destroy the queues before what they use.
         SerialQueue &worker;
+        SerialQueue &requestQueue;
         ScreenCaptureAccess &screenCapture;
         AccessibilityAccess &accessibility;
         UserDefaults &defaults;

@@ -299,6 +299,8 @@ void RecordingControl::beginEnding(Ending ending)
 
 Task<> RecordingControl::runEnding(Ending ending, std::stop_token stop)
 {
+    // A start that waits for the user keeps its turn, though it was cancelled.
+    m_with.recorder.interruptWaiting();
     const auto turn = co_await m_turn.acquire(stop);
     if (!turn)
         co_return;

@@ -1,6 +1,7 @@
 #include "capture/FrameGate.h"
 
 #include "support/FakeDisplaySource.h"
+#include "support/GuardedBytes.h"
 #include "support/ManualClock.h"
 #include "support/Printers.h"
 
@@ -99,6 +100,24 @@ TEST_F(FrameGateTest, throttledFrame_leavesTheWindowAndTheReferenceAlone)
     deliver(50);
     EXPECT_EQ(m_context->lastAcceptedFrameMs, acceptedMs);
     EXPECT_EQ(m_context->lastSentDownsample->front(), 0);
+}
+
+TEST_F(FrameGateTest, frameThatIsNotAccepted_isNotEvenRead)
+{
+    deliver(0);
+    const GuardedBytes unreadable(0);
+    StreamSample next = sample();
+    next.image->pixels = reinterpret_cast<const std::uint8_t *>(unreadable.data());
+    next.image->changedRows.emplace(); // nothing
+    m_gate.streamDidOutputSample(99, next);
+    m_gate.streamDidOutputSample(streamId, next);
+    m_clock.setNowMs(m_clock.nowMs() + 500);
+    m_gate.streamDidOutputSample(streamId, next);
+    EXPECT_EQ(m_gate.counters, (FrameCounters{.callbackCount = 4,
+                                              .missingContextCount = 1,
+                                              .throttledFrameCount = 1,
+                                              .unchangedFrameCount = 1,
+                                              .acceptedFrameCount = 1}));
 }
 
 TEST_F(FrameGateTest, clockSetBack_framesAreThrottledUntilItHasCaughtUp)

@@ -1,5 +1,8 @@
 #include "RecorderRig.h"
 
+#include <atomic>
+#include <latch>
+
 using namespace ostrel;
 
 namespace {
@@ -74,6 +77,61 @@ TEST_F(RecorderLifetime, destroyedWhileTheObserverIsAskedToStop_isSilent)
     ASSERT_TRUE(held->hasArrived());
     recorder.reset();
     EXPECT_TRUE(held->wasCancelled());
+}
+
+TEST_F(RecorderLifetime, destroyedWhileAPictureHangs_endsTheProcessAfterItsPatienceAndSaysWhatIsLost)
+{
+    LogRecorder log("com.tamsk.ostrel.ScreenCaptureRecorder");
+    std::latch release(1);
+    std::atomic<bool> hangs = false;
+    displays.onCapture = [this, &hangs, &release](quint32) {
+        if (hangs)
+            release.wait();
+        return std::optional(picture.view());
+    };
+    int ends = 0;
+    endWithoutWaiting = [&ends, &release] {
+        ++ends;
+        release.count_down(); // a test can't end its process
+    };
+    patienceAtTheEnd = std::chrono::milliseconds(20);
+    makeRecorder();
+    ASSERT_TRUE(start());
+    hangs = true;
+    samplesHang = true;
+    advance(500);
+    recorder.reset();
+    samplesHang = false;
+    EXPECT_EQ(ends, 1);
+    EXPECT_EQ(log.take(QtCriticalMsg).value(0),
+              QStringLiteral("what captures the screen does not answer: what it has buffered is lost"));
+}
+
+TEST_F(RecorderLifetime, destroyedWhileTheForegroundHangs_endsTheProcessAfterItsPatience)
+{
+    std::latch release(1);
+    int ends = 0;
+    endWithoutWaiting = [&ends, &release] {
+        ++ends;
+        release.count_down();
+    };
+    patienceAtTheEnd = std::chrono::milliseconds(20);
+    makeRecorder();
+    contextQueue.post([&release] { release.wait(); });
+    recorder.reset();
+    EXPECT_EQ(ends, 1);
+}
+
+TEST_F(RecorderLifetime, destroyedWhileBothQueuesAnswer_isWaitedForAndTellsWhatWasBuffered)
+{
+    LogRecorder log("com.tamsk.ostrel.ScreenCaptureRecorder");
+    endWithoutWaiting = [] { ADD_FAILURE() << "both queues answer"; };
+    makeRecorder();
+    ASSERT_TRUE(start());
+    ASSERT_TRUE(summary().contains(QStringLiteral("buffered=1")));
+    recorder.reset();
+    EXPECT_EQ(log.take(QtCriticalMsg),
+              QStringList(QStringLiteral("screen capture ended before the observer took frames=1")));
 }
 
 TEST_F(RecorderLifetime, callbackOnItsWay_neverComesAfterTheRecorder)

@@ -55,7 +55,8 @@ protected:
     void makeRecorder()
     {
         recorder.emplace(ScreenCaptureRecorder::Dependencies{clock, displays, context, sampleQueue, contextQueue, 42,
-                                                             QStringLiteral("com.tamsk.ostrel")});
+                                                             QStringLiteral("com.tamsk.ostrel"), endWithoutWaiting,
+                                                             patienceAtTheEnd});
         recorder->onStatus = [this](const ObserverStatus &status) { statuses.append(status); };
         recorder->onError = [this](const QString &message) { errors.append(message); };
         recorder->onStreamsDied = [this](const QString &message) { deaths.append(message); };
@@ -151,8 +152,10 @@ protected:
     /// Set the level from the main thread only while nothing is being captured.
     FakePicture picture{64, 36};
     int contextSamples = 0;
-    bool samplesHang = false;  ///< a picture is being taken for ever, so its queue can't be waited for
-    bool contextHangs = false; ///< a sample is being held back, so its queue can't be waited for
+    bool samplesHang = false;                ///< a picture is being taken for ever, so its queue can't be waited for
+    bool contextHangs = false;               ///< a sample is being held back, so its queue can't be waited for
+    std::function<void()> endWithoutWaiting; ///< of recorders to come
+    std::chrono::milliseconds patienceAtTheEnd{60'000};
     ObserverSettings settings;
     QList<ObserverStatus> statuses;
     QStringList errors;

@@ -1,4 +1,5 @@
 #include "RecorderRig.h"
+#include "support/GuardedBytes.h"
 
 using namespace ostrel;
 
@@ -61,6 +62,18 @@ TEST_F(RecorderStreams, samples_passTheGateOnTheSampleQueue)
     EXPECT_EQ(frames[0][QStringLiteral("displayId")].toString(), QStringLiteral("3"));
     EXPECT_EQ(frames[1][QStringLiteral("displayId")].toString(), QStringLiteral("5"));
     EXPECT_EQ(frames[2][QStringLiteral("frameIndex")].toInt(), 2);
+}
+
+TEST_F(RecorderStreams, framesOfAPause_areNotEvenRead)
+{
+    ASSERT_TRUE(start());
+    recorder->setPaused(true);
+    const GuardedBytes unreadable(0);
+    FrameView view = picture.view();
+    view.pixels = reinterpret_cast<const std::uint8_t *>(unreadable.data());
+    displays.streams.at(0)->deliver({.kind = StreamOutputKind::Screen, .valid = true, .image = view});
+    settle();
+    EXPECT_TRUE(summary().startsWith(QStringLiteral("callbacks=0 ")));
 }
 
 TEST_F(RecorderStreams, clockSetBackByAnHour_theNextChangeIsTaken)

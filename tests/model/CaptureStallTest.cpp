@@ -173,6 +173,51 @@ TEST_F(StalledScreenshots, userStopsDuringAStall_endsWhenWhatHangsGoesOnAndStays
     EXPECT_EQ(m_shown, QStringList());
 }
 
+TEST_F(StalledScreenshots, userQuitsDuringAStall_endsFourSecondsLaterAndSaysWhatIsLost)
+{
+    hang();
+    advance(45s);
+    m_model->quit();
+    advance(3999ms);
+    EXPECT_EQ(m_events, QStringList());
+    advance(1ms);
+    EXPECT_EQ(m_events, QStringList({captureFailed, terminated}));
+    EXPECT_EQ(m_model->helperError(), StatusTexts::lastPicturesNotDelivered());
+    EXPECT_EQ(child().terminateCount, 1);
+    std::optional<QString> summary;
+    TaskSlot asking;
+    asking.start([&](std::stop_token) -> Task<> { summary = co_await m_model->diagnosticSummary(); });
+    EXPECT_EQ(summary, QString()) << "not waited for";
+    goOn();
+    EXPECT_EQ(m_events, QStringList({captureFailed, terminated}));
+}
+
+TEST_F(StalledScreenshots, captureThatGoesOnWhileTheUserQuits_losesNothing)
+{
+    hang();
+    advance(45s);
+    expectStop();
+    m_model->quit();
+    advance(3s);
+    goOn();
+    EXPECT_EQ(m_events, QStringList({endedByRequest, terminated}));
+    EXPECT_EQ(m_model->helperError(), std::nullopt);
+    EXPECT_EQ(commands().mid(commands().size() - 2), QStringList({postFrames, postStop}));
+    EXPECT_FALSE(m_recorder->isCapturing());
+}
+
+TEST_F(StalledScreenshots, stallThatLasts_isSaidOnce)
+{
+    QStringList said;
+    QObject::connect(m_model.get(), &AppModel::captureStalled, [&said](const QString &message) { said += message; });
+    hang();
+    advance(300s);
+    EXPECT_EQ(said, QStringList(noAnswer));
+    goOn();
+    advance(60s);
+    EXPECT_EQ(said, QStringList(noAnswer));
+}
+
 /// Two streams of a screen that stays still.
 class StalledStreams : public ModelFixture
 {

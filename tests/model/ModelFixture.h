@@ -106,6 +106,7 @@ protected:
             .transport = m_observer,
             .observerQueue = m_observerQueue,
             .worker = m_worker,
+            .requestQueue = m_requests,
             .recorder = makeRecorder(),
             .screenCapture = m_screen,
             .accessibility = m_accessibility,
@@ -227,6 +228,7 @@ protected:
     SerialQueue m_context{QStringLiteral("test.context")};
     SerialQueue m_observerQueue{QStringLiteral("test.observer")};
     SerialQueue m_worker{QStringLiteral("test.worker")};
+    SerialQueue m_requests{QStringLiteral("test.requests")};
     FakeSecretStore m_secrets;
     SettingsStore m_settingsStore{m_secrets};
     SerialQueue m_settingsQueue{QStringLiteral("test.settings")};

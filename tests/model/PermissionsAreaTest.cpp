@@ -62,6 +62,7 @@ protected:
     {
         m_area = std::make_unique<PermissionsArea>(PermissionsArea::Dependencies{.state = m_state,
                                                                                  .worker = m_worker,
+                                                                                 .requestQueue = m_requestQueue,
                                                                                  .screenCapture = m_screen,
                                                                                  .accessibility = m_accessibility,
                                                                                  .defaults = m_defaults,
@@ -71,7 +72,7 @@ protected:
     void press(AppPermissionKind kind)
     {
         m_tasks.spawn([this, kind](std::stop_token stop) { return m_area->requestPermission(kind, std::move(stop)); });
-        settleEvents({&m_worker});
+        settleEvents({&m_worker, &m_requestQueue});
     }
     void refresh()
     {
@@ -96,6 +97,7 @@ protected:
     FakeUserDefaults m_defaults;
     FakeSystemSettingsOpener m_opener;
     SerialQueue m_worker{QStringLiteral("test.permissions")};
+    SerialQueue m_requestQueue{QStringLiteral("test.requests")};
     std::unique_ptr<PermissionsArea> m_area;
     TaskScope m_tasks;
 };
@@ -224,6 +226,31 @@ TEST_F(Permissions, checkThatBlocks_mainThreadStillHandlesEvents)
     EXPECT_EQ(m_tasks.liveCount(), 1) << "the check was over before the event was handled";
     gate.count_down();
     settleEvents({&m_worker});
+    EXPECT_EQ(m_tasks.liveCount(), 0);
+}
+
+TEST_F(Permissions, requestThatWaitsForTheUser_holdsUpNoCheckAndNoOtherWork)
+{
+    m_screenGranted = false;
+    std::latch answer(1);
+    m_screen.onRequest = [this, &answer] {
+        answer.wait();
+        m_screenGranted = true;
+        return true;
+    };
+    launch();
+    m_tasks.spawn([this](std::stop_token stop) { return m_area->requestPermission(screenRecording, std::move(stop)); });
+    m_trusted = false;
+    refresh();
+    EXPECT_EQ(m_area->permissions(), PermissionsSnapshot(false, true, false));
+    bool hasWorked = false;
+    m_worker.sync([&hasWorked] { hasWorked = true; });
+    EXPECT_TRUE(hasWorked);
+    EXPECT_EQ(m_tasks.liveCount(), 1) << "the user still thinks";
+
+    answer.count_down();
+    settleEvents({&m_worker, &m_requestQueue});
+    EXPECT_EQ(m_area->permissions(), PermissionsSnapshot(true, true, false)) << "the answer refreshes";
     EXPECT_EQ(m_tasks.liveCount(), 0);
 }
 

@@ -103,6 +103,7 @@ protected:
             .transport = m_transport,
             .observerQueue = m_observerQueue,
             .worker = m_worker,
+            .requestQueue = m_requests,
             .recorder =
                 std::make_unique<ScreenCaptureRecorder>(ScreenCaptureRecorder::Dependencies{.clock = m_clock,
                                                                                             .displays = m_displays,
@@ -283,6 +284,7 @@ protected:
     SerialQueue m_context{QStringLiteral("test.context")};
     SerialQueue m_observerQueue{QStringLiteral("test.observer")};
     SerialQueue m_worker{QStringLiteral("test.worker")};
+    SerialQueue m_requests{QStringLiteral("test.requests")};
     FakeSecretStore m_secrets;
     SettingsStore m_settingsStore{m_secrets};
     SerialQueue m_settingsQueue{QStringLiteral("test.settings")};

@@ -1,5 +1,8 @@
 #include "ModelFixture.h"
 
+#include <latch>
+#include <semaphore>
+
 using namespace ostrel;
 using namespace std::chrono_literals;
 
@@ -254,5 +257,51 @@ INSTANTIATE_TEST_SUITE_P(StartRecording, StartAwaiting,
                          testing::Values(Awaited::Permissions, Awaited::FirstAttempt, Awaited::PauseOfAttempts,
                                          Awaited::ThirtiethAttempt, Awaited::StartRequest, Awaited::Recorder),
                          nameOf);
+
+/// A start for which the desktop asks the user.
+class StartAskingTheUser : public ModelFixture
+{
+protected:
+    StartAskingTheUser()
+    {
+        m_displays.onShareableContent = [this]() -> Result<ShareableContent> {
+            m_asked.count_down();
+            m_answered.acquire();
+            return std::unexpected(faultError(Fault::Cancelled));
+        };
+        m_displays.onInterruptWaiting = [this] { m_answered.release(); };
+        launch();
+        m_observer.expect(postStart, statusAnswer(true));
+        m_recorderHeld = true;
+        m_model->toggleRecording();
+        settle();
+        m_asked.wait();
+        m_recorderHeld = false;
+        m_observer.expect(postStop, statusAnswer(false));
+    }
+    ~StartAskingTheUser() override
+    {
+        m_displays.onInterruptWaiting = [] {};
+    }
+
+    std::latch m_asked{1};
+    std::counting_semaphore<> m_answered{0};
+};
+
+TEST_F(StartAskingTheUser, userStopsIt_theQuestionIsWithdrawnAndBothSidesStop)
+{
+    m_model->stopRecording();
+    settle();
+    EXPECT_EQ(m_events, QStringList(endedByRequest));
+    EXPECT_FALSE(m_recorder->isCapturing());
+    EXPECT_EQ(commands(), QStringList({postStart, postStop}));
+}
+
+TEST_F(StartAskingTheUser, userQuits_theQuestionIsWithdrawnAndTheProgramEnds)
+{
+    m_model->quit();
+    settle();
+    EXPECT_EQ(m_events, QStringList({endedByRequest, terminated}));
+}
 
 } // namespace

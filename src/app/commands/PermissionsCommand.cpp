@@ -59,6 +59,7 @@ CommandResult run(const QCommandLineParser &parser, const Platform &platform)
     SerialQueue worker(QStringLiteral("com.tamsk.ostrel.worker"));
     PermissionsArea area({.state = state,
                           .worker = worker,
+                          .requestQueue = worker,
                           .screenCapture = platform.screenCaptureAccess,
                           .accessibility = platform.permissionAccessibility,
                           .defaults = platform.userDefaults,

@@ -305,6 +305,22 @@ TEST_F(PlayedPortal, pictureOfAnotherSize_endsTheStream)
     EXPECT_EQ(stream.count(), 0U);
 }
 
+TEST_F(PlayedPortal, producerThatResizesInMidStream_endsTheStreamAndTheNextHasTheNewSize)
+{
+    TestPictures pictures(m_pipeWire.socket(), {.size = size});
+    m_service.behave({.streams = {streamOf(pictures)}});
+    {
+        const ReceivedStream stream(m_queue, m_source, displays().first());
+        show(pictures, stream, plain(0x112233), WaylandPicture::plain(size, 0x112233));
+        pictures.resize({32, 16});
+        EXPECT_TRUE(isFault(stream.waitForEnd(), Fault::DisplayResized));
+    }
+    const CapturableDisplay resized = displays().first();
+    EXPECT_EQ(QSize(int(resized.width), int(resized.height)), QSize(32, 16));
+    const ReceivedStream next(m_queue, m_source, resized);
+    show(pictures, next, Pixels(32 * 16, 0x445566), WaylandPicture::plain({32, 16}, 0x445566));
+}
+
 TEST_F(PlayedPortal, formThatNobodyCanRead_isNoStream)
 {
     TestPictures pictures(m_pipeWire.socket(), {.size = size, .format = SPA_VIDEO_FORMAT_RGB16});
