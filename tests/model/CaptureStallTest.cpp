@@ -1,5 +1,6 @@
 #include "ModelFixture.h"
 #include "support/LogRecorder.h"
+#include "support/RunTask.h"
 
 using namespace ostrel;
 using namespace std::chrono_literals;
@@ -200,6 +201,7 @@ TEST_F(StalledScreenshots, captureThatGoesOnWhileTheUserQuits_losesNothing)
     m_model->quit();
     advance(3s);
     goOn();
+    pumpUntil([this] { return m_events.size() > 1; }); // what hung has a long way through the queues
     EXPECT_EQ(m_events, QStringList({endedByRequest, terminated}));
     EXPECT_EQ(m_model->helperError(), std::nullopt);
     EXPECT_EQ(commands().mid(commands().size() - 2), QStringList({postFrames, postStop}));

@@ -234,7 +234,10 @@ void TrayPanel::waitUntilHolds(const QString &what, std::chrono::milliseconds pa
     while (!holds()) {
         if (deadline.hasExpired())
             failTest(
-                QStringLiteral("Timed out: waiting for %1 among: %2").arg(what, names().join(QStringLiteral(" | "))));
+                QStringLiteral("Timed out: waiting for %1 among: %2 (the program is %3 on the bus, its window is %4)")
+                    .arg(what, names().join(QStringLiteral(" | ")),
+                         m_program.isEmpty() ? QStringLiteral("not") : QString::fromLatin1(m_program),
+                         window().isEmpty() ? QStringLiteral("not shown") : QStringLiteral("shown")));
         QThread::msleep(20);
     }
 }
