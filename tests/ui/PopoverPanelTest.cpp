@@ -158,6 +158,24 @@ TEST_F(Panel, pressOnTheIcon_isNotLeavingForTheClickToggles)
     EXPECT_EQ(m_left, 0);
 }
 
+TEST_F(Panel, focusOnItsWayFromElsewhere_isNotLeavingButLosingItIs)
+{
+    openPanel();
+    m_panel->hide();
+    QWindow other;
+    other.show();
+    other.requestActivate();
+    settle();
+    ASSERT_EQ(QGuiApplication::focusWindow(), &other);
+    m_panel->showAt(m_icon);
+    Q_EMIT qGuiApp->focusWindowChanged(nullptr);
+    EXPECT_EQ(m_left, 0) << "it has not had the focus yet";
+    settle();
+    ASSERT_EQ(QGuiApplication::focusWindow(), &m_panel->window());
+    Q_EMIT qGuiApp->focusWindowChanged(nullptr);
+    EXPECT_EQ(m_left, 1);
+}
+
 TEST_F(Panel, pressWhileADialogIsUp_isNotLeaving)
 {
     openPanel();

@@ -15,6 +15,7 @@
 #include <QVariantMap>
 #include <QtMath>
 #include <algorithm>
+#include <utility>
 
 namespace ostrel {
 
@@ -87,6 +88,7 @@ void PopoverPanel::showAt(const QRect &icon)
 /// A window manager may close it as well.
 void PopoverPanel::onVisibleChanged(bool isVisible)
 {
+    m_hasFocus = isVisible && isChildOf(QGuiApplication::focusWindow(), &m_view);
     m_outsideClickMonitor = isVisible ? m_desktop.monitorClicks([this] { onPressed(); }) : nullptr;
 }
 
@@ -120,9 +122,11 @@ void PopoverPanel::place()
     m_desktop.setShadow(m_view, m_shadow);
 }
 
+/// Only a panel that had the keyboard can lose it: while it opens, the focus may still be on its way from elsewhere.
 void PopoverPanel::onFocusWindowChanged(const QWindow *focus)
 {
-    if (isShown() && !isChildOf(focus, &m_view) && !m_isDialogUp())
+    const bool hadFocus = std::exchange(m_hasFocus, isChildOf(focus, &m_view));
+    if (isShown() && hadFocus && !m_hasFocus && !m_isDialogUp())
         Q_EMIT leftByUser();
 }
 

@@ -60,6 +60,7 @@ private:
     View m_view;
     QRect m_icon;                                                      ///< by which it stands
     int m_shadow = 0;                                                  ///< logical pixels on each side
+    bool m_hasFocus = false;                                           ///< the keyboard, or a window of its own has it
     std::unique_ptr<PanelDesktop::ClickMonitor> m_outsideClickMonitor; ///< while it is shown
 };
 
