@@ -88,7 +88,7 @@ void PopoverPanel::showAt(const QRect &icon)
 /// A window manager may close it as well.
 void PopoverPanel::onVisibleChanged(bool isVisible)
 {
-    m_hasFocus = isVisible && isChildOf(QGuiApplication::focusWindow(), &m_view);
+    m_hasFocus = false; // of a panel that was just closed, the focus may still have to be taken away
     m_outsideClickMonitor = isVisible ? m_desktop.monitorClicks([this] { onPressed(); }) : nullptr;
 }
 
