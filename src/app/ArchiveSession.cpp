@@ -3,13 +3,10 @@
 #include "app/ObserverQuestion.h"
 #include "app/RunTask.h"
 #include "base/Fault.h"
-#include "model/LocalApiToken.h"
 #include "observer/LocalObserverAPI.h"
 #include "observer/NetworkTransport.h"
-#include "observer/RepoLocator.h"
 #include "observer/SecretStore.h"
 #include "observer/SettingsOnDisk.h"
-#include "observer/SettingsStore.h"
 #include "observer/TokenStore.h"
 
 namespace ostrel {
@@ -30,52 +27,39 @@ Result<Answer> answerTo(const std::function<Task<Result<Answer>>(std::stop_token
 
 ArchiveSession::Opened ArchiveSession::open(const Platform &platform)
 {
-    Start start{.settings = SettingsStore(platform.secrets).load(),
-                .localAPIToken = localApiTokenOrFallback(platform.secrets),
-                .repoRoot = RepoLocator::forThisProgram().resolveRepoRoot(),
-                .lock = std::nullopt};
-    const ObserverAnswer found = askObserver(platform.secrets, start.settings);
-    if (found.reach == ObserverReach::NotRunning) {
-        auto lock = RecorderLock::acquire(RecorderLock::Purpose::ArchiveCommand);
-        // Somebody else is about to have one: that one is waited for.
-        if (!lock && !RecorderLock::isHeldByAnother(lock.error()))
-            return std::unexpected(lock.error().localizedDescription);
-        if (lock) {
-            start.lock.emplace(*std::move(lock));
-            start.owner = ObserverControl::Owner::Us;
-        }
-    } else if (found.reach != ObserverReach::Answers) {
-        return std::unexpected(inOneLine(adviceOn(found)));
-    }
-    return std::unique_ptr<ArchiveSession>(new ArchiveSession(platform, std::move(start)));
+    auto found = findObserver(platform);
+    if (!found)
+        return std::unexpected(found.error());
+    return std::unique_ptr<ArchiveSession>(new ArchiveSession(platform, *std::move(found)));
 }
 
 ArchiveSession::Opened ArchiveSession::openToRead(const Platform &platform)
 {
-    Start start{.settings = readSettingsOnDisk().settings, .localAPIToken = {}, .repoRoot = {}, .lock = std::nullopt};
-    const ObserverAnswer found = askObserver(platform.secrets, start.settings);
-    if (found.reach == ObserverReach::NotRunning)
+    FoundObserver found{
+        .settings = readSettingsOnDisk().settings, .localAPIToken = {}, .repoRoot = {}, .lock = std::nullopt};
+    const ObserverAnswer answer = askObserver(platform.secrets, found.settings);
+    if (answer.reach == ObserverReach::NotRunning)
         return std::unexpected(
             QStringLiteral("The observer is not running, and only it knows the archive. It runs with "
                            "`ostrel record`."));
-    if (found.reach != ObserverReach::Answers)
-        return std::unexpected(inOneLine(adviceOn(found)));
+    if (answer.reach != ObserverReach::Answers)
+        return std::unexpected(inOneLine(adviceOn(answer)));
     const auto token = platform.secrets.lookUp(localApiTokenService, secretAccount);
-    start.localAPIToken = token.value_or(std::nullopt).value_or(QString());
-    return std::unique_ptr<ArchiveSession>(new ArchiveSession(platform, std::move(start)));
+    found.localAPIToken = token.value_or(std::nullopt).value_or(QString());
+    return std::unique_ptr<ArchiveSession>(new ArchiveSession(platform, std::move(found)));
 }
 
-ArchiveSession::ArchiveSession(const Platform &platform, Start start)
-    : m_lock(std::move(start.lock)), m_transport(std::make_unique<NetworkTransport>(m_clock)),
+ArchiveSession::ArchiveSession(const Platform &platform, FoundObserver found)
+    : m_lock(std::move(found.lock)), m_transport(std::make_unique<NetworkTransport>(m_clock)),
       m_observerQueue(QStringLiteral("com.tamsk.ostrel.observer")), m_worker(QStringLiteral("com.tamsk.ostrel.worker")),
-      m_state(std::move(start.settings)), m_observer({.clock = m_clock,
+      m_state(std::move(found.settings)), m_observer({.clock = m_clock,
                                                       .state = m_state,
                                                       .launcher = platform.processes,
                                                       .transport = *m_transport,
                                                       .worker = m_observerQueue,
-                                                      .localAPIToken = std::move(start.localAPIToken),
-                                                      .repoRoot = std::move(start.repoRoot),
-                                                      .owner = start.owner}),
+                                                      .localAPIToken = std::move(found.localAPIToken),
+                                                      .repoRoot = std::move(found.repoRoot),
+                                                      .owner = found.owner}),
       m_modals(m_clock, platform.dialogs), m_archive({.state = m_state,
                                                       .observer = m_observer,
                                                       .modals = m_modals,
@@ -88,10 +72,7 @@ ArchiveSession::ArchiveSession(const Platform &platform, Start start)
                                                                                           .dialogs = platform.dialogs,
                                                                                           .worker = m_worker})
 {
-    // There is neither capture nor polling beside the command.
-    m_observer.hooks = {.applyObserverStatus = [this](const ObserverStatus &status) { m_state.setStatus(status); },
-                        .stopCapture = [] {},
-                        .startPolling = [] {}};
+    m_observer.hooks = hooksOfACommand(m_state);
 }
 
 ArchiveSession::~ArchiveSession()

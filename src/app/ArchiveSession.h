@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/FoundObserver.h"
 #include "app/Platform.h"
 #include "app/RecorderLock.h"
 #include "base/Clock.h"
@@ -57,15 +58,7 @@ public:
     std::optional<QString> perform(const std::function<void(ArchiveArea &archive)> &begin);
 
 private:
-    struct Start {
-        ObserverSettings settings;
-        QString localAPIToken;
-        std::optional<QString> repoRoot;
-        ObserverControl::Owner owner = ObserverControl::Owner::AnotherProgram;
-        std::optional<RecorderLock> lock; ///< for an observer of our own
-    };
-
-    ArchiveSession(const Platform &platform, Start start);
+    ArchiveSession(const Platform &platform, FoundObserver found);
 
     std::optional<RecorderLock> m_lock;
     SystemClock m_clock;

@@ -1,56 +1,35 @@
 #include "app/ObserverSession.h"
 
-#include "app/ObserverQuestion.h"
 #include "app/RunTask.h"
 #include "base/Fault.h"
-#include "model/LocalApiToken.h"
 #include "observer/LocalObserverAPI.h"
 #include "observer/NetworkTransport.h"
-#include "observer/RepoLocator.h"
-#include "observer/SecretStore.h"
-#include "observer/SettingsStore.h"
 
 namespace ostrel {
 
 std::expected<std::unique_ptr<ObserverSession>, QString> ObserverSession::open(const Platform &platform)
 {
-    Start start{.settings = SettingsStore(platform.secrets).load(),
-                .localAPIToken = localApiTokenOrFallback(platform.secrets),
-                .repoRoot = RepoLocator::forThisProgram().resolveRepoRoot(),
-                .lock = std::nullopt};
-    const ObserverAnswer found = askObserver(platform.secrets, start.settings);
-    if (found.reach == ObserverReach::NotRunning) {
-        auto lock = RecorderLock::acquire(RecorderLock::Purpose::ArchiveCommand);
-        // Somebody else is about to have one: that one is waited for.
-        if (!lock && !RecorderLock::isHeldByAnother(lock.error()))
-            return std::unexpected(lock.error().localizedDescription);
-        if (lock) {
-            start.lock.emplace(*std::move(lock));
-            start.owner = ObserverControl::Owner::Us;
-            qputenv("OSTREL_HOLD_ANALYSIS", "1");
-        }
-    } else if (found.reach != ObserverReach::Answers) {
-        return std::unexpected(inOneLine(adviceOn(found)));
-    }
-    return std::unique_ptr<ObserverSession>(new ObserverSession(platform, std::move(start)));
+    auto found = findObserver(platform);
+    if (!found)
+        return std::unexpected(found.error());
+    if (found->owner == ObserverControl::Owner::Us)
+        qputenv("OSTREL_HOLD_ANALYSIS", "1");
+    return std::unique_ptr<ObserverSession>(new ObserverSession(platform, *std::move(found)));
 }
 
-ObserverSession::ObserverSession(const Platform &platform, Start start)
-    : m_lock(std::move(start.lock)), m_transport(std::make_unique<NetworkTransport>(m_clock)),
-      m_worker(QStringLiteral("com.tamsk.ostrel.observer")), m_state(std::move(start.settings)),
+ObserverSession::ObserverSession(const Platform &platform, FoundObserver found)
+    : m_lock(std::move(found.lock)), m_transport(std::make_unique<NetworkTransport>(m_clock)),
+      m_worker(QStringLiteral("com.tamsk.ostrel.observer")), m_state(std::move(found.settings)),
       m_observer({.clock = m_clock,
                   .state = m_state,
                   .launcher = platform.processes,
                   .transport = *m_transport,
                   .worker = m_worker,
-                  .localAPIToken = std::move(start.localAPIToken),
-                  .repoRoot = std::move(start.repoRoot),
-                  .owner = start.owner})
+                  .localAPIToken = std::move(found.localAPIToken),
+                  .repoRoot = std::move(found.repoRoot),
+                  .owner = found.owner})
 {
-    // There is neither capture nor polling beside the command.
-    m_observer.hooks = {.applyObserverStatus = [this](const ObserverStatus &status) { m_state.setStatus(status); },
-                        .stopCapture = [] {},
-                        .startPolling = [] {}};
+    m_observer.hooks = hooksOfACommand(m_state);
 }
 
 ObserverSession::~ObserverSession()

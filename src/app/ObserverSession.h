@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/FoundObserver.h"
 #include "app/Platform.h"
 #include "app/RecorderLock.h"
 #include "base/Clock.h"
@@ -36,15 +37,7 @@ public:
     Result<ForgetReport> forget(qint64 fromMs, qint64 toMs);
 
 private:
-    struct Start {
-        ObserverSettings settings;
-        QString localAPIToken;
-        std::optional<QString> repoRoot;
-        ObserverControl::Owner owner = ObserverControl::Owner::AnotherProgram;
-        std::optional<RecorderLock> lock; ///< for an observer of our own
-    };
-
-    ObserverSession(const Platform &platform, Start start);
+    ObserverSession(const Platform &platform, FoundObserver found);
     template <class Answer, class Ask>
     Result<Answer> answerTo(Ask ask);
 
