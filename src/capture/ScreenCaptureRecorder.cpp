@@ -21,6 +21,7 @@
 #include <algorithm>
 #include <chrono>
 #include <future>
+#include <type_traits>
 #include <utility>
 
 namespace ostrel {
@@ -59,9 +60,15 @@ private:
     /// Calls back from the event loop, unless the owner has gone by then.
     void publish(std::function<void(const ScreenCaptureRecorder &)> call);
     void publishStreamsDied(const QString &message);
-    void publishDisplaysChanged();
-    void publishStall(const QString &message);
-    void publishGoesOn();
+    /// Has the owner's callback called, where one is set.
+    template <class... Words>
+    void tell(std::function<void(Words...)> ScreenCaptureRecorder::*callback, std::decay_t<Words>... words)
+    {
+        publish([callback, ... words = std::move(words)](const ScreenCaptureRecorder &owner) {
+            if (const auto call = owner.*callback)
+                call(words...);
+        });
+    }
     CaptureSources::StreamsDied streamsDiedOutlet();
     CaptureSources::DisplaysChanged displaysChangedOutlet();
     void logLostFrames(qint64 buffered) const;
@@ -92,21 +99,11 @@ ScreenCaptureRecorder::Session::Session(ScreenCaptureRecorder *owner, Dependenci
     : m_owner(owner), m_dependencies(std::move(dependencies)),
       m_sources(
           std::make_shared<CaptureSources>(m_dependencies.clock, m_dependencies.displays, m_dependencies.sampleQueue)),
-      m_submitter(m_dependencies.sampleQueue, m_sources,
-                  {.publishStatus =
-                       [this](ObserverStatus status) {
-                           publish([status = std::move(status)](const auto &owner) {
-                               if (const auto call = owner.onStatus)
-                                   call(status);
-                           });
-                       },
-                   .publishError =
-                       [this](QString message) {
-                           publish([message = std::move(message)](const auto &owner) {
-                               if (const auto call = owner.onError)
-                                   call(message);
-                           });
-                       }})
+      m_submitter(
+          m_dependencies.sampleQueue, m_sources,
+          {.publishStatus =
+               [this](ObserverStatus status) { tell(&ScreenCaptureRecorder::onStatus, std::move(status)); },
+           .publishError = [this](QString message) { tell(&ScreenCaptureRecorder::onError, std::move(message)); }})
 {}
 
 Task<Result<>> ScreenCaptureRecorder::Session::start(std::shared_ptr<Session> self, ObserverSettings settings,
@@ -211,13 +208,14 @@ void ScreenCaptureRecorder::Session::startTasks(const CapturePlan &plan, qint64 
 void ScreenCaptureRecorder::Session::startWatch(const CapturePlan &plan)
 {
     const auto self = shared_from_this();
-    CaptureWatch watch{.clock = m_dependencies.clock,
-                       .sampleQueue = m_dependencies.sampleQueue,
-                       .sources = m_sources,
-                       .mode = plan.mode,
-                       .displays = {},
-                       .stalled = [self](const QString &message) { self->publishStall(message); },
-                       .goesOn = [self] { self->publishGoesOn(); }};
+    CaptureWatch watch{
+        .clock = m_dependencies.clock,
+        .sampleQueue = m_dependencies.sampleQueue,
+        .sources = m_sources,
+        .mode = plan.mode,
+        .displays = {},
+        .stalled = [self](const QString &message) { self->tell(&ScreenCaptureRecorder::onStalled, message); },
+        .goesOn = [self] { self->tell(&ScreenCaptureRecorder::onGoesOn); }};
     for (const CapturePlan::Display &display : plan.displays) {
         if (!display.context->signsOfLife.hasEnded())
             watch.displays.append(display.context);
@@ -303,36 +301,12 @@ CaptureSources::StreamsDied ScreenCaptureRecorder::Session::streamsDiedOutlet()
     };
 }
 
-void ScreenCaptureRecorder::Session::publishDisplaysChanged()
-{
-    publish([](const auto &owner) {
-        if (const auto call = owner.onDisplaysChanged)
-            call();
-    });
-}
-
-void ScreenCaptureRecorder::Session::publishStall(const QString &message)
-{
-    publish([message](const auto &owner) {
-        if (const auto call = owner.onStalled)
-            call(message);
-    });
-}
-
-void ScreenCaptureRecorder::Session::publishGoesOn()
-{
-    publish([](const auto &owner) {
-        if (const auto call = owner.onGoesOn)
-            call();
-    });
-}
-
 CaptureSources::DisplaysChanged ScreenCaptureRecorder::Session::displaysChangedOutlet()
 {
     return [home = m_home.get(), weak = weak_from_this()] {
         home->post([weak] {
             if (const auto session = weak.lock())
-                session->publishDisplaysChanged();
+                session->tell(&ScreenCaptureRecorder::onDisplaysChanged);
         });
     };
 }
