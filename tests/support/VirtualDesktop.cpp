@@ -1,5 +1,7 @@
 #include "support/VirtualDesktop.h"
 
+#include "support/PrivateEnvironment.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
@@ -7,7 +9,6 @@
 #include <QRegularExpression>
 
 #include <csignal>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace ostrel {
@@ -56,7 +57,10 @@ qint64 ownDisplayNumber()
 
 VirtualDesktop::VirtualDesktop(const Options &options) : m_options(options)
 {
-    makeFolders();
+    if (!m_directory.isValid())
+        failTest(QStringLiteral("No temporary folder could be made: %1").arg(m_directory.errorString()));
+    m_environment = privateEnvironment(m_directory.path());
+    put(marker, m_directory.path());
     m_display = ':' + QByteArray::number(ownDisplayNumber());
     startServer();
     put(QStringLiteral("DISPLAY"), QString::fromLatin1(m_display));
@@ -80,29 +84,6 @@ VirtualDesktop::~VirtualDesktop()
         else
             qunsetenv(variable.constData());
     }
-}
-
-void VirtualDesktop::makeFolders()
-{
-    if (!m_directory.isValid())
-        failTest(QStringLiteral("No temporary folder could be made: %1").arg(m_directory.errorString()));
-    for (const char *name : {"home", "config", "data", "cache", "run"})
-        QDir(m_directory.path()).mkdir(QLatin1String(name));
-    ::chmod(QFile::encodeName(path(QStringLiteral("run"))).constData(), S_IRWXU);
-
-    put(QStringLiteral("PATH"), qEnvironmentVariable("PATH"));
-    put(QStringLiteral("LC_ALL"), QStringLiteral("C.UTF-8"));
-    put(QStringLiteral("HOME"), path(QStringLiteral("home")));
-    put(QStringLiteral("XDG_CONFIG_HOME"), path(QStringLiteral("config")));
-    put(QStringLiteral("XDG_DATA_HOME"), path(QStringLiteral("data")));
-    put(QStringLiteral("XDG_CACHE_HOME"), path(QStringLiteral("cache")));
-    put(QStringLiteral("XDG_RUNTIME_DIR"), path(QStringLiteral("run")));
-    // Libraries start a bus of their own where none is named.
-    put(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), QStringLiteral("disabled:"));
-    // The machine's own, where it has one, is nobody's business: its sleep would be ours.
-    put(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"), QStringLiteral("disabled:"));
-    put(QStringLiteral("GSETTINGS_BACKEND"), QStringLiteral("memory"));
-    put(marker, m_directory.path());
 }
 
 void VirtualDesktop::put(const QString &variable, const QString &value)

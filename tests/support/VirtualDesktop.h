@@ -97,7 +97,6 @@ public:
 private:
     Window waitForMatch(const QString &titlePattern);
     std::optional<Window> findMatch(const QString &titlePattern);
-    void makeFolders();
     void startServer();
     void startBus();
     void startWindowManager();

@@ -1,10 +1,10 @@
 #include "support/WaylandDesktop.h"
 
-#include <QDir>
+#include "support/PrivateEnvironment.h"
+
 #include <QFile>
 #include <QFileInfo>
 
-#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -21,7 +21,9 @@ const QString displayName = QStringLiteral("wayland-1");
 
 WaylandDesktop::WaylandDesktop(QList<Output> outputs) : m_outputs(std::move(outputs))
 {
-    makeFolders();
+    m_environment = privateEnvironment(m_directory.path());
+    put(QStringLiteral("WAYLAND_DISPLAY"), displayName);
+    put(QStringLiteral("SWAYSOCK"), path(QStringLiteral("run/sway.sock")));
     writeConfiguration();
     for (const char *name : {"XDG_RUNTIME_DIR", "WAYLAND_DISPLAY", "SWAYSOCK"})
         m_entered.push_back(
@@ -33,23 +35,6 @@ WaylandDesktop::~WaylandDesktop()
 {
     m_programs.clear();
     m_sway.reset();
-}
-
-void WaylandDesktop::makeFolders()
-{
-    for (const char *name : {"home", "config", "data", "cache", "run"})
-        QDir(m_directory.path()).mkdir(QLatin1String(name));
-    ::chmod(QFile::encodeName(path(QStringLiteral("run"))).constData(), S_IRWXU);
-    put(QStringLiteral("PATH"), qEnvironmentVariable("PATH"));
-    put(QStringLiteral("LC_ALL"), QStringLiteral("C.UTF-8"));
-    put(QStringLiteral("HOME"), path(QStringLiteral("home")));
-    put(QStringLiteral("XDG_CONFIG_HOME"), path(QStringLiteral("config")));
-    put(QStringLiteral("XDG_DATA_HOME"), path(QStringLiteral("data")));
-    put(QStringLiteral("XDG_CACHE_HOME"), path(QStringLiteral("cache")));
-    put(QStringLiteral("XDG_RUNTIME_DIR"), path(QStringLiteral("run")));
-    put(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), QStringLiteral("disabled:"));
-    put(QStringLiteral("WAYLAND_DISPLAY"), displayName);
-    put(QStringLiteral("SWAYSOCK"), path(QStringLiteral("run/sway.sock")));
 }
 
 void WaylandDesktop::put(const QString &variable, const QString &value)

@@ -57,7 +57,6 @@ public:
     void showPicture(qsizetype output, const QString &file);
 
 private:
-    void makeFolders();
     void writeConfiguration() const;
     void startSway();
     void put(const QString &variable, const QString &value);
