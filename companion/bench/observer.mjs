@@ -6,19 +6,25 @@
 // disk) with a model that answers at once, sends it 1080p pictures of a changing desktop as the
 // application does, ten to a batch, and prints medians. Status 1 when a budget is exceeded. Needs
 // ffmpeg for the pictures.
-import { execFileSync, spawn } from "node:child_process";
+import { execFileSync } from "node:child_process";
 import { once } from "node:events";
-import { mkdirSync, mkdtempSync, readFileSync, rmSync, writeFileSync } from "node:fs";
-import { createServer, request } from "node:http";
+import { mkdirSync, mkdtempSync, readFileSync, rmSync } from "node:fs";
+import { createServer } from "node:http";
 import { loadavg } from "node:os";
 import { join, resolve } from "node:path";
+import {
+  call,
+  cpuSeconds,
+  freePort,
+  listening,
+  memoryMb,
+  startObserver,
+} from "./observerProcess.mjs";
 
 const framesPerBatch = 10;
 const batches = 31;
 const chunkSeconds = 20;
-const token = "bench";
 const budgets = { spoolMs: 30, percentOfOneCore: 1, memoryMb: 90 };
-const ticksPerSecond = 100;
 
 /** Pictures that differ enough for every one to be shown to the model. */
 function pictures(folder) {
@@ -29,11 +35,6 @@ function pictures(folder) {
   return Array.from({ length: framesPerBatch }, (_, index) =>
     readFileSync(join(folder, `${String(index + 1).padStart(3, "0")}.jpg`)),
   );
-}
-
-function listening(server) {
-  server.listen(0, "127.0.0.1");
-  return once(server, "listening").then(() => server.address().port);
 }
 
 /** Answers every question with one bullet; counts them. */
@@ -51,53 +52,6 @@ async function startModel() {
     });
   });
   return { counts, port: await listening(server), close: () => server.close() };
-}
-
-async function freePort() {
-  const server = createServer();
-  const port = await listening(server);
-  server.close();
-  await once(server, "close");
-  return port;
-}
-
-async function call(port, method, path, body) {
-  const headers = { "X-Ostrel-Local-Token": token, "Content-Type": "application/json" };
-  const asked = request({ host: "127.0.0.1", port, method, path, headers, agent: false });
-  asked.end(body);
-  const [response] = await once(asked, "response");
-  const pieces = [];
-  for await (const piece of response) pieces.push(piece);
-  const text = Buffer.concat(pieces).toString();
-  if (response.statusCode !== 200) throw new Error(`${path}: ${response.statusCode} ${text}`);
-  return JSON.parse(text);
-}
-
-async function startObserver(home, port, modelPort) {
-  mkdirSync(join(home, ".ostrel"), { recursive: true });
-  const analysisServerUrl = `http://127.0.0.1:${modelPort}`;
-  const settings = { localPort: port, analysisServerUrl, model: "bench" };
-  writeFileSync(join(home, ".ostrel", "settings.json"), JSON.stringify(settings));
-  const env = { PATH: process.env.PATH, HOME: home, OSTREL_LOCAL_API_TOKEN: token };
-  const stdio = ["pipe", "ignore", "pipe"];
-  const child = spawn(process.execPath, ["dist/observer.mjs"], { env, stdio });
-  child.stdin.write("{}\n");
-  const [log] = await once(child.stderr, "data");
-  if (!String(log).includes("listening")) throw new Error(String(log));
-  child.stderr.pipe(process.stderr);
-  return child;
-}
-
-/** Seconds of processor time of all its threads. */
-function cpuSeconds(pid) {
-  const stat = readFileSync(`/proc/${pid}/stat`, "latin1");
-  const fields = stat.slice(stat.lastIndexOf(")") + 2).split(" ");
-  return (Number(fields[11]) + Number(fields[12])) / ticksPerSecond;
-}
-
-function memoryMb(pid) {
-  const rollup = readFileSync(`/proc/${pid}/smaps_rollup`, "latin1");
-  return Number(/^Pss:\s+([0-9]+)/m.exec(rollup)[1]) / 1000;
 }
 
 function batchBody(jpegs, firstAtMs) {
@@ -131,7 +85,12 @@ async function measure(home) {
   const jpegs = pictures(home);
   const model = await startModel();
   const port = await freePort();
-  const observer = await startObserver(home, port, model.port);
+  const analysisServerUrl = `http://127.0.0.1:${model.port}`;
+  const observer = await startObserver(home, {
+    localPort: port,
+    analysisServerUrl,
+    model: "bench",
+  });
   try {
     await call(port, "POST", "/api/start", '{"captureMode":"external"}');
     const startMs = Date.now() - batches * chunkSeconds * 1_000;

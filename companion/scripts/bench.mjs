@@ -16,7 +16,9 @@ try {
     target: "node18",
     logLevel: "warning",
   });
-  process.exitCode = spawnSync(process.execPath, [outfile], { stdio: "inherit" }).status ?? 1;
+  process.exitCode =
+    spawnSync(process.execPath, [outfile, ...process.argv.slice(3)], { stdio: "inherit" }).status ??
+    1;
 } finally {
   rmSync(outfile, { force: true });
 }

@@ -42,6 +42,7 @@ try {
     define: {
       TEST_OBSERVER_PATH: JSON.stringify(join(process.cwd(), outdir, "observer.mjs")),
       TEST_FIXTURES_PATH: JSON.stringify(join(process.cwd(), "..", "tests", "fixtures")),
+      TEST_OBJECT_STORE_PATH: JSON.stringify(join(process.cwd(), "test/support/object_store.py")),
     },
   });
   const bundles = files.map((file) =>

@@ -76,6 +76,7 @@ void eachField(MaybeConst<ForgetReport> auto &record, auto &visit)
     visit("journalLines", record.journalLines);
     visit("archiveClips", record.archiveClips);
     visit("archiveFrames", record.archiveFrames);
+    visit("notSearched", record.notSearched);
     visit("archiveWaits", record.archiveWaits);
 }
 

@@ -98,6 +98,8 @@ struct ForgetReport {
     qint64 journalLines = 0;
     qint64 archiveClips = 0;  ///< whole ones, which may begin earlier and end later
     qint64 archiveFrames = 0; ///< that were not in clips yet
+    /// Which folders could not be looked into, and what to do about them.
+    std::optional<QString> notSearched;
     /// Why the archive still has some of that time; the observer tries again by itself.
     std::optional<QString> archiveWaits;
 

@@ -75,8 +75,13 @@ protected:
 
 TEST_F(ForgetCommand, minutes_areTheLastOnesUpToNow)
 {
-    answer(
-        {.frames = 12, .rawInputs = 2, .journalLines = 3, .archiveClips = 4, .archiveFrames = 5, .archiveWaits = {}});
+    answer({.frames = 12,
+            .rawInputs = 2,
+            .journalLines = 3,
+            .archiveClips = 4,
+            .archiveFrames = 5,
+            .notSearched = {},
+            .archiveWaits = {}});
     const qint64 before = QDateTime::currentMSecsSinceEpoch();
     const auto outcome = forgetsLast("10");
     EXPECT_EQ(outcome.status, 0) << outcome.messages.toStdString();
@@ -172,25 +177,31 @@ TEST_F(ForgetCommand, onATerminal_asksAndTakesNothingButYes)
 
 TEST_F(ForgetCommand, whatIsLeft_isSaidAndIsAFailure)
 {
-    answer({.frames = 1, .archiveWaits = QStringLiteral("Footage could not be removed from the archive yet.")});
+    answer({.frames = 1,
+            .notSearched = {},
+            .archiveWaits = QStringLiteral("Footage could not be removed from the archive yet.")});
     const auto waits = forgetsLast("5");
     EXPECT_EQ(waits.status, 1);
     EXPECT_THAT(waits.messages.toStdString(), HasSubstr("Footage could not be removed"));
     EXPECT_THAT(waits.output.toStdString(), HasSubstr("     1 waiting frames"))
         << "what was removed is told all the same";
-    answer({.rawInputsUnknown = 2, .archiveWaits = {}});
+    answer({.rawInputsUnknown = 2, .notSearched = {}, .archiveWaits = {}});
     const auto unknown = forgetsLast("5");
     EXPECT_EQ(unknown.status, 1);
     EXPECT_THAT(unknown.messages.toStdString(), HasSubstr("2 kept model inputs don't tell"));
+    answer({.notSearched = QStringLiteral("This folder can't be found now: /mnt/journal."), .archiveWaits = {}});
+    const auto unplugged = forgetsLast("5");
+    EXPECT_EQ(unplugged.status, 1);
+    EXPECT_THAT(unplugged.messages.toStdString(), HasSubstr("ostrel: This folder can't be found now: /mnt/journal.\n"));
 }
 
 TEST_F(ForgetCommand, json_hasEveryCountAndNullForWhatIsAbsent)
 {
-    answer({.journalLines = 3, .archiveWaits = {}});
+    answer({.journalLines = 3, .notSearched = {}, .archiveWaits = {}});
     const auto outcome = forgets({QStringLiteral("--from=2026-11-20 10:30"), QStringLiteral("--to=2026-11-20 10:31"),
                                   QStringLiteral("--yes"), QStringLiteral("--json")});
     const auto json = QJsonDocument::fromJson(outcome.output.toUtf8());
-    EXPECT_EQ(json.object().keys().size(), 9);
+    EXPECT_EQ(json.object().keys().size(), 10);
     EXPECT_EQ(json[QStringLiteral("journalLines")], 3);
     EXPECT_TRUE(json[QStringLiteral("archiveWaits")].isNull());
     EXPECT_THAT(json[QStringLiteral("from")].toString().toStdString(), HasSubstr("2026-11-20T10:30:00"));

@@ -5,6 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <QElapsedTimer>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 
 using namespace ostrel;
 
@@ -92,6 +96,22 @@ TEST(PrivacyRules, patternThatSearchesForEver_isGivenUpAndExcludes)
     const QString undecidable = QString(2'000, QLatin1Char('a')) + QLatin1Char('!');
     EXPECT_TRUE(rules.excludes({.bundleIdentifier = {}, .windowClass = {}, .title = undecidable}));
     EXPECT_LT(timer.elapsed(), 5'000) << "without a limit it would take longer than the universe has";
+}
+
+TEST(PrivacyRules, titlePattern_ofTheFixture_isFoundWhereTheObserverFindsIt)
+{
+    QFile file(QStringLiteral(OSTREL_FIXTURES "/title-patterns.json"));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QJsonArray cases = QJsonDocument::fromJson(file.readAll()).array();
+    ASSERT_GT(cases.size(), 30);
+    for (const QJsonValue one : cases) {
+        const QString pattern = one[QStringLiteral("pattern")].toString();
+        const QString title = one[QStringLiteral("title")].toString();
+        const PrivacyRules rules{.desktopIds = {}, .windowClasses = {}, .titles = {titlePattern(pattern)}};
+        EXPECT_EQ(rules.excludes({.bundleIdentifier = {}, .windowClass = {}, .title = title}),
+                  one[QStringLiteral("found")].toBool())
+            << pattern.toStdString() << " in " << title.toStdString();
+    }
 }
 
 TEST(PrivacyRules, joined_excludeWhatEitherDoes)

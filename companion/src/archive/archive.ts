@@ -2,26 +2,24 @@ import type { Clock } from "../base/clock.ts";
 import type { FileSystem } from "../base/fileSystem.ts";
 import { Mutex } from "../base/mutex.ts";
 import type { ForgottenFootage } from "../forget/forgetting.ts";
-import { expandedAbsolutePath } from "../settings/expandedPath.ts";
 import { type Disk, diskOn } from "../spool/disk.ts";
 import type { TimeRange } from "../spool/records.ts";
 import type { ArchiveExportEstimate, ArchiveExportStatus, ArchiveStatus } from "../wire/records.ts";
 import { Identity } from "./age/x25519.ts";
-import { ArchiveNotReady, noTargetChosen, noVault } from "./archiveErrors.ts";
+import { ArchiveNotReady, noVault } from "./archiveErrors.ts";
+import { ArchivePlace } from "./archivePlace.ts";
 import type { DayRange } from "./archiveRequests.ts";
 import { type ArchiveLayout, ArchiveState, type VaultRecord } from "./archiveState.ts";
-import { bind } from "./binding.ts";
 import type { VideoEncoder } from "./clips/videoEncoder.ts";
 import { makeDurable } from "./durableFolder.ts";
-import { ExportFolder } from "./export/exportFolder.ts";
-import { ExportRun } from "./export/exportRun.ts";
+import { Exports } from "./export/exports.ts";
 import { FootageForgetting } from "./forgetFootage.ts";
 import { Keyring } from "./keyring.ts";
 import { formatRecoveryKey, parseRecoveryKey } from "./keys/recoveryKey.ts";
 import type { SecretStore } from "./keys/secretStore.ts";
 import { Vault, wrapVault } from "./keys/vault.ts";
 import { Heads } from "./manifest/heads.ts";
-import { type ListSource, readList } from "./manifest/listReader.ts";
+import type { ListSource } from "./manifest/listReader.ts";
 import { Mirror } from "./manifest/mirror.ts";
 import { Items } from "./outbox/items.ts";
 import { ListWriter } from "./outbox/listWriter.ts";
@@ -29,9 +27,8 @@ import { Outbox } from "./outbox/outbox.ts";
 import { findVault } from "./recovery.ts";
 import { RequestTime } from "./requestTime.ts";
 import { fullSentence } from "./room.ts";
-import { type ArchiveTarget, TargetFailure } from "./targets/target.ts";
-import { TargetFile } from "./targets/targetFile.ts";
-import { placeOf, type TargetRecord, told, withKeptSecret } from "./targets/targetRecord.ts";
+import type { ArchiveTarget } from "./targets/target.ts";
+import { type TargetRecord, told } from "./targets/targetRecord.ts";
 
 export interface ArchiveDependencies {
   readonly fileSystem: FileSystem;
@@ -51,17 +48,8 @@ export interface ArchiveDependencies {
   onComplaint(area: string, sentence: string | undefined): void;
 }
 
-const idle: ArchiveExportStatus = {
-  state: "idle",
-  exported: 0,
-  total: 0,
-  skipped: 0,
-  currentDay: undefined,
-  error: undefined,
-};
-
-/** How long an export waits for footage of the last minutes to get into the list. */
-const flushPatienceMs = 10_000;
+/** How long a forgetting lets an upload come to its end: one that is cut off may still get there after it. */
+const uploadPatienceMs = 10_000;
 
 /**
  * The encrypted archive: takes over the pictures of finished chunks, and answers what the
@@ -74,15 +62,13 @@ export class Archive {
   readonly #items: Items;
   readonly #heads: Heads;
   readonly #keyring: Keyring;
-  readonly #targetFile: TargetFile;
+  readonly #place: ArchivePlace;
   readonly #mirror: Mirror;
   readonly #outbox: Outbox;
   readonly #forgetting: FootageForgetting;
+  readonly #exports: Exports;
   readonly #turns = new Mutex();
   readonly #time: RequestTime;
-  #record: TargetRecord = { kind: "none", lossless: false };
-  #target: ArchiveTarget | undefined;
-  #export: ExportRun | undefined;
 
   private constructor(
     dependencies: ArchiveDependencies,
@@ -99,19 +85,28 @@ export class Archive {
     this.#keyring = new Keyring(secrets);
     this.#time = new RequestTime(clock);
     this.#mirror = new Mirror(this.#disk, layout.mirror);
-    this.#targetFile = new TargetFile(this.#disk, layout.targetFile);
+    this.#place = new ArchivePlace({ ...dependencies, state, disk: this.#disk, time: this.#time });
     const list = new ListWriter({ mirror: this.#mirror, state, randomName });
     const shared = {
       items,
       state,
       list,
-      target: (signal: AbortSignal) => this.#readyTarget(signal),
+      target: (signal: AbortSignal) => this.#place.ready(this.#vaultInUse(), signal),
     };
     this.#forgetting = new FootageForgetting({
       ...shared,
       disk: this.#disk,
       layout,
       source: () => this.#source(),
+    });
+    this.#exports = new Exports({
+      ...dependencies,
+      time: this.#time,
+      source: () => this.#source(),
+      flush: async () => {
+        if (state.record.enabled) await this.#outbox.flush();
+      },
+      isForgotten: (name) => this.#forgetting.isForgotten(name),
     });
     this.#outbox = new Outbox({
       ...shared,
@@ -132,7 +127,7 @@ export class Archive {
     const items = await Items.open(disk, layout.root, layout.items);
     const heads = await Heads.open(disk, layout.headsFile);
     const archive = new Archive(dependencies, state, items, heads);
-    await archive.#loadTarget().catch((error: unknown) => {
+    await archive.#place.load().catch((error: unknown) => {
       if (!(error instanceof ArchiveNotReady)) throw error;
       dependencies.onComplaint("archive", error.message);
     });
@@ -159,7 +154,7 @@ export class Archive {
   prepare(): Promise<ArchiveStatus> {
     return this.#turns.run(async () => {
       if (this.#state.record.vault !== undefined) return this.status();
-      await this.#requireTarget();
+      await this.#place.require();
       const vault = new Vault(Identity.generate());
       const recoveryKey = Identity.generate();
       const former = this.#state.record.prepared;
@@ -177,7 +172,7 @@ export class Archive {
       if (vault === undefined) {
         throw new ArchiveNotReady("There is no recovery key yet. Prepare the archive first.");
       }
-      const target = await this.#requireTarget();
+      const target = await this.#place.require();
       await this.#keyring.vault(vault.id);
       await this.#outbox.whilePaused(() => this.#use(vault, target));
       return this.status();
@@ -197,10 +192,10 @@ export class Archive {
   recover(recoveryKey: string): Promise<ArchiveStatus> {
     return this.#turns.run(async () => {
       const identity = parseRecoveryKey(recoveryKey);
-      const target = await this.#requireTarget();
+      const target = await this.#place.require();
       const { vault, file } = await this.#time.run((signal) => findVault(target, identity, signal));
       await this.#outbox.whilePaused(async () => {
-        if (this.#items.packed.some(([, { vault: id }]) => id !== vault.id)) {
+        if ([...this.#items.packed].some(([, { vault: id }]) => id !== vault.id)) {
           throw new ArchiveNotReady(
             "Footage still waits for the archive that was in use before. Turn that one on until it is stored, or delete what waits.",
           );
@@ -215,30 +210,16 @@ export class Archive {
 
   target(): Promise<TargetRecord> {
     return this.#turns.run(async () => {
-      await this.#loadTarget();
-      return told(this.#record);
+      await this.#place.load();
+      return told(this.#place.record);
     });
   }
 
   /** Another place for the archive; where it is on, the place has to take it at once. */
   setTarget(given: TargetRecord): Promise<TargetRecord> {
     return this.#turns.run(async () => {
-      const kept = await this.#targetFile.read().catch(() => this.#record);
-      const record = withKeptSecret(given, kept);
-      const target = this.#dependencies.openTarget(record);
-      await this.#outbox.whilePaused(async () => {
-        const { enabled, vault } = this.#state.record;
-        if (enabled && vault !== undefined) {
-          if (target === undefined) {
-            throw new ArchiveNotReady("The archive is on and needs a place. Turn it off first.");
-          }
-          await this.#bindTo(target, record, vault);
-        }
-        await this.#targetFile.write(record);
-        this.#record = record;
-        this.#target = target;
-      });
-      return told(record);
+      await this.#place.change(given, (task) => this.#outbox.whilePaused(task));
+      return told(this.#place.record);
     });
   }
 
@@ -251,40 +232,21 @@ export class Archive {
     return isTaken;
   }
 
-  async estimate(range: DayRange): Promise<ArchiveExportEstimate> {
-    await this.#flush();
-    const { clips } = await this.#time.run(async (signal) =>
-      readList(await this.#source(), range, false, signal),
-    );
-    return { clips: clips.length, bytes: clips.reduce((sum, clip) => sum + clip.bytes, 0) };
+  estimate(range: DayRange): Promise<ArchiveExportEstimate> {
+    return this.#exports.estimate(range);
   }
 
   /** Throws where the destination can't be used; what else goes wrong the status tells. */
   startExport(destination: string, range: DayRange): Promise<ArchiveExportStatus> {
-    return this.#turns.run(async () => {
-      if (this.#export?.status.state === "running") {
-        throw new ArchiveNotReady("An export is running. Cancel it, or wait for its end.");
-      }
-      const { fileSystem, home, clock } = this.#dependencies;
-      const { target, vault } = await this.#source();
-      const root = expandedAbsolutePath(destination, home);
-      const folder = await ExportFolder.open(fileSystem, root, vault.id);
-      const list = async (signal: AbortSignal) => {
-        await this.#flush();
-        return readList(await this.#source(), range, true, signal);
-      };
-      this.#export = new ExportRun({ clock, target, vault, folder, readList: list });
-      return this.#export.status;
-    });
+    return this.#turns.run(() => this.#exports.start(destination, range));
   }
 
   exportStatus(): ArchiveExportStatus {
-    return this.#export?.status ?? idle;
+    return this.#exports.status;
   }
 
-  async cancelExport(): Promise<ArchiveExportStatus> {
-    await this.#export?.cancel();
-    return this.exportStatus();
+  cancelExport(): Promise<ArchiveExportStatus> {
+    return this.#exports.cancel();
   }
 
   /**
@@ -293,12 +255,13 @@ export class Archive {
    */
   forget(range: TimeRange): Promise<ForgottenFootage> {
     return this.#turns.run(async () => {
-      await this.#loadTarget();
+      await this.#place.load();
       return this.#outbox.whilePaused(async () => {
         const frames = await this.#forgetting.unpacked(range);
         const clips = await this.#time.run((signal) => this.#forgetting.clips(range, signal));
-        return { clips, frames };
-      });
+        const elsewhere = this.#place.formerPlaces(range);
+        return { clips, frames, ...(elsewhere.length > 0 && { elsewhere }) };
+      }, uploadPatienceMs);
     });
   }
 
@@ -310,12 +273,12 @@ export class Archive {
   /** What is under way ends where it is; the next start goes on. */
   async close(): Promise<void> {
     this.#time.close();
-    await Promise.all([this.#export?.cancel(), this.#outbox.close()]);
+    await Promise.all([this.#exports.cancel(), this.#outbox.close()]);
   }
 
   #packer() {
     const { encodeVideo, randomName } = this.#dependencies;
-    const isLossless = this.#record.lossless;
+    const isLossless = this.#place.record.lossless;
     return { disk: this.#disk, encodeVideo: isLossless ? undefined : encodeVideo, randomName };
   }
 
@@ -325,52 +288,9 @@ export class Archive {
     return vault;
   }
 
-  async #requireTarget(): Promise<ArchiveTarget> {
-    await this.#loadTarget();
-    if (this.#target === undefined) throw new ArchiveNotReady(noTargetChosen);
-    return this.#target;
-  }
-
-  /** The user may have edited the file. While the archive is on, another place waits for a start. */
-  async #loadTarget(): Promise<void> {
-    const record = await this.#targetFile.read();
-    const isOther = placeOf(record) !== placeOf(this.#record);
-    if (isOther && this.#target !== undefined && this.#state.record.enabled) return;
-    this.#record = record;
-    this.#target = this.#dependencies.openTarget(record);
-  }
-
-  /** For the outbox: the file may have been edited while the observer was not running. */
-  async #readyTarget(signal: AbortSignal): Promise<ArchiveTarget> {
-    const target = this.#target;
-    if (target === undefined) throw new TargetFailure(noTargetChosen);
-    const { binding } = this.#state.record;
-    if (binding?.place !== placeOf(this.#record)) {
-      const place = placeOf(this.#record);
-      await this.#state.change(
-        await bind(this.#binding(), target, place, this.#vaultInUse(), signal),
-      );
-    }
-    return target;
-  }
-
-  #binding() {
-    const { layout, randomName } = this.#dependencies;
-    return { disk: this.#disk, layout, state: this.#state, randomName };
-  }
-
-  async #bindTo(target: ArchiveTarget, record: TargetRecord, vault: VaultRecord): Promise<void> {
-    await this.#state.change(await this.#bound(target, record, vault));
-  }
-
   async #use(vault: VaultRecord, target: ArchiveTarget): Promise<void> {
-    const change = await this.#bound(target, this.#record, vault);
+    const change = await this.#place.bound(target, vault);
     await this.#state.change({ ...change, vault, enabled: true, prepared: undefined });
-  }
-
-  #bound(target: ArchiveTarget, record: TargetRecord, vault: VaultRecord) {
-    const place = placeOf(record);
-    return this.#time.run((signal) => bind(this.#binding(), target, place, vault, signal));
   }
 
   async #keepVaultFile(id: string, file: Buffer): Promise<void> {
@@ -397,23 +317,11 @@ export class Archive {
     return hasRoom;
   }
 
-  /** What isn't in the list when the time is up comes later. */
-  async #flush(): Promise<void> {
-    if (!this.#state.record.enabled) return;
-    const { clock } = this.#dependencies;
-    let cancel = () => {};
-    const timeIsUp = new Promise<void>((resolve) => {
-      cancel = clock.after(flushPatienceMs, resolve);
-    });
-    await Promise.race([this.#outbox.flush(), timeIsUp]);
-    cancel();
-  }
-
   /** Everything that it takes to read the archive. */
   async #source(): Promise<ListSource> {
-    const target = await this.#requireTarget();
+    const target = await this.#place.require();
     const vault = await this.#keyring.vault(this.#vaultInUse().id);
-    const place = placeOf(this.#record);
+    const place = this.#place.name;
     const { binding } = this.#state.record;
     const ownHead = binding?.place === place ? { ...binding, sha256: binding.head } : undefined;
     return { mirror: this.#mirror, heads: this.#heads, target, place, vault, ownHead };

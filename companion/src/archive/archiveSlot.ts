@@ -1,7 +1,7 @@
 import { describeFailure, isSystemError } from "../base/failure.ts";
 import type { ForgottenFootage } from "../forget/forgetting.ts";
+import type { FinishedChunks } from "../spool/moves.ts";
 import type { TimeRange } from "../spool/records.ts";
-import type { FinishedChunks } from "../spool/spool.ts";
 import type { Archive, ArchiveDependencies } from "./archive.ts";
 import { ArchiveNotReady } from "./archiveErrors.ts";
 import type { ArchiveApi } from "./archiveRoutes.ts";

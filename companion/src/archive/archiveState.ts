@@ -22,6 +22,10 @@ const Binding = z.object({
 });
 export type Binding = z.infer<typeof Binding>;
 
+/** Where this machine has stored footage before, and of which vault. */
+const FormerPlace = z.object({ place: z.string(), vault: z.string(), untilMs: z.int() });
+export type FormerPlace = z.infer<typeof FormerPlace>;
+
 /** A part of the list on its way: its bytes are in the mirror already. */
 const PendingSegment = z.object({
   name: z.string(),
@@ -43,6 +47,7 @@ const StateRecord = z.object({
   segment: optional(PendingSegment),
   /** Items that are in the list for good and only have to be cleared away. */
   listed: z.array(z.string()),
+  formerPlaces: optional(z.array(FormerPlace)),
 });
 export type StateRecord = z.infer<typeof StateRecord>;
 
@@ -54,6 +59,7 @@ const initial: StateRecord = {
   binding: undefined,
   segment: undefined,
   listed: [],
+  formerPlaces: undefined,
 };
 
 /** Where everything of the archive lies in the state folder. */

@@ -1,5 +1,6 @@
+import type { Clock } from "../base/clock.ts";
 import type { Disk } from "../spool/disk.ts";
-import type { ArchiveLayout, ArchiveState, VaultRecord } from "./archiveState.ts";
+import type { ArchiveLayout, ArchiveState, FormerPlace, VaultRecord } from "./archiveState.ts";
 import { readWhole } from "./clips/chunkClips.ts";
 import { noPrevious, sha256Of } from "./manifest/segment.ts";
 import { vaultFileName } from "./targets/folderTarget.ts";
@@ -9,6 +10,7 @@ export interface BindingDependencies {
   readonly disk: Disk;
   readonly layout: ArchiveLayout;
   readonly state: ArchiveState;
+  readonly clock: Clock;
   /** 16 hexadecimal digits that never come twice. */
   randomName(): string;
 }
@@ -19,7 +21,7 @@ export interface BindingDependencies {
  * in another place it is another writer, whose list begins with its first part.
  */
 export async function bind(
-  { disk, layout, state, randomName }: BindingDependencies,
+  { disk, layout, state, clock, randomName }: BindingDependencies,
   target: ArchiveTarget,
   place: string,
   vault: VaultRecord,
@@ -43,5 +45,16 @@ export async function bind(
   return {
     binding: { place, writer: randomName(), sequence: 0, head: noPrevious },
     segment: undefined,
+    formerPlaces: formerPlaces(state, { place, vault: vault.id, untilMs: clock.nowMs() }),
   };
+}
+
+/** Those that this machine has stored in, without the one that comes and with the one that goes. */
+function formerPlaces({ record }: ArchiveState, next: FormerPlace): FormerPlace[] {
+  const { binding, vault, formerPlaces: before = [] } = record;
+  const isOther = (one: FormerPlace) => one.place !== next.place || one.vault !== next.vault;
+  if (binding === undefined || vault === undefined) return before.filter(isOther);
+  const left = { place: binding.place, vault: vault.id, untilMs: next.untilMs };
+  const isNew = (one: FormerPlace) => one.place !== left.place || one.vault !== left.vault;
+  return [...before.filter(isNew), left].filter(isOther);
 }

@@ -31,9 +31,15 @@ const oneDayMs = 86_400_000;
  */
 export class FootageForgetting {
   readonly #dependencies: FootageDependencies;
+  readonly #names = new Set<string>();
 
   constructor(dependencies: FootageDependencies) {
     this.#dependencies = dependencies;
+  }
+
+  /** Whether this process has removed the clip of that name. */
+  isForgotten(name: string): boolean {
+    return this.#names.has(name);
   }
 
   /** What is here needs neither a place nor a key. Resolves with how many frames went. */
@@ -69,7 +75,7 @@ export class FootageForgetting {
     let count = 0;
     for (const [name, { vault, clips }] of items.packed) {
       if (!clips.some((clip) => overlaps(extentOf(clip), range))) continue;
-      for (const clip of clips) await target.remove(`${vault}/${clip.name}`, signal);
+      for (const clip of clips) await this.#remove(vault, clip, target, signal);
       await items.discard(name);
       count += clips.length;
     }
@@ -83,15 +89,29 @@ export class FootageForgetting {
       fromDate: localDay(range.fromMs - oneDayMs),
       toDate: localDay(range.toMs + oneDayMs),
     };
-    const { clips } = await readList(source, days, false, signal);
-    const gone = clips.filter((clip) => overlaps(extentOf(clip), range));
-    for (const { name } of gone) await target.remove(`${source.vault.id}/${name}`, signal);
-    for (const day of new Set(gone.map((clip) => clip.day))) {
-      const names = gone.filter((clip) => clip.day === day).map(({ name }) => name);
+    const list = await readList(source, days, false, signal);
+    let count = 0;
+    for (const day of list.days) {
+      const clips = await list.clipsOf(day);
+      const gone = clips.filter((clip) => overlaps(extentOf(clip), range));
+      if (gone.length === 0) continue;
+      for (const clip of gone) await this.#remove(source.vault.id, clip, target, signal);
+      const names = gone.map(({ name }) => name);
       await this.#dependencies.list.prepareForgotten(day, names, source.vault);
       await this.#finishList(target, signal);
+      count += gone.length;
     }
-    return gone.length;
+    return count;
+  }
+
+  async #remove(
+    vault: string,
+    { name }: ClipEntry,
+    target: ArchiveTarget,
+    signal: AbortSignal,
+  ): Promise<void> {
+    this.#names.add(name);
+    await target.remove(`${vault}/${name}`, signal);
   }
 }
 

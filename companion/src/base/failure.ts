@@ -35,6 +35,12 @@ export function isSystemError(error: unknown): error is Error {
   return /^E[A-Z0-9]+$/.test(errorCode(error) ?? "");
 }
 
+/** Whether the disk keeps back what may well be whole: damage is what is there and makes no sense. */
+export function isRefusal(error: unknown): error is Error {
+  const isGone = ["ENOENT", "ENOTDIR", "EISDIR"].includes(errorCode(error) ?? "");
+  return isSystemError(error) && !isGone;
+}
+
 /**
  * What was tried, what happened, where known to which path, and what the user can do about it: plain
  * sentences without the last full stop.

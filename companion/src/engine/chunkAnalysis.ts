@@ -1,5 +1,6 @@
 import type { Bullet } from "../analysis/types.ts";
 import { describeFailure } from "../base/failure.ts";
+import type { FolderKind } from "../forget/writtenFolders.ts";
 import type { KeyedBullet } from "../journal/types.ts";
 import { expandedAbsolutePath } from "../settings/expandedPath.ts";
 import type { ModelProvider, Provider } from "../settings/provider.ts";
@@ -16,6 +17,8 @@ export interface AnalysisDependencies {
   readonly analyser: Analyser;
   readonly analyst: Analyst;
   readonly home: string;
+  /** To be called before anything is written to a folder of the user's choice. */
+  noteFolder(kind: FolderKind, folder: string): Promise<void>;
   bulletKey(atMs: number, chunkId: number, n: number): string;
   /** Something went wrong that doesn't hold up the queue; undefined when it goes right again. */
   onComplaint(area: string, sentence: string | undefined): void;
@@ -72,10 +75,12 @@ export class ChunkAnalysis {
   }
 
   async #save(save: (directory: string) => Promise<void>): Promise<void> {
-    const { settings, home, onComplaint } = this.#dependencies;
+    const { settings, home, noteFolder, onComplaint } = this.#dependencies;
     if (!settings.record.saveRawInputs) return;
     try {
-      await save(expandedAbsolutePath(settings.record.rawInputDirectory, home));
+      const directory = expandedAbsolutePath(settings.record.rawInputDirectory, home);
+      await noteFolder("rawInputs", directory);
+      await save(directory);
       onComplaint("raw inputs", undefined);
     } catch (error) {
       onComplaint("raw inputs", `${describeFailure("The model inputs can't be kept", error)}.`);

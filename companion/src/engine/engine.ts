@@ -1,39 +1,27 @@
 import type { Clock } from "../base/clock.ts";
-import { describeFailure, isSystemError } from "../base/failure.ts";
-import type { JournalSession, KeyedBullet } from "../journal/types.ts";
+import { describeFailure } from "../base/failure.ts";
 import { PrivacyUnreadable } from "../privacy/privacyFile.ts";
 import { ProviderFailure } from "../providers/failures.ts";
-import { expandedAbsolutePath } from "../settings/expandedPath.ts";
-import {
-  chosenProvider,
-  isSameProvider,
-  type ModelProvider,
-  type Provider,
-} from "../settings/provider.ts";
-import type { Chunk, ChunkResult } from "../spool/records.ts";
-import type { PendingChunk } from "../spool/spool.ts";
+import { chosenProvider, isSameProvider, type Provider } from "../settings/provider.ts";
+import type { PendingChunks } from "../spool/pendingChunks.ts";
+import type { ChunkResult } from "../spool/records.ts";
 import type { Preview } from "../wire/records.ts";
-import { type AnalysisDependencies, ChunkAnalysis } from "./chunkAnalysis.ts";
-import { unanalysedText } from "./gapText.ts";
+import {
+  ChunkWork,
+  type ChunkWorkDependencies,
+  JournalFailure,
+  UnusableChunk,
+} from "./chunkWork.ts";
+import { Deferrals, UnreadableChunk } from "./deferrals.ts";
 import { ModelPause } from "./modelPause.ts";
 import { previewOf } from "./preview.ts";
 import { Sieve, type SieveDependencies } from "./sieve.ts";
 import { Suspects } from "./suspects.ts";
 
-export interface EngineDependencies extends AnalysisDependencies, SieveDependencies {
+export interface EngineDependencies extends ChunkWorkDependencies, SieveDependencies {
   readonly clock: Clock;
   /** At least 0 and below 1. */
   random(): number;
-  /** Appends to the journal in the directory; the same keys again change nothing. */
-  appendToJournal(
-    directory: string,
-    session: JournalSession,
-    bullets: readonly KeyedBullet[],
-  ): Promise<void>;
-  /** Does the task, again and again where the disk is full as long as something can give way. */
-  withRoom(task: () => Promise<void>): Promise<void>;
-  /** Lines were appended. */
-  onWritten(lineCount: number): void;
 }
 
 const firstRetryMs = 5_000;
@@ -43,27 +31,17 @@ const mostRefusals = 3;
 /** When so many chunks were put aside in a row, it is not the chunks. */
 const mostPutAside = 3;
 
-/** The chunk can never be analysed, so the ones behind it must not wait for it. */
-class UnusableChunk extends Error {
-  override readonly name = "UnusableChunk";
-}
-
-/** The journal's folder refused, which the user can do something about. */
-class JournalFailure extends Error {
-  override readonly name = "JournalFailure";
-}
-
 /**
  * Works off the queue of chunks, one at a time: in order for the built-in analyser, whose memory
  * goes from one to the next, and the newest first for a model, so that days without network don't
- * delay today. The stages of a chunk are analysis, stored result, journal, stored queue state, removal;
- * each may be repeated after a kill.
+ * delay today. What can't be read for now is passed over.
  */
 export class Engine {
   readonly #dependencies: EngineDependencies;
-  readonly #analysis: ChunkAnalysis;
   readonly #sieve: Sieve;
+  readonly #work: ChunkWork;
   readonly #pause: ModelPause;
+  readonly #deferrals: Deferrals;
   readonly #suspects = new Suspects();
   #isOpen = false;
   /** How many want it to stand still. */
@@ -79,15 +57,14 @@ export class Engine {
   /** The question that is out, which a change of the settings takes back. */
   #question: AbortController | undefined;
   #lastSettings;
-  /** Chunks that are not done, but whose lines stand in the journal: what the user then deletes stays so. */
-  readonly #appended = new Set<number>();
   #putAsideInRow = 0;
   #waiters: (() => void)[] = [];
 
   constructor(dependencies: EngineDependencies) {
     this.#dependencies = dependencies;
-    this.#analysis = new ChunkAnalysis(dependencies);
     this.#sieve = new Sieve(dependencies);
+    this.#work = new ChunkWork(dependencies, this.#sieve);
+    this.#deferrals = new Deferrals(dependencies.clock, () => this.wake());
     this.#lastSettings = dependencies.settings.record;
     this.#pause = new ModelPause(dependencies.clock, dependencies.random, () => this.wake());
     this.#opened = new Promise((resolve) => {
@@ -97,13 +74,13 @@ export class Engine {
 
   /** Why no chunk is worked on at present; undefined while one is, or none waits. */
   get reason(): string | undefined {
-    return this.#stuckReason ?? this.#modelReason;
+    return this.#stuckReason ?? this.#modelReason ?? this.#deferredReason;
   }
 
   /** Whether the reason is one that the user should know of. */
   get isBlocked(): boolean {
     if (this.#stuckReason !== undefined) return true;
-    if (this.#modelReason === undefined) return false;
+    if (this.#modelReason === undefined) return this.#deferredReason !== undefined;
     return this.#pause.reason === undefined || this.#pause.isBlocking;
   }
 
@@ -138,7 +115,7 @@ export class Engine {
     }
     this.#lastSettings = record;
     this.#putAsideInRow = 0;
-    this.wake();
+    this.#deferrals.retry();
   }
 
   /** Somebody begins to record: what they may have put right in the meantime is tried. */
@@ -176,7 +153,7 @@ export class Engine {
     await this.#opened;
     // The built-in analyser is done with the last chunk when it is done with all.
     if (chosenProvider(this.#dependencies.settings.record).kind === "local") return this.settled();
-    const waits = () => this.#pending.some((chunk) => chunk.id === id);
+    const waits = () => id !== undefined && this.#pending.has(id) && !this.#deferrals.has(id);
     while (this.#running !== undefined && waits()) {
       await new Promise<void>((resolve) => this.#waiters.push(resolve));
     }
@@ -203,6 +180,7 @@ export class Engine {
     this.#isOpen = false;
     this.#isWanted = false;
     this.#cancelRetry?.();
+    this.#deferrals.close();
     this.#pause.end();
     this.#question?.abort();
     await this.#running;
@@ -212,13 +190,18 @@ export class Engine {
     return this.#isOpen && this.#holds === 0;
   }
 
-  get #pending(): readonly PendingChunk[] {
+  get #pending(): PendingChunks {
     return this.#dependencies.spool.pendingChunks;
+  }
+
+  /** Why no chunk is worked on where all that wait can't be read. */
+  get #deferredReason(): string | undefined {
+    return this.#running === undefined ? this.#deferrals.reason : undefined;
   }
 
   /** Why a model can't be asked about the chunks that need one. */
   get #modelReason(): string | undefined {
-    if (!this.#pending.some((chunk) => chunk.hasFrames)) return undefined;
+    if (this.#pending.find((chunk) => chunk.hasFrames) === undefined) return undefined;
     const chosen = chosenProvider(this.#dependencies.settings.record);
     if (chosen.kind === "local") return undefined;
     return chosen.kind === "unavailable" ? chosen.reason : this.#pause.reason;
@@ -254,11 +237,13 @@ export class Engine {
 
   /** The chunk to work on; undefined when there is none, or all have to wait. */
   #next(chosen: Provider): number | undefined {
-    const [oldest] = this.#pending;
+    const oldest = this.#pending.find(({ id }) => !this.#deferrals.has(id));
     if (chosen.kind === "local") return oldest?.id;
     // The end of a session comes when all of it is done, should that be by the built-in analyser.
     if (oldest?.hasFrames === false) return oldest.id;
-    const free = this.#pending.find(({ hasGaps, hasAnswer }) => hasGaps || hasAnswer);
+    const free = this.#pending.find(
+      ({ id, hasGaps, hasAnswer }) => (hasGaps || hasAnswer) && !this.#deferrals.has(id),
+    );
     if (free !== undefined) return free.id;
     if (this.#modelReason !== undefined) return undefined;
     return this.#nextForModel();
@@ -266,21 +251,23 @@ export class Engine {
 
   /** The one that somebody has to be asked about first. */
   #nextForModel(): number | undefined {
-    const ids = this.#pending
-      .filter(({ hasFrames, hasAnswer }) => hasFrames && !hasAnswer)
-      .map((chunk) => chunk.id);
-    return this.#suspects.choose(ids.reverse());
+    const ids = this.#pending.newestFirst(
+      ({ id, hasFrames, hasAnswer }) => hasFrames && !hasAnswer && !this.#deferrals.has(id),
+    );
+    return this.#suspects.choose(ids);
   }
 
   /** False when the queue has to wait. */
   async #attempt(id: number, chosen: Provider): Promise<boolean> {
     try {
-      await this.#process(id, chosen);
+      await this.#work.process(id, chosen, (question) => this.#ask(id, question));
+      this.#bearRead(id);
       this.#stuckReason = undefined;
       this.#retryMs = firstRetryMs;
       return true;
     } catch (error) {
       if (this.#question?.signal.aborted === true) return true;
+      if (error instanceof UnreadableChunk) return this.#defer(id, error);
       if (error instanceof ProviderFailure && (await this.#bearFailure(id, error))) return true;
       if (error instanceof UnusableChunk && (await this.#setAside(id, error.message))) return true;
       if (error instanceof PrivacyUnreadable) this.#wait(error.message, firstRetryMs);
@@ -304,67 +291,29 @@ export class Engine {
     this.#cancelRetry = this.#dependencies.clock.after(delayMs, () => this.wake());
   }
 
-  async #process(id: number, chosen: Provider): Promise<void> {
-    const { spool, withRoom, onWritten } = this.#dependencies;
-    const chunk = await this.#sifted(await usable("read", () => spool.readChunk(id)));
-    const stored = await usable("read the result of", () => spool.readResult(id));
-    // Somebody has deleted the answer for which it has its turn, and there is nobody to ask.
-    if (stored === undefined && chosen.kind === "unavailable" && chunk.frames.length > 0) return;
-    const result = stored ?? (await this.#analyse(chunk, chosen));
-    if (result.bullets.length > 0 && !this.#appended.has(id)) {
-      await this.#append(chunk, result.bullets);
-      this.#appended.add(id);
-    }
-    const state = result.state === undefined ? spool.queueState?.state : result.state;
-    await withRoom(() => spool.complete(chunk, state));
-    this.#appended.delete(id);
-    if (result.bullets.length > 0) onWritten(result.bullets.length);
+  /** The ones behind it go on. */
+  #defer(id: number, error: UnreadableChunk): boolean {
+    this.#deferrals.add(id, error);
+    this.#dependencies.onComplaint("unreadable", error.message);
+    return true;
   }
 
-  /** Without what is nobody's business. Before this nothing of a chunk may go anywhere. */
-  async #sifted(chunk: Chunk): Promise<Chunk> {
-    const { withRoom, onComplaint } = this.#dependencies;
-    let rest = chunk;
-    try {
-      await withRoom(async () => {
-        rest = await this.#sieve.sift(chunk);
-      });
-      onComplaint("privacy", undefined);
-    } catch (error) {
-      if (error instanceof PrivacyUnreadable) onComplaint("privacy", error.message);
-      throw error;
-    }
-    return rest;
+  /** The chunk was read, and waits no more. */
+  #bearRead(id: number): void {
+    this.#deferrals.delete(id);
+    this.#dependencies.onComplaint("unreadable", this.#deferrals.reason);
   }
 
-  async #append(chunk: Chunk, bullets: readonly KeyedBullet[]): Promise<void> {
-    const { settings, home, appendToJournal } = this.#dependencies;
-    try {
-      const directory = expandedAbsolutePath(settings.record.outputDirectory, home);
-      await appendToJournal(directory, chunk.session, bullets);
-    } catch (error) {
-      throw new JournalFailure("the journal can't be written", { cause: error });
-    }
-  }
-
-  async #analyse(chunk: Chunk, chosen: Provider): Promise<ChunkResult> {
-    const { spool, withRoom } = this.#dependencies;
-    await this.#analysis.saveInputs(chunk);
-    const result =
-      chosen.kind === "model" && chunk.frames.length > 0
-        ? await this.#modelResult(chosen.provider, chunk)
-        : await usable("analyse", async () => this.#analysis.withoutModel(chunk, chosen));
-    await withRoom(() => spool.storeResult(chunk.id, result));
-    return result;
-  }
-
-  async #modelResult(provider: ModelProvider, chunk: Chunk): Promise<ChunkResult> {
+  async #ask(
+    id: number,
+    question: (signal: AbortSignal) => Promise<ChunkResult>,
+  ): Promise<ChunkResult> {
     this.#question = new AbortController();
     const { signal } = this.#question;
-    const result = await this.#analysis.byModel(provider, chunk, signal);
+    const result = await question(signal);
     signal.throwIfAborted();
     this.#pause.forget();
-    this.#suspects.answered(chunk.id);
+    this.#suspects.answered(id);
     this.#putAsideInRow = 0;
     return result;
   }
@@ -393,15 +342,8 @@ export class Engine {
   }
 
   async #setAsideRefused(id: number, why: string): Promise<boolean> {
-    const { spool, bulletKey } = this.#dependencies;
     try {
-      const chunk = await spool.readChunk(id);
-      const [first, last] = [chunk.frames[0], chunk.frames.at(-1)];
-      if (first !== undefined && last !== undefined) {
-        const atMs = first.receivedAtMs;
-        const text = unanalysedText(atMs, last.receivedAtMs);
-        await this.#append(chunk, [{ key: bulletKey(atMs, id, 0), atMs, text }]);
-      }
+      await this.#work.noteUndescribed(id);
     } catch (error) {
       this.#waitForDisk(error);
       return false;
@@ -417,21 +359,11 @@ export class Engine {
     try {
       await spool.setAside(id, clock.nowMs());
       this.#suspects.forget(id);
+      this.#bearRead(id);
       onComplaint("chunks", `Chunk ${id} was put aside: ${why.replace(/\.$/, "")}.`);
       return true;
     } catch {
       return false;
     }
-  }
-}
-
-/** Failures of the disk pass through, and are tried again; every other condemns the chunk. */
-async function usable<Result>(doing: string, task: () => Promise<Result>): Promise<Result> {
-  try {
-    return await task();
-  } catch (error) {
-    if (isSystemError(error)) throw error;
-    const why = error instanceof Error ? error.message : String(error);
-    throw new UnusableChunk(`could not ${doing} it (${why})`);
   }
 }

@@ -2,8 +2,14 @@ import type { Clock } from "../base/clock.ts";
 import { isoLocalTime } from "../base/localTime.ts";
 import type { ProviderFailure } from "../providers/failures.ts";
 
-const firstDelayMs = 5_000;
-const greatestDelayMs = 600_000;
+interface Delays {
+  readonly firstMs: number;
+  readonly greatestMs: number;
+}
+
+const forNow: Delays = { firstMs: 5_000, greatestMs: 600_000 };
+/** What the user has to put right may be put right elsewhere: a model fetched, a key renewed. */
+const untilMended: Delays = { firstMs: 60_000, greatestMs: 3_600_000 };
 /** A provider that wants to be left alone for longer is asked again once a day all the same. */
 const greatestRetryAfterMs = 86_400_000;
 /** Shorter waits are over before anybody has read when they end. */
@@ -11,7 +17,9 @@ const leastAnnouncedMs = 60_000;
 
 /**
  * The time in which no model is asked, because it failed. A failure of the provider's ends by itself,
- * after 5 s, doubling to 10 min, and not before the provider said; one of the settings ends with these.
+ * after 5 s, doubling to 10 min, and not before the provider said. One of the settings ends with these;
+ * where the provider turned the question away at its door it is asked again as well, after a minute,
+ * doubling to an hour.
  */
 export class ModelPause {
   readonly #clock: Clock;
@@ -44,9 +52,9 @@ export class ModelPause {
     this.end();
     this.#failure = failure;
     this.#reason = failure.message;
-    if (failure.kind === "configuration") return;
     this.#failuresInRow += 1;
     const delayMs = this.#delayMs(failure);
+    if (delayMs === undefined) return;
     if (failure.kind !== "ceiling" && delayMs >= leastAnnouncedMs) {
       const time = isoLocalTime(this.#clock.nowMs() + delayMs);
       const day = delayMs > 43_200_000 ? ` on ${time.slice(0, 10)}` : "";
@@ -77,11 +85,15 @@ export class ModelPause {
     if (this.#failure?.kind === "configuration") this.end();
   }
 
-  #delayMs({ retryAfterMs }: ProviderFailure): number {
+  /** Undefined where only the user can end it: asking again may cost what the last time has cost. */
+  #delayMs({ kind, cost, retryAfterMs }: ProviderFailure): number | undefined {
+    const isSetting = kind === "configuration";
+    if (isSetting && cost === "unknown") return undefined;
+    const { firstMs, greatestMs } = isSetting ? untilMended : forNow;
     const asked = Math.min(retryAfterMs ?? 0, greatestRetryAfterMs);
-    const doubled = firstDelayMs * 2 ** Math.min(this.#failuresInRow - 1, 10);
+    const doubled = firstMs * 2 ** Math.min(this.#failuresInRow - 1, 10);
     // Between three quarters and the whole: many clients of one server shall not come at once.
-    const own = Math.round(Math.min(doubled, greatestDelayMs) * (0.75 + 0.25 * this.#random()));
+    const own = Math.round(Math.min(doubled, greatestMs) * (0.75 + 0.25 * this.#random()));
     // A server that says "at once", and goes on saying it, is not asked without a pause.
     return Math.max(asked, own);
   }

@@ -1,4 +1,4 @@
-import { errorCode } from "../base/failure.ts";
+import { errorCode, isRefusal } from "../base/failure.ts";
 import { PrivacyUnreadable } from "../privacy/privacyFile.ts";
 import { ProviderFailure } from "../providers/failures.ts";
 import type { RequestPart } from "../providers/modelRequest.ts";
@@ -8,6 +8,7 @@ import type { SpooledFrame } from "../spool/records.ts";
 import type { Spool } from "../spool/spool.ts";
 import type { Preview, PreviewFrame } from "../wire/records.ts";
 import type { Analyst, RequestPreview } from "./analyser.ts";
+import { UnreadableChunk } from "./deferrals.ts";
 import type { Sieve, Sifted } from "./sieve.ts";
 
 export interface PreviewDependencies {
@@ -53,6 +54,8 @@ export async function previewOf(dependencies: PreviewDependencies): Promise<Prev
     if (error instanceof PrivacyUnreadable || error instanceof ProviderFailure) {
       return { ...nothing, reason: error.message };
     }
+    if (error instanceof UnreadableChunk) return { ...nothing, reason: error.message };
+    if (isRefusal(error)) return { ...nothing, reason: new UnreadableChunk(error).message };
     throw error;
   }
 }
@@ -69,7 +72,7 @@ async function previewForModel(
       const rest = { ...chunk, frames: [...sifted.kept] };
       const made = rest.frames.length > 0 ? await analyst.preview(provider, rest) : undefined;
       // It may have been done, and let go of, while its pictures were read.
-      if (!spool.pendingChunks.some((pending) => pending.id === id)) continue;
+      if (!spool.pendingChunks.has(id)) continue;
       const isSent = made?.shown.some(({ frame, picture }) => picture ?? frame.text) === true;
       const reason = isSent ? waitsFor() : "Nothing is left to send of the frames that wait next.";
       return {
@@ -79,7 +82,7 @@ async function previewForModel(
         ...(isSent && made !== undefined && requestOf(made, provider)),
       };
     } catch (error) {
-      if (errorCode(error) !== "ENOENT" && spool.pendingChunks.some((one) => one.id === id)) {
+      if (errorCode(error) !== "ENOENT" && spool.pendingChunks.has(id)) {
         throw error;
       }
       if (next() === id) throw error;

@@ -1,4 +1,4 @@
-import { errorCode } from "../base/failure.ts";
+import { isRefusal } from "../base/failure.ts";
 import type { RulesNow } from "../privacy/privacyFile.ts";
 import type { PrivacyRules } from "../privacy/privacyRules.ts";
 import { privateMarginMs } from "../spool/chunker.ts";
@@ -8,9 +8,11 @@ import {
   isWithin,
   overlaps,
   type SpooledFrame,
+  type TimeRange,
   widened,
 } from "../spool/records.ts";
 import type { Spool } from "../spool/spool.ts";
+import { UnreadableChunk } from "./deferrals.ts";
 import { PrivateMoments } from "./privateMoments.ts";
 
 export interface SieveDependencies {
@@ -41,6 +43,7 @@ export interface Sifted {
 export class Sieve {
   readonly #dependencies: SieveDependencies;
   readonly #moments: PrivateMoments;
+  #rulesComplaint: string | undefined;
 
   constructor(dependencies: SieveDependencies) {
     this.#dependencies = dependencies;
@@ -48,11 +51,17 @@ export class Sieve {
     this.#moments = new PrivateMoments(disk, layout.momentsFile);
   }
 
+  /** What the user should know of the rules as they were the last time that they were applied. */
+  get rulesComplaint(): string | undefined {
+    return this.#rulesComplaint;
+  }
+
   /** Judges, and changes nothing. Throws PrivacyUnreadable. */
   async judge(chunk: Chunk): Promise<Sifted> {
     const rules = await this.#dependencies.privacyRules();
-    const moments = privateTimes(chunk.frames, rules);
+    const moments = await privateTimes(chunk.frames, rules);
     const all = [...moments, ...(await this.#momentsAround(chunk, rules))];
+    this.#rulesComplaint = rules.complaint;
     const isForgotten = (frame: SpooledFrame) => this.#dependencies.isForgotten(frame.receivedAtMs);
     const isSecret = ({ receivedAtMs }: SpooledFrame) =>
       all.some((atMs) => Math.abs(receivedAtMs - atMs) <= privateMarginMs);
@@ -87,16 +96,16 @@ export class Sieve {
       if (other.id === chunk.id || other.extent === undefined) continue;
       if (overlaps(other.extent, around)) near.push(...(await this.#framesOf(other.id)));
     }
-    const times = [...privateTimes(near, rules), ...(await this.#moments.all())];
+    const times = [...(await privateTimes(near, rules)), ...(await this.#moments.all())];
     return times.filter((atMs) => isWithin(atMs, around));
   }
 
-  /** What can't be read tells nothing; its own turn will say what is wrong with it. */
+  /** What is gone or damaged tells nothing; for what the disk keeps back its neighbours have to wait. */
   async #framesOf(id: number): Promise<readonly SpooledFrame[]> {
     try {
       return (await this.#dependencies.spool.readChunk(id)).frames;
     } catch (error) {
-      if (errorCode(error) !== undefined && errorCode(error) !== "ENOENT") throw error;
+      if (isRefusal(error)) throw new UnreadableChunk(error);
       return [];
     }
   }
@@ -104,17 +113,28 @@ export class Sieve {
   /** Whether a frame that waits, or is still to come, may be near. */
   #matters(atMs: number, chunk: Chunk): boolean {
     const { spool } = this.#dependencies;
-    const extents = spool.pendingChunks.flatMap(({ extent }) => (extent ? [extent] : []));
-    const newestMs = Math.max(
+    const extents: TimeRange[] = [];
+    let newestMs = Math.max(
       spool.queueState?.lastFrameAtMs ?? 0,
-      ...extents.map(({ toMs }) => toMs),
       extentOf(chunk.frames)?.toMs ?? 0,
     );
+    for (const { extent } of spool.pendingChunks) {
+      if (extent === undefined) continue;
+      extents.push(extent);
+      newestMs = Math.max(newestMs, extent.toMs);
+    }
     const isNear = extents.some((extent) => isWithin(atMs, widened(extent, privateMarginMs)));
     return isNear || atMs >= newestMs - privateMarginMs;
   }
 }
 
-function privateTimes(frames: readonly SpooledFrame[], rules: PrivacyRules): number[] {
-  return frames.filter(({ text }) => rules.excludes(text)).map(({ receivedAtMs }) => receivedAtMs);
+async function privateTimes(
+  frames: readonly SpooledFrame[],
+  rules: PrivacyRules,
+): Promise<number[]> {
+  const times: number[] = [];
+  for (const { text, receivedAtMs } of frames) {
+    if (await rules.excludes(text)) times.push(receivedAtMs);
+  }
+  return times;
 }

@@ -1,28 +1,42 @@
 import { join } from "node:path";
-import { errorCode, isSystemError } from "../base/failure.ts";
+import { errorCode, isRefusal, isSystemError } from "../base/failure.ts";
 import { parseJson } from "../json/value.ts";
 import { type Disk, replacementOf } from "../spool/disk.ts";
 import { chunkFileName, resultFileName, type SpoolLayout } from "../spool/layout.ts";
 import { leaveFramesOut, removeAnswers } from "../spool/leaveFramesOut.ts";
+import { discard } from "../spool/moves.ts";
 import { Chunk, isWithin, overlaps, type SpooledFrame, type TimeRange } from "../spool/records.ts";
-import { discard, type Spool } from "../spool/spool.ts";
+import type { Spool } from "../spool/spool.ts";
 import { parseRecord } from "../wire/schema.ts";
 
 /**
  * Takes the frames of that time out of the waiting chunks, with the lines that were made of them and
- * wait for the journal. Nothing else may be at work on the chunks. Resolves with how many frames went.
+ * wait for the journal. Nothing else may be at work on the chunks. Resolves with how many frames went;
+ * throws the error of the disk, and then has gone through all that could be read.
  */
 export async function forgetWaiting(spool: Spool, range: TimeRange): Promise<number> {
   let count = 0;
+  const refusals: Error[] = [];
   for (const { id, extent } of [...spool.pendingChunks]) {
-    await forgetAnswer(spool, id, range);
-    if (extent === undefined || !overlaps(extent, range)) continue;
-    const chunk = await spool.readChunk(id);
-    const rest = await spool.leaveOut(chunk, isOf(range));
-    count += chunk.frames.length - rest.frames.length;
+    try {
+      await forgetAnswer(spool, id, range);
+      if (extent !== undefined && overlaps(extent, range))
+        count += await leaveOut(spool, id, range);
+    } catch (error) {
+      // One chunk that the disk keeps back keeps none of the others.
+      if (!isRefusal(error)) throw error;
+      refusals.push(error);
+    }
   }
   await spool.forgetStates();
+  if (refusals[0] !== undefined) throw refusals[0];
   return count;
+}
+
+async function leaveOut(spool: Spool, id: number, range: TimeRange): Promise<number> {
+  const chunk = await spool.readChunk(id);
+  const rest = await spool.leaveOut(chunk, isOf(range));
+  return chunk.frames.length - rest.frames.length;
 }
 
 /** An answer may tell of a time that its frames don't reach: that of an activity's beginning. */

@@ -54,10 +54,15 @@ export class ForgottenRanges {
     }
   }
 
-  /** Durable when it resolves. */
-  add(range: TimeRange, nowMs: number): Promise<void> {
+  /**
+   * Durable when it resolves, with the range as it is kept: what comes after now was not meant, however
+   * late it is that all of it is done.
+   */
+  async add({ fromMs, toMs }: TimeRange, nowMs: number): Promise<TimeRange> {
+    const range = { fromMs, toMs: Math.max(fromMs, Math.min(toMs, nowMs)) };
     const entry: Entry = { range, askedAtMs: nowMs, left: ["here", "archive"] };
-    return this.#change((entries) => [...entries.filter((one) => isWanted(one, nowMs)), entry]);
+    await this.#change((entries) => [...entries.filter((one) => isWanted(one, nowMs)), entry]);
+    return range;
   }
 
   /** What is still to be done there. */

@@ -9,11 +9,19 @@ export class Room {
   readonly #dependencies: QuotaDependencies;
   readonly #pictures: PictureStore;
   readonly #complaints: Complaints;
+  readonly #picturesKnown: Promise<void>;
 
-  constructor(dependencies: QuotaDependencies, pictures: PictureStore, complaints: Complaints) {
+  /** `picturesKnown` resolves when all pictures that wait are known. */
+  constructor(
+    dependencies: QuotaDependencies,
+    pictures: PictureStore,
+    complaints: Complaints,
+    picturesKnown: Promise<void>,
+  ) {
     this.#dependencies = dependencies;
     this.#pictures = pictures;
     this.#complaints = complaints;
+    this.#picturesKnown = picturesKnown;
   }
 
   /** Thins the waiting pictures as far as they have to be; `closeOpen` closes the chunker's chunk. */
@@ -34,7 +42,9 @@ export class Room {
       try {
         return await task();
       } catch (error) {
-        if (!isDiskFull(error) || this.#pictures.bytes === 0) throw error;
+        if (!isDiskFull(error)) throw error;
+        await this.#picturesKnown;
+        if (this.#pictures.bytes === 0) throw error;
         const thinned = await this.#pictures.shrinkTo(Math.floor(this.#pictures.bytes / 2));
         if (thinned > 0) this.#complaints.set("quota", thinnedSentence(thinned));
       }

@@ -1,5 +1,5 @@
 import { parseContextText } from "../analysis/contextText.ts";
-import { isTitleFound } from "./titlePatterns.ts";
+import { TitleSearch } from "./titleSearch.ts";
 
 /** Which applications, windows and sites are nobody's business. */
 export interface PrivacyLists {
@@ -20,14 +20,14 @@ const mostRemembered = 2_000;
  * classes, and a rule about a part of a site holds for all of it.
  */
 export class PrivacyRules {
-  readonly #lists: PrivacyLists;
+  readonly #titles: TitleSearch;
   readonly #names: ReadonlySet<string>;
   readonly #classes: readonly string[];
   readonly #hosts: readonly string[];
-  readonly #known = new Map<string, boolean>();
+  readonly #known = new Map<string, Promise<boolean>>();
 
   constructor(lists: PrivacyLists) {
-    this.#lists = lists;
+    this.#titles = new TitleSearch(lists.titles);
     const classes = lists.windowClasses.map((name) => name.toLowerCase());
     const ids = lists.applications.map((id) => id.toLowerCase());
     this.#names = new Set([...classes, ...ids, ...ids.map((id) => id.split(".").at(-1) ?? "")]);
@@ -36,23 +36,32 @@ export class PrivacyRules {
   }
 
   /** Whether the text says that something was in front that is nobody's business. */
-  excludes(text: string | undefined): boolean {
+  async excludes(text: string | undefined): Promise<boolean> {
     if (text === undefined) return false;
     const known = this.#known.get(text);
     if (known !== undefined) return known;
-    const isExcluded = this.#judge(text);
+    const judging = this.#judge(text);
     if (this.#known.size >= mostRemembered) this.#known.clear();
-    this.#known.set(text, isExcluded);
-    return isExcluded;
+    this.#known.set(text, judging);
+    // What failed is no answer: the next one who asks has it tried again.
+    judging.catch(() => this.#known.delete(text));
+    return judging;
   }
 
-  #judge(text: string): boolean {
+  /** What the user should know of the rules, in a sentence. */
+  get complaint(): string | undefined {
+    const [first] = this.#titles.givenUp;
+    if (first === undefined) return undefined;
+    return `A title could not be searched for entry ${first} of excludedTitlePatterns in your privacy rules within a second. Such titles count as private. Write the entry more simply.`;
+  }
+
+  async #judge(text: string): Promise<boolean> {
     const facts = parseContextText(text);
     if (facts === undefined) return false;
     const { app, website, page, window } = facts;
     if (app !== undefined && this.#isName(app.toLowerCase())) return true;
     if (website !== undefined && this.#isSite(website)) return true;
-    return [window, page].some((title) => isTitleFound(this.#lists.titles, title ?? ""));
+    return (await this.#titles.isFound(window ?? "")) || this.#titles.isFound(page ?? "");
   }
 
   /** A class may also be a name's beginning or end, as it may be a part of a window's class. */

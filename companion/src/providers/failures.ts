@@ -1,7 +1,7 @@
 /**
  * What to do about a failure:
  * - `retry`: the provider or the way to it is at fault for now; the same again later.
- * - `configuration`: nothing changes until the user changes something.
+ * - `configuration`: nothing changes until the user changes something, here or at the provider.
  * - `ceiling`: the user's own limit; nothing more until it allows it.
  * - `shrink`: the same with half the pictures.
  * - `noVision`: the same without pictures.

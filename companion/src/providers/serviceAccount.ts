@@ -195,7 +195,7 @@ function refusedSignIn(
     const message = `${who} refused ${email}'s key, because this machine's clock is wrong.`;
     return new ProviderFailure("retry", message, { cause: failure });
   }
-  return new ProviderFailure("configuration", failure.message, { cause: failure });
+  return new ProviderFailure("configuration", failure.message, { cause: failure, cost: "notSent" });
 }
 
 function parsedToken(text: string, { email, keyId }: ServiceAccount, nowMs: number): KnownToken {

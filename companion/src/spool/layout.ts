@@ -13,6 +13,7 @@ export class SpoolLayout {
   readonly ownSettingsFile: string;
   readonly momentsFile: string;
   readonly forgottenFile: string;
+  readonly foldersFile: string;
 
   constructor(root: string) {
     this.root = root;
@@ -26,6 +27,7 @@ export class SpoolLayout {
     this.ownSettingsFile = join(root, "settings.json");
     this.momentsFile = join(root, "private.json");
     this.forgottenFile = join(root, "forgotten.json");
+    this.foldersFile = join(root, "folders.json");
   }
 
   batch(id: number): string {
@@ -48,6 +50,8 @@ export function isUnfinished(folder: string): boolean {
 
 export const frameListName = "frames.jsonl";
 export const chunkFileName = "chunk.json";
+/** In a batch that has become a chunk: up to where its frames are in others. */
+export const cursorFileName = "cursor.json";
 export const resultFileName = "result.json";
 export const refusalsFileName = "refusals.json";
 

@@ -53,6 +53,8 @@ export const Chunk = z.object({
   /** Set on a session's last chunk: when recording stopped. */
   stoppedAtMs: optional(wallClockMs),
   through: Cursor,
+  /** Its frames had their turn late, so it says nothing about how far the recording has come. */
+  isLate: z.optional(z.literal(true)),
   /** Only a chunk that has nothing else has gaps: they are told whoever analyses the frames. */
   gaps: optional(z.array(Gap)),
   frames: z.array(SpooledFrame),
@@ -129,6 +131,11 @@ export function isWithin(atMs: number, { fromMs, toMs }: TimeRange): boolean {
   return fromMs <= atMs && atMs <= toMs;
 }
 
+/** The time between two, in whatever order they are. */
+export function rangeOver(one: number, other: number): TimeRange {
+  return { fromMs: Math.min(one, other), toMs: Math.max(one, other) };
+}
+
 export function widened({ fromMs, toMs }: TimeRange, byMs: number): TimeRange {
   return { fromMs: fromMs - byMs, toMs: toMs + byMs };
 }
@@ -156,6 +163,20 @@ export function rangesOf(ids: readonly number[]): [number, number][] {
 export function pictureName(frame: SpooledFrame): string {
   const ending = frame.videoMimeType === "image/jpeg" ? "jpg" : "img";
   return `${frame.batch}-${frame.frame}.${ending}`;
+}
+
+/** Of which frame the file is the picture; undefined for other files. */
+export function cursorOfPicture(name: string): Cursor | undefined {
+  const [, batch, frame] = /^([0-9]{1,15})-([0-9]{1,15})\.(?:jpg|img)$/.exec(name) ?? [];
+  if (batch === undefined || frame === undefined) return undefined;
+  return { batch: Number(batch), frame: Number(frame) };
+}
+
+/** The later one of two, where there are two. */
+export function later(one: Cursor | undefined, other: Cursor | undefined): Cursor | undefined {
+  if (one === undefined || other === undefined) return one ?? other;
+  const isLater = one.batch > other.batch || (one.batch === other.batch && one.frame > other.frame);
+  return isLater ? one : other;
 }
 
 export function isAfter(frame: SpooledFrame, cursor: Cursor): boolean {

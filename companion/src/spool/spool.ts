@@ -1,71 +1,33 @@
-import { dirname, join } from "node:path";
+import { join } from "node:path";
 import { errorCode, isSystemError } from "../base/failure.ts";
 import { Mutex } from "../base/mutex.ts";
-import { parseJson } from "../json/value.ts";
 import { writeJson } from "../json/writer.ts";
-import { parseRecord } from "../wire/schema.ts";
 import { BatchWriter } from "./batchWriter.ts";
+import { ChunkFiles } from "./chunkFiles.ts";
 import type { Disk } from "./disk.ts";
-import {
-  chunkFileName,
-  isUnfinished,
-  refusalsFileName,
-  resultFileName,
-  type SpoolLayout,
-  unfinished,
-} from "./layout.ts";
+import { chunkFileName, type SpoolLayout, unfinished } from "./layout.ts";
 import { leaveFramesOut } from "./leaveFramesOut.ts";
-import type { PictureStore } from "./pictureStore.ts";
+import { type FinishedChunks, moveIntoPending, release, setAside, thrownAway } from "./moves.ts";
+import { type PendingChunks, pendingChunk } from "./pendingChunks.ts";
+import { type PictureStore, picturesOnDisk } from "./pictureStore.ts";
 import {
-  Chunk,
-  ChunkResult,
+  type Chunk,
+  type ChunkResult,
   type Cursor,
   cursorOf,
   endOf,
-  extentOf,
   type Gap,
-  pictureName,
   type QueueState,
-  Refusals,
   rangesOf,
   type Session,
   type SpooledFrame,
-  type TimeRange,
 } from "./records.ts";
-
-/** What the queue knows of a chunk without reading it. */
-export interface PendingChunk {
-  readonly id: number;
-  readonly hasFrames: boolean;
-  readonly hasGaps: boolean;
-  /** From its earliest frame to its latest; undefined where it has none. */
-  readonly extent: TimeRange | undefined;
-  /** An answer is stored, so nobody need be asked about it. */
-  readonly hasAnswer: boolean;
-}
-
-export function pendingChunk({ id, frames, gaps }: Chunk, hasAnswer = false): PendingChunk {
-  const extent = extentOf(frames);
-  return { id, hasFrames: frames.length > 0, hasGaps: gaps !== undefined, extent, hasAnswer };
-}
-
-/** Where chunks go whose lines stand in the journal. */
-export interface FinishedChunks {
-  /**
-   * Takes the chunk's folder over by one durable rename, or leaves it to be thrown away: false.
-   * Nothing there is no error. It may be asked for the same folder again after a failure.
-   */
-  take(folder: string): Promise<boolean>;
-}
-
-/** Nobody wants them. */
-export const thrownAway: FinishedChunks = { take: async () => false };
 
 /** What a start found on the disk. */
 export interface SpoolContents {
   readonly queueState: QueueState | undefined;
-  /** The chunks that wait, in order, and their pictures. */
-  readonly pendingChunks: readonly PendingChunk[];
+  /** The chunks that wait, and their pictures. */
+  readonly pendingChunks: PendingChunks;
   readonly pictures: PictureStore;
   /** The last frame that is in a chunk; undefined when none ever was. */
   readonly cursor: Cursor | undefined;
@@ -85,11 +47,13 @@ export class Spool {
   readonly disk: Disk;
   readonly layout: SpoolLayout;
   readonly pictures: PictureStore;
+  /** The chunks that wait for analysis. */
+  readonly pendingChunks: PendingChunks;
+  readonly #files: ChunkFiles;
   #queueState: QueueState | undefined;
   #nextBatch: number;
   #nextChunk: number;
   readonly #looseFrames: Map<number, number>;
-  readonly #pending: PendingChunk[];
   /** Chunks whose record is durable and whose pictures have not all been moved yet. */
   readonly #closing: Chunk[] = [];
   /** Folders that nobody needs any more and that could not be removed yet. */
@@ -112,17 +76,13 @@ export class Spool {
     this.#nextBatch = contents.nextBatch;
     this.#nextChunk = contents.nextChunk;
     this.#looseFrames = new Map(contents.looseFrames);
-    this.#pending = [...contents.pendingChunks];
+    this.pendingChunks = contents.pendingChunks;
+    this.#files = new ChunkFiles(disk, layout);
     this.#lastCursor = contents.cursor ?? { batch: -1, frame: -1 };
   }
 
   get queueState(): QueueState | undefined {
     return this.#queueState;
-  }
-
-  /** The chunks that wait for analysis, in order. */
-  get pendingChunks(): readonly PendingChunk[] {
-    return this.#pending;
   }
 
   /** Frames of chunks that are closed and don't wait for analysis yet. */
@@ -198,31 +158,22 @@ export class Spool {
         chunk,
         chunk.frames.map((frame) => frame.pictureBytes),
       );
-      this.#pending.push(pendingChunk(chunk));
+      this.pendingChunks.put(pendingChunk(chunk));
       await this.#dropEmptyBatches(chunk.frames);
     }
     if (this.#leaving.size > 0) await this.#letGo();
   }
 
-  async readChunk(id: number): Promise<Chunk> {
-    const path = join(this.layout.chunk(id), chunkFileName);
-    if ((await this.disk.size(path)) === undefined) throw new Error("somebody has removed it");
-    return parseRecord(Chunk, parseJson(await this.disk.readText(path)));
+  /** As `ChunkFiles.readChunk`. */
+  readChunk(id: number): Promise<Chunk> {
+    return this.#files.readChunk(id);
   }
 
   /** The stored result, from now on durable; undefined while the chunk has none. */
   async readResult(id: number): Promise<ChunkResult | undefined> {
-    const folder = this.layout.chunk(id);
-    try {
-      const text = await this.disk.readText(join(folder, resultFileName));
-      // Who stored it may have been killed before its name was; and no second answer is alike.
-      await this.disk.syncFolder(folder);
-      return parseRecord(ChunkResult, parseJson(text));
-    } catch (error) {
-      if (errorCode(error) !== "ENOENT") throw error;
-      this.#update(id, { hasAnswer: false });
-      return undefined;
-    }
+    const result = await this.#files.readResult(id);
+    if (result === undefined) this.pendingChunks.update(id, { hasAnswer: false });
+    return result;
   }
 
   /**
@@ -231,10 +182,11 @@ export class Spool {
    */
   async leaveOut(chunk: Chunk, goes: (frame: SpooledFrame) => boolean): Promise<Chunk> {
     const rest = await leaveFramesOut(this.disk, this.layout.chunk(chunk.id), chunk, goes);
-    const gone = chunk.frames.filter((frame) => !rest.frames.includes(frame));
-    this.pictures.forgetPictures(chunk.id, new Set(gone.map(pictureName)));
+    if (rest === chunk) return chunk;
+    const names = new Set(await this.disk.list(this.layout.chunk(chunk.id)));
+    this.pictures.add(rest, picturesOnDisk(rest, names));
     const { hasFrames, extent } = pendingChunk(rest);
-    this.#update(chunk.id, { hasFrames, extent });
+    this.pendingChunks.update(chunk.id, { hasFrames, extent });
     return rest;
   }
 
@@ -247,26 +199,13 @@ export class Spool {
   }
 
   async storeResult(id: number, result: ChunkResult): Promise<void> {
-    await this.disk.replaceFile(join(this.layout.chunk(id), resultFileName), writeJson(result));
-    this.#update(id, { hasAnswer: true });
+    await this.#files.storeResult(id, result);
+    this.pendingChunks.update(id, { hasAnswer: true });
   }
 
-  /** Counts one more refusal of the chunk, durably, and resolves with how many there are. */
-  async countRefusal(id: number): Promise<number> {
-    const path = join(this.layout.chunk(id), refusalsFileName);
-    const count = (await this.#refusalsIn(path)) + 1;
-    await this.disk.replaceFile(path, writeJson({ version: 1, count }));
-    return count;
-  }
-
-  /** A file that is damaged has counted nothing: it may not hold the queue up. */
-  async #refusalsIn(path: string): Promise<number> {
-    try {
-      return parseRecord(Refusals, parseJson(await this.disk.readText(path))).count;
-    } catch (error) {
-      if (isSystemError(error) && errorCode(error) !== "ENOENT") throw error;
-      return 0;
-    }
+  /** As `ChunkFiles.countRefusal`. */
+  countRefusal(id: number): Promise<number> {
+    return this.#files.countRefusal(id);
   }
 
   /** The chunk's lines stand in the journal: remembers that, then lets go of the chunk. */
@@ -291,16 +230,14 @@ export class Spool {
     const before = this.#queueState;
     const isNewest = before === undefined || chunk.id > before.lastChunk;
     const lastChunk = isNewest ? chunk.id : before.lastChunk;
-    const left = this.#pending
-      .map(({ id }) => id)
-      .filter((id) => id !== chunk.id && id < lastChunk);
+    const left = this.pendingChunks.idsBelow(lastChunk).filter((id) => id !== chunk.id);
     const ranges = left.length === 0 ? undefined : rangesOf(left);
     if (!isNewest) return { ...before, left: ranges };
     return {
       version: 1,
       lastChunk,
       left: ranges,
-      through: chunk.through,
+      through: chunk.isLate ? this.#lastCursor : chunk.through,
       sessionId: chunk.session.id,
       sessionEnded: chunk.stoppedAtMs !== undefined,
       lastFrameAtMs: endOf(chunk.frames, chunk.gaps) ?? before?.lastFrameAtMs,
@@ -348,15 +285,8 @@ export class Spool {
     });
   }
 
-  #update(id: number, changed: Partial<PendingChunk>): void {
-    const index = this.#pending.findIndex((chunk) => chunk.id === id);
-    const before = this.#pending[index];
-    if (before !== undefined) this.#pending[index] = { ...before, ...changed };
-  }
-
   #forget(id: number): void {
-    const index = this.#pending.findIndex((chunk) => chunk.id === id);
-    if (index >= 0) this.#pending.splice(index, 1);
+    this.pendingChunks.delete(id);
     this.pictures.forget(id);
   }
 
@@ -371,69 +301,4 @@ export class Spool {
       await this.#letGo(this.layout.batch(batch));
     }
   }
-}
-
-/** The second half of closing a chunk; it may be repeated from any point at which it ended. */
-export async function moveIntoPending(
-  disk: Disk,
-  layout: SpoolLayout,
-  chunk: Chunk,
-): Promise<void> {
-  const folder = unfinished(layout.chunk(chunk.id));
-  // Its name has to be durable before it is all that the pictures have.
-  await disk.syncFolder(layout.pending);
-  for (const frame of chunk.frames) {
-    if (frame.pictureBytes === 0) continue;
-    const name = pictureName(frame);
-    await disk.moveIfThere(join(layout.batch(frame.batch), name), join(folder, name));
-  }
-  await disk.syncFolder(folder);
-  await disk.move(folder, layout.chunk(chunk.id));
-}
-
-/** Hands a finished chunk on; throws away what nobody takes, and everything else. */
-export async function release(
-  disk: Disk,
-  layout: SpoolLayout,
-  folder: string,
-  finished: FinishedChunks,
-): Promise<void> {
-  const isChunk = dirname(folder) === layout.pending && !isUnfinished(folder);
-  if (isChunk && (await finished.take(folder))) return;
-  await discard(disk, layout, folder);
-}
-
-/**
- * Removes a folder by way of the trash: deleting in place is not one step, and a kill in the
- * middle would leave something that looks like a chunk without its record; only an unfinished folder
- * never looks like one. Nothing there is no error.
- */
-export async function discard(disk: Disk, layout: SpoolLayout, folder: string): Promise<void> {
-  if (isUnfinished(folder)) {
-    await disk.remove(folder);
-    return;
-  }
-  const name = folder.slice(layout.root.length).replaceAll("/", "-").slice(1);
-  const target = join(layout.trash, name);
-  await disk.makeFolder(layout.trash);
-  await disk.remove(target);
-  if (!(await disk.moveIfThere(folder, target))) return;
-  await disk.syncFolder(dirname(folder));
-  await disk.remove(target);
-}
-
-/**
- * Keeps a folder that can't be used, out of everybody's way, for whoever wants to look at it.
- * Nothing there is no error.
- */
-export async function setAside(
-  disk: Disk,
-  layout: SpoolLayout,
-  folder: string,
-  name: string,
-): Promise<void> {
-  await disk.makeFolder(layout.quarantine);
-  if (!(await disk.moveIfThere(folder, join(layout.quarantine, name)))) return;
-  await disk.syncFolder(layout.quarantine);
-  await disk.syncFolder(dirname(folder));
 }

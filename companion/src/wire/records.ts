@@ -125,6 +125,8 @@ export const ForgetReport = z.object({
   archiveClips: int64,
   /** Frames that were not in clips yet. */
   archiveFrames: int64,
+  /** Which folders could not be looked into, and what to do about them. */
+  notSearched: optional(z.string()),
   /** Why the archive still has some; it is tried again. */
   archiveWaits: optional(z.string()),
 });

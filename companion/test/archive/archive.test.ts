@@ -4,8 +4,16 @@ import { describe, it } from "node:test";
 import { ArchiveNotReady } from "../../src/archive/archiveErrors.ts";
 import { RecoveryKeyError } from "../../src/archive/keys/recoveryKey.ts";
 import { SecretStoreFailure } from "../../src/archive/keys/secretStore.ts";
-import { ArchiveHarness, TestKeyring } from "../support/archiveHarness.ts";
-import { anyFolder, archiveWithTwoChunks, day, filesIn, frames } from "../support/footage.ts";
+import { ArchiveHarness } from "../support/archiveHarness.ts";
+import {
+  anyFolder,
+  archiveTurnedOn,
+  archiveWithTwoChunks,
+  day,
+  filesIn,
+  frames,
+  survivors,
+} from "../support/footage.ts";
 import { MemoryTarget } from "../support/memoryTarget.ts";
 import { temporaryHome } from "../support/temporaryHome.ts";
 
@@ -44,9 +52,7 @@ describe("wizard", () => {
   });
 
   it("prepare_onceEnabled_neitherRotatesNorTellsTheKey", async () => {
-    const target = new MemoryTarget();
-    const harness = await ArchiveHarness.open({ target });
-    const recoveryKey = await harness.turnOn(anyFolder);
+    const { harness, target, recoveryKey } = await archiveTurnedOn();
     const before = [...target.objects];
     for (const pausedFirst of [false, true]) {
       if (pausedFirst) await harness.archive.disable();
@@ -59,11 +65,7 @@ describe("wizard", () => {
   });
 
   it("vault_overARestart_staysTheSameAndOn", async () => {
-    const options = {
-      home: temporaryHome(),
-      keyring: new TestKeyring(),
-      target: new MemoryTarget(),
-    };
+    const options = survivors();
     const first = await ArchiveHarness.open(options);
     await first.turnOn(anyFolder);
     const { archiveVaultId } = first.archive.settings;
@@ -77,11 +79,7 @@ describe("wizard", () => {
   });
 
   it("prepared_overARestart_canBeEnabled", async () => {
-    const options = {
-      home: temporaryHome(),
-      keyring: new TestKeyring(),
-      target: new MemoryTarget(),
-    };
+    const options = survivors();
     const first = await ArchiveHarness.open(options);
     await first.archive.setTarget(anyFolder);
     const { recoveryKey } = await first.archive.prepare();

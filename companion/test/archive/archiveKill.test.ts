@@ -1,18 +1,13 @@
 import assert from "node:assert/strict";
 import { it } from "node:test";
-import { diskOn } from "../../src/spool/disk.ts";
-import { ArchiveHarness, type TestFrame, TestKeyring } from "../support/archiveHarness.ts";
-import { ManualClock } from "../support/manualClock.ts";
-import type { Random } from "../support/random.ts";
+import type { ArchiveHarness, TestFrame } from "../support/archiveHarness.ts";
+import { kindOf, Machine, nas, never, untilDeath } from "../support/archiveMachine.ts";
 import { chosenSeed, rounds, withSeed } from "../support/rounds.ts";
-import { Mortality, SimulatedDisk, SimulatedFileSystem } from "../support/simulatedFileSystem.ts";
+import { Mortality } from "../support/simulatedFileSystem.ts";
 
 const startMs = new Date(2026, 10, 21, 23, 59, 0).getTime();
 const [day, nextDay] = ["2026-11-21", "2026-11-22"];
 const range = { fromDate: day, toDate: nextDay };
-const never = Number.MAX_SAFE_INTEGER;
-const home = "/home";
-const nas = { kind: "folder", path: "/nas", lossless: true } as const;
 const chunkCount = 3;
 
 /** Where a clip comes by on its way: each has to be among the steps at which the process died. */
@@ -33,45 +28,6 @@ const stages = [
   "remove home/observer/archive/trash/items-N/N.age",
 ];
 
-/** A machine, and what is plugged into it, on which one archive lives after the other. */
-class Machine {
-  readonly disk: SimulatedDisk;
-  readonly keyring = new TestKeyring();
-  readonly clock = new ManualClock();
-  readonly #random: Random;
-  #names = 0;
-
-  constructor(random: Random) {
-    this.#random = random;
-    this.disk = new SimulatedDisk(random);
-  }
-
-  open(mortality: Mortality): Promise<ArchiveHarness> {
-    return ArchiveHarness.open({
-      home,
-      keyring: this.keyring,
-      clock: this.clock,
-      fileSystem: new SimulatedFileSystem(this.disk, this.#random, mortality.step),
-      randomName: () => {
-        this.#names += 1;
-        return this.#names.toString(16).padStart(16, "0");
-      },
-    });
-  }
-
-  async makeFolders(): Promise<void> {
-    const disk = diskOn(new SimulatedFileSystem(this.disk, this.#random));
-    await disk.makeFolder(nas.path);
-    await disk.makeFolder(home);
-    await disk.syncFolder("/");
-  }
-
-  /** Half of the processes that die are killed; with the others the power goes. */
-  endLife(): void {
-    if (this.#random.next() < 0.5) this.disk.failPower();
-  }
-}
-
 /** The second chunk crosses midnight, and the third is of the next day. */
 function framesOf(id: number): TestFrame[] {
   return [0, 1].map((index) => ({
@@ -88,14 +44,6 @@ async function takeAll(harness: ArchiveHarness): Promise<void> {
     if (id % 2 === 0) await harness.archive.settled();
   }
   await harness.archive.estimate(range);
-}
-
-/** Runs a life that a death at the mortality's step may cut short. */
-async function untilDeath(mortality: Mortality, task: () => Promise<unknown>): Promise<void> {
-  await task().catch((error: unknown) => {
-    if (!mortality.isDead) throw error;
-  });
-  mortality.die();
 }
 
 /** The last life takes what is left, and everything was archived, once. */
@@ -126,18 +74,6 @@ async function checkArchive(machine: Machine): Promise<void> {
     halves.map(([path]) => path),
     [],
   );
-}
-
-/** The step without what tells one chunk from another. */
-function kindOf({ call, path }: { call: string; path: string }): string {
-  const kind = path
-    .slice(1)
-    .replace(/[0-9a-f]{20}/g, "V")
-    .replace(/[0-9]{2}-[0-9]{2}-[0-9]{2}-[0-9a-f]{16}/g, "C")
-    .replace(/[0-9a-f]{16}-[0-9]+(-[0-9-]{10})?/g, "L")
-    .replace(/[0-9]{4}-[0-9]{2}-[0-9]{2}/g, "D")
-    .replace(/[0-9]+(-[0-9]+)*/g, "N");
-  return `${call} ${kind}`;
 }
 
 /** More than any life has. */

@@ -60,6 +60,14 @@ describe("bucket", () => {
     assert.equal(looks(), 3);
   });
 
+  it("writesAtOnce_intoABucketThatRefusesConditions_allArrive", async (test) => {
+    const { server, target } = await bucket(test);
+    server.conditions = "refuse";
+    const uploads = ["a", "b", "c"].map((name) => uploadOf(`clips/${name}.age`, Buffer.from(name)));
+    await Promise.all(uploads.map((upload) => target.put(upload, forever)));
+    assert.equal(Object.keys(await listed(target, `${vault}/clips`)).length, 3);
+  });
+
   it("key_thatMayNotLook_writesAllTheSame", async (test) => {
     const { server, target } = await bucket(test);
     server.mayLook = false;

@@ -7,7 +7,15 @@ import { describe, it } from "node:test";
 import { jpegSize } from "../../src/archive/clips/jpegSize.ts";
 import { ffmpegEncoder } from "../../src/archive/clips/videoEncoder.ts";
 import { ArchiveHarness, type TestFrame } from "../support/archiveHarness.ts";
-import { anyFolder, day, filesIn, frames, picture, startMs } from "../support/footage.ts";
+import {
+  anyFolder,
+  archiveTurnedOn,
+  day,
+  filesIn,
+  frames,
+  picture,
+  startMs,
+} from "../support/footage.ts";
 import { MemoryTarget } from "../support/memoryTarget.ts";
 import { temporaryHome } from "../support/temporaryHome.ts";
 
@@ -61,8 +69,7 @@ function realPictures(count: number, size: string): Buffer[] {
 
 describe("clips", () => {
   it("display_thatChangesItsSize_getsAClipForEach", async () => {
-    const harness = await ArchiveHarness.open({ target: new MemoryTarget() });
-    await harness.turnOn(anyFolder);
+    const { harness } = await archiveTurnedOn();
     const [small, large] = [realPictures(1, "320x240")[0], realPictures(1, "640x480")[0]];
     const pictures = [small, small, large, Buffer.alloc(0)];
     await harness.finish(
@@ -107,9 +114,7 @@ describe("clips", () => {
   }
 
   it("losslessExport_equalsTheArchivedFramesBitByBit", async () => {
-    const target = new MemoryTarget();
-    const harness = await ArchiveHarness.open({ target });
-    await harness.turnOn(anyFolder);
+    const { harness } = await archiveTurnedOn();
     const pictures = realPictures(5, "321x241");
     await harness.finish(1, unevenFrames(pictures, 321, 241));
     const status = await harness.export(join(harness.home, "out"), day, day);
@@ -124,8 +129,7 @@ describe("clips", () => {
   });
 
   it("clip_holdsTheTextsAndTheHashesOfItsFrames", async () => {
-    const harness = await ArchiveHarness.open({ target: new MemoryTarget() });
-    await harness.turnOn(anyFolder);
+    const { harness } = await archiveTurnedOn();
     const pictures = realPictures(5, "320x240");
     await harness.finish(1, unevenFrames(pictures, 320, 240));
     await harness.export(join(harness.home, "out"), day, day);

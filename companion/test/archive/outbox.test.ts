@@ -1,24 +1,20 @@
 import assert from "node:assert/strict";
 import { execFileSync } from "node:child_process";
-import {
-  cpSync,
-  mkdirSync,
-  readdirSync,
-  readFileSync,
-  rmSync,
-  truncateSync,
-  writeFileSync,
-} from "node:fs";
+import { mkdirSync, readdirSync, readFileSync, writeFileSync } from "node:fs";
 import { join } from "node:path";
 import { describe, it } from "node:test";
 import { SecretStoreFailure } from "../../src/archive/keys/secretStore.ts";
-import { TargetFailure } from "../../src/archive/targets/target.ts";
-import { systemFailure } from "../../src/base/failure.ts";
-import { type FileSystem, realFileSystem } from "../../src/base/fileSystem.ts";
 import { ArchiveHarness, TestKeyring } from "../support/archiveHarness.ts";
-import { anyFolder, archiveWithTwoChunks, day, frames, startMs } from "../support/footage.ts";
+import {
+  anyFolder,
+  archiveTurnedOn,
+  archiveWithTwoChunks,
+  day,
+  frames,
+  startMs,
+  survivors,
+} from "../support/footage.ts";
 import { ManualClock } from "../support/manualClock.ts";
-import { MemoryTarget } from "../support/memoryTarget.ts";
 import { temporaryHome } from "../support/temporaryHome.ts";
 
 describe("uploads", () => {
@@ -33,9 +29,7 @@ describe("uploads", () => {
 
   it("clips_inTheLastMinutes_shareOnePartOfTheList", async () => {
     const clock = new ManualClock();
-    const target = new MemoryTarget();
-    const harness = await ArchiveHarness.open({ target, clock });
-    await harness.turnOn(anyFolder);
+    const { harness, target } = await archiveTurnedOn({ clock });
     for (let id = 1; id <= 5; id += 1) await harness.finish(id, frames(id * 5, 5));
     await harness.archive.settled();
     assert.deepEqual([target.names("/clips/").length, target.names("/manifest/").length], [5, 0]);
@@ -45,10 +39,25 @@ describe("uploads", () => {
     assert.equal((await harness.archive.estimate({ fromDate: day, toDate: day })).clips, 5);
   });
 
+  it("backlog_isListedWhileItIsStored", async () => {
+    const { harness, target } = await archiveTurnedOn();
+    target.fail();
+    for (let id = 1; id <= 60; id += 1) await harness.finish(id, frames(id, 1));
+    await harness.archive.settled();
+    target.mend();
+    harness.clock.advance(5_000);
+    await harness.archive.settled();
+    const puts = target.calls.filter((call) => call.startsWith("put "));
+    const listed = puts.findIndex((call) => call.includes("/manifest/"));
+    assert.ok(
+      puts.slice(listed).some((call) => call.includes("/clips/")),
+      "not only at the end",
+    );
+    assert.equal(readdirSync(join(harness.home, "observer", "archive", "items")).length, 10);
+  });
+
   it("chunksOfTwoDays_areListedApart", async () => {
-    const target = new MemoryTarget();
-    const harness = await ArchiveHarness.open({ target });
-    await harness.turnOn(anyFolder);
+    const { harness, target } = await archiveTurnedOn();
     await harness.finish(1, frames(0, 2));
     await harness.finish(2, frames(12 * 3600, 2));
     const all = await harness.archive.estimate({ fromDate: day, toDate: "2026-11-22" });
@@ -58,9 +67,7 @@ describe("uploads", () => {
   });
 
   it("target_thatIsGone_getsTheSameBytesLater", async () => {
-    const target = new MemoryTarget();
-    const harness = await ArchiveHarness.open({ target });
-    await harness.turnOn(anyFolder);
+    const { harness, target } = await archiveTurnedOn();
     target.fail();
     await harness.finish(1, frames(0, 3));
     await harness.archive.settled();
@@ -76,9 +83,7 @@ describe("uploads", () => {
   });
 
   it("tornObject_underAClipsName_staysAndTheClipGetsAnotherName", async () => {
-    const target = new MemoryTarget();
-    const harness = await ArchiveHarness.open({ target });
-    await harness.turnOn(anyFolder);
+    const { harness, target } = await archiveTurnedOn();
     let torn = "";
     target.onCall = (call) => {
       if (torn !== "" || !call.includes("/clips/")) return;
@@ -96,9 +101,7 @@ describe("uploads", () => {
   });
 
   it("list_thatAnotherMachineGoesOnWith_isBegunAnewByThisOne", async () => {
-    const target = new MemoryTarget();
-    const harness = await ArchiveHarness.open({ target });
-    await harness.turnOn(anyFolder);
+    const { harness, target } = await archiveTurnedOn();
     target.onCall = (call) => {
       const name = call.slice("put ".length);
       if (!name.includes("/manifest/")) return;
@@ -116,9 +119,7 @@ describe("uploads", () => {
   });
 
   it("target_thatStaysGone_isAskedLessAndLess", async () => {
-    const target = new MemoryTarget();
-    const harness = await ArchiveHarness.open({ target });
-    await harness.turnOn(anyFolder);
+    const { harness, target } = await archiveTurnedOn();
     target.fail();
     await harness.finish(1, frames(0, 1));
     const delays: (number | undefined)[] = [];
@@ -133,10 +134,41 @@ describe("uploads", () => {
     );
   });
 
+  it("clock_setBackWhileStoredClipsWaitForTheList_holdsTheListUpNoLonger", async () => {
+    const { harness, target } = await archiveTurnedOn();
+    await harness.finish(1, frames(0, 1));
+    await harness.archive.settled();
+    assert.equal(target.names("/manifest/").length, 0);
+    harness.clock.setWall(harness.clock.nowMs() - 86_400_000);
+    await harness.finish(2, frames(1, 1));
+    await harness.archive.settled();
+    assert.equal(target.names("/manifest/").length, 1);
+    assert.equal((await harness.archive.estimate({ fromDate: day, toDate: day })).clips, 2);
+  });
+
+  for (const [how, stepMs] of [
+    ["back", -86_400_000],
+    ["forward", 86_400_000],
+  ] as const) {
+    it(`clock_set_${how}_whileTheTargetIsGone_losesAndDoublesNothing`, async () => {
+      const { harness, target } = await archiveTurnedOn();
+      target.fail();
+      await harness.finish(1, frames(0, 1));
+      await harness.archive.settled();
+      harness.clock.setWall(harness.clock.nowMs() + stepMs);
+      await harness.finish(2, frames(1, 1));
+      await harness.archive.settled();
+      target.mend();
+      harness.clock.advance(600_000);
+      await harness.archive.settled();
+      const status = await harness.export(join(harness.home, "out"), day, day);
+      assert.deepEqual([status.state, status.exported, status.skipped], ["done", 2, 0]);
+      assert.equal(harness.complaints.size, 0);
+    });
+  }
+
   it("newFootage_whileTheTargetIsGone_isPackedAndWaitsItsTurn", async () => {
-    const target = new MemoryTarget();
-    const harness = await ArchiveHarness.open({ target });
-    await harness.turnOn(anyFolder);
+    const { harness, target } = await archiveTurnedOn();
     target.fail();
     await harness.finish(1, frames(0, 1));
     await harness.archive.settled();
@@ -149,9 +181,7 @@ describe("uploads", () => {
   });
 
   it("paused_archive_takesNothingAndSendsNothing", async () => {
-    const target = new MemoryTarget();
-    const harness = await ArchiveHarness.open({ target });
-    await harness.turnOn(anyFolder);
+    const { harness, target } = await archiveTurnedOn();
     await harness.archive.disable();
     const calls = target.calls.length;
     assert.equal(await harness.finish(1, frames(0, 2)), false);
@@ -166,9 +196,7 @@ describe("uploads", () => {
   });
 
   it("outbox_thatIsFull_keepsWhatItHasAndSaysSo", async () => {
-    const target = new MemoryTarget();
-    const harness = await ArchiveHarness.open({ target, outboxBytes: () => 5_000 });
-    await harness.turnOn(anyFolder);
+    const { harness, target } = await archiveTurnedOn({ outboxBytes: () => 5_000 });
     target.fail();
     assert.equal(await harness.finish(1, frames(0, 5)), true);
     await harness.archive.settled();
@@ -183,17 +211,12 @@ describe("uploads", () => {
   });
 
   it("chunk_withoutAnyPicture_isNotTaken", async () => {
-    const harness = await ArchiveHarness.open({ target: new MemoryTarget() });
-    await harness.turnOn(anyFolder);
+    const { harness } = await archiveTurnedOn();
     assert.equal(await harness.finish(1, [{ atMs: startMs, picture: Buffer.alloc(0) }]), false);
   });
 
   it("keyring_thatIsLocked_holdsUpOnlyTheList", async () => {
-    const options = {
-      home: temporaryHome(),
-      keyring: new TestKeyring(),
-      target: new MemoryTarget(),
-    };
+    const options = survivors();
     const first = await ArchiveHarness.open(options);
     await first.turnOn(anyFolder);
     await first.archive.close();
@@ -275,125 +298,5 @@ describe("uploads", () => {
     await harness.archive.settled();
     assert.deepEqual(readdirSync(path), []);
     assert.match(harness.complaints.get("archive") ?? "", /Connect the disk/);
-  });
-});
-
-describe("this machine's own disk", () => {
-  const items = (harness: ArchiveHarness) => join(harness.home, "observer", "archive", "items");
-
-  /** Footage that is packed and can't be stored yet. */
-  async function packed(...ids: readonly number[]) {
-    const target = new MemoryTarget();
-    const harness = await ArchiveHarness.open({ target });
-    await harness.turnOn(anyFolder);
-    target.fail();
-    for (const id of ids) await harness.finish(id, frames(id * 5, 3));
-    await harness.archive.settled();
-    target.mend();
-    return { target, harness };
-  }
-
-  async function goOn(harness: ArchiveHarness): Promise<void> {
-    harness.clock.advance(5_000);
-    await harness.archive.settled();
-  }
-
-  const damages: readonly (readonly [string, (clip: string) => void])[] = [
-    ["altered", (clip) => writeFileSync(clip, readFileSync(clip).fill(7, 900, 901))],
-    ["cutShort", (clip) => truncateSync(clip, 400)],
-    ["removed", (clip) => rmSync(clip)],
-  ];
-  for (const [how, damage] of damages) {
-    it(`clip_${how}_whileItWaited_isToldAndHoldsUpNothing`, async () => {
-      const { target, harness } = await packed(1, 2);
-      damage(join(items(harness), "1", "0.age"));
-      await goOn(harness);
-      assert.match(harness.complaints.get("archive loss") ?? "", /damaged on this disk/);
-      assert.equal(harness.complaints.get("archive"), undefined);
-      assert.equal(target.names("/clips/").length, 1);
-      assert.deepEqual(readdirSync(items(harness)), ["2"]);
-      const quarantine = join(harness.home, "observer", "archive", "quarantine");
-      assert.equal(readdirSync(quarantine).length, 1);
-      const status = await harness.export(join(harness.home, "out"), day, day);
-      assert.deepEqual([status.state, status.exported, status.skipped], ["done", 1, 0]);
-    });
-  }
-
-  for (const code of ["EIO", "ENOSPC"]) {
-    it(`chunk_thatCannotBePacked_${code}_holdsUpNothingThatIs`, async () => {
-      let broken = "";
-      const fileSystem: FileSystem = {
-        ...realFileSystem,
-        open: async (path, flags, mode) => {
-          if (broken !== "" && path.endsWith(broken)) throw systemFailure(code, path);
-          return realFileSystem.open(path, flags, mode);
-        },
-      };
-      const target = new MemoryTarget();
-      const harness = await ArchiveHarness.open({ target, fileSystem });
-      await harness.turnOn(anyFolder);
-      target.fail();
-      await harness.finish(1, frames(5, 3));
-      await harness.archive.settled();
-      await harness.writeChunk(2, frames(10, 3));
-      broken = "/2/0.age";
-      await harness.archive.take(harness.layout.chunk(2));
-      await harness.archive.settled();
-      target.mend();
-      await goOn(harness);
-      assert.equal(target.names("/clips/").length, 1);
-      assert.match(harness.complaints.get("archive") ?? "", /^Footage waits for its archive/);
-      broken = "";
-      harness.clock.advance(600_000);
-      await harness.archive.settled();
-      assert.equal(target.names("/clips/").length, 2);
-      assert.deepEqual([...harness.complaints], []);
-    });
-  }
-
-  it("partOfTheList_damagedBeforeItWasStored_isMadeAnew", async () => {
-    const { target, harness } = await packed(1);
-    let isLost = false;
-    target.onCall = (call) => {
-      if (!call.includes("/manifest/")) return;
-      const mirror = join(harness.home, "observer", "archive", "manifest");
-      for (const name of readdirSync(mirror)) writeFileSync(join(mirror, name), "junk");
-      isLost = true;
-      throw new TargetFailure("The place can't be reached.");
-    };
-    await goOn(harness);
-    harness.clock.advance(600_000);
-    await harness.archive.settled();
-    assert.ok(isLost);
-    target.mend();
-    harness.clock.advance(600_000);
-    await harness.archive.settled();
-    assert.equal((await harness.archive.estimate({ fromDate: day, toDate: day })).clips, 1);
-    const status = await harness.export(join(harness.home, "out"), day, day);
-    assert.deepEqual([status.state, status.exported, status.error], ["done", 1, undefined]);
-  });
-
-  it("machine_setBackToAFormerState_losesAndDoublesNothing", async () => {
-    const keyring = new TestKeyring();
-    const target = new MemoryTarget();
-    const first = await ArchiveHarness.open({ target, keyring });
-    await first.turnOn(anyFolder);
-    target.fail();
-    await first.finish(1, frames(0, 3));
-    await first.archive.settled();
-    const backup = join(temporaryHome(), "backup");
-    cpSync(first.home, backup, { recursive: true });
-    target.mend();
-    await first.finish(2, frames(5, 3));
-    await first.archive.estimate({ fromDate: day, toDate: day });
-    await first.archive.close();
-    const second = await ArchiveHarness.open({ home: backup, target, keyring });
-    await second.finish(3, frames(10, 3));
-    await second.archive.estimate({ fromDate: day, toDate: day });
-    // The list's next part is there already, and not this machine's: it becomes another writer.
-    second.clock.advance(600_000);
-    await second.archive.settled();
-    const status = await second.export(join(backup, "out"), day, day);
-    assert.deepEqual([status.state, status.exported, status.error], ["done", 3, undefined]);
   });
 });

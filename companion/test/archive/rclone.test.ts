@@ -1,7 +1,7 @@
 import assert from "node:assert/strict";
 import { execFileSync } from "node:child_process";
 import { randomBytes } from "node:crypto";
-import { existsSync, mkdirSync, readFileSync, writeFileSync } from "node:fs";
+import { existsSync, readFileSync, writeFileSync } from "node:fs";
 import { join } from "node:path";
 import { describe, it } from "node:test";
 import { openTarget } from "../../src/archive/targets/openTarget.ts";
@@ -12,7 +12,7 @@ import { systemClock } from "../../src/base/clock.ts";
 import { realFileSystem } from "../../src/base/fileSystem.ts";
 import { until } from "../support/archiveHarness.ts";
 import { BucketServer } from "../support/bucketServer.ts";
-import { rclonePlace, rcloneTarget } from "../support/rclonePlace.ts";
+import { rcloneOfBucket, rclonePlace, rcloneTarget } from "../support/rclonePlace.ts";
 import { temporaryHome } from "../support/temporaryHome.ts";
 import { contents, forever, listed, uploadOf, vault } from "../support/uploads.ts";
 
@@ -23,23 +23,7 @@ describe("rclone", () => {
     const [one, two] = [randomBytes(10_000), randomBytes(20_000)];
     await ours.put(uploadOf("vault.age", Buffer.from("v")), forever);
     await ours.put(uploadOf("clips/d/one.age", one), forever);
-    const home = temporaryHome();
-    mkdirSync(join(home, ".config", "rclone"), { recursive: true });
-    writeFileSync(
-      join(home, ".config", "rclone", "rclone.conf"),
-      [
-        "[bucket]",
-        "type = s3",
-        "provider = Other",
-        `access_key_id = ${server.credentials.accessKeyId}`,
-        `secret_access_key = ${server.credentials.secretAccessKey}`,
-        `region = ${server.record.region}`,
-        `endpoint = http://127.0.0.1:${server.port}`,
-        "force_path_style = true",
-        "no_check_bucket = true",
-      ].join("\n"),
-    );
-    const theirs = rcloneTarget(home, "bucket:footage/my/archive");
+    const theirs = rcloneOfBucket(server.record);
     assert.ok((await contents(theirs, "clips/d/one.age")).equals(one));
     await theirs.put(uploadOf("clips/d/two.age", two), forever);
     assert.ok((await contents(ours, "clips/d/two.age")).equals(two));
@@ -52,12 +36,12 @@ describe("rclone", () => {
     await target.put(uploadOf("clips/first.age", Buffer.from("f")), forever);
     const bytes = readFileSync(upload.path);
     for (const length of [0, 1, 99_999]) {
-      exchange("clips/x.age", bytes.subarray(0, length));
+      await exchange("clips/x.age", bytes.subarray(0, length));
       await target.put(upload, forever);
       assert.ok((await contents(target, "clips/x.age")).equals(bytes), `${length}`);
     }
     for (const other of [Buffer.concat([bytes, bytes]), randomBytes(99_999)]) {
-      exchange("clips/x.age", other);
+      await exchange("clips/x.age", other);
       await assert.rejects(target.put(upload, forever), ObjectConflict);
       assert.ok((await contents(target, "clips/x.age")).equals(other));
     }

@@ -45,7 +45,18 @@ describe("pause", () => {
     assert.deepEqual(delays, [5_000, 10_000, 20_000, 60_000]);
   });
 
-  it("configuration_hasNoEndOfItsOwn", () => {
+  it("configuration_thatWasTurnedAway_isTriedAfterAMinuteDoublingToAnHour_andBlocksMeanwhile", () => {
+    const clock = new ManualClock();
+    const pause = pauseBy(clock, 1);
+    for (const minutes of [1, 2, 4, 8, 16, 32, 60, 60]) {
+      pause.begin(new ProviderFailure("configuration", "No.", { cost: "refused" }));
+      assert.equal(clock.nextDelayMs, minutes * 60_000);
+      assert.equal(pause.isBlocking, true);
+      assert.match(pause.reason ?? "", /^No\. It is tried again at [0-9:]{5}\.$/);
+    }
+  });
+
+  it("configuration_ofWhichNobodyKnowsWhatItCost_hasNoEndOfItsOwn", () => {
     const clock = new ManualClock();
     const pause = pauseBy(clock);
     pause.begin(new ProviderFailure("configuration", "No."));

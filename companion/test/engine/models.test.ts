@@ -265,17 +265,32 @@ describe("a chunk about which alone the provider fails", () => {
 describe("a provider that wants the settings changed", () => {
   const missing: Reply = { status: 404, body: { error: { message: 'model "eyes" not found' } } };
 
-  it("missingModel_blocksUntilTheSettingsChange", async (test) => {
+  it("missingModel_blocksAndSaysSo_andGoesOnWhenTheSettingsChange", async (test) => {
     const { server, harness } = await record(test, [missing]);
     const status = await harness.observer.stop();
     assert.equal(status.analysisBackfillBlocked, true);
-    assert.match(status.analysisBackfillLastError ?? "", /answered 404: model "eyes" not found\.$/);
-    assert.equal(harness.clock.timerCount, 0);
-    await pass(harness, 86_400_000);
-    assert.equal(server.requests.length, 1);
+    assert.match(
+      status.analysisBackfillLastError ?? "",
+      /answered 404: model "eyes" not found\. It is tried again at 08:[0-9]{2}\.$/,
+    );
     server.reply(noted("one"));
     harness.observer.replaceSettings({ ...harness.settings.record, model: "other" });
     await harness.observer.settled();
+    assert.deepEqual(harness.lines, ["[Editor] one"]);
+    assert.equal(harness.observer.status().analysisBackfillBlocked, false);
+    assert.equal(harness.clock.timerCount, 0);
+  });
+
+  it("missingModel_thatWasFetched_isFoundWithoutAnybodyDoingMore", async (test) => {
+    const { server, harness } = await record(test, [missing]);
+    await harness.observer.stop();
+    await pass(harness, 59_999);
+    assert.equal(server.requests.length, 1);
+    server.reply(missing);
+    await pass(harness, 1);
+    assert.equal(harness.observer.status().analysisBackfillBlocked, true);
+    server.reply(noted("one"));
+    await pass(harness, 120_000);
     assert.deepEqual(harness.lines, ["[Editor] one"]);
     assert.equal(harness.observer.status().analysisBackfillBlocked, false);
   });

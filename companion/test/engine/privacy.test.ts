@@ -7,6 +7,7 @@ import type { Analyst } from "../../src/engine/analyser.ts";
 import { PrivacyFile } from "../../src/privacy/privacyFile.ts";
 import { type Disk, realDisk } from "../../src/spool/disk.ts";
 import type { SpooledFrame } from "../../src/spool/records.ts";
+import { windowOf } from "../support/frames.ts";
 import { type HarnessOptions, ObserverHarness } from "../support/observerHarness.ts";
 import { framePayload } from "../support/payloads.ts";
 import { temporaryHome } from "../support/temporaryHome.ts";
@@ -75,6 +76,20 @@ async function open(options: HarnessOptions & { readonly home?: string } = {}) {
 }
 
 describe("private frames", () => {
+  it("titlePattern_thatSearchesForEver_deletesItsFramesAlone_andTheStatusNamesIt", async () => {
+    const { harness, rules } = await open();
+    rules.write(JSON.stringify({ excludedTitlePatterns: ["Diary", "^(a+)+$"] }));
+    await harness.observer.start();
+    const undecidable = windowOf("Editor", `${"a".repeat(2_000)}!`);
+    await harness.send([at(0, undecidable), at(20, windowOf("Editor", "notes"))]);
+    const { lastError } = await harness.observer.stop();
+    assert.match(lastError ?? "", /entry 2 of excludedTitlePatterns .* count as private/);
+    assert.deepEqual(
+      harness.lines.filter((line) => line.includes("Editor")),
+      [windowOf("Editor", "notes")],
+    );
+  });
+
   it("excludedApplication_goesWithWhatIsWithinASecondOfIt", async () => {
     const { harness, rules, analyst } = await open({ settings: asked });
     rules.exclude(secret);

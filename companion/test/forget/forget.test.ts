@@ -12,41 +12,10 @@ import { join } from "node:path";
 import { describe, it } from "node:test";
 import { setImmediate } from "node:timers/promises";
 import type { Analyst } from "../../src/engine/analyser.ts";
-import { JournalWriter } from "../../src/journal/journalWriter.ts";
 import type { TimeRange } from "../../src/spool/records.ts";
-import { ManualClock } from "../support/manualClock.ts";
-import { type HarnessOptions, ObserverHarness } from "../support/observerHarness.ts";
-import { framePayload } from "../support/payloads.ts";
-import { temporaryHome } from "../support/temporaryHome.ts";
+import { at, open, seconds, startMs } from "../support/forgetHarness.ts";
 
-const startMs = 1_795_250_000_000;
 const asked = { analysisServerUrl: "http://127.0.0.1:9", model: "eyes" };
-
-function at(seconds: number) {
-  return framePayload(startMs + seconds * 1000, { text: `at ${seconds}` });
-}
-
-function seconds(from: number, to: number): TimeRange {
-  return { fromMs: startMs + from * 1000, toMs: startMs + to * 1000 };
-}
-
-/** With the real journal, below the home folder. */
-async function open(options: HarnessOptions = {}) {
-  const home = options.home ?? temporaryHome();
-  const outputDirectory = join(home, "journal");
-  const writer = new JournalWriter({ outputDirectory });
-  const harness = await ObserverHarness.open({
-    appendToJournal: (_, session, bullets) => writer.append(session, bullets),
-    forgetInJournal: (_, range) => writer.forget(range),
-    clock: new ManualClock(startMs + 100_000),
-    ...options,
-    home,
-    settings: { chunkSizeMs: 10_000, outputDirectory, ...options.settings },
-  });
-  const pages = () =>
-    readdirSync(outputDirectory).map((name) => readFileSync(join(outputDirectory, name), "utf8"));
-  return { harness, outputDirectory, pages };
-}
 
 /** Answers when it is told to, with the texts of the frames. */
 class SlowAnalyst implements Analyst {
@@ -87,6 +56,7 @@ describe("forgetting", () => {
       journalLines: 0,
       archiveClips: 0,
       archiveFrames: 0,
+      notSearched: undefined,
       archiveWaits: undefined,
     });
     const pictures = harness

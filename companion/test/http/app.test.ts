@@ -99,6 +99,7 @@ describe("forget and preview", () => {
     journalLines: 2,
     archiveClips: 0,
     archiveFrames: 0,
+    notSearched: undefined,
     archiveWaits: undefined,
   };
 
@@ -112,7 +113,7 @@ describe("forget and preview", () => {
     });
     const body = JSON.stringify({ fromMs: 5, toMs: 7 });
     const answer = await send(port, "POST", "/api/forget", { body });
-    const { archiveWaits: _, ...told } = report;
+    const { archiveWaits: _, notSearched: __, ...told } = report;
     assert.deepEqual([answer.status, answer.body], [200, told]);
     assert.deepEqual(ranges, [{ fromMs: 5, toMs: 7 }]);
   });

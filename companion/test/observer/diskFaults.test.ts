@@ -147,7 +147,7 @@ class FaultyMachine {
     assert.equal(new Set(lines).size, lines.length, "a line stands twice");
     for (const text of this.acknowledged) assert.ok(lines.includes(text), `${text} is lost`);
     const rest = [...files.keys()].filter(
-      (path) => !/^\/home\/(journal\/.*\.md|observer\/(queue|session)\.json)$/.test(path),
+      (path) => !/^\/home\/(journal\/.*\.md|observer\/(folders|queue|session)\.json)$/.test(path),
     );
     assert.deepEqual(rest, []);
   }

@@ -2,6 +2,7 @@ import assert from "node:assert/strict";
 import { existsSync, readFileSync, writeFileSync } from "node:fs";
 import { join } from "node:path";
 import { it } from "node:test";
+import { BucketServer } from "../support/bucketServer.ts";
 import { completion, ModelServer, type Reply } from "../support/modelServer.ts";
 import { ObserverProcess } from "../support/observerProcess.ts";
 import { framePayload } from "../support/payloads.ts";
@@ -31,6 +32,7 @@ async function watched(
   test: Parameters<typeof ObserverProcess.start>[0],
   settings: Record<string, unknown>,
   firstLine = "{}\n",
+  before: (observer: ObserverProcess) => Promise<void> = async () => undefined,
 ) {
   const home = temporaryHome();
   const log = join(home, "connections.log");
@@ -44,6 +46,7 @@ async function watched(
     // A proxy would see what only the provider may.
     environment: { HTTP_PROXY: "http://127.0.0.1:9", http_proxy: "http://127.0.0.1:9" },
   });
+  await before(observer);
   await observer.startRecording();
   const frames = [framePayload(Date.now(), { text: "see https://evil.example/?q=1" })];
   await observer.request("POST", "/api/frames", { body: JSON.stringify({ frames }) });
@@ -91,4 +94,25 @@ it("sockets_ofAProviderThatIsNotSetUp_areNone", async (test) => {
     assert.deepEqual(connections, []);
     assert.equal(body["analysisBackfillBlocked"], true);
   }
+});
+
+it("sockets_ofAnArchive_goToTheChosenBucketAlone", async (test) => {
+  const bucket = await BucketServer.start(test);
+  const ask = async (observer: ObserverProcess, method: string, path: string, body: unknown) => {
+    const options = { body: JSON.stringify(body) };
+    const answer = await observer.request(method, `/api/archive/${path}`, options);
+    assert.equal(answer.status, 200, `${path}: ${JSON.stringify(answer.body)}`);
+  };
+  const { connections } = await watched(test, {}, "{}\n", async (observer) => {
+    await ask(observer, "PUT", "target", bucket.record);
+    await ask(observer, "POST", "prepare", {});
+    await ask(observer, "POST", "enable", {});
+    const today = { fromDate: "2026-01-01", toDate: "2026-12-31" };
+    await ask(observer, "POST", "export/estimate", today);
+  });
+  assert.ok([...bucket.objects.keys()].some((name) => name.endsWith("/vault.age")));
+  assert.deepEqual(
+    [...new Set(connections)],
+    [`connect localhost:${bucket.port}`, "lookup localhost"],
+  );
 });

@@ -5,7 +5,7 @@ import { it } from "node:test";
 import { ArchiveSlot } from "../../src/archive/archiveSlot.ts";
 import { systemFailure } from "../../src/base/failure.ts";
 import { SpoolLayout } from "../../src/spool/layout.ts";
-import type { FinishedChunks } from "../../src/spool/spool.ts";
+import type { FinishedChunks } from "../../src/spool/moves.ts";
 import { ObserverHarness } from "../support/observerHarness.ts";
 import { framePayload } from "../support/payloads.ts";
 import { temporaryHome } from "../support/temporaryHome.ts";

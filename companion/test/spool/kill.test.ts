@@ -1,6 +1,7 @@
 import assert from "node:assert/strict";
 import { it, type TestContext } from "node:test";
 import { setImmediate } from "node:timers/promises";
+import { systemFailure } from "../../src/base/failure.ts";
 import type { Analyst } from "../../src/engine/analyser.ts";
 import { journalFilesOn } from "../../src/journal/journalFiles.ts";
 import { JournalWriter } from "../../src/journal/journalWriter.ts";
@@ -11,13 +12,19 @@ import { ManualClock } from "../support/manualClock.ts";
 import { ObserverHarness } from "../support/observerHarness.ts";
 import { framePayload, tinyPicture } from "../support/payloads.ts";
 import type { Random } from "../support/random.ts";
-import { chosenSeed, rounds, withSeed } from "../support/rounds.ts";
-import { Mortality, SimulatedDisk, SimulatedFileSystem } from "../support/simulatedFileSystem.ts";
+import { chosenSeed, rounds, seeds, withSeed } from "../support/rounds.ts";
+import {
+  Mortality,
+  SimulatedDisk,
+  SimulatedFileSystem,
+  type Step,
+} from "../support/simulatedFileSystem.ts";
 
 const startMs = 1_795_250_000_000;
 const never = Number.MAX_SAFE_INTEGER;
 const home = "/home";
-const expectedFiles = /^\/home\/(?:observer\/(?:queue|session)\.json|journal\/[0-9-]+\.md)$/;
+const expectedFiles =
+  /^\/home\/(?:observer\/(?:folders|queue|session)\.json|journal\/[0-9-]+\.md)$/;
 const usersText = "# My day\n\n- [08:00] coffee\nno line end";
 
 /** Where a frame comes by on its way: each has to be among the steps at which the process died. */
@@ -96,8 +103,12 @@ class Machine {
   }
 
   /** Opens an observer whose journal, too, dies with it. */
-  openObserver(mortality: Mortality, isAnalysing = true): Promise<ObserverHarness> {
-    const fs = new SimulatedFileSystem(this.disk, this.#random, mortality.step);
+  openObserver(
+    mortality: Mortality,
+    isAnalysing = true,
+    onStep: (step: Step) => void = mortality.step,
+  ): Promise<ObserverHarness> {
+    const fs = new SimulatedFileSystem(this.disk, this.#random, onStep);
     const writer = new JournalWriter({
       outputDirectory: `${home}/journal`,
       files: journalFilesOn(fs),
@@ -286,3 +297,40 @@ for (const [name, usual, hasModel] of [
     else await story(chosenSeed, hasModel);
   });
 }
+
+/** Refuses, every third time, to open the records of what waits. */
+function refusingRecords(random: Random, mortality: Mortality): (step: Step) => void {
+  return (step) => {
+    const isRecord = step.call === "open" && /\/(?:frames\.jsonl|chunk\.json)$/.test(step.path);
+    if (isRecord && random.next() < 0.33) throw systemFailure("EIO", step.path);
+    mortality.step(step);
+  };
+}
+
+/** What waits after a death meets a disk that keeps some of it back, for some lives. */
+function refusedStory(seed: number): Promise<void> {
+  return withSeed(seed, async (random) => {
+    const machine = new Machine(random, true);
+    await machine.writeUsersText("2026-11-21");
+    const life: Life = { acknowledged: [], sessionEnds: 0 };
+    const first = new Mortality(random.integer(20, 300));
+    await untilDeath(first, async () => live(await machine.openObserver(first), life));
+    machine.endLife();
+    for (let count = random.integer(1, 3); count > 0; count -= 1) {
+      const next = new Mortality(random.pick([never, random.integer(1, 120)]));
+      const onStep = refusingRecords(random, next);
+      await untilDeath(next, async () =>
+        (await machine.openObserver(next, true, onStep)).observer.stop(),
+      );
+      machine.endLife();
+    }
+    const last = await machine.openObserver(new Mortality(never));
+    await last.observer.settled();
+    assert.equal(last.observer.status().pendingAnalysisChunks, 0);
+    checkJournal(machine.journal, life, true);
+  });
+}
+
+it("records_thatTheDiskKeepsBackNowAndThen_loseNoFrameAndWriteNoLineTwice", async () => {
+  for (const seed of seeds(60)) await refusedStory(seed);
+});

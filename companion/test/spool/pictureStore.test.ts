@@ -15,6 +15,19 @@ function chunkOf(id: number, frameCount: number): Chunk {
   return { version: 1, id, session, stoppedAtMs: undefined, through, gaps: undefined, frames };
 }
 
+/** A disk that holds the records of the chunks, and nothing else. */
+function diskWith(...chunks: readonly Chunk[]): Disk {
+  const records = new Map(
+    chunks.map((chunk) => [`/nowhere/pending/${chunk.id}/chunk.json`, JSON.stringify(chunk)]),
+  );
+  return {
+    ...realDisk,
+    size: async (path) => records.get(path)?.length,
+    readText: async (path) => records.get(path) ?? "",
+    remove: async () => {},
+  };
+}
+
 it("defaultQuota_isTwoGigabytesOrAShareOfTheFreeDisk", () => {
   assert.equal(defaultQuotaBytes(1e12), 2e9);
   assert.equal(defaultQuotaBytes(40e9), 2e9);
@@ -24,8 +37,9 @@ it("defaultQuota_isTwoGigabytesOrAShareOfTheFreeDisk", () => {
 
 it("pictures_ofAChunkThatGoesWhileTheyAreThinned_countNoMore", async () => {
   const removed: string[] = [];
+  const chunks = [chunkOf(1, 5), chunkOf(2, 2)];
   const disk: Disk = {
-    ...realDisk,
+    ...diskWith(...chunks),
     async remove(path) {
       removed.push(path);
       // The engine has finished with the chunk in the meantime.
@@ -33,7 +47,7 @@ it("pictures_ofAChunkThatGoesWhileTheyAreThinned_countNoMore", async () => {
     },
   };
   const store = new PictureStore(disk, new SpoolLayout("/nowhere"));
-  for (const chunk of [chunkOf(1, 5), chunkOf(2, 2)]) {
+  for (const chunk of chunks) {
     store.add(
       chunk,
       chunk.frames.map((frame) => frame.pictureBytes),
@@ -47,9 +61,8 @@ it("pictures_ofAChunkThatGoesWhileTheyAreThinned_countNoMore", async () => {
 });
 
 it("pictures_thatTwoMakeRoomWith_countOnce", async () => {
-  const disk: Disk = { ...realDisk, remove: async () => {} };
-  const store = new PictureStore(disk, new SpoolLayout("/nowhere"));
   const chunk = chunkOf(1, 3);
+  const store = new PictureStore(diskWith(chunk), new SpoolLayout("/nowhere"));
   store.add(
     chunk,
     chunk.frames.map((frame) => frame.pictureBytes),
@@ -58,4 +71,12 @@ it("pictures_thatTwoMakeRoomWith_countOnce", async () => {
   assert.ok(store.bytes >= 0, `${store.bytes} bytes`);
   await store.shrinkTo(0);
   assert.equal(store.bytes, 0);
+});
+
+it("chunk_thatCannotBeRead_keepsItsPictures_andOthersGiveWay", async () => {
+  const [first, second] = [chunkOf(1, 3), chunkOf(2, 3)];
+  const store = new PictureStore(diskWith(second), new SpoolLayout("/nowhere"));
+  for (const chunk of [second, first]) store.add(chunk, [10, 10, 10]);
+  assert.equal(await store.shrinkTo(0), 1);
+  assert.equal(store.bytes, 30);
 });

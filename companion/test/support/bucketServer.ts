@@ -16,7 +16,7 @@ export interface Fault {
     | { readonly status: number; readonly code: string };
 }
 
-const keys = { id: "AKTEST", secret: "the/secret+of the tests" };
+const keys = { id: "AKTEST", secret: "the/secret+of-the-tests" };
 const region = "eu-test-1";
 
 const hmac = (key: string | Buffer, text: string) =>

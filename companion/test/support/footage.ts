@@ -1,7 +1,13 @@
 import { readdirSync, readFileSync } from "node:fs";
 import { join } from "node:path";
-import { ArchiveHarness, type TestFrame } from "./archiveHarness.ts";
+import {
+  ArchiveHarness,
+  type ArchiveHarnessOptions,
+  type TestFrame,
+  TestKeyring,
+} from "./archiveHarness.ts";
 import { MemoryTarget } from "./memoryTarget.ts";
+import { temporaryHome } from "./temporaryHome.ts";
 
 export const startMs = new Date(2026, 10, 21, 9, 30, 5).getTime();
 /** The day of `startMs`. */
@@ -33,10 +39,24 @@ export function filesIn(folder: string): Map<string, Buffer> {
   return files;
 }
 
-/** Three clips of two chunks, listed. */
-export async function archiveWithTwoChunks(target = new MemoryTarget()) {
-  const harness = await ArchiveHarness.open({ target });
+/** What outlives one observer after the other: the disk, the keyring, and the place. */
+export function survivors() {
+  return { home: temporaryHome(), keyring: new TestKeyring(), target: new MemoryTarget() };
+}
+
+/** An archive with a place in memory, and on. */
+export async function archiveTurnedOn<Target extends MemoryTarget = MemoryTarget>(
+  options: Omit<ArchiveHarnessOptions, "target"> & { readonly target?: Target } = {},
+) {
+  const target = options.target ?? new MemoryTarget();
+  const harness = await ArchiveHarness.open({ ...options, target });
   const recoveryKey = await harness.turnOn(anyFolder);
+  return { harness, target: target as Target, recoveryKey };
+}
+
+/** Three clips of two chunks, listed. */
+export async function archiveWithTwoChunks(place = new MemoryTarget()) {
+  const { harness, target, recoveryKey } = await archiveTurnedOn({ target: place });
   await harness.finish(1, [...frames(0, 5), ...frames(0, 5, "2")]);
   await harness.finish(2, frames(5, 5));
   await harness.archive.estimate({ fromDate: day, toDate: day });

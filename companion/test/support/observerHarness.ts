@@ -78,6 +78,7 @@ export interface HarnessOptions {
   readonly analyst?: Analyst;
   /** Whether analysis may begin at once, as it may unless told. */
   readonly isAnalysing?: boolean;
+  readonly readAtOnce?: number;
   readonly quotaBytes?: (free: number) => number;
   /** "real" for the files themselves; without it the calls are recorded. */
   readonly appendToJournal?: ObserverDependencies["appendToJournal"] | "real";
@@ -156,6 +157,7 @@ export class ObserverHarness {
       analyst: options.analyst ?? unexpectedAnalyst,
       onGap: (sentence) => notices.push(sentence),
       random: () => 1,
+      readAtOnce: options.readAtOnce,
       finishedChunks: options.finishedChunks,
       privacyRules: options.privacyRules ?? (async () => noRules),
       forgetInJournal: options.forgetInJournal ?? (async () => 0),

@@ -3,30 +3,44 @@ import { mkdirSync, writeFileSync } from "node:fs";
 import { join } from "node:path";
 import { openTarget } from "../../src/archive/targets/openTarget.ts";
 import type { ArchiveTarget } from "../../src/archive/targets/target.ts";
+import type { S3Record } from "../../src/archive/targets/targetRecord.ts";
 import { systemClock } from "../../src/base/clock.ts";
 import { realFileSystem } from "../../src/base/fileSystem.ts";
+import type { Place } from "./targetSuite.ts";
 import { temporaryHome } from "./temporaryHome.ts";
 import { vault } from "./uploads.ts";
-
-export interface Place {
-  readonly target: ArchiveTarget;
-  /** Puts other bytes under the name, as nobody should. */
-  exchange(name: string, bytes: Buffer): void;
-}
 
 /** A remote of rclone's own kind for a folder, in a configuration of the test's own. */
 export function rclonePlace(): Place {
   const home = temporaryHome();
-  mkdirSync(join(home, ".config", "rclone"), { recursive: true });
   mkdirSync(join(home, "store"));
-  writeFileSync(
-    join(home, ".config", "rclone", "rclone.conf"),
-    `[nas]\ntype = alias\nremote = ${join(home, "store")}\n`,
-  );
+  configure(home, ["[nas]", "type = alias", `remote = ${join(home, "store")}`]);
   return {
     target: rcloneTarget(home, "nas:my archive"),
     exchange: exchangeIn(join(home, "store", "my archive")),
   };
+}
+
+/** rclone's own way to the place in the bucket. */
+export function rcloneOfBucket(record: S3Record): ArchiveTarget {
+  const home = temporaryHome();
+  configure(home, [
+    "[bucket]",
+    "type = s3",
+    "provider = Other",
+    `access_key_id = ${record.accessKeyId}`,
+    `secret_access_key = ${record.secretAccessKey}`,
+    `region = ${record.region}`,
+    `endpoint = ${record.endpoint}`,
+    "force_path_style = true",
+    "no_check_bucket = true",
+  ]);
+  return rcloneTarget(home, `bucket:${record.bucket}/${record.prefix}`);
+}
+
+function configure(home: string, lines: readonly string[]): void {
+  mkdirSync(join(home, ".config", "rclone"), { recursive: true });
+  writeFileSync(join(home, ".config", "rclone", "rclone.conf"), `${lines.join("\n")}\n`);
 }
 
 function exchangeIn(root: string) {

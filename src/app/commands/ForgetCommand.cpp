@@ -127,6 +127,8 @@ QString warnings(const ForgetReport &report)
         words += QStringLiteral("ostrel: %1 kept model inputs don't tell of when they are, and were left; look into "
                                 "rawInputDirectory.\n")
                      .arg(report.rawInputsUnknown);
+    if (report.notSearched)
+        words += QStringLiteral("ostrel: %1\n").arg(*report.notSearched);
     if (report.archiveWaits)
         words += QStringLiteral("ostrel: %1\n").arg(*report.archiveWaits);
     return words;
@@ -142,6 +144,7 @@ QJsonObject json(const ForgetReport &report, const Span &span)
             {QStringLiteral("journalLines"), report.journalLines},
             {QStringLiteral("archiveClips"), report.archiveClips},
             {QStringLiteral("archiveFrames"), report.archiveFrames},
+            {QStringLiteral("notSearched"), orNull(report.notSearched)},
             {QStringLiteral("archiveWaits"), orNull(report.archiveWaits)}};
 }
 
@@ -161,7 +164,7 @@ CommandResult run(const QCommandLineParser &parser, const Platform &platform)
                                       QStringLiteral("%1 Whether anything was removed is not known; run it again.")
                                           .arg(report.error().localizedDescription));
     // What could not be removed is a failure, to whoever relies on its being gone.
-    const bool isAll = !report->archiveWaits && report->rawInputsUnknown == 0;
+    const bool isAll = !report->archiveWaits && !report->notSearched && report->rawInputsUnknown == 0;
     return {.status = isAll ? ExitSuccess : ExitFailed,
             .output = parser.isSet(jsonOption()) ? jsonDocument(json(*report, *span)) : text(*report, *span),
             .messages = warnings(*report)};

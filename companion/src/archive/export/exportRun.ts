@@ -20,6 +20,8 @@ export interface ExportDependencies {
   readonly target: ArchiveTarget;
   readonly vault: Vault;
   readonly folder: ExportFolder;
+  /** Whether the user has had the clip of that name forgotten since. */
+  isForgotten(name: string): boolean;
   readList(signal: AbortSignal): Promise<ArchiveList>;
 }
 
@@ -82,14 +84,14 @@ export class ExportRun {
 
   async #exportAll(signal: AbortSignal): Promise<readonly string[]> {
     const { folder, readList } = this.#dependencies;
-    const { clips, problems } = await this.#withRetries(() => readList(signal), signal);
-    this.#update({ total: clips.length });
-    const days = [...new Set(clips.map((clip) => clip.day))].sort();
+    const list = await this.#withRetries(() => readList(signal), signal);
+    const { days, problems } = list;
+    this.#update({ total: list.count });
     for (const day of days) {
       this.#update({ currentDay: day });
       await folder.beginDay(day);
-      const ofDay = clips.filter((clip) => clip.day === day);
-      await folder.finishDay(day, await this.#exportDay(day, ofDay, signal));
+      const clips = await list.clipsOf(day);
+      await folder.finishDay(day, await this.#exportDay(day, clips, signal));
     }
     await folder.finish(problems);
     return problems;
@@ -105,6 +107,11 @@ export class ExportRun {
     for (const clip of clips) {
       signal.throwIfAborted();
       const why = await this.#exportClip(clip, signal);
+      if (why !== undefined && this.#dependencies.isForgotten(clip.name)) {
+        // As if it had never been in the list.
+        this.#update({ total: Number(this.#status.total) - 1 });
+        continue;
+      }
       if (why === undefined) outcome.clips.push({ ...clip, file: exportPath(clip) });
       else outcome.skipped.push({ name: clip.name, why });
       this.#update(

@@ -1,8 +1,8 @@
-import { isDeepStrictEqual } from "node:util";
 import type { DayRange } from "../archiveRequests.ts";
 import type { ClipEntry } from "../clips/records.ts";
 import type { Vault } from "../keys/vault.ts";
 import { type ArchiveTarget, ObjectMissing, ObjectUnreadable } from "../targets/target.ts";
+import { DayOfList } from "./dayOfList.ts";
 import type { Head, Heads } from "./heads.ts";
 import type { Mirror } from "./mirror.ts";
 import {
@@ -28,11 +28,18 @@ export interface ListSource {
   readonly ownHead: (Head & { readonly writer: string }) | undefined;
 }
 
+/** The list as it was read: what of it is kept in memory is small, for there may be very many clips. */
 export interface ArchiveList {
-  /** Of the days that were asked for, by time. */
-  readonly clips: readonly ClipEntry[];
+  /** Those of the days that were asked for on which there are clips, in order. */
+  readonly days: readonly string[];
+  /** How many clips there are on these days. */
+  readonly count: number;
+  /** How large they are together, encrypted. */
+  readonly bytes: number;
   /** Sentences about what is missing from the list, or isn't ours. */
   readonly problems: readonly string[];
+  /** The clips of a day, by time. */
+  clipsOf(day: string): Promise<ClipEntry[]>;
 }
 
 /** By writer and number. */
@@ -63,8 +70,7 @@ class ListReader {
   readonly #dependencies: ListSource;
   readonly #isThorough: boolean;
   readonly #problems: string[] = [];
-  readonly #clips = new Map<string, ClipEntry>();
-  readonly #forgotten = new Set<string>();
+  readonly #days = new Map<string, DayOfList>();
 
   constructor(dependencies: ListSource, isThorough: boolean) {
     this.#dependencies = dependencies;
@@ -82,10 +88,21 @@ class ListReader {
       if (head !== undefined) verified.set(key, head);
     }
     await heads.advance(verified);
+    const [mirror, vault, problems] = [
+      this.#dependencies.mirror,
+      this.#dependencies.vault,
+      this.#problems,
+    ];
     // Only now: whoever had them forgotten may be another writer than the one who has listed them.
-    const left = [...this.#clips.values()].filter(({ name }) => !this.#forgotten.has(name));
-    const clips = left.sort((a, b) => a.startMs - b.startMs);
-    return { clips, problems: this.#problems };
+    for (const [name, day] of this.#days) if (day.finish().count === 0) this.#days.delete(name);
+    const days = [...this.#days].sort(([a], [b]) => (a < b ? -1 : 1));
+    return {
+      days: days.map(([name]) => name),
+      count: days.reduce((sum, [, { count }]) => sum + count, 0),
+      bytes: days.reduce((sum, [, { bytes }]) => sum + bytes, 0),
+      problems,
+      clipsOf: async (day) => (await this.#days.get(day)?.clips(mirror, vault)) ?? [],
+    };
   }
 
   #headKey(writer: string): string {
@@ -188,7 +205,7 @@ class ListReader {
       if (before.sha256 !== "" && segment.previous !== before.sha256) {
         throw new ForgedSegment("it doesn't follow from the one before");
       }
-      if (isWanted) this.#addClips(segment);
+      if (isWanted) this.#add(segment);
       return { sequence: name.sequence, sha256: sha256Of(object) };
     } catch (error) {
       if (faultOf(error) === undefined) throw error;
@@ -197,15 +214,11 @@ class ListReader {
     }
   }
 
-  /** A machine that was set back to a former state lists again what waited then, as it was. */
-  #addClips(segment: Segment): void {
-    for (const name of segment.forgotten ?? []) this.#forgotten.add(name);
-    for (const clip of segment.clips) {
-      const known = this.#clips.get(clip.name);
-      if (known === undefined) this.#clips.set(clip.name, clip);
-      else if (!isDeepStrictEqual(known, clip)) {
-        this.#problems.push(`A clip is listed twice, as two different ones: ${clip.name}.`);
-      }
+  #add(segment: Segment): void {
+    const day = this.#days.get(segment.day) ?? new DayOfList();
+    this.#days.set(segment.day, day);
+    for (const name of day.add(segment)) {
+      this.#problems.push(`A clip is listed twice, as two different ones: ${name}.`);
     }
   }
 

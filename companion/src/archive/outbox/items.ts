@@ -6,20 +6,14 @@ import { writeJson } from "../../json/writer.ts";
 import type { Disk } from "../../spool/disk.ts";
 import { chunkFileName, SpoolLayout } from "../../spool/layout.ts";
 import { leaveFramesOut, removeAnswers } from "../../spool/leaveFramesOut.ts";
+import { discard, setAside } from "../../spool/moves.ts";
 import { Chunk, pictureName, type SpooledFrame } from "../../spool/records.ts";
-import { discard, setAside } from "../../spool/spool.ts";
 import { parseRecord } from "../../wire/schema.ts";
 import { clipPath } from "../clips/packer.ts";
 import { PackedChunk } from "../clips/records.ts";
 import type { Upload } from "../targets/target.ts";
 
 const clipsFileName = "clips.json";
-
-interface Item {
-  bytes: number;
-  /** Undefined while it is a chunk of pictures. */
-  packed: PackedChunk | undefined;
-}
 
 /**
  * Chunks on their way into the archive, each in a folder of its own. It comes by one rename, holds
@@ -30,7 +24,11 @@ export class Items {
   readonly #disk: Disk;
   readonly #layout: SpoolLayout;
   readonly #folder: string;
-  readonly #items = new Map<string, Item>();
+  /** The bytes of those that have to be packed, in order of arrival. */
+  readonly #taken = new Map<string, number>();
+  /** In the order in which they were packed. */
+  readonly #packed = new Map<string, PackedChunk>();
+  #bytes = 0;
 
   private constructor(disk: Disk, root: string, folder: string) {
     this.#disk = disk;
@@ -50,23 +48,25 @@ export class Items {
   }
 
   get bytes(): number {
-    return [...this.#items.values()].reduce((sum, item) => sum + item.bytes, 0);
+    return this.#bytes;
   }
 
   get isEmpty(): boolean {
-    return this.#items.size === 0;
+    return this.#taken.size === 0 && this.#packed.size === 0;
   }
 
   /** The names of those that have to be packed, in order of arrival. */
   get taken(): string[] {
-    return [...this.#items].filter(([, item]) => item.packed === undefined).map(([name]) => name);
+    return [...this.#taken.keys()];
   }
 
-  /** Those that are packed, in order of arrival. */
-  get packed(): [name: string, chunk: PackedChunk][] {
-    return [...this.#items].flatMap(([name, { packed }]) =>
-      packed === undefined ? [] : [[name, packed] as [string, PackedChunk]],
-    );
+  /** Those that are packed, oldest first; they may come and go while it is gone through. */
+  get packed(): Iterable<[name: string, chunk: PackedChunk]> {
+    return this.#packed.entries();
+  }
+
+  packedOf(name: string): PackedChunk | undefined {
+    return this.#packed.get(name);
   }
 
   /** Takes a chunk's folder over; false where it has no picture. Nothing there is no error. */
@@ -81,7 +81,7 @@ export class Items {
     } finally {
       // A move that failed at its very end has been made all the same.
       const isHere = (await this.#disk.size(this.folderOf(name))) !== undefined;
-      if (isHere) this.#items.set(name, { bytes, packed: undefined });
+      if (isHere) this.#set(name, bytes);
     }
     return true;
   }
@@ -98,7 +98,7 @@ export class Items {
   async storeClips(name: string, packed: PackedChunk): Promise<void> {
     const folder = this.folderOf(name);
     await this.#disk.replaceFile(join(folder, clipsFileName), writeJson(packed));
-    this.#items.set(name, { bytes: clipBytes(packed), packed });
+    this.#set(name, packed);
     await this.#removePictures(folder);
   }
 
@@ -134,31 +134,54 @@ export class Items {
     const rest = await leaveFramesOut(this.#disk, this.folderOf(name), chunk, goes);
     const bytes = bytesOf(rest);
     if (bytes === 0) await this.discard(name);
-    else this.#items.set(name, { bytes, packed: undefined });
+    else this.#set(name, bytes);
     return chunk.frames.length - rest.frames.length;
   }
 
   /** Nothing there is no error. */
   async discard(name: string): Promise<void> {
     await discard(this.#disk, this.#layout, this.folderOf(name));
-    this.#items.delete(name);
+    this.#drop(name);
   }
 
   async setAside(name: string, nowMs: number): Promise<void> {
     await setAside(this.#disk, this.#layout, this.folderOf(name), `item-${name}-${nowMs}`);
-    this.#items.delete(name);
+    this.#drop(name);
+  }
+
+  /** As a chunk of pictures of so many bytes, or as clips. One that has its place already keeps it. */
+  #set(name: string, item: number | PackedChunk): void {
+    this.#bytes -= this.#bytesOf(name);
+    if (typeof item === "number") {
+      this.#taken.set(name, item);
+    } else {
+      this.#taken.delete(name);
+      this.#packed.set(name, item);
+    }
+    this.#bytes += this.#bytesOf(name);
+  }
+
+  #drop(name: string): void {
+    this.#bytes -= this.#bytesOf(name);
+    this.#taken.delete(name);
+    this.#packed.delete(name);
+  }
+
+  #bytesOf(name: string): number {
+    const packed = this.#packed.get(name);
+    return packed === undefined ? (this.#taken.get(name) ?? 0) : clipBytes(packed);
   }
 
   async #find(name: string): Promise<void> {
     const folder = this.folderOf(name);
     const packed = await this.#readPacked(folder);
     if (packed !== undefined) {
-      this.#items.set(name, { bytes: clipBytes(packed), packed });
+      this.#set(name, packed);
       await this.#removePictures(folder);
       return;
     }
     try {
-      this.#items.set(name, { bytes: bytesOf(await this.#readChunk(folder)), packed: undefined });
+      this.#set(name, bytesOf(await this.#readChunk(folder)));
     } catch {
       await setAside(this.#disk, this.#layout, folder, `item-${name}`);
     }

@@ -89,10 +89,11 @@ export class Outbox {
 
   /**
    * Does the task while nothing else happens here, so that it may change what the work relies on;
-   * then goes on. What was under way begins anew.
+   * then goes on. What was under way begins anew; for so long it may come to its end.
    */
-  async whilePaused<Result>(task: () => Promise<Result>): Promise<Result> {
+  async whilePaused<Result>(task: () => Promise<Result>, patienceMs = 0): Promise<Result> {
     this.#holds += 1;
+    if (patienceMs > 0) await this.#settledWithin(patienceMs);
     this.#current.abort(new Paused());
     try {
       await this.settled();
@@ -105,6 +106,15 @@ export class Outbox {
         this.retry();
       }
     }
+  }
+
+  async #settledWithin(patienceMs: number): Promise<void> {
+    let cancel = () => {};
+    const timeIsUp = new Promise<void>((resolve) => {
+      cancel = this.#dependencies.clock.after(patienceMs, resolve);
+    });
+    await Promise.race([this.settled(), timeIsUp]);
+    cancel();
   }
 
   async close(): Promise<void> {
@@ -139,7 +149,7 @@ export class Outbox {
       this.#isFlushing = false;
       onTrouble(undefined);
     } catch (error) {
-      if (signal.aborted) return;
+      if (signal.aborted || error instanceof Paused) return;
       this.#isFlushing = false;
       onTrouble(sentenceFor(error));
       this.#notBeforeMs = clock.nowMs() + this.#retryMs;
@@ -158,6 +168,7 @@ export class Outbox {
     const next = () => this.#dependencies.items.taken.find((name) => !this.#unpacked.has(name));
     for (let name = next(); name !== undefined; name = next()) {
       signal.throwIfAborted();
+      this.#throwIfHeld();
       try {
         await this.#pack(name, signal);
       } catch (error) {
@@ -184,23 +195,42 @@ export class Outbox {
   }
 
   async #storeAll(signal: AbortSignal): Promise<void> {
-    const { items, state, list } = this.#dependencies;
+    const { items, state } = this.#dependencies;
     await this.#clearListed();
     if (items.isEmpty && state.record.segment === undefined) return;
     const target = await this.#dependencies.target(signal);
     await this.#storePending(target, signal);
-    for (;;) {
-      const next = items.packed.find(([name]) => !this.#stored.has(name));
-      if (next === undefined) break;
-      await this.#storeItem(next, target, signal);
-      // What came meanwhile takes up less room when it is packed.
+    let canList = true;
+    for (const item of items.packed) {
+      if (this.#stored.has(item[0])) continue;
+      await this.#storeItem(item, target, signal);
+      // What came meanwhile takes up less room when it is packed; it is behind those that were there.
       await this.#packAll(signal);
+      // Only what is listed leaves this disk, and a backlog may take days.
+      const isMuch = this.#stored.size >= greatestListItems;
+      if (isMuch && canList) canList = await this.#canListWhatIsDue(target, signal);
     }
+    await this.#listWhatIsDue(target, signal);
+    if (this.#stored.size > 0) this.#wakeAfter(this.#listDelayMs());
+  }
+
+  async #listWhatIsDue(target: ArchiveTarget, signal: AbortSignal): Promise<void> {
     while (this.#isListDue()) {
-      await list.prepare(this.#nextForList(), await this.#dependencies.vault());
+      this.#throwIfHeld();
+      await this.#dependencies.list.prepare(this.#nextForList(), await this.#dependencies.vault());
       await this.#storePending(target, signal);
     }
-    if (this.#stored.size > 0) this.#wakeAfter(this.#listDelayMs());
+  }
+
+  /** A keyring that is locked holds up the list, and not the clips. */
+  async #canListWhatIsDue(target: ArchiveTarget, signal: AbortSignal): Promise<boolean> {
+    try {
+      await this.#listWhatIsDue(target, signal);
+      return true;
+    } catch (error) {
+      if (error instanceof SecretStoreFailure) return false;
+      throw error;
+    }
   }
 
   async #storeItem(
@@ -218,7 +248,10 @@ export class Outbox {
       return;
     }
     try {
-      for (const upload of items.uploads(name, packed)) await target.put(upload, signal);
+      for (const upload of items.uploads(name, packed)) {
+        this.#throwIfHeld();
+        await target.put(upload, signal);
+      }
     } catch (error) {
       // What a torn upload has left there, perhaps; nothing is ever overwritten.
       if (error instanceof ObjectConflict) await this.#rename(name, packed);
@@ -226,6 +259,11 @@ export class Outbox {
     }
     if (this.#stored.size === 0) this.#storedSinceMs = clock.nowMs();
     this.#stored.add(name);
+  }
+
+  /** Nothing new is begun while somebody waits for what is under way. */
+  #throwIfHeld(): void {
+    if (this.#holds > 0) throw new Paused();
   }
 
   async #rename(name: string, packed: PackedChunk): Promise<void> {
@@ -272,7 +310,11 @@ export class Outbox {
   }
 
   #storedItems(): [string, PackedChunk][] {
-    return this.#dependencies.items.packed.filter(([name]) => this.#stored.has(name));
+    const { items } = this.#dependencies;
+    return [...this.#stored].flatMap((name) => {
+      const packed = items.packedOf(name);
+      return packed === undefined ? [] : [[name, packed] as [string, PackedChunk]];
+    });
   }
 
   /** Those of the day of the oldest. */

@@ -46,31 +46,25 @@ export class S3Target implements ArchiveTarget {
 
   async put(upload: Upload, signal: AbortSignal): Promise<void> {
     if (!this.#keepsConditions && (await this.#isSeen(upload, signal))) return;
-    const answer = await this.#send(
-      {
-        method: "PUT",
-        key: upload.name,
-        headers: {
-          "content-type": "application/octet-stream",
-          [sha256Header]: upload.sha256,
-          ...(!this.#refusesConditions && { "if-none-match": "*" }),
-        },
-        upload,
-      },
-      signal,
-    );
+    const isConditional = !this.#refusesConditions;
+    const headers = {
+      "content-type": "application/octet-stream",
+      [sha256Header]: upload.sha256,
+      ...(isConditional && { "if-none-match": "*" }),
+    };
+    const answer = await this.#send({ method: "PUT", key: upload.name, headers, upload }, signal);
     const status = answer.statusCode ?? 0;
     if (status === 200) {
       await textOf(answer, signal);
       return;
     }
-    if (status === 412 && !this.#refusesConditions) {
+    if (status === 412 && isConditional) {
       await textOf(answer, signal);
       this.#keepsConditions = true;
       if (!(await this.#isStored(upload, signal))) throw new ObjectConflict(upload.name);
       return;
     }
-    if (status === 501 && !this.#refusesConditions) {
+    if (status === 501 && isConditional) {
       await textOf(answer, signal);
       this.#refusesConditions = true;
       return this.put(upload, signal);
@@ -150,13 +144,27 @@ export class S3Target implements ArchiveTarget {
     const answer = await this.#send({ method: "HEAD", key: upload.name }, signal);
     answer.resume();
     if (answer.statusCode === 404) return false;
-    if (answer.statusCode !== 200) throw await refusal(answer, signal);
+    if (answer.statusCode !== 200) throw await this.#refusalOfLook(upload.name, answer, signal);
     const told = answer.headers[sha256Header];
     const isSame =
       Number(answer.headers["content-length"]) === upload.bytes &&
       (told ?? (await this.#sha256Of(upload.name, signal))) === upload.sha256;
     if (!isSame) throw new ObjectConflict(upload.name);
     return true;
+  }
+
+  /** An answer to HEAD has no body, and so doesn't say why; the same question by GET does. */
+  async #refusalOfLook(
+    name: string,
+    answer: IncomingMessage,
+    signal: AbortSignal,
+  ): Promise<Refusal> {
+    const mute = await refusal(answer, signal);
+    const headers = { range: "bytes=0-0" };
+    const asked = await this.#send({ method: "GET", key: name, headers }, signal);
+    if (asked.statusCode === answer.statusCode) return refusal(asked, signal);
+    asked.destroy();
+    return mute;
   }
 
   /** For servers that don't keep what they are told of an object. */
