@@ -111,6 +111,18 @@ describe("archive that somebody else has touched", () => {
       assert.match(status.error ?? "", /lacks part 2/);
     });
 
+    it(`listPart_withANumberFarBeyondTheLast_isToldAtOnce: ${who}`, async () => {
+      const setting = await readerOf(await ArchivedDays.make());
+      const name = setting.parts[0] ?? "";
+      const copy = name.replace(/-[0-9]{8}\.age$/, "-900000000000000.age");
+      assert.notEqual(copy, name);
+      setting.target.objects.set(copy, setting.target.objects.get(name) ?? Buffer.alloc(0));
+      const status = await setting.export();
+      assert.equal(status.state, "failed");
+      assert.match(status.error ?? "", /lacks parts [0-9]+ to 899999999999999 of writer/);
+      assert.equal(status.exported, 4);
+    });
+
     it(`listPart_replacedByOneOfAnotherDay_isFound: ${who}`, async () => {
       const setting = await readerOf(await ArchivedDays.make());
       const name = setting.parts[1] ?? "";

@@ -1,3 +1,4 @@
+import { readAhead } from "../../base/readAhead.ts";
 import type { DayRange } from "../archiveRequests.ts";
 import type { ClipEntry } from "../clips/records.ts";
 import type { Vault } from "../keys/vault.ts";
@@ -44,6 +45,9 @@ export interface ArchiveList {
 
 /** By writer and number. */
 type Parts = Map<string, Map<number, SegmentName>>;
+
+/** How many parts are on their way beside the one that is waited for: a distant place takes its time for each. */
+const partsAhead = 8;
 
 /** More than any part has. */
 const greatestSegmentBytes = 8 * 1024 * 1024;
@@ -155,32 +159,36 @@ class ListReader {
     signal: AbortSignal,
   ): Promise<Head | undefined> {
     const known = this.#knownHead(writer);
-    const last = Math.max(0, ...parts.keys());
+    const chain = [...parts.values()].sort((a, b) => a.sequence - b.sequence);
+    const last = chain.at(-1)?.sequence ?? 0;
     const before = this.#problems.length;
     if (known !== undefined && last < known.sequence) {
       this.#problems.push(
         `The list was rolled back: it had ${known.sequence} parts of writer ${writer}, and has ${last}.`,
       );
     }
+    const isWanted = ({ day }: SegmentName) => day >= days[0] && day <= days[1];
+    // What was whole before needs no second look, but the last one to go on from.
+    const isRead = (part: SegmentName) =>
+      known === undefined || part.sequence >= known.sequence || isWanted(part);
+    const read = async (part: SegmentName, stop: AbortSignal) => ({
+      part,
+      object: isRead(part) ? await this.#objectOrFault(part, isWanted(part), stop) : undefined,
+    });
     let head: Head = { sequence: 0, sha256: noPrevious };
-    for (let sequence = 1; sequence <= last; sequence += 1) {
+    for await (const { part, object } of readAhead(chain, partsAhead, read, signal)) {
       signal.throwIfAborted();
-      const part = parts.get(sequence);
-      const isKnown = known !== undefined && sequence <= known.sequence;
-      if (part === undefined) {
-        this.#problems.push(`The list lacks part ${sequence} of writer ${writer}.`);
-        head = { sequence, sha256: "" };
-        continue;
+      // Whoever can write to the place can give a part any number: what lies before isn't counted through.
+      if (part.sequence > head.sequence + 1) {
+        this.#problems.push(missingParts(head.sequence + 1, part.sequence - 1, writer));
+        head = { sequence: part.sequence - 1, sha256: "" };
       }
-      const isWanted = part.day >= days[0] && part.day <= days[1];
-      // What was whole before needs no second look, but the last one to go on from.
-      if (isKnown && !isWanted && sequence < known.sequence) {
-        head = { sequence, sha256: "" };
-        continue;
-      }
-      head = await this.#readPart(part, head, isWanted, signal);
-      if (isKnown && sequence === known.sequence && head.sha256 !== known.sha256) {
-        this.#problems.push(`The list was exchanged: part ${sequence} of writer ${writer}.`);
+      head =
+        object === undefined
+          ? { sequence: part.sequence, sha256: "" }
+          : await this.#checkPart(part, object, head, isWanted(part));
+      if (part.sequence === known?.sequence && head.sha256 !== known.sha256) {
+        this.#problems.push(`The list was exchanged: part ${part.sequence} of writer ${writer}.`);
       }
     }
     return this.#problems.length === before && last > 0 ? head : undefined;
@@ -193,14 +201,22 @@ class ListReader {
     return seen !== undefined && seen.sequence > ownHead.sequence ? seen : ownHead;
   }
 
-  async #readPart(
+  /** What is wrong with this part and no other is an answer too. */
+  #objectOrFault(name: SegmentName, isWanted: boolean, signal: AbortSignal) {
+    return this.#objectOf(name, isWanted, signal).catch((error: unknown) => {
+      if (error instanceof Error && faultOf(error) !== undefined) return error;
+      throw error;
+    });
+  }
+
+  async #checkPart(
     name: SegmentName,
+    object: Buffer | Error,
     before: Head,
     isWanted: boolean,
-    signal: AbortSignal,
   ): Promise<Head> {
     try {
-      const object = await this.#objectOf(name, isWanted, signal);
+      if (object instanceof Error) throw object;
       const segment = await openSegment(object, this.#dependencies.vault, name);
       if (before.sha256 !== "" && segment.previous !== before.sha256) {
         throw new ForgedSegment("it doesn't follow from the one before");
@@ -259,6 +275,12 @@ class ListReader {
     }
     return Buffer.concat(pieces);
   }
+}
+
+function missingParts(from: number, to: number, writer: string): string {
+  return from === to
+    ? `The list lacks part ${from} of writer ${writer}.`
+    : `The list lacks parts ${from} to ${to} of writer ${writer}.`;
 }
 
 /** What is wrong with one part and no other; undefined where it is the target. */
