@@ -2,6 +2,8 @@
 
 #include "platform/x11/base/X11Connection.h"
 
+#include <QSysInfo>
+
 #include <cstdlib>
 #include <unistd.h>
 #include <xcb/xcb.h>
@@ -26,6 +28,10 @@ OwnWindow::OwnWindow(const QByteArray &display, const QRect &place)
     const auto process = uint32_t(::getpid());
     xcb_change_property(connection, XCB_PROP_MODE_REPLACE, window, atom ? atom->atom : XCB_NONE, XCB_ATOM_CARDINAL, 32,
                         1, &process);
+    // Without it the number might be that of a process on another machine.
+    const QByteArray machine = QSysInfo::machineHostName().toLocal8Bit();
+    xcb_change_property(connection, XCB_PROP_MODE_REPLACE, window, XCB_ATOM_WM_CLIENT_MACHINE, XCB_ATOM_STRING, 8,
+                        uint32_t(machine.size()), machine.constData());
     std::free(atom);
     xcb_map_window(connection, window);
     std::free(xcb_get_input_focus_reply(connection, xcb_get_input_focus(connection), nullptr)); // now it is done

@@ -120,6 +120,7 @@ int main(int argc, char **argv)
     const QCoreApplication application(argc, argv);
     if (argc != 2)
         qFatal("usage: bench_wlroots_frame PIPE; start it by bench/programs/wlroots_frame");
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ); // rows are told also when a later one ends the program
     Terminal terminal(QString::fromLocal8Bit(argv[1]));
     terminal.showPage();
     std::this_thread::sleep_for(std::chrono::seconds(1));

@@ -1,5 +1,6 @@
 #include "ProgramPlatform.h"
 #include "app/CommandLine.h"
+#include "app/EndingLimit.h"
 #include "app/StandardDescriptors.h"
 #include "app/tray/PanelDesktop.h"
 #include "app/tray/PanelDialogs.h"
@@ -10,6 +11,7 @@
 
 #include <QApplication>
 #include <QQuickWindow>
+#include <malloc.h>
 
 using namespace ostrel;
 
@@ -17,6 +19,9 @@ using namespace ostrel;
 int main(int argc, char **argv)
 {
     fillClosedStandardDescriptors();
+    const EndingLimit endingLimit; // before the toolkit, whose connection may hang
+    // Twenty threads that mostly sleep would otherwise get a heap of their own each, and keep what they once needed.
+    ::mallopt(M_ARENA_MAX, 1);
     const auto windowSystem = choosePanelWindowSystem(QProcessEnvironment::systemEnvironment());
     if (!windowSystem)
         return printResult(CommandResult::failure(ExitFailed, windowSystem.error().localizedDescription));

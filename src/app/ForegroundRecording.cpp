@@ -7,7 +7,8 @@
 namespace ostrel {
 
 ForegroundRecording::ForegroundRecording(const Platform &platform, std::optional<std::chrono::seconds> duration)
-    : m_duration(duration), m_host(platform, [this] { finish(); })
+    : m_duration(duration),
+      m_host(platform, [this] { finish(); }, {}, [this](qint64 lost) { endWithoutCapture(lost, m_status); })
 {}
 
 int ForegroundRecording::run()
@@ -125,13 +126,8 @@ void ForegroundRecording::finish()
 
 Task<> ForegroundRecording::printSummaryAndLeave(std::stop_token stop)
 {
-    if (m_started) {
-        const QString summary = co_await m_host.model().diagnosticSummary();
-        if (stop.stop_requested())
-            co_return;
-        if (!summary.isEmpty())
-            printMessage(summary + QLatin1Char('\n'));
-    }
+    if (m_started)
+        printMessage(m_host.model().diagnosticSummary() + QLatin1Char('\n'));
     // What the observer had taken over need not wait for the next recording, where there is time.
     if (m_observerEnded && !m_isPrompt) {
         co_await writeLeftovers(stop);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/EndingLimit.h"
 #include "app/ModelHost.h"
 #include "app/Platform.h"
 #include "app/TerminationSignals.h"
@@ -37,6 +38,7 @@ private:
     Task<> printSummaryAndLeave(std::stop_token stop);
     QString failureText(RecordingEnd reason);
 
+    const EndingLimit m_endingLimit; // goes last
     const std::optional<std::chrono::seconds> m_duration;
     QEventLoop m_loop;
     bool m_started = false;

@@ -19,7 +19,7 @@ std::expected<FoundObserver, QString> findObserver(const Platform &platform)
                         .lock = std::nullopt};
     const ObserverAnswer answer = askObserver(platform.secrets, found.settings);
     if (answer.reach == ObserverReach::NotRunning) {
-        auto lock = RecorderLock::acquire(RecorderLock::Purpose::ArchiveCommand);
+        auto lock = RecorderLock::acquire(RecorderLock::Purpose::Command);
         // Somebody else is about to have one: that one is waited for.
         if (!lock && !RecorderLock::isHeldByAnother(lock.error()))
             return std::unexpected(lock.error().localizedDescription);

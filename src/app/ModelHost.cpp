@@ -1,6 +1,5 @@
 #include "app/ModelHost.h"
 
-#include "app/RecordingProgram.h"
 #include "app/RunningApplication.h"
 #include "app/SettingChanges.h"
 #include "capture/ScreenCaptureRecorder.h"
@@ -19,13 +18,14 @@ const QString bundleIdentifier = QStringLiteral("com.tamsk.ostrel");
 
 } // namespace
 
-ModelHost::ModelHost(const Platform &platform, std::function<void()> terminate, std::function<void()> activate)
+ModelHost::ModelHost(const Platform &platform, std::function<void()> terminate, std::function<void()> activate,
+                     std::function<void(qint64)> endWithoutWaiting)
     : m_platform(platform), m_terminate(std::move(terminate)), m_activate(std::move(activate)),
-      m_context({.foreground = platform.foreground,
-                 .accessibility = platform.contextAccessibility,
-                 .tree = platform.accessibilityTree,
-                 .browserScripts = platform.browserScripts,
-                 .excludesWindow = platform.excludesWindow}),
+      m_endWithoutWaiting(std::move(endWithoutWaiting)), m_context({.foreground = platform.foreground,
+                                                                    .accessibility = platform.contextAccessibility,
+                                                                    .tree = platform.accessibilityTree,
+                                                                    .browserScripts = platform.browserScripts,
+                                                                    .excludesWindow = platform.excludesWindow}),
       m_transport(std::make_unique<NetworkTransport>(m_clock)),
       m_sampleQueue(QStringLiteral("com.tamsk.ostrel.screen-capture.samples")),
       m_contextQueue(QStringLiteral("com.tamsk.ostrel.context")),
@@ -71,7 +71,7 @@ std::unique_ptr<AppModel> ModelHost::makeModel(Stored stored)
                                             .contextQueue = m_contextQueue,
                                             .processID = qint32(QCoreApplication::applicationPid()),
                                             .bundleIdentifier = bundleIdentifier,
-                                            .endWithoutWaiting = endAtOnce});
+                                            .endWithoutWaiting = m_endWithoutWaiting});
     return std::make_unique<AppModel>(AppModel::Dependencies{.clock = m_clock,
                                                              .settings = std::move(stored.settings),
                                                              .localAPIToken = std::move(stored.localAPIToken),

@@ -25,7 +25,9 @@ public:
     /// Only makes the threads.
     /// @param terminate called once the model has quit
     /// @param activate  shows the panel when another program asks for it; empty where there is none
-    ModelHost(const Platform &platform, std::function<void()> terminate, std::function<void()> activate = {});
+    /// @param endWithoutWaiting see ScreenCaptureRecorder::Dependencies
+    ModelHost(const Platform &platform, std::function<void()> terminate, std::function<void()> activate = {},
+              std::function<void(qint64 lostFrames)> endWithoutWaiting = {});
     ModelHost(const ModelHost &) = delete;
     ModelHost &operator=(const ModelHost &) = delete;
     /// Waits for settings that are being saved.
@@ -55,6 +57,7 @@ private:
     const Platform m_platform;
     const std::function<void()> m_terminate;
     const std::function<void()> m_activate;
+    const std::function<void(qint64)> m_endWithoutWaiting;
     SystemClock m_clock;
     ActiveApplicationContext m_context;
     std::unique_ptr<HttpTransport> m_transport;

@@ -4,30 +4,50 @@
 #include "base/Fault.h"
 #include "observer/LocalObserverAPI.h"
 #include "observer/NetworkTransport.h"
+#include "observer/ProcessLauncher.h"
 
 namespace ostrel {
+
+namespace {
+
+/// Has the observer that is started analyse nothing.
+class HoldingLauncher final : public ProcessLauncher
+{
+public:
+    explicit HoldingLauncher(ProcessLauncher &launcher) : m_launcher(launcher) {}
+
+    Result<std::unique_ptr<ChildProcess>> launch(const ProcessDescription &description) override
+    {
+        ProcessDescription holding = description;
+        holding.environment.insert(QStringLiteral("OSTREL_HOLD_ANALYSIS"), QStringLiteral("1"));
+        return m_launcher.launch(holding);
+    }
+
+private:
+    ProcessLauncher &m_launcher;
+};
+
+} // namespace
 
 std::expected<std::unique_ptr<ObserverSession>, QString> ObserverSession::open(const Platform &platform)
 {
     auto found = findObserver(platform);
     if (!found)
         return std::unexpected(found.error());
-    if (found->owner == ObserverControl::Owner::Us)
-        qputenv("OSTREL_HOLD_ANALYSIS", "1");
     return std::unique_ptr<ObserverSession>(new ObserverSession(platform, *std::move(found)));
 }
 
 ObserverSession::ObserverSession(const Platform &platform, FoundObserver found)
-    : m_lock(std::move(found.lock)), m_transport(std::make_unique<NetworkTransport>(m_clock)),
-      m_worker(QStringLiteral("com.tamsk.ostrel.observer")), m_state(std::move(found.settings)),
-      m_observer({.clock = m_clock,
-                  .state = m_state,
-                  .launcher = platform.processes,
-                  .transport = *m_transport,
-                  .worker = m_worker,
-                  .localAPIToken = std::move(found.localAPIToken),
-                  .repoRoot = std::move(found.repoRoot),
-                  .owner = found.owner})
+    : m_lock(std::move(found.lock)), m_launcher(std::make_unique<HoldingLauncher>(platform.processes)),
+      m_transport(std::make_unique<NetworkTransport>(m_clock)), m_worker(QStringLiteral("com.tamsk.ostrel.observer")),
+      m_state(std::move(found.settings)), m_observer({.clock = m_clock,
+                                                      .state = m_state,
+                                                      .launcher = *m_launcher,
+                                                      .transport = *m_transport,
+                                                      .worker = m_worker,
+                                                      .localAPIToken = std::move(found.localAPIToken),
+                                                      .repoRoot = std::move(found.repoRoot),
+                                                      .owner = found.owner})
 {
     m_observer.hooks = hooksOfACommand(m_state);
 }
@@ -35,7 +55,6 @@ ObserverSession::ObserverSession(const Platform &platform, FoundObserver found)
 ObserverSession::~ObserverSession()
 {
     m_observer.stopHelper();
-    qunsetenv("OSTREL_HOLD_ANALYSIS");
 }
 
 template <class Answer, class Ask>

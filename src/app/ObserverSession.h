@@ -16,6 +16,7 @@
 namespace ostrel {
 
 class HttpTransport;
+class ProcessLauncher;
 
 /// Questions of one command to the observer that runs already, or else to one of its own that ends with it. That one
 /// analyses nothing and asks no model, so that nothing leaves the machine before the question is answered. Main thread,
@@ -42,6 +43,7 @@ private:
     Result<Answer> answerTo(Ask ask);
 
     std::optional<RecorderLock> m_lock;
+    const std::unique_ptr<ProcessLauncher> m_launcher;
     SystemClock m_clock;
     std::unique_ptr<HttpTransport> m_transport;
     SerialQueue m_worker;

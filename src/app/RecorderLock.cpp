@@ -19,7 +19,7 @@ namespace ostrel {
 
 namespace {
 
-const QByteArray archiveWord = "archive";
+const QByteArray commandWord = "command";
 
 QString lockDomain()
 {
@@ -37,11 +37,11 @@ std::optional<Signature> readSignature(int descriptor)
     QByteArray text(128, '\0');
     const ssize_t length = ::pread(descriptor, text.data(), size_t(text.size()), 0);
     const QList<QByteArray> words = text.left(qMax(length, ssize_t(0))).simplified().split(' ');
-    const bool isArchive = words.size() == 3 && words[2] == archiveWord;
-    if (words.size() != 2 && !isArchive)
+    const bool isCommand = words.size() == 3 && words[2] == commandWord;
+    if (words.size() != 2 && !isCommand)
         return std::nullopt;
     return Signature{.holder = {.processId = words[0].toLongLong(), .since = QString::fromLatin1(words[1])},
-                     .purpose = isArchive ? RecorderLock::Purpose::ArchiveCommand : RecorderLock::Purpose::Recording};
+                     .purpose = isCommand ? RecorderLock::Purpose::Command : RecorderLock::Purpose::Recording};
 }
 
 /// Whether the process holds a lock on the file, by the kernel's list: "1: FLOCK ADVISORY WRITE 4711 08:01:1234 0 EOF".
@@ -66,10 +66,11 @@ Error heldByAnother(int descriptor)
     const QString holder =
         signature ? QStringLiteral("process %1, since %2").arg(signature->holder.processId).arg(signature->holder.since)
                   : QStringLiteral("a process that has just started");
-    const bool isArchive = signature && signature->purpose == RecorderLock::Purpose::ArchiveCommand;
-    const QString words = isArchive
-                              ? QStringLiteral("`ostrel archive` is at work (%1). Wait until it is done, or stop it.")
-                              : QStringLiteral("Tamsk Ostrel is recording already (%1). Stop that one first.");
+    const bool isCommand = signature && signature->purpose == RecorderLock::Purpose::Command;
+    const QString words =
+        isCommand
+            ? QStringLiteral("Another command of Tamsk Ostrel is at work (%1). Wait until it is done, or stop it.")
+            : QStringLiteral("Tamsk Ostrel is recording already (%1). Stop that one first.");
     return {.domain = lockDomain(), .code = 1, .localizedDescription = words.arg(holder)};
 }
 
@@ -127,7 +128,7 @@ Result<RecorderLock> RecorderLock::acquire(Purpose purpose)
     }
     const QByteArray text = QByteArray::number(qint64(::getpid())) + ' ' +
                             QDateTime::currentDateTime().toString(Qt::ISODate).toLatin1() +
-                            (purpose == Purpose::ArchiveCommand ? ' ' + archiveWord : QByteArray()) + '\n';
+                            (purpose == Purpose::Command ? ' ' + commandWord : QByteArray()) + '\n';
     if (::ftruncate(descriptor, 0) != 0 ||
         ::pwrite(descriptor, text.constData(), size_t(text.size()), 0) != text.size())
         qWarning("the recorder's lock file could not be written");

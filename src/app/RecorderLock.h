@@ -13,7 +13,10 @@ namespace ostrel {
 class RecorderLock
 {
 public:
-    enum class Purpose { Recording, ArchiveCommand };
+    enum class Purpose {
+        Recording,
+        Command, ///< one of the command line, with an observer of its own that ends with it
+    };
 
     RecorderLock(RecorderLock &&other) noexcept;
     RecorderLock &operator=(RecorderLock &&) = delete;

@@ -1,5 +1,6 @@
 #include "app/TerminationSignals.h"
 
+#include "app/EndingLimit.h"
 #include "base/Fatal.h"
 
 #include <csignal>
@@ -17,6 +18,8 @@ int writeEnd = -1;
 
 void onSignal(int number)
 {
+    if (number != SIGINT)
+        EndingLimit::begin(); // not by the event loop, which may be what hangs
     const auto byte = static_cast<unsigned char>(number);
     // A full pipe means that a signal is waiting to be handled already.
     [[maybe_unused]] const ssize_t written = ::write(writeEnd, &byte, 1);

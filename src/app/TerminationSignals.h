@@ -19,7 +19,7 @@ enum class EndingPace {
 /// process; main thread.
 ///
 /// The second SIGINT or SIGTERM means that the end is to come at once. A SIGHUP never does: the end of a session brings
-/// one from the terminal, one from the shell, and a SIGTERM after them.
+/// one from the terminal, one from the shell, and a SIGTERM after them. SIGTERM and SIGHUP begin the `EndingLimit`.
 class TerminationSignals
 {
 public:

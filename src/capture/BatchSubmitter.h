@@ -2,6 +2,7 @@
 
 #include "base/AsyncLock.h"
 #include "base/Task.h"
+#include "capture/FrameGate.h"
 #include "observer/LocalObserverAPI.h"
 #include "observer/WireRecords.h"
 
@@ -28,30 +29,32 @@ public:
     };
 
     /// The queue outlives this object.
-    BatchSubmitter(SerialQueue &sampleQueue, std::shared_ptr<CaptureSources> sources, Outlets outlets);
+    BatchSubmitter(SerialQueue &sampleQueue, Outlets outlets);
 
-    /// Opens a recording: from here on, batches go to `api`.
-    void open(std::shared_ptr<LocalObserverAPI> api);
+    /// Opens a recording: from here on, what `sources` buffer goes to `api`.
+    void open(std::shared_ptr<CaptureSources> sources, std::shared_ptr<LocalObserverAPI> api);
     /// Closes it. Await `settled` first.
     void close() { m_api.reset(); }
 
     /// Takes everything that is buffered, posts it in one call and waits for the answer; a flush under way is waited
     /// for first. Without a recording, or with nothing buffered, no call is made.
     /// @param stop aborts even a batch on its way, so pass a token of your own lifetime and not that of a timer
+    /// @param patience ends the wait for the sample queue: what is buffered is then taken over its head
     /// @return false when this flush ended the recording
-    Task<bool> flush(std::stop_token stop);
+    Task<bool> flush(std::stop_token stop, std::stop_token patience);
     /// Those that were taken from the buffer and not answered for yet.
     qint64 framesOnTheirWay() const { return m_framesOnTheirWay; }
     /// Waits until no batch is on its way.
     Task<> settled(std::stop_token stop);
 
 private:
+    Task<FrameGate::Batch> take(std::stop_token patience);
     Task<bool> submit(std::shared_ptr<LocalObserverAPI> api, QList<CapturedFramePayload> frames, std::stop_token stop);
 
     SerialQueue &m_sampleQueue;
-    const std::shared_ptr<CaptureSources> m_sources;
     const Outlets m_outlets;
     AsyncLock m_turn;
+    std::shared_ptr<CaptureSources> m_sources;
     std::shared_ptr<LocalObserverAPI> m_api;
     qint64 m_framesOnTheirWay = 0;
 };

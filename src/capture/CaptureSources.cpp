@@ -155,7 +155,10 @@ void CaptureSources::takeSample(StreamId id, const StreamSample &sample)
 {
     const auto running = std::ranges::find(m_streams, id, &RunningStream::id);
     if (running != m_streams.end()) {
-        running->context->signsOfLife.note();
+        if (sample.image)
+            running->context->signsOfLife.notePicture();
+        else
+            running->context->signsOfLife.note();
         forgetFrameOfTheFuture(*running->context, m_clock.nowMs());
     }
     if (!isHidden())
@@ -174,22 +177,54 @@ void CaptureSources::lookForSignsOfLife()
     for (const RunningStream &running : m_streams) {
         if (running.stream->isAnswering() || areLeftAlone)
             running.context->signsOfLife.note();
+        if (!areLeftAlone)
+            running.context->signsOfLife.lookForPicture();
     }
 }
 
 void CaptureSources::begin(qint64 minFrameIntervalMs, const ActiveRecordingContext &context)
 {
     m_gate.reset(minFrameIntervalMs, context);
-    setRecordingContext(context, m_clock.nowMs());
+    takeContext(context, m_clock.nowMs());
 }
 
 void CaptureSources::setRecordingContext(const ActiveRecordingContext &context, qint64 readSinceMs)
 {
+    takeContext(context, readSinceMs);
+    ++m_arrived;
+}
+
+void CaptureSources::takeContext(const ActiveRecordingContext &context, qint64 readSinceMs)
+{
     m_gate.setRecordingContext(context);
-    // A private page isn't left out by a source that knows windows alone.
-    const bool leavesOut = m_displays.leavesOutPrivateWindows();
-    notePrivateWindow(leavesOut ? context.isPrivatePageInFront : context.isPrivateInFront, readSinceMs);
+    m_leavesOutPrivateWindows = m_displays.leavesOutPrivateWindows();
+    notePrivateWindow(isPrivate(context), readSinceMs);
     deliverMissedPictures();
+}
+
+bool CaptureSources::isPrivate(const ActiveRecordingContext &context) const
+{
+    // A private page isn't left out by a source that knows windows alone.
+    return m_leavesOutPrivateWindows ? context.isPrivatePageInFront : context.isPrivateInFront;
+}
+
+void CaptureSources::announceRecordingContext(const ActiveRecordingContext &context, qint64 readSinceMs)
+{
+    if (m_arrived == m_announced.count)
+        m_announced.takesBackSinceMs.reset();
+    checkedIncrement(m_announced.count);
+    if (!isPrivate(context))
+        m_announced.lastPublicMs = readSinceMs;
+    else if (!m_announced.takesBackSinceMs)
+        m_announced.takesBackSinceMs = m_announced.lastPublicMs;
+}
+
+void CaptureSources::leaveBehind()
+{
+    m_isLeftBehind = true;
+    m_gate.close();
+    if (m_announced.takesBackSinceMs)
+        m_gate.dropFramesSince(*m_announced.takesBackSinceMs);
 }
 
 void CaptureSources::notePrivateWindow(bool isInFront, qint64 readSinceMs)

@@ -20,8 +20,8 @@ enum class ScreenshotOutcome {
 };
 
 /// Everything that lives on the sample queue: the gate and the sources that feed it. All calls on that queue, but for
-/// `setPaused`; made and released by anybody. Screenshotters and streams are made, used and destroyed there, so call
-/// `tearDown` before the last owner lets go.
+/// those that say otherwise; made and released by anybody. Screenshotters and streams are made, used and destroyed
+/// there, so call `tearDown` before the last owner lets go.
 class CaptureSources : public std::enable_shared_from_this<CaptureSources>
 {
 public:
@@ -45,6 +45,8 @@ public:
     /// posted. What a display shows when that, or a pause, is over is judged anew, even if it stays still from then on.
     /// @param readSinceMs when the reading of the context began, by the clock
     void setRecordingContext(const ActiveRecordingContext &context, qint64 readSinceMs);
+    /// Tells of a context before it is on its way to `setRecordingContext`, for `leaveBehind`. Main thread.
+    void announceRecordingContext(const ActiveRecordingContext &context, qint64 readSinceMs);
 
     /// Makes a screenshotter for each display of the plan: all of them, or none and the display source's error.
     Result<> openScreenshotSources(const CapturePlan &plan, DisplaysChanged displaysChanged = {});
@@ -62,11 +64,17 @@ public:
     /// @return CaptureErrorCode::NoStream when none could be started
     Result<> startStreams(const CapturePlan &plan, StreamsDied streamsDied, DisplaysChanged displaysChanged = {});
 
-    /// Notes a sign of life for every stream whose way is open, or which is left alone on purpose.
+    /// Notes a sign of life for every stream whose way is open, or which is left alone on purpose; and that it was
+    /// looked for a picture of those that are not.
     void lookForSignsOfLife();
 
     /// Stops and forgets all sources. The gate keeps its counters and what is buffered.
     void tearDown();
+
+    /// The sample queue hangs, and is not waited for: no picture counts from now on, and what the contexts on their way
+    /// there would have taken back is dropped. Main thread. `tearDown` is still to come, on the queue.
+    void leaveBehind();
+    bool isLeftBehind() const { return m_isLeftBehind; }
 
 private:
     struct DisplayCaptureSource;
@@ -83,6 +91,8 @@ private:
     void streamDidStop(StreamId id, const Error &error);
     void lookForChangedDisplays();
     void tellOfChangedDisplays();
+    void takeContext(const ActiveRecordingContext &context, qint64 readSinceMs);
+    bool isPrivate(const ActiveRecordingContext &context) const;
     void notePrivateWindow(bool isInFront, qint64 readSinceMs);
     void takeBackFramesSince(qint64 ms);
     void deliverMissedPictures();
@@ -95,11 +105,20 @@ private:
     SerialQueue &m_sampleQueue;
     /// Not a job on the queue: a pause must not wait for those that stand there already.
     std::atomic<bool> m_isPaused = false;
+    std::atomic<bool> m_isLeftBehind = false;
+    std::atomic<bool> m_leavesOutPrivateWindows = false; ///< as the display source said last
     FrameGate m_gate;
     bool m_isPrivateInFront = false;
     qint64 m_lastPublicMs = 0;   ///< when the last context without a private window was begun
     qint64 m_privateUntilMs = 0; ///< when it was last known that there still was one
     bool m_hasToldOfHiding = false;
+    /// What has been announced, on the main thread, and how much of it has arrived.
+    struct {
+        qint64 count = 0;
+        qint64 lastPublicMs = 0;
+        std::optional<qint64> takesBackSinceMs; ///< those of them that may still be on their way
+    } m_announced;
+    std::atomic<qint64> m_arrived = 0;
     std::vector<DisplayCaptureSource> m_screenshotSources;
     std::vector<RunningStream> m_streams;
     StreamsDied m_streamsDied;

@@ -14,12 +14,23 @@ namespace {
 struct Watched {
     quint32 signs = 0;
     int silentLooks = 0;
+    bool isMissed = false; ///< it was told that there never was a picture
 };
 
 struct Sight {
-    QStringList stalled; ///< labels
+    QStringList stalled;     ///< labels
+    QStringList pictureless; ///< those that were not told before
     bool allMove = true;
 };
+
+void lookForPicture(const DisplayCaptureContext &display, Watched &watched, Sight &sight)
+{
+    if (display.signsOfLife.looksWithoutPicture() < CaptureWatch::silentLooks)
+        return;
+    sight.allMove = false;
+    if (!std::exchange(watched.isMissed, true))
+        sight.pictureless.append(display.displayLabel);
+}
 
 Sight look(const CaptureWatch &watch, std::vector<Watched> &watched)
 {
@@ -33,6 +44,7 @@ Sight look(const CaptureWatch &watch, std::vector<Watched> &watched)
         const quint32 before = std::exchange(watched[i].signs, display.signsOfLife.count());
         if (before != watched[i].signs) {
             watched[i].silentLooks = 0;
+            lookForPicture(display, watched[i], sight);
             continue;
         }
         sight.allMove = false;
@@ -45,6 +57,12 @@ Sight look(const CaptureWatch &watch, std::vector<Watched> &watched)
 QString stallMessage(const QStringList &displays)
 {
     return QStringLiteral("Screen capture has stalled: no answer from %1").arg(displays.join(QStringLiteral(", ")));
+}
+
+QString missingPicturesMessage(const QStringList &displays)
+{
+    return QStringLiteral("Screen capture has no picture yet: none has come from %1")
+        .arg(displays.join(QStringLiteral(", ")));
 }
 
 } // namespace
@@ -63,6 +81,9 @@ Task<> watchCapture(CaptureWatch watch, std::stop_token stop)
         if (!sight.stalled.isEmpty()) {
             isToldThatItGoesOn = false;
             watch.stalled(stallMessage(sight.stalled));
+        } else if (!sight.pictureless.isEmpty()) {
+            isToldThatItGoesOn = false;
+            watch.missesPictures(missingPicturesMessage(sight.pictureless));
         } else if (sight.allMove && !std::exchange(isToldThatItGoesOn, true)) {
             watch.goesOn();
         }

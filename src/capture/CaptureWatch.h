@@ -29,7 +29,10 @@ struct CaptureWatch {
     QList<std::shared_ptr<DisplayCaptureContext>> displays; ///< those that are captured
     /// Called when displays have stalled, and again each time they have done so for as long once more.
     std::function<void(const QString &message)> stalled;
-    /// Called when every display has moved: once after the start, and once after each stall.
+    /// Called when displays whose streams answer have given no picture since the start, for as long; once for each.
+    std::function<void(const QString &message)> missesPictures;
+    /// Called when every display has moved: once after the start, and once after each stall, and after pictures were
+    /// missed.
     std::function<void()> goesOn;
 };
 

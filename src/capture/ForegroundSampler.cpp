@@ -21,6 +21,7 @@ Task<> sampleForegroundApp(ForegroundSampling sampling, std::stop_token stop)
             });
         if (!sample)
             co_return;
+        sampling.sources->announceRecordingContext(*sample, beganMs);
         sampling.sampleQueue.post(
             [sources = sampling.sources, sample = *sample, beganMs] { sources->setRecordingContext(sample, beganMs); });
     } while (co_await sampling.clock.sleepFor(500ms, stop));

@@ -19,9 +19,12 @@ FrameGate::FrameGate(const Clock &clock) : m_clock(clock) {}
 
 void FrameGate::reset(qint64 intervalMs, const ActiveRecordingContext &context)
 {
-    counters = {};
+    {
+        const std::scoped_lock lock(m_mutex);
+        counters = {};
+        bufferedFrames.clear();
+    }
     contexts.clear();
-    bufferedFrames.clear();
     frameIndex = 0;
     minFrameIntervalMs = intervalMs;
     setRecordingContext(context);
@@ -36,6 +39,7 @@ void FrameGate::setRecordingContext(const ActiveRecordingContext &context)
 QSet<QString> FrameGate::dropFramesSince(qint64 ms)
 {
     QSet<QString> displays;
+    const std::scoped_lock lock(m_mutex);
     bufferedFrames.removeIf([&](const CapturedFramePayload &frame) {
         const bool isDropped = frame.receivedAtMs >= ms;
         if (isDropped)
@@ -48,19 +52,19 @@ QSet<QString> FrameGate::dropFramesSince(qint64 ms)
 void FrameGate::streamDidOutputSample(StreamId stream, const StreamSample &sample)
 {
     if (sample.kind != StreamOutputKind::Screen || !sample.valid)
-        return checkedIncrement(counters.invalidSampleCount);
-    checkedIncrement(counters.callbackCount);
+        return count(&FrameCounters::invalidSampleCount);
+    count(&FrameCounters::callbackCount);
     const auto context = contexts.value(stream);
     if (!context)
-        return checkedIncrement(counters.missingContextCount);
+        return count(&FrameCounters::missingContextCount);
     if (!sample.image)
-        return checkedIncrement(counters.missingPixelBufferCount);
+        return count(&FrameCounters::missingPixelBufferCount);
     judge(*sample.image, *context, m_clock.nowMs());
 }
 
 void FrameGate::processCapturedImage(const FrameView &image, DisplayCaptureContext &context, qint64 receivedAtMs)
 {
-    checkedIncrement(counters.callbackCount);
+    count(&FrameCounters::callbackCount);
     judge(image, context, receivedAtMs);
 }
 
@@ -68,24 +72,23 @@ void FrameGate::judge(const FrameView &image, DisplayCaptureContext &context, qi
 {
     context.newestDownsample.noteChanges(image); // a dropped frame's changes are still in the next one
     if (isThrottled(context, nowMs))
-        return checkedIncrement(counters.throttledFrameCount);
+        return count(&FrameCounters::throttledFrameCount);
     const Downsample *downsample = context.newestDownsample.update(image, m_downsampler);
     if (!downsample)
-        return checkedIncrement(counters.downsampleFailureCount);
+        return count(&FrameCounters::downsampleFailureCount);
     if (!FrameChangeDetector::hasMeaningfulChange(*downsample, context.lastSentDownsample)) {
         // The throttle window starts again, but the reference stays the frame that was sent.
         context.lastAcceptedFrameMs = nowMs;
-        return checkedIncrement(counters.unchangedFrameCount);
+        return count(&FrameCounters::unchangedFrameCount);
     }
     const auto jpeg = m_encoder.makeJPEGData(image);
     if (!jpeg)
-        return checkedIncrement(counters.jpegFailureCount);
+        return count(&FrameCounters::jpegFailureCount);
     CapturedFramePayload payload = makePayload(*jpeg, context, nowMs);
     checkedIncrement(frameIndex);
     context.lastAcceptedFrameMs = nowMs;
     context.lastSentDownsample = *downsample;
-    checkedIncrement(counters.acceptedFrameCount);
-    bufferedFrames.append(std::move(payload));
+    buffer(std::move(payload));
 }
 
 bool FrameGate::isThrottled(const DisplayCaptureContext &context, qint64 nowMs) const
@@ -117,10 +120,50 @@ CapturedFramePayload FrameGate::makePayload(std::span<const std::uint8_t> jpeg, 
     return payload;
 }
 
+void FrameGate::count(qint64 FrameCounters::*counter)
+{
+    const std::scoped_lock lock(m_mutex);
+    checkedIncrement(counters.*counter);
+}
+
+void FrameGate::buffer(CapturedFramePayload frame)
+{
+    const std::scoped_lock lock(m_mutex);
+    if (m_isClosed)
+        return;
+    checkedIncrement(counters.acceptedFrameCount);
+    bufferedFrames.append(std::move(frame));
+}
+
 FrameGate::Batch FrameGate::takeBufferedFrames()
 {
-    const QString summary = diagnosticSummary();
+    const std::scoped_lock lock(m_mutex);
+    const QString summary = counters.diagnosticSummary(bufferedFrames.size());
     return Batch{std::exchange(bufferedFrames, {}), summary};
+}
+
+void FrameGate::dropBufferedFrames()
+{
+    const std::scoped_lock lock(m_mutex);
+    bufferedFrames.clear();
+}
+
+void FrameGate::close()
+{
+    const std::scoped_lock lock(m_mutex);
+    m_isClosed = true;
+}
+
+QString FrameGate::diagnosticSummary() const
+{
+    const std::scoped_lock lock(m_mutex);
+    return counters.diagnosticSummary(bufferedFrames.size());
+}
+
+qint64 FrameGate::bufferedFrameCount() const
+{
+    const std::scoped_lock lock(m_mutex);
+    return bufferedFrames.size();
 }
 
 } // namespace ostrel

@@ -2,7 +2,6 @@
 
 #include "capture/DisplaySource.h"
 
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -10,8 +9,8 @@
 
 namespace ostrel {
 
-/// Encodes pictures as baseline JPEG, quality 72, at their full size. Reads the pixels where they are and writes into
-/// a buffer that it keeps, so that nothing but the file itself is ever written. One thread at a time.
+/// Encodes pictures as baseline JPEG, quality 72, at their full size. Reads the pixels where they are, once, and writes
+/// into a buffer that it keeps, so that nothing but the file itself is ever written. One thread at a time.
 class JpegEncoder
 {
 public:
@@ -25,9 +24,8 @@ public:
     std::optional<std::span<const std::uint8_t>> makeJPEGData(const FrameView &image);
 
 private:
-    void *m_compressor;
-    std::unique_ptr<std::uint8_t[]> m_buffer;
-    std::size_t m_capacity = 0;
+    class Compressor;
+    const std::unique_ptr<Compressor> m_compressor;
 };
 
 } // namespace ostrel

@@ -13,6 +13,7 @@
 #include "capture/CaptureSources.h"
 #include "capture/CaptureWatch.h"
 #include "capture/ForegroundSampler.h"
+#include "capture/QueuePatience.h"
 #include "capture/ScreenshotPoller.h"
 
 #include <QCoreApplication>
@@ -35,9 +36,9 @@ public:
 
     static Task<Result<>> start(std::shared_ptr<Session> self, ObserverSettings settings,
                                 std::shared_ptr<LocalObserverAPI> api);
-    static Task<> stop(std::shared_ptr<Session> self, bool skipFlush);
-    static Task<QString> diagnosticSummary(std::shared_ptr<Session> self);
-    void interruptWaiting() { m_dependencies.displays.interruptWaiting(); }
+    static Task<StopOutcome> stop(std::shared_ptr<Session> self, bool skipFlush);
+    QString diagnosticSummary() const { return m_sources->gate().diagnosticSummary(); }
+    void interruptWaiting();
     void setPaused(bool paused);
     bool isCapturing() const { return m_isCapturing; }
 
@@ -57,6 +58,10 @@ private:
     static Task<> flushChunks(std::shared_ptr<Session> self, qint64 chunkSizeMs, std::stop_token stop);
     static Task<> endAfterFailedBatch(std::shared_ptr<Session> self, qint64 recording);
 
+    void noteHurry();
+    void leaveBehind();
+    std::shared_ptr<CaptureSources> makeSources() const;
+
     /// Calls back from the event loop, unless the owner has gone by then.
     void publish(std::function<void(const ScreenCaptureRecorder &)> call);
     void publishStreamsDied(const QString &message);
@@ -71,8 +76,11 @@ private:
     }
     CaptureSources::StreamsDied streamsDiedOutlet();
     CaptureSources::DisplaysChanged displaysChangedOutlet();
-    void logLostFrames(qint64 buffered) const;
-    void restQueue(SerialQueue &queue, std::function<void()> lastJob) const;
+    qint64 lostFrames() const;
+    void logLostFrames() const;
+    static std::future<void> endOf(SerialQueue &queue, std::function<void()> lastJob);
+    void awaitEnd(const std::future<void> &end, const SerialQueue &queue,
+                  std::chrono::steady_clock::time_point deadline) const;
 
     bool isGone() const { return m_lifetime.stop_requested(); }
     /// For what must not be cut off by the task that does it.
@@ -80,11 +88,15 @@ private:
 
     ScreenCaptureRecorder *m_owner;
     const Dependencies m_dependencies;
-    const std::shared_ptr<CaptureSources> m_sources;
+    std::shared_ptr<CaptureSources> m_sources; ///< others after they were left behind
     /// Brings word from the sample queue.
     const std::shared_ptr<Mailbox> m_home = std::make_shared<Mailbox>();
     std::stop_source m_lifetime;
     AsyncLock m_turn; ///< of starts and stops
+    int m_stopsUnderWay = 0;
+    bool m_isInterrupted = false; ///< what has the turn
+    bool m_hasLeftBehind = false; ///< the recording that has ended last, as no stop has told yet
+    QueuePatience m_patience;     ///< of whoever has the turn
     BatchSubmitter m_submitter;
     qint64 m_recording = 0; ///< counts starts, so that a late end never hits the next recording
     bool m_isCapturing = false;
@@ -96,11 +108,10 @@ private:
 };
 
 ScreenCaptureRecorder::Session::Session(ScreenCaptureRecorder *owner, Dependencies dependencies)
-    : m_owner(owner), m_dependencies(std::move(dependencies)),
-      m_sources(
-          std::make_shared<CaptureSources>(m_dependencies.clock, m_dependencies.displays, m_dependencies.sampleQueue)),
+    : m_owner(owner), m_dependencies(std::move(dependencies)), m_sources(makeSources()),
+      m_patience(m_dependencies.clock, patienceOfAStop, [this] { leaveBehind(); }),
       m_submitter(
-          m_dependencies.sampleQueue, m_sources,
+          m_dependencies.sampleQueue,
           {.publishStatus =
                [this](ObserverStatus status) { tell(&ScreenCaptureRecorder::onStatus, std::move(status)); },
            .publishError = [this](QString message) { tell(&ScreenCaptureRecorder::onError, std::move(message)); }})
@@ -112,32 +123,65 @@ Task<Result<>> ScreenCaptureRecorder::Session::start(std::shared_ptr<Session> se
     const auto turn = co_await self->m_turn.acquire(self->lifetime());
     if (!turn)
         co_return std::unexpected(faultError(Fault::Cancelled));
+    self->m_isInterrupted = false;
+    self->noteHurry();
+    const bool wasCapturing = self->m_isCapturing;
     co_await self->endRecording(LastFlush::Post);
+    if (wasCapturing && self->m_hasLeftBehind)
+        co_return std::unexpected(faultError(Fault::Cancelled));
     co_return co_await self->beginRecording(std::move(settings), std::move(api));
 }
 
-Task<> ScreenCaptureRecorder::Session::stop(std::shared_ptr<Session> self, bool skipFlush)
+Task<ScreenCaptureRecorder::StopOutcome> ScreenCaptureRecorder::Session::stop(std::shared_ptr<Session> self,
+                                                                              bool skipFlush)
 {
     // A start that waits for the user would keep the turn for as long as the user thinks.
+    ++self->m_stopsUnderWay;
     self->interruptWaiting();
     const auto turn = co_await self->m_turn.acquire(self->lifetime());
     if (turn)
         co_await self->endRecording(skipFlush ? LastFlush::Skip : LastFlush::Post);
+    --self->m_stopsUnderWay; // before the next one's turn
+    self->noteHurry();
+    co_return std::exchange(self->m_hasLeftBehind, false) ? StopOutcome::LeftBehind : StopOutcome::AtRest;
 }
 
-Task<QString> ScreenCaptureRecorder::Session::diagnosticSummary(std::shared_ptr<Session> self)
+void ScreenCaptureRecorder::Session::interruptWaiting()
 {
-    const auto summary = co_await self->m_dependencies.sampleQueue.run(
-        self->lifetime(), [sources = self->m_sources] { return sources->gate().diagnosticSummary(); });
-    co_return summary.value_or(QString());
+    m_dependencies.displays.interruptWaiting();
+    m_isInterrupted = m_turn.isHeld();
+    noteHurry();
+}
+
+void ScreenCaptureRecorder::Session::noteHurry()
+{
+    m_patience.setHurried(m_isInterrupted || m_stopsUnderWay > 0);
+}
+
+/// What hangs is waited for no longer.
+void ScreenCaptureRecorder::Session::leaveBehind()
+{
+    m_dependencies.displays.interruptWaiting(); // the first word may have come a moment before the question
+    qCCritical(logScreenCapture, "what captures the screen does not answer: it is left behind");
+    m_sources->leaveBehind();
+}
+
+std::shared_ptr<CaptureSources> ScreenCaptureRecorder::Session::makeSources() const
+{
+    return std::make_shared<CaptureSources>(m_dependencies.clock, m_dependencies.displays, m_dependencies.sampleQueue);
 }
 
 Task<Result<>> ScreenCaptureRecorder::Session::beginRecording(ObserverSettings settings,
                                                               std::shared_ptr<LocalObserverAPI> api)
 {
+    if (m_sources->isLeftBehind()) {
+        m_sources = makeSources();
+        m_sources->setPaused(m_isPaused);
+    }
+    m_hasLeftBehind = false;
     const qint64 intervalMs = minFrameIntervalMs(settings.frameFps);
     const Dependencies &given = m_dependencies;
-    auto plan = co_await given.sampleQueue.run(lifetime(), [given, frameFps = settings.frameFps] {
+    auto plan = co_await m_patience.answerOf(&given.sampleQueue, [given, frameFps = settings.frameFps] {
         return planCapture(given.displays, frameFps, given.processID, given.bundleIdentifier);
     });
     if (!plan)
@@ -149,7 +193,7 @@ Task<Result<>> ScreenCaptureRecorder::Session::beginRecording(ObserverSettings s
            qUtf8Printable((*plan)->filterMode.diagnosticDescription()));
 
     auto context =
-        co_await given.contextQueue.run(lifetime(), [&reader = given.context, displays = (*plan)->candidates] {
+        co_await m_patience.answerOf(&given.contextQueue, [&reader = given.context, displays = (*plan)->candidates] {
             return reader.currentRecordingContext(displays);
         });
     if (!context)
@@ -157,7 +201,7 @@ Task<Result<>> ScreenCaptureRecorder::Session::beginRecording(ObserverSettings s
     if (auto opened = co_await openSources(**plan, std::move(*context), intervalMs); !opened)
         co_return opened;
 
-    m_submitter.open(std::move(api));
+    m_submitter.open(m_sources, std::move(api));
     m_isCapturing = true;
     startTasks(**plan, intervalMs, settings.chunkSizeMs);
     co_return Result<>{};
@@ -166,15 +210,17 @@ Task<Result<>> ScreenCaptureRecorder::Session::beginRecording(ObserverSettings s
 Task<Result<>> ScreenCaptureRecorder::Session::openSources(CapturePlan plan, ActiveRecordingContext context,
                                                            qint64 intervalMs)
 {
-    const auto opened = co_await m_dependencies.sampleQueue.run(
-        lifetime(), [sources = m_sources, died = streamsDiedOutlet(), changed = displaysChangedOutlet(), plan, context,
-                     intervalMs] {
+    const auto opened = co_await m_patience.answerOf(
+        &m_dependencies.sampleQueue, [sources = m_sources, died = streamsDiedOutlet(),
+                                      changed = displaysChangedOutlet(), plan, context, intervalMs] {
             sources->begin(intervalMs, context);
             return plan.mode == CaptureMode::Screenshots ? sources->openScreenshotSources(plan, changed)
                                                          : sources->startStreams(plan, died, changed);
         });
-    if (!opened)
+    if (!opened) {
+        m_dependencies.sampleQueue.post([sources = m_sources] { sources->tearDown(); });
         co_return std::unexpected(faultError(Fault::Cancelled));
+    }
     co_return *opened;
 }
 
@@ -215,6 +261,8 @@ void ScreenCaptureRecorder::Session::startWatch(const CapturePlan &plan)
         .mode = plan.mode,
         .displays = {},
         .stalled = [self](const QString &message) { self->tell(&ScreenCaptureRecorder::onStalled, message); },
+        .missesPictures =
+            [self](const QString &message) { self->tell(&ScreenCaptureRecorder::onPicturesMissing, message); },
         .goesOn = [self] { self->tell(&ScreenCaptureRecorder::onGoesOn); }};
     for (const CapturePlan::Display &display : plan.displays) {
         if (!display.context->signsOfLife.hasEnded())
@@ -238,7 +286,7 @@ Task<> ScreenCaptureRecorder::Session::flushChunks(std::shared_ptr<Session> self
     const std::chrono::milliseconds interval(std::max<qint64>(chunkSizeMs, 1));
     while (co_await self->m_dependencies.clock.sleepFor(interval, stop)) {
         // A batch that has left the buffer is never cut off, so it does not run on our own token.
-        if (co_await self->m_submitter.flush(self->lifetime()))
+        if (co_await self->m_submitter.flush(self->lifetime(), self->m_patience.token()))
             continue;
         co_await endAfterFailedBatch(self, recording);
         co_return;
@@ -256,18 +304,19 @@ Task<> ScreenCaptureRecorder::Session::endRecording(LastFlush lastFlush)
 {
     if (!std::exchange(m_isCapturing, false))
         co_return;
+    const auto patience = m_patience.token();
     cancelTasks();
     // Jobs that these tasks have handed over come first; a picture that is just being taken is in the last batch.
-    static_cast<void>(co_await m_dependencies.sampleQueue.run(lifetime(), [sources = m_sources, lastFlush] {
-        sources->tearDown();
-        if (lastFlush == LastFlush::Skip)
-            sources->gate().bufferedFrames.clear();
-    }));
-    if (lastFlush == LastFlush::Post)
-        static_cast<void>(co_await m_submitter.flush(lifetime()));
-    else
+    static_cast<void>(
+        co_await m_patience.answerOf(&m_dependencies.sampleQueue, [sources = m_sources] { sources->tearDown(); }));
+    if (lastFlush == LastFlush::Skip) {
+        m_sources->gate().dropBufferedFrames();
         co_await m_submitter.settled(lifetime());
+    } else {
+        static_cast<void>(co_await m_submitter.flush(lifetime(), patience));
+    }
     m_submitter.close();
+    m_hasLeftBehind = m_sources->isLeftBehind();
 }
 
 void ScreenCaptureRecorder::Session::publish(std::function<void(const ScreenCaptureRecorder &)> call)
@@ -319,10 +368,14 @@ void ScreenCaptureRecorder::Session::setPaused(bool paused)
     m_sources->setPaused(paused);
 }
 
-void ScreenCaptureRecorder::Session::logLostFrames(qint64 buffered) const
+qint64 ScreenCaptureRecorder::Session::lostFrames() const
 {
-    const qint64 lost = checkedAdd(buffered, m_submitter.framesOnTheirWay());
-    if (lost > 0)
+    return checkedAdd(m_sources->gate().bufferedFrameCount(), m_submitter.framesOnTheirWay());
+}
+
+void ScreenCaptureRecorder::Session::logLostFrames() const
+{
+    if (const qint64 lost = lostFrames(); lost > 0)
         qCCritical(logScreenCapture, "screen capture ended before the observer took frames=%lld", lost);
 }
 
@@ -332,27 +385,34 @@ void ScreenCaptureRecorder::Session::shutDown()
     cancelTasks();
     m_isCapturing = false;
     m_lifetime.request_stop();
+    m_patience.endAllWaits();
     interruptWaiting();
-    qint64 buffered = 0;
-    restQueue(m_dependencies.sampleQueue, [&buffered, sources = m_sources] {
-        sources->tearDown();
-        buffered = sources->gate().bufferedFrames.size();
-    });
-    logLostFrames(buffered);
-    restQueue(m_dependencies.contextQueue, [] {});
+    const auto deadline = std::chrono::steady_clock::now() + m_dependencies.patienceAtTheEnd;
+    const auto samplesEnd = endOf(m_dependencies.sampleQueue, [sources = m_sources] { sources->tearDown(); });
+    const auto contextEnd = endOf(m_dependencies.contextQueue, [] {});
+    awaitEnd(samplesEnd, m_dependencies.sampleQueue, deadline);
+    logLostFrames();
+    awaitEnd(contextEnd, m_dependencies.contextQueue, deadline);
 }
 
-/// Returns when the queue has run its last job of ours, and with it all before.
-void ScreenCaptureRecorder::Session::restQueue(SerialQueue &queue, std::function<void()> lastJob) const
+/// When the queue has run its last job of ours, and with it all before.
+std::future<void> ScreenCaptureRecorder::Session::endOf(SerialQueue &queue, std::function<void()> lastJob)
 {
-    std::packaged_task<void()> task(std::move(lastJob));
-    const auto end = task.get_future();
-    queue.post([&task] { task(); });
+    const auto task = std::make_shared<std::packaged_task<void()>>(std::move(lastJob));
+    auto end = task->get_future();
+    queue.post([task] { (*task)(); });
+    return end;
+}
+
+void ScreenCaptureRecorder::Session::awaitEnd(const std::future<void> &end, const SerialQueue &queue,
+                                              std::chrono::steady_clock::time_point deadline) const
+{
     if (m_dependencies.endWithoutWaiting &&
-        end.wait_for(m_dependencies.patienceAtTheEnd) == std::future_status::timeout) {
-        qCCritical(logScreenCapture, "what captures the screen does not answer: what it has buffered is lost");
-        logLostFrames(0);
-        m_dependencies.endWithoutWaiting();
+        (m_patience.hangs(queue) || end.wait_until(deadline) == std::future_status::timeout)) {
+        const qint64 lost = lostFrames();
+        qCCritical(logScreenCapture,
+                   "what captures the screen does not answer and is not waited for, undelivered frames=%lld", lost);
+        m_dependencies.endWithoutWaiting(lost);
     }
     end.wait();
 }
@@ -371,7 +431,7 @@ Task<Result<>> ScreenCaptureRecorder::start(ObserverSettings settings, std::shar
     return Session::start(m_session, std::move(settings), std::move(api));
 }
 
-Task<> ScreenCaptureRecorder::stop(bool skipFlush)
+Task<ScreenCaptureRecorder::StopOutcome> ScreenCaptureRecorder::stop(bool skipFlush)
 {
     return Session::stop(m_session, skipFlush);
 }
@@ -391,9 +451,9 @@ bool ScreenCaptureRecorder::isCapturing() const
     return m_session->isCapturing();
 }
 
-Task<QString> ScreenCaptureRecorder::diagnosticSummary()
+QString ScreenCaptureRecorder::diagnosticSummary() const
 {
-    return Session::diagnosticSummary(m_session);
+    return m_session->diagnosticSummary();
 }
 
 } // namespace ostrel

@@ -35,11 +35,17 @@ public:
         SerialQueue &contextQueue;
         qint32 processID = 0;
         std::optional<QString> bundleIdentifier;
-        /// Called by the destructor when a job on one of the queues doesn't end in `patienceAtTheEnd`. Nothing that the
-        /// job uses may go then, so it ends the process. Where it is unset, or returns, the job is waited for.
-        std::function<void()> endWithoutWaiting = {};
+        /// Called by the destructor when a job on one of the queues doesn't end in `patienceAtTheEnd`, or has hung
+        /// since a stop. Nothing that the job uses may go then, so it ends the process. Where it is unset, or returns,
+        /// the job is waited for.
+        /// @param lostFrames those that the observer has not taken
+        std::function<void(qint64 lostFrames)> endWithoutWaiting = {};
         std::chrono::milliseconds patienceAtTheEnd{2'000};
     };
+
+    /// How long a stop waits for what captures. A picture takes some milliseconds; a window system that hangs, for
+    /// ever.
+    static constexpr std::chrono::seconds patienceOfAStop{2};
 
     /// What `dependencies` names outlives this object.
     explicit ScreenCaptureRecorder(Dependencies dependencies);
@@ -59,18 +65,29 @@ public:
     /// For half a minute nothing has been done for a display, not even looked whether there is anything to be done.
     /// Called again after each further half minute. A stop or a start may then wait for whatever hangs.
     std::function<void(const QString &message)> onStalled;
-    /// All displays are alive: 10 or 20 s after a start, and after a stall that is over.
+    /// For half a minute after a start the streams of these displays have answered, and have not sent one picture. A
+    /// screen that is switched off, or doesn't change, may do so: capture goes on.
+    std::function<void(const QString &message)> onPicturesMissing;
+    /// All displays are alive: 10 or 20 s after a start, after a stall that is over, and when no picture is missing any
+    /// more.
     std::function<void()> onGoesOn;
 
     /// Begins a recording. Fails with domain "TamskOstrel.ScreenCapture": 1 no display, 2 no stream could be started;
     /// or with the display source's error. Nothing runs after a failure. A recording under way is stopped first.
     Task<Result<>> start(ObserverSettings settings, std::shared_ptr<LocalObserverAPI> api);
 
+    enum class StopOutcome {
+        AtRest,
+        /// What captures did not answer for `patienceOfAStop` and was left behind. What it had captured before was
+        /// posted all the same; what it still brings is dropped. A start waits until it answers again.
+        LeftBehind,
+    };
     /// Ends capture. Waits for a batch on its way; unless `skipFlush`, then posts what is buffered. Never fails, and
-    /// does nothing when nothing runs.
-    Task<> stop(bool skipFlush);
+    /// does nothing when nothing runs. A start under way that hangs is ended with Fault::Cancelled.
+    Task<StopOutcome> stop(bool skipFlush);
 
-    /// Where a start under way waits for the user's answer to the desktop's question, it waits no longer, and fails.
+    /// Somebody wants the end of a start under way: where it waits for the user's answer to the desktop's question, it
+    /// waits no longer, and fails. Neither does it wait longer than `patienceOfAStop` for what captures, as a stop.
     void interruptWaiting();
 
     /// While it is paused, nothing is captured, by recordings to come neither; what was captured before is still
@@ -80,8 +97,8 @@ public:
     /// Whether capture runs (from a successful `start` until `stop` has ended it).
     bool isCapturing() const;
 
-    /// The counters since the last start in one line. Main thread; waits for the frame under way, a few milliseconds.
-    Task<QString> diagnosticSummary();
+    /// The counters since the last start in one line; the frame under way is not among them.
+    QString diagnosticSummary() const;
 
 private:
     class Session;

@@ -14,8 +14,6 @@ namespace {
 
 constexpr milliseconds pollPause{1500};
 constexpr std::chrono::seconds shutdownPatience{4};
-/// What captures may hang with the window system; a picture takes some milliseconds.
-constexpr std::chrono::seconds capturePatience{4};
 
 } // namespace
 
@@ -204,7 +202,6 @@ void AppModel::quit()
     // A poll that finds the child gone would start it again.
     m_pollTask.cancel();
     m_settingsEditing.close();
-    m_captureLimit.start([this](std::stop_token stop) { return limitCapture(std::move(stop)); });
     m_tasks.spawn([this](std::stop_token stop) { return runQuit(std::move(stop)); });
 }
 
@@ -224,28 +221,6 @@ Task<> AppModel::finishQuit(std::stop_token stop)
     leave();
 }
 
-/// Ends the wait for capture, not that for an observer which takes its time.
-Task<> AppModel::limitCapture(std::stop_token stop)
-{
-    do {
-        m_captureAnswers = false;
-        m_tasks.spawn([this](std::stop_token askStop) { return askCapture(std::move(askStop)); });
-        if (!co_await m_clock.sleepFor(capturePatience, stop))
-            co_return;
-    } while (m_captureAnswers);
-    m_captureHangs = true;
-    m_tasks.cancelAll();
-    m_recording.abandonEnding();
-    m_tasks.spawn([this](std::stop_token quitStop) { return finishQuit(std::move(quitStop)); });
-}
-
-Task<> AppModel::askCapture(std::stop_token stop)
-{
-    static_cast<void>(co_await m_recorder->diagnosticSummary());
-    if (!stop.stop_requested())
-        m_captureAnswers = true;
-}
-
 void AppModel::quitBeforeShutdown()
 {
     if (m_hasLeft || m_quitLimit.isRunning())
@@ -258,7 +233,6 @@ Task<> AppModel::limitQuit(std::stop_token stop)
 {
     if (!co_await m_clock.sleepFor(shutdownPatience, stop))
         co_return;
-    m_captureHangs = !m_captureAnswers;
     m_tasks.cancelAll();
     m_recording.abandonEnding();
     leave();
@@ -268,7 +242,6 @@ void AppModel::leave()
 {
     m_hasLeft = true;
     m_quitLimit.cancel();
-    m_captureLimit.cancel();
     m_observer.stopHelper();
     m_shutdownHold.reset();
     const auto terminate = m_terminate; // may destroy this object
@@ -283,11 +256,9 @@ Task<> AppModel::prepareForUpdateRelaunch(std::stop_token stop)
     co_await m_recovery.prepareForUpdateRelaunch(std::move(stop));
 }
 
-Task<QString> AppModel::diagnosticSummary()
+QString AppModel::diagnosticSummary() const
 {
-    if (m_captureHangs)
-        co_return QString();
-    co_return co_await m_recorder->diagnosticSummary();
+    return m_recorder->diagnosticSummary();
 }
 
 void AppModel::refreshJournal()

@@ -105,9 +105,8 @@ public:
     /// CaptureRecovery::prepareForUpdateRelaunch. The polling ends with the recording.
     Task<> prepareForUpdateRelaunch(std::stop_token stop);
     const CaptureRecoveryPolicy &recoveryPolicy() const { return m_recovery.recoveryPolicy(); }
-    /// The recorder's counters since capture was started last, one line; empty when a quit has found that capture
-    /// hangs.
-    Task<QString> diagnosticSummary();
+    /// The recorder's counters since capture was started last, one line.
+    QString diagnosticSummary() const;
 
     // The settings: see SettingsEditing and SettingsDialogs.
     void setDraftSettings(const ObserverSettings &settings) { m_state.setDraftSettings(settings); }
@@ -255,7 +254,8 @@ Q_SIGNALS:
     /// What `isRecordingUnderWay` says may have changed.
     void recordingUnderWayChanged();
     void recordingStarted();
-    /// Capture of the recording has stalled, and starting it again has not helped so far; also the helper error.
+    /// Capture of the recording has stalled, and starting it again has not helped so far, or the screen sends no
+    /// pictures; also the helper error.
     void captureStalled(const QString &message);
     void recordingEnded(ostrel::RecordingEnd reason);
 
@@ -272,8 +272,6 @@ private:
     Task<> runQuit(std::stop_token stop);
     Task<> finishQuit(std::stop_token stop);
     Task<> limitQuit(std::stop_token stop);
-    Task<> limitCapture(std::stop_token stop);
-    Task<> askCapture(std::stop_token stop);
     void leave();
     RecorderSubtext subtext() const { return StatusTexts::recorderSubtext(helperError(), status(), settings()); }
 
@@ -298,14 +296,11 @@ private:
     bool m_wasPopoverOverlayActive = false;
     bool m_quitting = false;
     bool m_hasLeft = false;
-    bool m_captureAnswers = true; ///< since it was last asked, while quitting
-    bool m_captureHangs = false;  ///< as far as the quit has waited for it
     bool m_journalReadAgain = false;
     std::shared_ptr<SystemHold> m_shutdownHold; ///< from the announcement of a shutdown until we leave
     TaskSlot m_journalTask;
     TaskSlot m_pollTask;
     TaskSlot m_quitLimit;
-    TaskSlot m_captureLimit;
     TaskScope m_tasks;
 };
 

@@ -44,6 +44,7 @@ CaptureRecovery::CaptureRecovery(Dependencies dependencies)
     });
     connect(&m_with.recording, &RecordingControl::displaysChanged, this, &CaptureRecovery::displaysChanged);
     connect(&m_with.recording, &RecordingControl::captureStalled, this, &CaptureRecovery::captureStalled);
+    connect(&m_with.recording, &RecordingControl::picturesMissing, this, &CaptureRecovery::picturesMissing);
     connect(&m_with.recording, &RecordingControl::captureGoesOn, this, &CaptureRecovery::captureGoesOn);
     connect(&m_with.recording, &RecordingControl::startBegun, this, &CaptureRecovery::forget);
     connect(&m_with.recording, &RecordingControl::endingBegun, this, &CaptureRecovery::forget);
@@ -53,6 +54,7 @@ void CaptureRecovery::forget()
 {
     m_recoveryPolicy.reset();
     forgetStall();
+    m_missingPictures.reset();
     m_displayRestarts = 0;
     m_displaysTask.cancel();
     m_captureResumeTask.cancel();
@@ -163,12 +165,24 @@ void CaptureRecovery::tellOfStall()
         Q_EMIT stallTold(*m_toldStall);
 }
 
+void CaptureRecovery::picturesMissing(const QString &message)
+{
+    // Nothing is started again for it: a screen that is switched off sends none either.
+    qCWarning(logScreenCapture, "%s", qUtf8Printable(message));
+    const bool isToldAlready = m_missingPictures == message;
+    m_missingPictures = message;
+    m_with.state.setHelperError(message);
+    if (!isToldAlready)
+        Q_EMIT stallTold(message);
+}
+
 void CaptureRecovery::captureGoesOn()
 {
     m_displayRestarts = 0;
     if (m_stall)
         qCInfo(logScreenCapture, "screen capture goes on after a stall");
-    if (m_toldStall && m_with.state.helperError() == m_toldStall)
+    const auto shown = m_with.state.helperError();
+    if (shown && (shown == m_toldStall || shown == m_missingPictures))
         m_with.state.setHelperError(std::nullopt);
     forgetStall();
 }

@@ -56,13 +56,14 @@ public:
     void resumeRecordingAfterUpdateIfNeeded();
 
 Q_SIGNALS:
-    /// The user is told of a stall: starting capture again has not helped so far.
+    /// The user is told of a stall: starting capture again has not helped so far; or of missing pictures.
     void stallTold(const QString &message);
 
 private:
     void willSleep();
     void displaysChanged();
     void captureStalled(const QString &message);
+    void picturesMissing(const QString &message);
     void captureGoesOn();
     void tellOfStall();
     void forgetStall();
@@ -80,7 +81,9 @@ private:
     /// A stall that capture has not been seen to get over, in words.
     std::optional<QString> m_stall;
     std::optional<QString> m_toldStall; ///< the words that the user was told
-    qint64 m_stallRestarts = 0;         ///< because of it
+    /// What the user was told of pictures that do not come, in this recording.
+    std::optional<QString> m_missingPictures;
+    qint64 m_stallRestarts = 0; ///< because of it
     TaskSlot m_stallTask;
     TaskSlot m_displaysTask;
     TaskSlot m_captureResumeTask;

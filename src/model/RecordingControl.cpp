@@ -56,6 +56,7 @@ RecordingControl::~RecordingControl()
     m_with.recorder.onStreamsDied = nullptr;
     m_with.recorder.onDisplaysChanged = nullptr;
     m_with.recorder.onStalled = nullptr;
+    m_with.recorder.onPicturesMissing = nullptr;
     m_with.recorder.onGoesOn = nullptr;
     // The start first: when its request is let go of, it already knows that it is cancelled.
     m_start.cancel();
@@ -80,6 +81,10 @@ void RecordingControl::takeCallbacks()
     m_with.recorder.onStalled = [this](const QString &message) {
         if (m_phase == Phase::Capturing)
             Q_EMIT captureStalled(message);
+    };
+    m_with.recorder.onPicturesMissing = [this](const QString &message) {
+        if (m_phase == Phase::Capturing)
+            Q_EMIT picturesMissing(message);
     };
     m_with.recorder.onGoesOn = [this] {
         if (m_phase == Phase::Capturing)
@@ -304,10 +309,14 @@ Task<> RecordingControl::runEnding(Ending ending, std::stop_token stop)
     const auto turn = co_await m_turn.acquire(stop);
     if (!turn)
         co_return;
-    co_await m_with.recorder.stop(ending.skipFlush);
+    const auto outcome = co_await m_with.recorder.stop(ending.skipFlush);
     if (stop.stop_requested())
         co_return;
     m_captureIsAtRest = true;
+    if (outcome == ScreenCaptureRecorder::StopOutcome::LeftBehind) {
+        m_with.state.setHelperError(StatusTexts::captureDidNotAnswer());
+        m_failedWhileEnding = true;
+    }
     co_await publishedNews(stop); // that the last batch failed, belongs to this recording
     if (stop.stop_requested())
         co_return;

@@ -94,6 +94,8 @@ Q_SIGNALS:
     void displaysChanged();
     /// Nothing has been done for a display of a recording that goes on, for half a minute; told again while it lasts.
     void captureStalled(const QString &message);
+    /// Nothing is wrong with capture, and yet half a minute after it was started it has not got one picture.
+    void picturesMissing(const QString &message);
     /// All displays of a recording that goes on are alive: some seconds after capture was started, or after a stall.
     void captureGoesOn();
     /// Both sides run.

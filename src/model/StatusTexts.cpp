@@ -93,6 +93,11 @@ QString lastPicturesNotDelivered()
     return QStringLiteral("The observer did not take the last pictures in time; they may be lost.");
 }
 
+QString captureDidNotAnswer()
+{
+    return QStringLiteral("The screen did not answer when the recording ended. What was recorded before is kept.");
+}
+
 QString observerEnded()
 {
     return QStringLiteral(

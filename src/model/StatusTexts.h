@@ -40,6 +40,8 @@ QString byokInferenceDetailText(const ObserverSettings &draft);
 QString secretNotRemoved(const QString &key);
 /// What it means for a recording that its end could not be waited for.
 QString lastPicturesNotDelivered();
+/// A recording has ended without waiting for its capture, which hung.
+QString captureDidNotAnswer();
 /// What it means for a recording that the observer's process is gone: what is lost and what is not.
 QString observerEnded();
 

@@ -70,6 +70,22 @@ TEST_F(ContextCommandTest, desktopThatWouldAskTheUser_isStatus1WithTheWayToGrant
     }
 }
 
+TEST_F(ContextCommandTest, displaysWhosePlaceNobodyTells_areNotSaidToBeInTheCorner)
+{
+    m_displays.onShareableContent = [] {
+        ShareableContent content;
+        content.mainDisplayId = 7;
+        content.displays.append({.displayId = 7, .width = 64, .height = 36, .bounds = {}});
+        return Result<ShareableContent>(content);
+    };
+    const auto displays = [this](const QStringList &options) {
+        return m_samples.sync([&] { return run(QStringList(text("displays")) + options); }).output;
+    };
+    EXPECT_EQ(displays({}), text("Display 1 (main)    64x36 place unknown  id 7\n"));
+    const auto listed = QJsonDocument::fromJson(displays({text("--json")}).toUtf8()).array();
+    EXPECT_TRUE(listed[0].toObject()[text("bounds")].isNull());
+}
+
 TEST_F(ContextCommandTest, factThatTheDesktopCannotGive_isNamedWithItsReason)
 {
     lackPointer();

@@ -1,4 +1,6 @@
 #include "ArchiveCommandFixture.h"
+#include "base/Fault.h"
+#include "support/FreePort.h"
 #include "support/ScopedVariable.h"
 
 #include <QDateTime>
@@ -216,6 +218,19 @@ TEST_F(ForgetCommand, observerThatRefuses_isToldInItsWords)
     const auto outcome = forgetsLast("5");
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.messages.toStdString(), HasSubstr("The disk is full. Whether anything was removed"));
+}
+
+TEST_F(ForgetCommand, observerThatItStarts_isToldToAnalyseNothingAndOthersAreNot)
+{
+    const ScopedVariable root{"MORAVEL_REPO_ROOT", m_home.path(QStringLiteral("observer")).toLocal8Bit()};
+    ASSERT_TRUE(writeFileAtomically(m_home.path(QStringLiteral("observer/dist/observer.mjs")), {}).has_value());
+    writePort(freePort());
+    m_launcher.expectFailure(faultError(Fault::NoSuchProgram, QStringLiteral("node")));
+    EXPECT_EQ(forgetsLast("5").status, 1);
+    ASSERT_EQ(m_launcher.descriptions().size(), 1);
+    EXPECT_EQ(m_launcher.descriptions().first().environment.value(QStringLiteral("OSTREL_HOLD_ANALYSIS")),
+              QStringLiteral("1"));
+    EXPECT_FALSE(qEnvironmentVariableIsSet("OSTREL_HOLD_ANALYSIS"));
 }
 
 } // namespace

@@ -74,6 +74,7 @@ TEST_F(ModelHosting, startedModel_hasTheStoredSettingsAndSecrets)
     EXPECT_EQ(m_host->model().settings().byokGoogleVertexApiKey, QStringLiteral("key"));
     ASSERT_TRUE(pumpUntil([this] { return m_launcher.children().size() == 1; }));
     EXPECT_TRUE(m_launcher.children().first()->description.workingDirectory.endsWith(QStringLiteral("/observer")));
+    EXPECT_FALSE(m_launcher.descriptions().first().environment.contains(QStringLiteral("OSTREL_HOLD_ANALYSIS")));
     EXPECT_TRUE(m_remoteControl.isOpen());
     m_host.reset();
     EXPECT_FALSE(m_remoteControl.isOpen());

@@ -40,18 +40,18 @@ TEST(RecorderLock, signatureOfAKilledRecorder_isNoHolder)
     EXPECT_FALSE(RecorderLock::holder().has_value());
 }
 
-TEST(RecorderLock, heldByAnArchiveCommand_isNoRecorderAndNamesWhatItIs)
+TEST(RecorderLock, heldByACommand_isNoRecorderAndNamesWhatItIs)
 {
     const TestHome home;
-    const auto lock = RecorderLock::acquire(RecorderLock::Purpose::ArchiveCommand);
+    const auto lock = RecorderLock::acquire(RecorderLock::Purpose::Command);
     ASSERT_TRUE(lock.has_value());
     EXPECT_FALSE(RecorderLock::holder().has_value()) << "nobody records";
     const auto second = RecorderLock::acquire();
     ASSERT_FALSE(second.has_value());
     EXPECT_TRUE(RecorderLock::isHeldByAnother(second.error()));
     const QString words = second.error().localizedDescription;
-    EXPECT_TRUE(words.startsWith(
-        QStringLiteral("`ostrel archive` is at work (process %1, since ").arg(QCoreApplication::applicationPid())))
+    EXPECT_TRUE(words.startsWith(QStringLiteral("Another command of Tamsk Ostrel is at work (process %1, since ")
+                                     .arg(QCoreApplication::applicationPid())))
         << words.toStdString();
 }
 

@@ -126,13 +126,6 @@ TEST_F(ScreenChecks, compositorThatHangsOrIsGone_blocks)
     EXPECT_THAT(onTheScreen(), testing::Each(isUntried("")));
 }
 
-TEST_F(ScreenChecks, compositorThatNamesNoWindow_isToldWithWhatItCosts)
-{
-    m_facts.session = SessionKind::Wayland;
-    screen().windowManager.reset();
-    EXPECT_THAT(checkFrontWindow(m_facts), isMissing("can't name applications", "sway"));
-}
-
 TEST_F(ScreenChecks, displayThatCannotBeReached_isNamed)
 {
     m_facts.screen = std::unexpected(faultError(Fault::NoXDisplay, QStringLiteral("DISPLAY is \":7\"")));
@@ -192,6 +185,38 @@ TEST_F(ScreenChecks, frontWindow_withoutAnybodyToTellIt_isMissing)
     EXPECT_THAT(checkFrontWindow(m_facts), isMissing("can't name applications", "sudo apt install openbox"));
     m_facts.packages = PackageManager::Zypper;
     EXPECT_THAT(checkFrontWindow(m_facts), isMissing("", "sudo zypper install openbox"));
+}
+
+TEST_F(ScreenChecks, frontWindow_ofACompositorThatKeepsItToItself_isToldByPrograms)
+{
+    m_facts.session = SessionKind::Wayland;
+    screen().windowManager.reset();
+    EXPECT_THAT(checkFrontWindow(m_facts), isOk("programs tell it on the accessibility bus"));
+    m_facts.bus->isAccessibilityGranted = false;
+    EXPECT_THAT(checkFrontWindow(m_facts),
+                isMissing("before window titles are allowed", "ostrel permissions allow recordingContext"));
+    m_facts.bus->accessibility.isRunning = false;
+    m_facts.bus->isAccessibilityGranted.reset();
+    EXPECT_THAT(checkFrontWindow(m_facts), isUntried("started when it is needed"));
+}
+
+TEST_F(ScreenChecks, frontWindow_ofACompositorThatKeepsItToItself_isMissingWithoutAnAccessibilityBus)
+{
+    m_facts.session = SessionKind::Wayland;
+    screen().windowManager.reset();
+    m_facts.bus->isAccessibilityGranted.reset();
+    EXPECT_THAT(checkFrontWindow(m_facts), isMissing("neither this compositor nor an accessibility bus", "sway"));
+    m_facts.bus->accessibility = {};
+    EXPECT_THAT(checkFrontWindow(m_facts), isMissing("neither this compositor nor an accessibility bus", "sway"));
+    m_facts.bus.reset();
+    EXPECT_THAT(checkFrontWindow(m_facts), isMissing("neither this compositor nor an accessibility bus", "sway"));
+}
+
+TEST_F(ScreenChecks, frontWindow_ofACompositorThatHangs_isMissingThoughProgramsCouldTell)
+{
+    m_facts.session = SessionKind::Wayland;
+    screen().windowManager = WindowManagerFacts{.name = QStringLiteral("sway"), .tellsActiveWindow = false};
+    EXPECT_THAT(checkFrontWindow(m_facts), isMissing("sway does not tell which one it is", "log out and in"));
 }
 
 } // namespace

@@ -172,6 +172,8 @@ TEST_F(WatchedStreams, stillScreenWhoseStreamAnswers_isNoStall)
 TEST_F(WatchedStreams, oneOfTwoThatDoesNotAnswer_isNamed)
 {
     ASSERT_TRUE(start());
+    for (const auto &each : displays.streams)
+        each->deliver({.image = picture.view()});
     advance(10'000);
     stream(1).answers = false;
     advance(30'000);
@@ -202,6 +204,73 @@ TEST_F(WatchedStreams, noneOfThemEverAnswers_isAStallAndNeverSaidToGoOn)
     advance(30'000);
     EXPECT_EQ(stalls, QStringList(noAnswerFromBoth));
     EXPECT_EQ(goesOn, 0);
+}
+
+TEST_F(WatchedStreams, onesThatAnswerAndSendNoPicture_areNamedAfterHalfAMinuteOnceUntilOneComes)
+{
+    ASSERT_TRUE(start());
+    advance(29'999);
+    EXPECT_EQ(missing, QStringList());
+    advance(1);
+    const QStringList both{
+        QStringLiteral("Screen capture has no picture yet: none has come from Display 1 (main), Display 2")};
+    EXPECT_EQ(missing, both);
+    EXPECT_EQ(goesOn, 1);
+    advance(aLongTime);
+    EXPECT_EQ(missing, both);
+    EXPECT_EQ(stalls, QStringList()) << "starting again helps no screen that is off";
+    stream(0).deliver({.image = picture.view()});
+    advance(20'000);
+    EXPECT_EQ(goesOn, 1) << "one is still missing";
+    transport.expect(QLatin1String(framesEndpoint), running());
+    stream(1).deliver({.image = picture.view()});
+    advance(10'000);
+    EXPECT_EQ(goesOn, 2);
+    advance(aLongTime);
+    EXPECT_EQ(missing, both);
+    stop();
+}
+
+TEST_F(WatchedStreams, oneOfTwoThatNeverSendsAPicture_isNamed)
+{
+    ASSERT_TRUE(start());
+    stream(0).deliver({.image = picture.view()});
+    advance(aLongTime);
+    EXPECT_EQ(missing, QStringList(QStringLiteral("Screen capture has no picture yet: none has come from Display 2")));
+}
+
+TEST_F(WatchedStreams, deliveryWithoutAPicture_isNone)
+{
+    ASSERT_TRUE(start());
+    stream(0).deliver({.image = picture.view()});
+    stream(1).deliver({});
+    advance(30'000);
+    EXPECT_EQ(missing.size(), 1);
+}
+
+TEST_F(WatchedStreams, onesThatSendNoPictureOfALockedSession_areNotMissedUntilHalfAMinuteAfterIt)
+{
+    ASSERT_TRUE(start());
+    recorder->setPaused(true);
+    advance(aLongTime);
+    recorder->setPaused(false);
+    advance(20'000);
+    EXPECT_EQ(missing, QStringList());
+    advance(20'000);
+    EXPECT_EQ(missing.size(), 1);
+}
+
+TEST_F(WatchedStreams, pictureThatIsHidden_isOne)
+{
+    displays.leavesOut = false;
+    excludesWindow = [](const WindowIdentity &) { return true; };
+    ASSERT_TRUE(start());
+    stream(0).deliver({.image = picture.view()});
+    stream(1).deliver({.image = picture.view()});
+    settle();
+    excludesWindow = [](const WindowIdentity &) { return false; };
+    advance(aLongTime);
+    EXPECT_EQ(missing, QStringList());
 }
 
 TEST_F(WatchedStreams, lockedSession_isNoStall)

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <random>
 #include <turbojpeg.h>
 #include <vector>
 
@@ -110,6 +112,37 @@ TEST(JpegEncoder, picturesOfGrowingAndShrinkingSize_areAllWhole)
     }
 }
 
+/// What the library makes of the same picture, when it is given the pixels themselves.
+std::vector<std::uint8_t> encodedByTheLibrary(const FrameView &image)
+{
+    const tjhandle compressor = tjInitCompress();
+    unsigned char *file = nullptr;
+    unsigned long size = 0;
+    EXPECT_EQ(tjCompress2(compressor, image.pixels, image.width, int(image.stride), image.height, TJPF_BGRX, &file,
+                          &size, TJSAMP_420, 72, 0),
+              0);
+    std::vector<std::uint8_t> copy(file, file + size);
+    tjFree(file);
+    tjDestroy(compressor);
+    return copy;
+}
+
+TEST(JpegEncoder, noiseOfEverySmallSize_isEncodedAsByTheLibraryItself)
+{
+    std::mt19937 random(3);
+    JpegEncoder encoder;
+    for (int width = 1; width <= 50; ++width) {
+        for (int height = 1; height <= 50; ++height) {
+            FakePicture picture(width, height);
+            for (std::uint8_t &byte : picture.bytes())
+                byte = std::uint8_t(random());
+            const auto jpeg = encoder.makeJPEGData(picture.view());
+            ASSERT_TRUE(jpeg);
+            ASSERT_TRUE(std::ranges::equal(*jpeg, encodedByTheLibrary(picture.view()))) << width << "x" << height;
+        }
+    }
+}
+
 TEST(JpegEncoder, nothingToEncode_fails)
 {
     const std::uint8_t pixel[4] = {};
@@ -118,6 +151,14 @@ TEST(JpegEncoder, nothingToEncode_fails)
     EXPECT_FALSE(encoder.makeJPEGData({pixel, 0, 1, 4}));
     EXPECT_FALSE(encoder.makeJPEGData({pixel, 1, 0, 4}));
     EXPECT_FALSE(encoder.makeJPEGData({nullptr, 1, 1, 4}));
+    EXPECT_FALSE(encoder.makeJPEGData({pixel, 1, 1, -4}));
+}
+
+TEST(JpegEncoder, higherThanAJpegFileHolds_fails)
+{
+    const FakePicture tooHigh(1, 65'501);
+    JpegEncoder encoder;
+    EXPECT_FALSE(encoder.makeJPEGData(tooHigh.view()));
 }
 
 TEST(JpegEncoder, widerThanAJpegFileHolds_failsAndTheNextPictureSucceeds)

@@ -61,6 +61,7 @@ protected:
         recorder->onError = [this](const QString &message) { errors.append(message); };
         recorder->onStreamsDied = [this](const QString &message) { deaths.append(message); };
         recorder->onStalled = [this](const QString &message) { stalls.append(message); };
+        recorder->onPicturesMissing = [this](const QString &message) { missing.append(message); };
         recorder->onGoesOn = [this] { ++goesOn; };
     }
 
@@ -122,10 +123,8 @@ protected:
 
     QString summary()
     {
-        QString line;
-        flows.spawn([this, &line](std::stop_token) -> Task<> { line = co_await recorder->diagnosticSummary(); });
         settle();
-        return line;
+        return recorder->diagnosticSummary();
     }
 
     static FakeHttpTransport::Answer running(qint64 chunkIndex = 0)
@@ -152,16 +151,17 @@ protected:
     /// Set the level from the main thread only while nothing is being captured.
     FakePicture picture{64, 36};
     int contextSamples = 0;
-    bool samplesHang = false;                ///< a picture is being taken for ever, so its queue can't be waited for
-    bool contextHangs = false;               ///< a sample is being held back, so its queue can't be waited for
-    std::function<void()> endWithoutWaiting; ///< of recorders to come
+    bool samplesHang = false;  ///< a picture is being taken for ever, so its queue can't be waited for
+    bool contextHangs = false; ///< a sample is being held back, so its queue can't be waited for
+    std::function<void(qint64)> endWithoutWaiting; ///< of recorders to come
     std::chrono::milliseconds patienceAtTheEnd{60'000};
     ObserverSettings settings;
     QList<ObserverStatus> statuses;
     QStringList errors;
     QStringList deaths;
     QStringList stalls;
-    int goesOn = 0; ///< how often that was said
+    QStringList missing; ///< what was said of missing pictures
+    int goesOn = 0;      ///< how often that was said
 
     SerialQueue sampleQueue{QStringLiteral("samples")};
     SerialQueue contextQueue{QStringLiteral("context")};

@@ -1,5 +1,6 @@
 #include "model/ArchiveTargetArea.h"
 #include "ArchiveFixture.h"
+#include "ArchiveTargets.h"
 #include "support/LogRecorder.h"
 
 #include <QDirIterator>
@@ -14,17 +15,7 @@ using testing::Not;
 
 namespace {
 
-const QString getTarget = QStringLiteral("GET /api/archive/target");
-const QString putTarget = QStringLiteral("PUT /api/archive/target");
 const QString secret = QStringLiteral("wJalrXUtnFEMI");
-
-ArchiveTarget folder(const QString &path)
-{
-    ArchiveTarget target;
-    target.kind = ArchiveTarget::Kind::Folder;
-    target.path = path;
-    return target;
-}
 
 ArchiveTarget bucket(const QString &secretAccessKey)
 {
@@ -42,7 +33,7 @@ FakeHttpTransport::Answer answer(const ArchiveTarget &target)
     return FakeHttpTransport::answer(target.toJson());
 }
 
-const ArchiveTarget nas = folder(QStringLiteral("/mnt/nas"));
+const ArchiveTarget nas = folderTarget(QStringLiteral("/mnt/nas"));
 
 class ArchivePlace : public ArchiveFixture
 {
@@ -167,7 +158,7 @@ TEST_F(ArchivePlace, saveTwiceQuickly_sendsOneRequest)
 TEST_F(ArchivePlace, mistakeInTheDraft_isItsErrorAndNothingIsSent)
 {
     openCard();
-    save(folder(QStringLiteral("nas")));
+    save(folderTarget(QStringLiteral("nas")));
     expectError(QStringLiteral("Choose a folder; its path begins with / or ~/."));
     save(bucket({}));
     expectError(QStringLiteral("Enter the secret access key as the provider gave it."));
@@ -204,7 +195,7 @@ TEST_F(ArchivePlace, anotherPlaceForAnArchiveInUse_isAskedAbout)
     haveVault();
     openCard(nas);
     m_dialogs.expectDialog();
-    save(folder(QStringLiteral("/mnt/other")));
+    save(folderTarget(QStringLiteral("/mnt/other")));
     EXPECT_EQ(requests(), QStringList()) << "not before it is answered";
     EXPECT_THAT(m_dialogs.alert().informativeText.toStdString(),
                 AllOf(HasSubstr("What is stored in /mnt/nas stays there."), HasSubstr("to /mnt/other.")));
@@ -214,11 +205,11 @@ TEST_F(ArchivePlace, anotherPlaceForAnArchiveInUse_isAskedAbout)
     EXPECT_TRUE(m_area.archiveTargetDraft());
     EXPECT_FALSE(m_area.archiveTargetBusy());
     m_dialogs.expectDialog();
-    m_transport.expect(putTarget, answer(folder(QStringLiteral("/mnt/other"))));
-    save(folder(QStringLiteral("/mnt/other")));
+    m_transport.expect(putTarget, answer(folderTarget(QStringLiteral("/mnt/other"))));
+    save(folderTarget(QStringLiteral("/mnt/other")));
     m_dialogs.answer(DialogResponse::firstButton);
     settle();
-    EXPECT_EQ(m_area.archiveTarget(), folder(QStringLiteral("/mnt/other")));
+    EXPECT_EQ(m_area.archiveTarget(), folderTarget(QStringLiteral("/mnt/other")));
 }
 
 TEST_F(ArchivePlace, samePlaceForAnArchiveInUse_asksNothing)

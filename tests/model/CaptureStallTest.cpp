@@ -32,6 +32,7 @@ protected:
     {
         if (m_hangs)
             goOn();
+        m_model.reset(); // its capture reads what is below
     }
 
     /// From the next picture on.
@@ -46,6 +47,15 @@ protected:
         m_release.count_down();
         m_recorderHeld = false;
         settle();
+    }
+
+    /// The observer records; capture waits for the screen.
+    void startAnew()
+    {
+        m_observer.expect(postStart, statusAnswer(true));
+        m_model->toggleRecording();
+        settle();
+        m_observer.always(getStatus, statusAnswer(true));
     }
 
     std::atomic<bool> m_hangs = false;
@@ -156,41 +166,151 @@ TEST_F(StalledScreenshots, sleepDuringAStall_isToldOnlyWhenItIsStillOneAfterTheW
     goOn();
 }
 
-TEST_F(StalledScreenshots, userStopsDuringAStall_endsWhenWhatHangsGoesOnAndStaysEnded)
+TEST_F(StalledScreenshots, userStopsDuringAStall_endsTwoSecondsLaterWithAllThatWasRecordedAndSaysWhy)
 {
     hang();
     advance(45s);
     expectStop();
     m_model->toggleRecording();
-    advance(120s);
+    advance(1999ms);
     EXPECT_EQ(m_events, QStringList());
-    EXPECT_EQ(m_shown, QStringList());
-    goOn();
-    EXPECT_EQ(m_events, QStringList(endedByRequest));
-    const int starts = m_starts; // the one that waited for what hangs, at the most
-    advance(120s);
+    advance(1ms);
+    EXPECT_EQ(m_events, QStringList(captureFailed));
+    EXPECT_EQ(commands(), QStringList({postFrames, postStop}));
+    EXPECT_EQ(m_model->helperError(), StatusTexts::captureDidNotAnswer());
+    EXPECT_FALSE(m_model->stoppingRecording());
     EXPECT_FALSE(m_recorder->isCapturing());
-    EXPECT_EQ(m_starts, starts);
-    EXPECT_EQ(m_shown, QStringList());
+    goOn();
+    advance(120s);
+    EXPECT_EQ(m_events, QStringList(captureFailed));
+    EXPECT_FALSE(m_recorder->isCapturing());
+    EXPECT_EQ(m_starts, 0);
+    EXPECT_EQ(commands(), QStringList({postFrames, postStop}));
 }
 
-TEST_F(StalledScreenshots, userQuitsDuringAStall_endsFourSecondsLaterAndSaysWhatIsLost)
+TEST_F(StalledScreenshots, recordingStartedAfterAStopThatGaveUp_runsAsSoonAsTheScreenAnswers)
+{
+    hang();
+    advance(10s);
+    expectStop();
+    m_model->toggleRecording();
+    advance(2s);
+    ASSERT_EQ(m_events, QStringList(captureFailed));
+    m_events.clear();
+    startAnew();
+    advance(10s);
+    EXPECT_FALSE(m_recorder->isCapturing());
+    goOn();
+    EXPECT_EQ(m_events, QStringList(started));
+    EXPECT_TRUE(m_recorder->isCapturing());
+    EXPECT_EQ(m_model->helperError(), std::nullopt);
+    advance(20s);
+    EXPECT_EQ(commands().last(), postFrames);
+}
+
+TEST_F(StalledScreenshots, userGivesUpAStartThatHangs_endsTwoSecondsLaterAndSaysNothing)
+{
+    hang();
+    advance(10s);
+    expectStop();
+    m_model->toggleRecording();
+    advance(2s);
+    startAnew();
+    advance(30s);
+    m_events.clear();
+    expectStop();
+    m_model->stopRecording();
+    advance(1999ms);
+    EXPECT_EQ(m_events, QStringList());
+    advance(1ms);
+    EXPECT_EQ(m_events, QStringList(endedByRequest));
+    goOn();
+    EXPECT_FALSE(m_recorder->isCapturing());
+}
+
+TEST_F(StalledScreenshots, updateDuringAStall_isPreparedTwoSecondsLaterWithAllThatWasRecorded)
+{
+    hang();
+    advance(10s);
+    expectStop();
+    bool isPrepared = false;
+    TaskSlot preparing;
+    preparing.start([&](std::stop_token stop) -> Task<> {
+        co_await m_model->prepareForUpdateRelaunch(stop);
+        isPrepared = true;
+    });
+    settle();
+    advance(1999ms);
+    EXPECT_FALSE(isPrepared);
+    advance(1ms);
+    EXPECT_TRUE(isPrepared);
+    EXPECT_EQ(commands(), QStringList({postFrames, postStop}));
+    EXPECT_EQ(child().terminateCount, 1);
+}
+
+TEST_F(StalledScreenshots, userQuitsDuringAStall_endsTwoSecondsLaterWithAllThatWasRecorded)
 {
     hang();
     advance(45s);
+    expectStop();
     m_model->quit();
-    advance(3999ms);
+    advance(1999ms);
     EXPECT_EQ(m_events, QStringList());
     advance(1ms);
     EXPECT_EQ(m_events, QStringList({captureFailed, terminated}));
-    EXPECT_EQ(m_model->helperError(), StatusTexts::lastPicturesNotDelivered());
+    EXPECT_EQ(m_model->helperError(), StatusTexts::captureDidNotAnswer());
+    EXPECT_EQ(commands(), QStringList({postFrames, postStop}));
     EXPECT_EQ(child().terminateCount, 1);
-    std::optional<QString> summary;
-    TaskSlot asking;
-    asking.start([&](std::stop_token) -> Task<> { summary = co_await m_model->diagnosticSummary(); });
-    EXPECT_EQ(summary, QString()) << "not waited for";
+    EXPECT_THAT(m_model->diagnosticSummary().toStdString(), testing::HasSubstr("buffered=0"));
     goOn();
     EXPECT_EQ(m_events, QStringList({captureFailed, terminated}));
+}
+
+TEST_F(StalledScreenshots, systemShutsDownDuringAStallWithASlowObserver_endsAfterFourSecondsAndSaysWhatMayBeLost)
+{
+    hang();
+    advance(10s);
+    const auto batch = m_observer.expectHeld(postFrames);
+    m_workspace.shutDown();
+    advance(3999ms);
+    EXPECT_TRUE(batch->hasArrived());
+    EXPECT_EQ(m_events, QStringList());
+    EXPECT_TRUE(m_workspace.isHeldUp());
+    advance(1ms);
+    EXPECT_EQ(m_events, QStringList({captureFailed, terminated}));
+    EXPECT_EQ(m_model->helperError(), StatusTexts::lastPicturesNotDelivered());
+    EXPECT_FALSE(m_workspace.isHeldUp());
+}
+
+TEST_F(StalledScreenshots, displaysChangeAndTheSessionIsLockedWhileAStopWaitsForTheScreen_theStopEndsAllTheSame)
+{
+    hang();
+    advance(10s);
+    expectStop();
+    m_model->toggleRecording();
+    m_recorder->onDisplaysChanged();
+    m_workspace.setLocked(true);
+    advance(2s);
+    EXPECT_EQ(m_events, QStringList(captureFailed));
+    m_workspace.setLocked(false);
+    goOn();
+    advance(120s);
+    EXPECT_EQ(m_starts, 0) << "nobody starts what the user has stopped";
+    EXPECT_FALSE(m_recorder->isCapturing());
+    EXPECT_EQ(m_model->helperError(), StatusTexts::captureDidNotAnswer());
+}
+
+TEST_F(StalledScreenshots, sleepDuringAStall_theSystemIsHeldUpForTwoSecondsAndAllIsPosted)
+{
+    hang();
+    advance(10s);
+    m_workspace.sleep();
+    advance(1999ms);
+    EXPECT_TRUE(m_workspace.isHeldUp());
+    advance(1ms);
+    EXPECT_FALSE(m_workspace.isHeldUp());
+    EXPECT_EQ(commands(), QStringList(postFrames));
+    EXPECT_EQ(m_events, QStringList());
 }
 
 TEST_F(StalledScreenshots, captureThatGoesOnWhileTheUserQuits_losesNothing)
@@ -199,7 +319,7 @@ TEST_F(StalledScreenshots, captureThatGoesOnWhileTheUserQuits_losesNothing)
     advance(45s);
     expectStop();
     m_model->quit();
-    advance(3s);
+    advance(1s);
     goOn();
     pumpUntil([this] { return m_events.size() > 1; }); // what hung has a long way through the queues
     EXPECT_EQ(m_events, QStringList({endedByRequest, terminated}));
@@ -228,11 +348,34 @@ protected:
     {
         m_displays.mode = CaptureMode::Streams;
         m_displays.show({1, 2});
+        m_displays.onStreamStarted = [this](FakeDisplaySource::Stream &stream) {
+            if (m_showsPictures)
+                stream.deliver({.image = m_picture.view()});
+        };
         m_observer.always(postFrames, statusAnswer(true));
         launch();
         record();
         QObject::connect(m_model.get(), &AppModel::helperErrorChanged,
                          [this] { m_shown.append(m_model->helperError().value_or(QString())); });
+    }
+
+    ~StalledStreams() override { m_model.reset(); } // its capture reads what is below
+
+    void showAgain()
+    {
+        m_showsPictures = true;
+        for (const auto &stream : m_displays.streams) {
+            if (stream->running)
+                stream->deliver({.image = m_picture.view()});
+        }
+        settle();
+    }
+    /// Has capture start on streams that send nothing.
+    void startWithoutPictures()
+    {
+        m_showsPictures = false;
+        dieSecond();
+        advance(1s);
     }
 
     /// How often capture was started, after the first time.
@@ -243,7 +386,8 @@ protected:
         settle();
     }
 
-    QStringList m_shown; ///< every helper error
+    std::atomic<bool> m_showsPictures = true; ///< of streams to come
+    QStringList m_shown;                      ///< every helper error
 };
 
 TEST_F(StalledStreams, stillScreen_isNoStall)
@@ -297,6 +441,7 @@ TEST_F(StalledStreams, oneThatDoesNotAnswer_isStartedAgainAndThatHelps)
 TEST_F(StalledStreams, noStartHelps_isToldAfterTheFirstAndGivenUpAfterTheFifth)
 {
     m_displays.newStreamsAnswer = false;
+    m_showsPictures = false;
     m_displays.streams.back()->answers = false;
     advance(40s); // it has answered once
     ASSERT_EQ(starts(), 1u);
@@ -318,6 +463,54 @@ TEST_F(StalledStreams, noStartHelps_isToldAfterTheFirstAndGivenUpAfterTheFifth)
     EXPECT_FALSE(m_model->isRecording());
     advance(120s);
     EXPECT_EQ(starts(), 5u);
+}
+
+const QString noPictures =
+    QStringLiteral("Screen capture has no picture yet: none has come from Display 1 (main), Display 2");
+
+TEST_F(StalledStreams, screenThatSendsNoPicture_isToldOnceUntilOneComesAndTheRecordingGoesOn)
+{
+    QStringList said;
+    QObject::connect(m_model.get(), &AppModel::captureStalled, [&said](const QString &message) { said += message; });
+    startWithoutPictures();
+    advance(29'999ms);
+    EXPECT_EQ(m_shown, QStringList());
+    advance(1ms);
+    EXPECT_EQ(m_model->helperError(), noPictures);
+    advance(300s);
+    EXPECT_EQ(starts(), 1u);
+    EXPECT_TRUE(m_model->isRecording());
+    EXPECT_EQ(m_events, QStringList());
+    showAgain();
+    advance(10s);
+    EXPECT_EQ(m_model->helperError(), std::nullopt);
+    EXPECT_EQ(said, QStringList(noPictures));
+}
+
+TEST_F(StalledStreams, stallOfAScreenThatSendsNoPicture_isStillStartedAgainAndTold)
+{
+    startWithoutPictures();
+    advance(30s);
+    ASSERT_EQ(m_model->helperError(), noPictures);
+    m_displays.newStreamsAnswer = false;
+    for (const auto &stream : m_displays.streams)
+        stream->answers = false;
+    advance(40s);
+    EXPECT_EQ(starts(), 2u);
+    advance(30s);
+    EXPECT_EQ(m_model->helperError(),
+              QStringLiteral("Screen capture has stalled: no answer from Display 1 (main), Display 2"));
+}
+
+TEST_F(StalledStreams, userStopsWhilePicturesAreMissing_endsAsUsual)
+{
+    startWithoutPictures();
+    advance(30s);
+    m_observer.expect(postStop, statusAnswer(false));
+    m_observer.always(getStatus, statusAnswer(false));
+    m_model->toggleRecording();
+    settle();
+    EXPECT_EQ(m_events, QStringList(endedByRequest));
 }
 
 } // namespace

@@ -129,11 +129,11 @@ protected:
     void settle()
     {
         if (m_recorderHeld)
-            settleEvents({&m_context, &m_observerQueue, &m_settingsQueue, &m_worker});
+            settleEvents({&m_context, &m_observerQueue, &m_settingsQueue, &m_requests, &m_worker});
         else if (m_permissionsHeld)
-            settleEvents({&m_samples, &m_context, &m_observerQueue, &m_settingsQueue});
+            settleEvents({&m_samples, &m_context, &m_observerQueue, &m_settingsQueue, &m_requests});
         else
-            settleEvents({&m_samples, &m_context, &m_observerQueue, &m_settingsQueue, &m_worker});
+            settleEvents({&m_samples, &m_context, &m_observerQueue, &m_settingsQueue, &m_requests, &m_worker});
     }
     /// From now on a start of the recorder hangs until `releaseRecorder`.
     void holdRecorder()

@@ -71,6 +71,7 @@ public:
     CaptureMode mode = CaptureMode::Screenshots;
     std::function<Result<ShareableContent>()> onShareableContent;
     std::function<Result<std::optional<FrameView>>(quint32 displayId)> onCapture;
+    std::function<void()> onMakeScreenshotter = [] {};
     std::function<bool()> onHaveDisplaysChanged = [] { return false; };
     std::function<void()> onInterruptWaiting = [] {}; ///< on any thread
     bool leavesOut = true;                            ///< private windows
@@ -79,6 +80,7 @@ public:
     std::map<quint32, Error> refusedDisplays;
     std::map<quint32, Error> streamsThatDoNotStart;
     bool newStreamsAnswer = true;
+    std::function<void(Stream &)> onStreamStarted = [](Stream &) {};
 
     // What was seen.
     std::vector<std::pair<DisplayContentFilter, DisplayCaptureConfiguration>> screenshotters;
@@ -127,6 +129,7 @@ public:
         EXPECT_EQ(mode, CaptureMode::Screenshots) << "unexpected call of DisplaySource::makeScreenshotter";
         if (const auto refused = refusedDisplays.find(filter.displayId); refused != refusedDisplays.end())
             return std::unexpected(refused->second);
+        onMakeScreenshotter();
         screenshotters.emplace_back(filter, configuration);
         return std::make_unique<Screenshotter>(*this, filter.displayId);
     }
@@ -193,6 +196,7 @@ private:
             if (failure != m_source.streamsThatDoNotStart.end())
                 return std::unexpected(failure->second);
             m_stream->running = true;
+            m_source.onStreamStarted(*m_stream);
             return {};
         }
         void stop() override

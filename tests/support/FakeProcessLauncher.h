@@ -39,8 +39,12 @@ public:
     /// All children so far, in the order of their launches.
     const QList<std::shared_ptr<Child>> &children() const { return m_children; }
 
+    /// What was to be launched, also what failed.
+    const QList<ProcessDescription> &descriptions() const { return m_descriptions; }
+
     Result<std::unique_ptr<ChildProcess>> launch(const ProcessDescription &description) override
     {
+        m_descriptions.append(description);
         std::optional<Error> failure;
         if (!m_outcomes.isEmpty())
             failure = m_outcomes.takeFirst();
@@ -76,6 +80,7 @@ private:
     QList<std::optional<Error>> m_outcomes;
     bool m_allowsAll = false;
     QList<std::shared_ptr<Child>> m_children;
+    QList<ProcessDescription> m_descriptions;
 };
 
 } // namespace ostrel

@@ -17,16 +17,39 @@ QString number(double value)
     return QString::number(value, 'g', 10);
 }
 
+/// Nothing is drawn at a place of no size: the desktop tells none.
+bool isPlaceTold(const CapturableDisplay &display)
+{
+    return !display.bounds.isEmpty();
+}
+
+QString placeOf(const CapturableDisplay &display)
+{
+    if (!isPlaceTold(display))
+        return QStringLiteral("place unknown");
+    return QStringLiteral("at %1,%2").arg(number(display.bounds.x()), number(display.bounds.y()));
+}
+
+QJsonValue boundsOf(const CapturableDisplay &display)
+{
+    if (!isPlaceTold(display))
+        return QJsonValue::Null;
+    return QJsonObject{{QStringLiteral("x"), display.bounds.x()},
+                       {QStringLiteral("y"), display.bounds.y()},
+                       {QStringLiteral("width"), display.bounds.width()},
+                       {QStringLiteral("height"), display.bounds.height()}};
+}
+
 QString asText(const QList<CapturableDisplay> &displays, quint32 mainDisplayId)
 {
     QString text;
     for (qsizetype i = 0; i < displays.size(); ++i) {
         const CapturableDisplay &display = displays[i];
-        text += QStringLiteral("%1  %2x%3 at %4,%5  id %6\n")
+        text += QStringLiteral("%1  %2x%3 %4  id %5\n")
                     .arg(displayLabel(display.displayId, i, mainDisplayId), -18)
                     .arg(display.width)
                     .arg(display.height)
-                    .arg(number(display.bounds.x()), number(display.bounds.y()))
+                    .arg(placeOf(display))
                     .arg(display.displayId);
     }
     return text;
@@ -37,16 +60,12 @@ QJsonArray asJson(const QList<CapturableDisplay> &displays, quint32 mainDisplayI
     QJsonArray array;
     for (qsizetype i = 0; i < displays.size(); ++i) {
         const CapturableDisplay &display = displays[i];
-        array.append(
-            QJsonObject{{QStringLiteral("displayId"), QString::number(display.displayId)},
-                        {QStringLiteral("displayLabel"), displayLabel(display.displayId, i, mainDisplayId)},
-                        {QStringLiteral("width"), display.width},
-                        {QStringLiteral("height"), display.height},
-                        {QStringLiteral("bounds"), QJsonObject{{QStringLiteral("x"), display.bounds.x()},
-                                                               {QStringLiteral("y"), display.bounds.y()},
-                                                               {QStringLiteral("width"), display.bounds.width()},
-                                                               {QStringLiteral("height"), display.bounds.height()}}},
-                        {QStringLiteral("main"), display.displayId == mainDisplayId}});
+        array.append(QJsonObject{{QStringLiteral("displayId"), QString::number(display.displayId)},
+                                 {QStringLiteral("displayLabel"), displayLabel(display.displayId, i, mainDisplayId)},
+                                 {QStringLiteral("width"), display.width},
+                                 {QStringLiteral("height"), display.height},
+                                 {QStringLiteral("bounds"), boundsOf(display)},
+                                 {QStringLiteral("main"), display.displayId == mainDisplayId}});
     }
     return array;
 }

@@ -199,6 +199,29 @@ Finding checkMonitors(const DoctorFacts &facts)
                            .fix = "start the X server without \"-extension RANDR\""});
 }
 
+namespace {
+
+/// Where the compositor keeps it to itself, programs tell it on the accessibility bus.
+Finding frontWindowByPrograms(const DoctorFacts &facts)
+{
+    const bool isBusThere = facts.bus && facts.bus->state == BusState::Answers;
+    const ServiceFacts service = isBusThere ? facts.bus->accessibility : ServiceFacts{};
+    if (!service.isRunning && service.canBeStarted)
+        return Finding::untried(QStringLiteral("programs tell it on the accessibility bus, which is started when it is "
+                                               "needed"));
+    if (!service.isRunning || !facts.bus->isAccessibilityGranted)
+        return Finding::missing(QStringLiteral("neither this compositor nor an accessibility bus tells which one it "
+                                               "is: the journal can't name applications"),
+                                QStringLiteral("log out, and choose sway or an X11 (\"Xorg\") session"));
+    if (!*facts.bus->isAccessibilityGranted)
+        return Finding::missing(QStringLiteral("many programs don't tell it before window titles are allowed: the "
+                                               "journal can't name those"),
+                                QStringLiteral("ostrel permissions allow recordingContext"));
+    return Finding::ok(QStringLiteral("programs tell it on the accessibility bus"));
+}
+
+} // namespace
+
 Finding checkFrontWindow(const DoctorFacts &facts)
 {
     const ScreenFacts *screen = screenOf(facts);
@@ -208,10 +231,12 @@ Finding checkFrontWindow(const DoctorFacts &facts)
     const QString name = manager && !manager->name.isEmpty() ? manager->name : QStringLiteral("the window manager");
     if (manager && manager->tellsActiveWindow)
         return Finding::ok(QStringLiteral("%1 tells which one it is").arg(name));
+    if (facts.session == SessionKind::Wayland && !manager)
+        return frontWindowByPrograms(facts);
     if (facts.session == SessionKind::Wayland)
-        return Finding::missing(QStringLiteral("this compositor does not tell which one it is: the journal can't name "
-                                               "applications"),
-                                QStringLiteral("log out, and choose sway or an X11 (\"Xorg\") session"));
+        return Finding::missing(
+            QStringLiteral("%1 does not tell which one it is: the journal can't name applications").arg(name),
+            QStringLiteral("log out and in again"));
     const QString detail = QStringLiteral("%1: the journal can't name applications")
                                .arg(manager ? QStringLiteral("%1 does not tell which one it is").arg(name)
                                             : QStringLiteral("no window manager runs that tells which one it is"));

@@ -1,6 +1,7 @@
 #include "app/tray/TrayApplication.h"
 
 #include "app/CommandLine.h"
+#include "app/EndingLimit.h"
 #include "app/RecordingProgram.h"
 #include "app/RunningApplication.h"
 #include "app/popover/AppearanceSource.h"
@@ -32,7 +33,7 @@ int activateRunning(const Platform &platform, const Error &taken)
 
 TrayApplication::TrayApplication(const Platform &platform, const PanelPlatform &panel)
     : m_defaults(platform.userDefaults), m_autostart(platform.autostart), m_program(platform.program()), m_panel(panel),
-      m_host(platform, [this] { finish(); }, [this] { activate(); })
+      m_host(platform, [this] { finish(); }, [this] { activate(); }, [this](qint64 lost) { endWithout(lost); })
 {
     m_panel.dialogs.setPanelOpener([this] { activate(); });
 }
@@ -129,10 +130,21 @@ void TrayApplication::finish()
 Task<> TrayApplication::installAndLeave(std::stop_token stop)
 {
     // An update that is being installed brings its successor itself.
-    if (m_successor.isEmpty() && m_updates && m_updates->controller() != nullptr)
+    if (m_successor.isEmpty() && m_updates && m_updates->controller() != nullptr) {
+        const EndingLimit::Lifted lifted; // every step of an installation has its way back
         co_await m_updates->controller()->installOnQuit(stop);
+    }
     if (!stop.stop_requested())
         QCoreApplication::quit();
+}
+
+/// Capture hangs at the very end.
+void TrayApplication::endWithout(qint64 lostFrames)
+{
+    // In our place, so that nothing of us is left to be waited for; the recorder's lock goes with us.
+    if (!m_successor.isEmpty())
+        becomeProgram(m_successor);
+    endWithoutCapture(lostFrames, ExitSuccess);
 }
 
 void TrayApplication::relaunch(const QString &program)

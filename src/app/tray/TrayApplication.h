@@ -34,6 +34,7 @@ private:
     void end(EndingPace pace);
     void finish();
     Task<> installAndLeave(std::stop_token stop);
+    void endWithout(qint64 lostFrames);
     void relaunch(const QString &program);
     void activate();
     void showStatusItem();

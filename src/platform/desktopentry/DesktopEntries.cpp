@@ -6,6 +6,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QSet>
 
 #include <algorithm>
 #include <ctime>
@@ -94,7 +95,10 @@ const DesktopEntries::Entry *DesktopEntries::find(const QString &windowClass) co
         return entry;
     if (const Entry *entry = lookUp(m_byId, windowClass.toLower()))
         return entry;
-    return lookUp(m_byLastComponent, windowClass.toCaseFolded());
+    if (const Entry *entry = lookUp(m_byLastComponent, windowClass.toCaseFolded()))
+        return entry;
+    // Programs that are named otherwise than their entries tell the accessibility bus nothing but their own name.
+    return lookUp(m_byProgram, windowClass);
 }
 
 bool DesktopEntries::isFresh() const
@@ -135,8 +139,11 @@ void DesktopEntries::readFolder(const QString &root, const QString &folder, QHas
         const auto file = entries.contains(id) ? std::nullopt : readDesktopEntryFile(item.filePath());
         if (!file)
             continue;
-        entries.insert(
-            id, {.id = id, .name = file->name, .startupWmClass = file->startupWmClass, .visible = file->visible});
+        entries.insert(id, {.id = id,
+                            .name = file->name,
+                            .startupWmClass = file->startupWmClass,
+                            .program = file->program,
+                            .visible = file->visible});
         if (!file->hidden)
             order.append(id);
     }
@@ -147,6 +154,8 @@ void DesktopEntries::makeIndex(const QHash<QString, Entry> &entries, const QStri
     m_byClass.clear();
     m_byId.clear();
     m_byLastComponent.clear();
+    m_byProgram.clear();
+    QSet<QString> programsOfSeveral;
     // Of several entries for one class the one that the user sees in menus names it best.
     for (const bool visible : {true, false}) {
         for (const QString &id : order) {
@@ -156,8 +165,14 @@ void DesktopEntries::makeIndex(const QHash<QString, Entry> &entries, const QStri
             insertIfAbsent(m_byClass, entry.startupWmClass.toCaseFolded(), entry);
             insertIfAbsent(m_byId, id, entry);
             insertIfAbsent(m_byLastComponent, lastComponent(id), entry);
+            if (visible && m_byProgram.contains(entry.program))
+                programsOfSeveral.insert(entry.program);
+            if (visible)
+                insertIfAbsent(m_byProgram, entry.program, entry);
         }
     }
+    for (const QString &program : std::as_const(programsOfSeveral))
+        m_byProgram.remove(program);
 }
 
 } // namespace ostrel

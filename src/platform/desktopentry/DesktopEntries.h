@@ -20,9 +20,9 @@ public:
     /// The folders of the running session: "applications" in XDG_DATA_HOME, then in XDG_DATA_DIRS.
     static QStringList sessionFolders();
 
-    /// The application of a window with this class (X11: the class part of WM_CLASS; Wayland: the app id): its name in
-    /// the user's language and its bundle identifier. Where no entry claims the class, it is itself the name, and
-    /// there is no identifier. The process identifier is left 0.
+    /// The application of a window with this class (X11: the class part of WM_CLASS; Wayland: the app id), or of the
+    /// program with this file name: its name in the user's language and its bundle identifier. Where no entry claims
+    /// the class, it is itself the name, and there is no identifier. The process identifier is left 0.
     ForegroundApplication applicationFor(const QString &windowClass);
 
 private:
@@ -30,6 +30,7 @@ private:
         QString id;
         QString name;
         QString startupWmClass;
+        QString program;
         bool visible = false;
     };
     struct Folder {
@@ -49,6 +50,7 @@ private:
     QHash<QString, Entry> m_byClass;         ///< by StartupWMClass, case-folded
     QHash<QString, Entry> m_byId;            ///< as written
     QHash<QString, Entry> m_byLastComponent; ///< of a reverse-DNS id, case-folded
+    QHash<QString, Entry> m_byProgram;       ///< that menus start by one entry alone, as written
 };
 
 } // namespace ostrel

@@ -3,6 +3,7 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <algorithm>
 #include <gio/gdesktopappinfo.h>
 #include <memory>
 
@@ -28,6 +29,22 @@ bool flag(GKeyFile *file, const char *key)
     return g_key_file_get_boolean(file, G_KEY_FILE_DESKTOP_GROUP, key, nullptr);
 }
 
+/// What an interpreter or a terminal is told to run is not that program; so entries with arguments of their own have
+/// none.
+QString programOf(GKeyFile *file)
+{
+    if (flag(file, G_KEY_FILE_DESKTOP_KEY_TERMINAL))
+        return {};
+    int count = 0;
+    char **words = nullptr;
+    const QByteArray command = value(file, G_KEY_FILE_DESKTOP_KEY_EXEC).toUtf8();
+    if (g_shell_parse_argv(command.constData(), &count, &words, nullptr) == FALSE)
+        return {};
+    const std::unique_ptr<char *, decltype(&g_strfreev)> owned(words, &g_strfreev);
+    const bool hasArguments = std::any_of(words + 1, words + count, [](const char *word) { return *word != '%'; });
+    return hasArguments ? QString() : QFileInfo(QFile::decodeName(words[0])).fileName();
+}
+
 } // namespace
 
 std::optional<DesktopEntryFile> readDesktopEntryFile(const QString &path)
@@ -43,6 +60,7 @@ std::optional<DesktopEntryFile> readDesktopEntryFile(const QString &path)
         .name = takeString(g_key_file_get_locale_string(file.get(), G_KEY_FILE_DESKTOP_GROUP,
                                                         G_KEY_FILE_DESKTOP_KEY_NAME, nullptr, nullptr)),
         .startupWmClass = value(file.get(), G_KEY_FILE_DESKTOP_KEY_STARTUP_WM_CLASS),
+        .program = programOf(file.get()),
         .hidden = flag(file.get(), G_KEY_FILE_DESKTOP_KEY_HIDDEN),
         .visible = !flag(file.get(), G_KEY_FILE_DESKTOP_KEY_NO_DISPLAY),
     };

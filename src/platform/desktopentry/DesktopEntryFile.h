@@ -9,6 +9,8 @@ namespace ostrel {
 struct DesktopEntryFile {
     QString name; ///< in the user's language
     QString startupWmClass;
+    /// The program's file name, where the entry starts nothing but that program in a window of its own.
+    QString program;
     bool hidden = false;  ///< as good as not there; hides entries of the same id in later folders
     bool visible = false; ///< shown in menus
 };

@@ -175,6 +175,13 @@ Result<> PortalBus::waitUntil(const std::function<bool()> &isMet, std::chrono::m
     return {};
 }
 
+Result<> PortalBus::pause(std::chrono::milliseconds time)
+{
+    const MainContextScope scope(m_context.get());
+    const auto waited = waitUntil([] { return false; }, time);
+    return waited || isFault(waited.error(), Fault::TimedOut) ? Result<>() : waited;
+}
+
 void PortalBus::handleSignals()
 {
     while (g_main_context_iteration(m_context.get(), FALSE) != FALSE) {

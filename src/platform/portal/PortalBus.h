@@ -63,6 +63,8 @@ public:
     Result<PortalResponse> request(const char *method, PortalOptions options,
                                    const std::function<GVariant *(GVariant *options)> &makeArguments,
                                    std::chrono::milliseconds patience);
+    /// Lets a while pass. @return Fault::Cancelled
+    Result<> pause(std::chrono::milliseconds time);
     /// Handles the signals that are there already.
     void handleSignals();
     bool isClosed() const { return g_dbus_connection_is_closed(m_connection.get()) != FALSE; }

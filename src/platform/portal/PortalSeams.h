@@ -18,6 +18,9 @@ struct PortalSeams {
     std::chrono::milliseconds userPatience{120'000};
     /// A still screen may not give a first picture; after this time that is said, and one is asked for.
     std::chrono::milliseconds firstPictureAfter{1'000};
+    /// Whether the compositor, which PipeWire can't speak for, still answers. Called on the thread that captures; waits
+    /// for nothing.
+    std::function<bool()> isCompositorAnswering = [] { return true; };
     /// Time that only ever goes on, from any beginning.
     std::function<std::chrono::milliseconds()> monotonicTime = [] {
         const auto sinceBoot = std::chrono::steady_clock::now().time_since_epoch();

@@ -15,6 +15,9 @@ constexpr guint32 monitors = 1;           ///< of the kinds of sources
 constexpr guint32 cursorInPicture = 2;    ///< of the ways to show the cursor
 constexpr guint32 keepUntilWithdrawn = 2; ///< of the times that a consent holds
 
+constexpr int mostAttempts = 4; ///< after the first, to open a session
+constexpr std::chrono::milliseconds beforeTheNextAttempt{250};
+
 GlibHandle<GVariant> valueIn(GVariant *dictionary, const char *name, const char *type)
 {
     return GlibHandle<GVariant>(g_variant_lookup_value(dictionary, name, G_VARIANT_TYPE(type)));
@@ -89,13 +92,26 @@ PortalSession::~PortalSession()
                 {PortalNames::service, m_handle.constData(), PortalNames::session, "Close"}, nullptr, "()", error);
 }
 
-Result<> PortalSession::create()
+Result<PortalResponse> PortalSession::askForSession()
 {
     PortalOptions options;
     options.emplace_back("session_handle_token", g_variant_new_string("ostrel"));
-    const auto response = grantedOnly(m_bus->request(
+    return grantedOnly(m_bus->request(
         "CreateSession", std::move(options), [](GVariant *given) { return g_variant_new("(@a{sv})", given); },
         m_bus->line().patience));
+}
+
+Result<> PortalSession::create()
+{
+    auto response = askForSession();
+    // GNOME 43's part of the portal ends when a question of it is withdrawn, and the next call starts it again: it is
+    // on the bus a moment before it can do anything.
+    for (int again = 0; again < mostAttempts && !response && isFault(response.error(), Fault::PictureRefused);
+         ++again) {
+        if (const auto paused = m_bus->pause(beforeTheNextAttempt); !paused)
+            return std::unexpected(paused.error());
+        response = askForSession();
+    }
     if (!response)
         return std::unexpected(response.error());
     // Portals disagree on whether it is a text or a path.

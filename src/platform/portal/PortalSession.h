@@ -62,6 +62,7 @@ public:
 private:
     explicit PortalSession(std::unique_ptr<PortalBus> bus);
     Result<> create();
+    Result<PortalResponse> askForSession();
     Result<> selectMonitors(const QString &restoreToken);
     Result<> startStreams(std::chrono::milliseconds userPatience);
     void listen();

@@ -135,8 +135,8 @@ void PortalStream::missFirstPicture()
 {
     if (m_feed->hasTaken())
         return;
-    qCInfo(logPlatform, "display \"%s\" waits for its first picture: it comes when the screen changes",
-           qUtf8Printable(m_display.name));
+    qCWarning(logPlatform, "display \"%s\" waits for its first picture: it comes when the screen changes",
+              qUtf8Printable(m_display.name));
     // One that was sent while we were still starting may have got lost. Compositors send another to whom they start
     // anew.
     pw_stream_set_active(m_stream, false);
@@ -163,11 +163,12 @@ void PortalStream::deliverAgain()
 
 bool PortalStream::isAnswering()
 {
+    const bool isCompositorAnswering = m_seams.isCompositorAnswering();
     const PipeWireRemote::Lock lock(m_remote);
     const bool isAnswered = !m_question || m_remote.isAnswered(*m_question);
     if (isAnswered)
         m_question = m_remote.ask();
-    return isAnswered;
+    return isAnswered && isCompositorAnswering;
 }
 
 void PortalStream::disconnect()

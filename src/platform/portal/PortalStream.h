@@ -34,7 +34,7 @@ public:
     Result<> start() override;
     void stop() override;
     void deliverAgain() override;
-    /// PipeWire's answer only: a compositor that hangs can't be told from a screen that stays still.
+    /// PipeWire's answer and the compositor's: one that hangs sends as little as a screen that stays still.
     bool isAnswering() override;
 
 private:

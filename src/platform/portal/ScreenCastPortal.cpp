@@ -8,6 +8,30 @@
 
 namespace ostrel {
 
+/// While it lives, it can be interrupted.
+class ScreenCastPortal::Opener
+{
+public:
+    explicit Opener(ScreenCastPortal &portal) : m_portal(portal)
+    {
+        const std::scoped_lock lock(m_portal.m_mutex);
+        m_place = m_portal.m_openers.emplace(m_portal.m_openers.end(), g_cancellable_new());
+    }
+    Opener(const Opener &) = delete;
+    Opener &operator=(const Opener &) = delete;
+    ~Opener()
+    {
+        const std::scoped_lock lock(m_portal.m_mutex);
+        m_portal.m_openers.erase(m_place);
+    }
+
+    GCancellable *interrupt() const { return m_place->get(); }
+
+private:
+    ScreenCastPortal &m_portal;
+    std::list<GlibHandle<GCancellable>>::iterator m_place;
+};
+
 ScreenCastPortal::ScreenCastPortal(PortalSeams seams) : m_seams(std::move(seams)), m_grants(m_seams.grantFile) {}
 
 ScreenCastPortal::~ScreenCastPortal() = default;
@@ -34,17 +58,21 @@ bool ScreenCastPortal::wouldAsk()
 
 Result<std::shared_ptr<PortalCast>> ScreenCastPortal::open(Asker asker)
 {
+    // From the very beginning: one that comes before the question is up must not get lost.
+    const Opener opener(*this);
     const std::scoped_lock turn(m_turn);
     inspectCast();
     if (m_cast)
         return m_cast;
+    if (g_cancellable_is_cancelled(opener.interrupt()) != FALSE)
+        return std::unexpected(faultError(Fault::Cancelled));
     if (asker == Asker::User) {
         const std::scoped_lock lock(m_mutex);
         m_withdrawal.reset();
     }
     if (const auto reason = withdrawal())
         return std::unexpected(*reason);
-    auto cast = openAnew();
+    auto cast = openAnew(opener.interrupt());
     if (!cast && isFault(cast.error(), Fault::ScreenCaptureDeclined)) {
         m_grants.drop();
         takeBack(cast.error());
@@ -58,33 +86,25 @@ Result<std::shared_ptr<PortalCast>> ScreenCastPortal::open(Asker asker)
     return cast;
 }
 
-Result<std::shared_ptr<PortalCast>> ScreenCastPortal::openAnew()
+Result<std::shared_ptr<PortalCast>> ScreenCastPortal::openAnew(GCancellable *interrupt)
 {
     const auto grant = m_grants.read();
     const QString token = grant ? grant->restoreToken : QString();
-    auto cast = tryToOpen(token);
+    auto cast = tryToOpen(token, interrupt);
     // A token that the portal refuses opens nothing ever again; the user can still be asked.
     if (!cast && !token.isEmpty() && isFault(cast.error(), Fault::PictureRefused))
-        return tryToOpen({});
+        return tryToOpen({}, interrupt);
     return cast;
 }
 
-Result<std::shared_ptr<PortalCast>> ScreenCastPortal::tryToOpen(const QString &restoreToken)
+Result<std::shared_ptr<PortalCast>> ScreenCastPortal::tryToOpen(const QString &restoreToken, GCancellable *interrupt)
 {
-    GCancellable *waiting = g_cancellable_new();
-    {
-        const std::scoped_lock lock(m_mutex);
-        m_waiting.reset(waiting);
-    }
-    auto cast = PortalCast::open(
+    return PortalCast::open(
         {.busAddress = m_seams.busAddress.isEmpty() ? sessionBusAddress().toUtf8() : m_seams.busAddress,
          .restoreToken = restoreToken,
          .patience = m_seams.patience,
          .userPatience = m_seams.userPatience,
-         .interrupt = waiting});
-    const std::scoped_lock lock(m_mutex);
-    m_waiting.reset();
-    return cast;
+         .interrupt = interrupt});
 }
 
 void ScreenCastPortal::inspectCast()
@@ -128,8 +148,8 @@ void ScreenCastPortal::releaseUnused()
 void ScreenCastPortal::interrupt()
 {
     const std::scoped_lock lock(m_mutex);
-    if (m_waiting)
-        g_cancellable_cancel(m_waiting.get());
+    for (const auto &opener : m_openers)
+        g_cancellable_cancel(opener.get());
 }
 
 } // namespace ostrel

@@ -5,6 +5,7 @@
 #include "platform/portal/PortalSeams.h"
 #include "platform/sessionbus/GlibHandles.h"
 
+#include <list>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -47,12 +48,14 @@ public:
     /// telling that its screens are seen.
     void releaseUnused();
 
-    /// Has those who wait for the user wait no more. Their question is withdrawn; that is no refusal.
+    /// Has those who are about to open a cast, and may wait for the user, or for each other, wait no more: they get
+    /// Fault::Cancelled. Their question is withdrawn; that is no refusal.
     void interrupt();
 
 private:
-    Result<std::shared_ptr<PortalCast>> openAnew();
-    Result<std::shared_ptr<PortalCast>> tryToOpen(const QString &restoreToken);
+    class Opener;
+    Result<std::shared_ptr<PortalCast>> openAnew(GCancellable *interrupt);
+    Result<std::shared_ptr<PortalCast>> tryToOpen(const QString &restoreToken, GCancellable *interrupt);
     /// Lets go of a cast that has ended.
     void inspectCast();
     void takeBack(const Error &reason);
@@ -66,8 +69,8 @@ private:
 
     mutable std::mutex m_mutex; ///< of all below; never held for long
     bool m_isOpen = false;
-    std::optional<Error> m_withdrawal; ///< why nobody asks
-    GlibHandle<GCancellable> m_waiting;
+    std::optional<Error> m_withdrawal;             ///< why nobody asks
+    std::list<GlibHandle<GCancellable>> m_openers; ///< those who are about to open a cast
 };
 
 } // namespace ostrel

@@ -14,8 +14,10 @@
 #include "platform/session/CaptureChoice.h"
 #include "platform/session/Unavailable.h"
 #include "platform/session/WaylandDisplaySource.h"
+#include "platform/session/WaylandForegroundSource.h"
 #include "platform/sway/SwayForegroundSource.h"
 #include "platform/sway/SwayPrivateWindows.h"
+#include "platform/wlroots/WaylandPulse.h"
 #include "platform/wlroots/WlrDisplaySource.h"
 #include "platform/wlroots/WlrScreenCaptureAccess.h"
 #include "platform/x11/capture/X11DisplaySource.h"
@@ -53,18 +55,29 @@ PrivateAreas privateAreasOfSway(SwayPrivateWindows::Rules excludes)
     return [windows](const QList<qint32> &processes) { return windows->places(processes); };
 }
 
-/// Where no window system tells which window is in front, the programs themselves do.
-void useAccessibleForeground(SessionPlatform &platform)
+/// Where no compositor tells which window is in front, its X server and the programs themselves do.
+void useForegroundByPrograms(SessionPlatform &platform, const QByteArray &xDisplay)
 {
     auto entries = std::make_shared<DesktopEntries>(DesktopEntries::sessionFolders());
-    platform.foreground = std::make_unique<AtspiForegroundSource>(
-        [entries](const QString &name) { return entries->applicationFor(name); });
+    const auto lookUp = [entries](const QString &name) { return entries->applicationFor(name); };
+    platform.foreground = std::make_unique<WaylandForegroundSource>(
+        xDisplay.isEmpty() ? nullptr : std::make_unique<X11ForegroundSource>(xDisplay, lookUp),
+        std::make_unique<AtspiForegroundSource>(lookUp));
+}
+
+/// PipeWire goes on answering when the compositor hangs.
+std::shared_ptr<ScreenCastPortal> makePortal()
+{
+    PortalSeams seams;
+    const auto pulse = std::make_shared<WaylandPulse>(QByteArray(), seams.monotonicTime);
+    seams.isCompositorAnswering = [pulse] { return pulse->isAnswering(); };
+    return std::make_shared<ScreenCastPortal>(std::move(seams));
 }
 
 /// Whether the compositor gives still pictures is seen at the first use; where it does not, the portal is used.
 void useWaylandScreens(SessionPlatform &platform, std::unique_ptr<DisplaySource> screenshots)
 {
-    auto portal = std::make_shared<ScreenCastPortal>();
+    auto portal = makePortal();
     platform.displays =
         std::make_unique<WaylandDisplaySource>(std::move(screenshots), std::make_unique<PortalDisplaySource>(portal));
     platform.screenCaptureAccess = std::make_unique<WaylandScreenCaptureAccess>(
@@ -73,7 +86,7 @@ void useWaylandScreens(SessionPlatform &platform, std::unique_ptr<DisplaySource>
 
 void usePortalScreens(SessionPlatform &platform)
 {
-    auto portal = std::make_shared<ScreenCastPortal>();
+    auto portal = makePortal();
     platform.displays = std::make_unique<PortalDisplaySource>(portal);
     platform.screenCaptureAccess = std::make_unique<PortalScreenCaptureAccess>(portal);
 }
@@ -89,7 +102,7 @@ void useWayland(SessionPlatform &platform, const QProcessEnvironment &environmen
     else
         useWaylandScreens(platform, std::make_unique<WlrDisplaySource>());
     if (!isSway) {
-        useAccessibleForeground(platform);
+        useForegroundByPrograms(platform, environment.value(QStringLiteral("DISPLAY")).toLocal8Bit());
         return;
     }
     auto entries = std::make_shared<DesktopEntries>(DesktopEntries::sessionFolders());

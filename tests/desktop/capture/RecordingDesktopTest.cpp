@@ -1,16 +1,7 @@
 #include "X11Painter.h"
-#include "base/TaskScope.h"
-#include "capture/ScreenCaptureRecorder.h"
-#include "context/ActiveApplicationContext.h"
-#include "observer/LocalObserverAPI.h"
 #include "platform/x11/capture/X11DisplaySource.h"
-#include "support/FakeAccessibilityAccess.h"
-#include "support/FakeAccessibilityTree.h"
-#include "support/FakeBrowserScriptRunner.h"
-#include "support/FakeForegroundSource.h"
-#include "support/FakeHttpTransport.h"
-#include "support/ManualClock.h"
 #include "support/Printers.h"
+#include "support/RealScreenRecording.h"
 #include "support/VirtualDesktop.h"
 
 #include <QDir>
@@ -30,21 +21,15 @@ namespace {
 using namespace std::chrono_literals;
 
 /// The real recorder on a real screen; time passes by hand, and nobody but the test changes the screen.
-class RecordingDesktop : public testing::Test
+class RecordingDesktop : public RealScreenRecording
 {
 protected:
     explicit RecordingDesktop(VirtualDesktop::Options options = {.size = {1280, 800}, .sessionBus = false},
                               X11CaptureSeams seams = {})
-        : m_desktop(options), m_painter(m_desktop.display()), m_displays(m_desktop.display(), std::move(seams))
+        : RealScreenRecording([this] { settle(); }), m_desktop(options), m_painter(m_desktop.display()),
+          m_displays(m_desktop.display(), std::move(seams))
     {
-        m_accessibility.onIsTrusted = [] { return false; };
-        m_foreground.onMouseLocation = [] { return std::nullopt; };
-        m_foreground.onFrontmostApplication = [] { return std::nullopt; };
-        m_settings.frameFps = 2;
-        m_settings.chunkSizeMs = 3'600'000;
-        m_recorder.emplace(
-            ScreenCaptureRecorder::Dependencies{m_clock, m_displays, m_context, m_samples, m_contexts, 0, {}});
-        m_recorder->onStreamsDied = [this](const QString &message) { m_deaths.append(message); };
+        makeRecorder(m_displays);
     }
     ~RecordingDesktop() override { m_recorder.reset(); }
 
@@ -67,10 +52,8 @@ protected:
 
     qint64 counter(const QString &label)
     {
-        QString line;
-        m_flows.spawn([&](std::stop_token) -> Task<> { line = co_await m_recorder->diagnosticSummary(); });
         settle();
-        return line.section(label + u'=', 1).section(u' ', 0, 0).toLongLong();
+        return counterNow(label);
     }
     qint64 accepted() { return counter(QStringLiteral("accepted")); }
 
@@ -85,27 +68,7 @@ protected:
 
     VirtualDesktop m_desktop;
     X11Painter m_painter;
-    SerialQueue m_samples{QStringLiteral("samples")};
-    SerialQueue m_contexts{QStringLiteral("context")};
-    SerialQueue m_apiWorker{QStringLiteral("api")};
-    ManualClock m_clock{[this] { settle(); }};
     X11DisplaySource m_displays;
-    FakeForegroundSource m_foreground;
-    FakeAccessibilityAccess m_accessibility;
-    FakeAccessibilityTree m_tree;
-    FakeBrowserScriptRunner m_browserScripts;
-    ActiveApplicationContext m_context{{.foreground = m_foreground,
-                                        .accessibility = m_accessibility,
-                                        .tree = m_tree,
-                                        .browserScripts = m_browserScripts,
-                                        .excludesWindow = [](const WindowIdentity &) { return false; }}};
-    FakeHttpTransport m_transport;
-    std::shared_ptr<LocalObserverAPI> m_api = std::make_shared<LocalObserverAPI>(
-        QUrl(QStringLiteral("http://127.0.0.1:8799")), std::nullopt, m_transport, m_apiWorker);
-    ObserverSettings m_settings = ObserverSettings::defaults();
-    QStringList m_deaths;
-    std::optional<ScreenCaptureRecorder> m_recorder;
-    TaskScope m_flows;
 };
 
 const QList<VirtualDesktop::Monitor> twoMonitors{

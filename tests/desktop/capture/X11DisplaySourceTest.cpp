@@ -237,6 +237,17 @@ TEST_F(X11Capture, access_isWhetherTheDisplayCanBeReached)
     EXPECT_FALSE(nowhere.request());
 }
 
+TEST_F(X11Capture, access_goesAndComesWithTheServer)
+{
+    X11ScreenCaptureAccess access(m_desktop.display());
+    EXPECT_TRUE(access.preflight());
+    m_desktop.server().kill();
+    EXPECT_FALSE(access.preflight());
+    EXPECT_FALSE(access.preflight());
+    m_desktop.restartServer();
+    EXPECT_TRUE(access.preflight());
+}
+
 TEST(X11DisplaySource, noServer_isNoXDisplay)
 {
     X11DisplaySource source(QByteArrayLiteral(":64123"));

@@ -13,9 +13,11 @@
 
 #include <QElapsedTimer>
 
+#include <atomic>
 #include <functional>
 #include <gtest/gtest.h>
 #include <thread>
+#include <unistd.h>
 
 using namespace ostrel;
 using namespace std::chrono_literals;
@@ -68,6 +70,13 @@ protected:
                      const WaylandPicture &expected, const TestPictures::Telling &telling = {})
     {
         show(pictures, pixels, telling, [&] { return stream.count() > 0 && stream.last().pixels == expected; });
+    }
+
+    /// Whether that thread of ours waits for a lock, or for something else.
+    static bool isAsleep(pid_t thread)
+    {
+        const auto state = readFile(QStringLiteral("/proc/self/task/%1/stat").arg(thread));
+        return state && state->contains(") S ");
     }
 
     const TestHome m_home;
@@ -138,6 +147,24 @@ TEST_F(PlayedPortal, portalThatFails_costsNoConsent)
     EXPECT_TRUE(m_access.preflight());
 }
 
+TEST_F(PlayedPortal, portalThatIsStillStarting_isAskedForASessionAgainAndTheUserOnce)
+{
+    m_service.behave({.streams = {}, .newToken = "token", .failingSessions = 2});
+    EXPECT_TRUE(content());
+    EXPECT_EQ(m_service.seen().sessions, 3);
+    EXPECT_EQ(m_service.seen().questions, 1);
+}
+
+TEST_F(PlayedPortal, portalThatNeverOpensASession_isNotAskedWithoutEndAndNeitherIsTheUser)
+{
+    m_service.behave({.streams = {}, .failingSessions = 1'000});
+    const auto failed = content();
+    ASSERT_FALSE(failed);
+    EXPECT_TRUE(isFault(failed.error(), Fault::PictureRefused));
+    EXPECT_EQ(m_service.seen().sessions, 5);
+    EXPECT_EQ(m_service.seen().questions, 0);
+}
+
 TEST_F(PlayedPortal, portalWithoutTokens_keepsItsSessionAndItsConsentIsRemembered)
 {
     grant({});
@@ -177,6 +204,27 @@ TEST_F(PlayedPortal, questionThatNobodyAnswers_isWithdrawnWhenTheWaitingIsInterr
     // That was nobody's refusal.
     grant("token");
     EXPECT_TRUE(content());
+}
+
+TEST_F(PlayedPortal, interruption_alsoReachesThoseWhoWaitForTheirTurnToAsk)
+{
+    m_service.behave({.streams = {}, .answer = TestPortal::Answer::None});
+    Result<ShareableContent> first;
+    std::jthread asking([&] { first = m_source.shareableContent(); });
+    waitUntil(QStringLiteral("the question"), 20s, [this] { return m_service.seen().questions == 1; });
+    Result<std::shared_ptr<PortalCast>> second;
+    std::atomic<pid_t> waiter = 0;
+    std::jthread waiting([&] {
+        waiter = ::gettid();
+        second = m_portal->open(ScreenCastPortal::Asker::User);
+    });
+    waitUntil(QStringLiteral("the second to wait for its turn"), 20s, [&] { return waiter != 0 && isAsleep(waiter); });
+    m_source.interruptWaiting();
+    asking.join();
+    waiting.join();
+    EXPECT_TRUE(isFault(first.error(), Fault::Cancelled));
+    EXPECT_TRUE(isFault(second.error(), Fault::Cancelled));
+    EXPECT_EQ(m_service.seen().questions, 1);
 }
 
 TEST_F(PlayedPortal, twoMonitors_areTwoDisplaysAtTheirPlacesWithAStreamEach)
@@ -388,6 +436,25 @@ TEST_F(PlayedPortal, pipeWireThatHangs_isSeenThoughTheScreenStaysStill)
         EXPECT_FALSE(stream.isAnswering());
     m_pipeWire.daemon().thaw();
     waitUntil(QStringLiteral("an answer"), 20s, answers);
+    EXPECT_TRUE(stream.errors().empty());
+}
+
+TEST_F(PlayedPortal, compositorThatHangs_isSeenThoughPipeWireAnswers)
+{
+    bool compositorAnswers = true;
+    PortalSeams seams;
+    seams.isCompositorAnswering = [&compositorAnswers] { return compositorAnswers; };
+    PortalDisplaySource source(std::make_shared<ScreenCastPortal>(std::move(seams)));
+    TestPictures pictures(m_pipeWire.socket(), {.size = size});
+    m_service.behave({.streams = {streamOf(pictures)}});
+    const auto found = m_queue.sync([&] { return source.shareableContent(); });
+    ASSERT_TRUE(found);
+    ReceivedStream stream(m_queue, source, found->displays.first());
+    EXPECT_TRUE(stream.isAnswering());
+    compositorAnswers = false;
+    EXPECT_FALSE(stream.isAnswering());
+    compositorAnswers = true;
+    waitUntil(QStringLiteral("an answer"), 20s, [&] { return stream.isAnswering(); });
     EXPECT_TRUE(stream.errors().empty());
 }
 

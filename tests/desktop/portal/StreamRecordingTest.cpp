@@ -1,16 +1,7 @@
-#include "base/TaskScope.h"
-#include "capture/ScreenCaptureRecorder.h"
-#include "context/ActiveApplicationContext.h"
-#include "observer/LocalObserverAPI.h"
 #include "platform/portal/PortalDisplaySource.h"
 #include "platform/portal/ScreenCastPortal.h"
-#include "support/FakeAccessibilityAccess.h"
-#include "support/FakeAccessibilityTree.h"
-#include "support/FakeBrowserScriptRunner.h"
-#include "support/FakeForegroundSource.h"
-#include "support/FakeHttpTransport.h"
-#include "support/ManualClock.h"
 #include "support/PortalDesktop.h"
+#include "support/RealScreenRecording.h"
 #include "support/RunTask.h"
 #include "support/TestHome.h"
 
@@ -31,20 +22,10 @@ using namespace std::chrono_literals;
 
 /// The real recorder on the real portal. Pictures come when the compositor sends them; the recorder's time passes by
 /// hand.
-class StreamRecording : public testing::Test
+class StreamRecording : public RealScreenRecording
 {
 protected:
-    StreamRecording()
-    {
-        m_accessibility.onIsTrusted = [] { return false; };
-        m_foreground.onMouseLocation = [] { return std::nullopt; };
-        m_foreground.onFrontmostApplication = [] { return std::nullopt; };
-        m_settings.frameFps = 2;
-        m_settings.chunkSizeMs = 3'600'000;
-        m_recorder.emplace(
-            ScreenCaptureRecorder::Dependencies{m_clock, m_displays, m_context, m_samples, m_contexts, 0, {}});
-        m_recorder->onStreamsDied = [this](const QString &message) { m_deaths.append(message); };
-    }
+    StreamRecording() : RealScreenRecording([] {}) { makeRecorder(m_displays); }
     ~StreamRecording() override { m_recorder.reset(); }
 
     std::optional<Result<>> start()
@@ -81,34 +62,13 @@ protected:
     }
     qint64 counter(const QString &label)
     {
-        const auto line =
-            runTask<QString>([this](std::stop_token) { return m_recorder->diagnosticSummary(); }).value_or(QString());
-        return line.section(label + u'=', 1).section(u' ', 0, 0).toLongLong();
+        m_samples.sync([] {});
+        return counterNow(label);
     }
 
     const TestHome m_home;
     PortalDesktop m_desktop{{{.pixels = {320, 240}, .corner = {0, 0}, .colour = "#336699"}}};
-    SerialQueue m_samples{QStringLiteral("samples")};
-    SerialQueue m_contexts{QStringLiteral("context")};
-    SerialQueue m_apiWorker{QStringLiteral("api")};
-    ManualClock m_clock{[] {}};
     PortalDisplaySource m_displays{std::make_shared<ScreenCastPortal>()};
-    FakeForegroundSource m_foreground;
-    FakeAccessibilityAccess m_accessibility;
-    FakeAccessibilityTree m_tree;
-    FakeBrowserScriptRunner m_browserScripts;
-    ActiveApplicationContext m_context{{.foreground = m_foreground,
-                                        .accessibility = m_accessibility,
-                                        .tree = m_tree,
-                                        .browserScripts = m_browserScripts,
-                                        .excludesWindow = [](const WindowIdentity &) { return false; }}};
-    FakeHttpTransport m_transport;
-    std::shared_ptr<LocalObserverAPI> m_api = std::make_shared<LocalObserverAPI>(
-        QUrl(QStringLiteral("http://127.0.0.1:8799")), std::nullopt, m_transport, m_apiWorker);
-    ObserverSettings m_settings = ObserverSettings::defaults();
-    QStringList m_deaths;
-    std::optional<ScreenCaptureRecorder> m_recorder;
-    TaskScope m_flows;
 };
 
 TEST_F(StreamRecording, changesOnTheScreen_areTheFramesOfTheBatch)

@@ -133,6 +133,8 @@ void TestPortal::answerRequest(GDBusMessage *message, const QByteArray &member)
     if (member == "SelectSources")
         noteSelection(options.get());
     reply(message, g_variant_new("(o)", path.constData()));
+    if (member == "CreateSession" && ++m_seen.sessions <= m_behaviour.failingSessions)
+        return respond(path, 2, emptyResults());
     if (member == "CreateSession") {
         m_session = sessions + sender + '/' + textIn(options.get(), "session_handle_token");
         GVariantBuilder results;

@@ -36,6 +36,7 @@ public:
         Answer answer = Answer::Grants; ///< to the question whether the screen may be seen
         QByteArray newToken = {};       ///< what a granted session brings
         QByteArray refusedToken = {};   ///< sessions that come with it fail
+        int failingSessions = 0;        ///< that many are not opened at all
     };
     void behave(const Behaviour &behaviour);
 
@@ -46,6 +47,7 @@ public:
         guint32 cursorMode = 0;
         guint32 persistMode = 0;
         bool several = false;
+        int sessions = 0; ///< asked for
         int questions = 0;
         int withdrawnQuestions = 0;
         int closedSessions = 0;

@@ -95,6 +95,42 @@ TEST_F(DesktopEntriesTest, entryWithoutName_isNamedByItsClass)
     EXPECT_EQ(idFor("Nameless"), QStringLiteral("nameless"));
 }
 
+TEST_F(DesktopEntriesTest, programThatOneEntryStarts_isThatApplication)
+{
+    write("org.example.TextEditor.desktop", "Name=Text Editor\nExec=\"/usr/bin/example-text-editor\" %U\n");
+    EXPECT_EQ(nameFor("example-text-editor"), QStringLiteral("Text Editor"));
+    EXPECT_EQ(idFor("example-text-editor"), QStringLiteral("org.example.TextEditor"));
+}
+
+TEST_F(DesktopEntriesTest, programThatSeveralEntriesStart_isNoneOfThem)
+{
+    write("org.example.Writer.desktop", "Name=Writer\nExec=office %U\n");
+    write("org.example.Tables.desktop", "Name=Tables\nExec=office\n");
+    EXPECT_EQ(idFor("office"), QString());
+}
+
+TEST_F(DesktopEntriesTest, programThatMenusDoNotStart_isNotFoundByItsName)
+{
+    write("org.example.Handler.desktop", "Name=Handler\nExec=opener %u\nNoDisplay=true\n");
+    EXPECT_EQ(idFor("opener"), QString());
+}
+
+TEST_F(DesktopEntriesTest, interpreterAndTerminal_areNotWhatTheyRun)
+{
+    write("org.example.Script.desktop", "Name=Script\nExec=python3 /opt/script.py %F\n");
+    write("org.example.Lines.desktop", "Name=Lines\nExec=shell\nTerminal=true\n");
+    EXPECT_EQ(idFor("python3"), QString());
+    EXPECT_EQ(idFor("shell"), QString());
+}
+
+TEST_F(DesktopEntriesTest, commandThatCannotBeParsed_isNoProgram)
+{
+    write("org.example.Broken.desktop", "Name=Broken\nExec=\"broken\n");
+    write("org.example.Empty.desktop", "Name=Empty\nExec=\n");
+    EXPECT_EQ(nameFor("broken"), QStringLiteral("Broken")); // by its id
+    EXPECT_EQ(idFor("\"broken"), QString());
+}
+
 TEST_F(DesktopEntriesTest, userFolder_winsOverSystemFolder)
 {
     write(m_user, "editor.desktop", "Name=Mine\n");

@@ -10,9 +10,26 @@ X11ScreenCaptureAccess::X11ScreenCaptureAccess() = default;
 
 X11ScreenCaptureAccess::X11ScreenCaptureAccess(QByteArray display) : m_display(std::move(display)) {}
 
+X11ScreenCaptureAccess::~X11ScreenCaptureAccess() = default;
+
 bool X11ScreenCaptureAccess::preflight()
 {
-    return X11Connection::open(m_display).has_value();
+    const std::scoped_lock lock(m_mutex);
+    if (stillStands())
+        return true;
+    m_connection.reset();
+    if (auto opened = X11Connection::open(m_display))
+        m_connection = std::move(*opened);
+    return m_connection != nullptr;
+}
+
+/// A server that has gone is found out by reading what it sent last.
+bool X11ScreenCaptureAccess::stillStands() const
+{
+    if (!m_connection)
+        return false;
+    m_connection->dispatchEvents();
+    return !m_connection->isBroken();
 }
 
 bool X11ScreenCaptureAccess::request()
