@@ -59,11 +59,8 @@ std::optional<JournalEntry> parseEntry(QStringView line, const std::optional<QSt
     const QStringView text = withoutKeyComment(rest);
     if (time.isEmpty() || text.isEmpty())
         return std::nullopt;
-    const QStringView session = sessionId ? QStringView(*sessionId) : QStringView(u"session");
-    QString id;
-    id.reserve(session.size() + time.size() + text.size() + 2);
-    id.append(session).append(u':').append(time).append(u':').append(text);
-    return JournalEntry{.id = std::move(id), .time = time.toString(), .text = text.toString()};
+    return JournalEntry{
+        .session = sessionId.value_or(QStringLiteral("session")), .time = time.toString(), .text = text.toString()};
 }
 
 QString parseStartTime(QStringView line, QStringView keyword)
@@ -104,6 +101,7 @@ private:
     {
         if (!m_sessionId)
             return;
+        m_entries.squeeze(); // it is kept for as long as the application runs
         m_sessions.append(JournalSession{.id = *std::exchange(m_sessionId, std::nullopt),
                                          .startTime = std::exchange(m_startTime, {}),
                                          .entries = std::exchange(m_entries, {})});

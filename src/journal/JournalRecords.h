@@ -16,10 +16,13 @@ struct JournalWorkspace {
 
 /// One bullet of the journal.
 struct JournalEntry {
-    QString id;   ///< session, time and text; two equal bullets of one session share it
-    QString time; ///< as it stands between the brackets
+    QString session; ///< the session's identifier, shared by its bullets; "session" before any heading
+    QString time;    ///< as it stands between the brackets
     QString text;
 
+    /// Session, time and text; two equal bullets of one session have the same. It is put together when it is asked
+    /// for: kept, it would be half of what a journal takes in memory.
+    QString id() const { return session + QLatin1Char(':') + time + QLatin1Char(':') + text; }
     /// A time of day as it is shown: "13:07:59" is "1:07 PM". What is no time of day is returned as it is.
     static QString formatDisplayTime(const QString &time);
     /// Absent where the text has another form, or the label or the action is empty.

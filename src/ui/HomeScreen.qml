@@ -37,6 +37,7 @@ FocusScope {
         PermissionsScreen {
             focus: true
             model: root.model
+            onJournalRequested: root.journalRequested()
             onSettingsRequested: root.settingsRequested()
         }
     }

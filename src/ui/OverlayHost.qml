@@ -1,41 +1,29 @@
 import QtQuick
 import Ostrel.Model
-import Ostrel.Ui
 
 // The card that lies over the screens, as the model says: the archive's wizard before its place, that before the export.
+// Most people never open one, so nothing of them is loaded before it is asked for: that is half a megabyte.
 Loader {
     id: root
 
     required property PopoverModel model
+    readonly property string card: model.archive.archiveWizardStep !== ArchiveForm.Closed ? "archive/ArchiveWizard.qml"
+        : model.archiveTarget.open ? "archive/ArchiveTargetCard.qml"
+        : model.footageExport.archiveExportCard !== ExportForm.Closed ? "export/ExportCard.qml" : ""
 
-    active: model.archive.archiveWizardStep !== ArchiveForm.Closed
-        || model.archiveTarget.open
-        || model.footageExport.archiveExportCard !== ExportForm.Closed
+    active: card !== ""
     focus: active
-    sourceComponent: model.archive.archiveWizardStep !== ArchiveForm.Closed ? wizard
-        : model.archiveTarget.open ? place : exportCard
+    onCardChanged: load()
+    Component.onCompleted: load()
 
-    Component {
-        id: wizard
-
-        ArchiveWizard {
-            archive: root.model.archive
-        }
-    }
-    Component {
-        id: place
-
-        ArchiveTargetCard {
-            target: root.model.archiveTarget
-            archive: root.model.archive
-        }
-    }
-    Component {
-        id: exportCard
-
-        ExportCard {
-            footageExport: root.model.footageExport
-            archive: root.model.archive
-        }
+    function load() {
+        if (card === "archive/ArchiveWizard.qml")
+            setSource(card, { archive: model.archive })
+        else if (card === "archive/ArchiveTargetCard.qml")
+            setSource(card, { target: model.archiveTarget, archive: model.archive })
+        else if (card === "export/ExportCard.qml")
+            setSource(card, { footageExport: model.footageExport, archive: model.archive })
+        else
+            source = ""
     }
 }

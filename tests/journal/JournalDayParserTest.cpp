@@ -41,9 +41,7 @@ QList<JournalEntry> entriesOf(const char *line)
 JournalEntry entry(const char *session, const char *time, const char *text)
 {
     const auto string = [](const char *utf8) { return QString::fromUtf8(utf8); };
-    return {.id = string(session) + QLatin1Char(':') + string(time) + QLatin1Char(':') + string(text),
-            .time = string(time),
-            .text = string(text)};
+    return {.session = string(session), .time = string(time), .text = string(text)};
 }
 
 TEST(JournalDayParser, wholeDay_isReadInOrder)

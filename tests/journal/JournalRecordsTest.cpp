@@ -13,12 +13,19 @@ QString shown(const char *time)
 
 std::optional<JournalWorkspace> workspaceOf(const char *text)
 {
-    return JournalEntry{.id = {}, .time = {}, .text = QString::fromUtf8(text)}.parsedWorkspace();
+    return JournalEntry{.session = {}, .time = {}, .text = QString::fromUtf8(text)}.parsedWorkspace();
 }
 
 JournalWorkspace workspace(const char *label, const char *action)
 {
     return {.label = QString::fromUtf8(label), .action = QString::fromUtf8(action)};
+}
+
+TEST(JournalEntry, itsIdentifier_isSessionTimeAndText)
+{
+    const JournalEntry entry{
+        .session = QStringLiteral("s 1"), .time = QStringLiteral("9:04"), .text = QStringLiteral("a:b")};
+    EXPECT_EQ(entry.id(), QStringLiteral("s 1:9:04:a:b"));
 }
 
 TEST(JournalEntryDisplayTime, midnight_isTwelveAm)

@@ -2,6 +2,10 @@
 
 #include "app/tray/PanelDesktop.h"
 
+#include <QWindow>
+
+#include <gtest/gtest.h>
+
 namespace ostrel {
 
 /// A window system that the test plays.
@@ -13,6 +17,7 @@ public:
     int shadow = -1; ///< as it was set last
     std::function<void()> pressed;
     int monitors = 0; ///< that are there now
+    int keptOut = 0;  ///< how often a window was to be in no list
 
     bool isComposited() const override { return composited; }
     std::optional<QColor> trayForeground() const override { return foreground; }
@@ -22,6 +27,11 @@ public:
         return std::make_unique<Monitor>(monitors);
     }
     void setShadow(QWindow & /*window*/, int width) override { shadow = width; }
+    void keepOutOfLists(QWindow &window) override
+    {
+        EXPECT_FALSE(window.isVisible());
+        ++keptOut;
+    }
 
     void setComposited(bool now)
     {

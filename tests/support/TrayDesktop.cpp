@@ -108,16 +108,19 @@ void TrayDesktop::configurePanel() const
         failTest(QStringLiteral("the panel's configuration can't be written"));
 }
 
-void TrayDesktop::startHost()
+void TrayDesktop::startHost(const Place &place)
 {
     const bool embeds = m_kind == Host::XEmbed;
     m_host = std::make_unique<TestProcess>(TestProcess::Command{
         .program = embeds ? QStringLiteral("trayer") : QStringLiteral("xfce4-panel"),
-        .arguments = embeds ? QStringList{QStringLiteral("--edge"), QStringLiteral("top"), QStringLiteral("--align"),
-                                          QStringLiteral("right"), QStringLiteral("--widthtype"),
-                                          QStringLiteral("request"), QStringLiteral("--height"), QStringLiteral("26"),
-                                          QStringLiteral("--SetDockType"), QStringLiteral("true")}
-                            : QStringList{QStringLiteral("--disable-wm-check"), QStringLiteral("--sm-client-disable")},
+        .arguments =
+            embeds ? QStringList{QStringLiteral("--edge"), place.edge, QStringLiteral("--align"),
+                                 QStringLiteral("right"), QStringLiteral("--widthtype"), QStringLiteral("request"),
+                                 QStringLiteral("--height"), QStringLiteral("26"), QStringLiteral("--distancefrom"),
+                                 QStringLiteral("right"), QStringLiteral("--distance"),
+                                 QString::number(place.fromTheEnd), QStringLiteral("--SetDockType"),
+                                 QStringLiteral("true"), QStringLiteral("--SetPartialStrut"), QStringLiteral("true")}
+                   : QStringList{QStringLiteral("--disable-wm-check"), QStringLiteral("--sm-client-disable")},
         .environment = m_desktop.environment(),
         .logFile = m_desktop.path(QStringLiteral("tray.log"))});
     // Programs that start before it would say that there is none.

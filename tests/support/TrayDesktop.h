@@ -25,6 +25,12 @@ public:
         StatusNotifierItem, ///< a desktop's panel in the top left corner, which draws what it is told on the bus
     };
 
+    /// Where an embedding tray is.
+    struct Place {
+        QString edge = QStringLiteral("top");
+        int fromTheEnd = 0; ///< pixels between it and the edge's right or lower end
+    };
+
     explicit TrayDesktop(Host host = Host::XEmbed);
 
     VirtualDesktop &desktop() { return m_desktop; }
@@ -34,7 +40,8 @@ public:
     /// What programs run with: the desktop's, told to show their trees also while the switch is off.
     QProcessEnvironment environment() const;
 
-    void startHost();
+    void startHost() { startHost({}); }
+    void startHost(const Place &place);
     void endHost() { m_host.reset(); }
     /// Lets the tray hang with what it shows, and go on with what has come meanwhile.
     void freezeHost();

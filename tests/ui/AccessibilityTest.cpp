@@ -58,7 +58,7 @@ TEST_F(Accessibility, permissions_eachMissingOneHasItsButton)
 {
     m_accessibilityGranted = false;
     open();
-    EXPECT_THAT(tabStops(), ElementsAre("Allow", "Continue", "Quit Tamsk Ostrel", "Settings"));
+    EXPECT_THAT(tabStops(), ElementsAre("Allow", "Continue", "Journal", "Quit Tamsk Ostrel", "Settings"));
     EXPECT_TRUE(shows("Accessibility, not granted"));
     EXPECT_TRUE(shows("Screen Recording, granted"));
 }

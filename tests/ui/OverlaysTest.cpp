@@ -1,5 +1,7 @@
 #include "PopoverFixture.h"
 
+#include <QScopeGuard>
+
 using namespace ostrel;
 using namespace std::chrono_literals;
 
@@ -163,6 +165,21 @@ TEST_F(Overlays, aFailedExport_saysWhyOrThatSomethingWentWrong)
     progress(status("failed", 3));
     EXPECT_TRUE(shows("Export failed") && shows("Something went wrong."));
     press("Done");
+}
+
+TEST_F(Overlays, calendarFromRightToLeft_isMirroredAsTheScreensAre)
+{
+    QGuiApplication::setLayoutDirection(Qt::RightToLeft);
+    const auto back = qScopeGuard([] { QGuiApplication::setLayoutDirection(Qt::LeftToRight); });
+    openExport(status("idle"));
+    screen().button(QStringLiteral("From, 7 Nov 2023"))->forceActiveFocus();
+    key(Qt::Key_Return);
+    const qreal previous = screen().button(QStringLiteral("Previous month"))->mapToScene({}).x();
+    const qreal next = screen().button(QStringLiteral("Next month"))->mapToScene({}).x();
+    EXPECT_GT(previous, next);
+    key(Qt::Key_Left);
+    key(Qt::Key_Return);
+    EXPECT_EQ(m_popover->footageExport()->archiveExportFrom(), QStringLiteral("2023-11-08")) << "to the left is later";
 }
 
 TEST_F(Overlays, calendar_picksADayByKeyboard)

@@ -21,8 +21,18 @@ TEST_F(PermissionsScreen, aMissingRequiredGrant_isAskedForAndCantBePassed)
     EXPECT_TRUE(shows("After enabling Screen Recording, macOS may ask you to quit and reopen the app."));
     EXPECT_FALSE(screen().button(QStringLiteral("Continue"))->isEnabled());
     EXPECT_FALSE(showsButton("Start recording"));
-    EXPECT_FALSE(showsButton("Journal"));
     EXPECT_EQ(screen().nameless(), QStringList());
+}
+
+TEST_F(PermissionsScreen, whileAGrantIsMissing_theJournalCanBeReadAllTheSame)
+{
+    m_screenGranted = false;
+    writeDay(QStringLiteral("2023-11-14"), entries(1));
+    open();
+    press("Journal");
+    EXPECT_TRUE(shows("9:00 AM, Editor, Worked on page 0"));
+    press("Back");
+    EXPECT_TRUE(shows("Permissions"));
 }
 
 TEST_F(PermissionsScreen, allow_asksForTheGrantOfItsRow)

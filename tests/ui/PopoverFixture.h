@@ -1,6 +1,7 @@
 #pragma once
 
 #include "AccessibleScreen.h"
+#include "ArchiveTargets.h"
 #include "ModelFixture.h"
 #include "app/popover/PopoverEngine.h"
 #include "app/popover/PopoverModel.h"
@@ -26,7 +27,7 @@ protected:
     {
         m_accessibility.onIsTrusted = [this] { return m_accessibilityGranted.load(); };
         // Unless a test says otherwise, the observer lets nobody choose where the archive lies.
-        m_observer.always(QStringLiteral("GET /api/archive/target"), FakeHttpTransport::answer({}, 404));
+        m_observer.always(getTarget, FakeHttpTransport::answer({}, 404));
     }
 
     ~PopoverFixture() override { close(); }

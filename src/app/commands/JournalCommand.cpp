@@ -42,7 +42,7 @@ QString asText(const QList<JournalDay> &days)
 QJsonObject asJson(const JournalEntry &entry)
 {
     const auto workspace = entry.parsedWorkspace();
-    return {{QStringLiteral("id"), entry.id},
+    return {{QStringLiteral("id"), entry.id()},
             {QStringLiteral("time"), entry.time},
             {QStringLiteral("text"), entry.text},
             {QStringLiteral("displayTime"), JournalEntry::formatDisplayTime(entry.time)},

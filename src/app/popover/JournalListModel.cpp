@@ -5,14 +5,17 @@
 
 #include <QDateTime>
 #include <algorithm>
+#include <utility>
 
 namespace ostrel {
 
 namespace {
 
-QSet<QString> keysOf(const QList<JournalRow> &rows)
+using Keys = QSet<JournalRow::Key>;
+
+Keys keysOf(const QList<JournalRow> &rows)
 {
-    QSet<QString> keys;
+    Keys keys;
     keys.reserve(rows.size());
     for (const JournalRow &row : rows)
         keys.insert(row.key);
@@ -61,21 +64,21 @@ QVariant JournalListModel::data(const QModelIndex &index, int role) const
     const JournalRow &row = m_rows[index.row()];
     switch (role) {
     case KindRole:
-        return int(row.kind);
+        return int(row.key.kind);
     case DateKeyRole:
-        return row.dateKey;
+        return row.key.dateKey;
     case DayNameRole:
-        return row.dayName;
+        return row.dayName();
     case DayDateRole:
-        return row.dayDate;
+        return row.dayDate();
     case CollapsedRole:
         return row.collapsed;
     case TimeRole:
-        return row.time;
+        return row.displayTime();
     case WorkspaceRole:
-        return row.workspace;
+        return row.workspace();
     case TextRole:
-        return row.text;
+        return row.text();
     default:
         return {};
     }
@@ -114,8 +117,9 @@ void JournalListModel::update()
 /// One walk over both lists. A line that has moved is taken for one that went and one that came.
 void JournalListModel::adopt(const QList<JournalRow> &rows)
 {
-    const QSet<QString> staying = keysOf(rows);
-    QSet<QString> present = keysOf(m_rows);
+    const Keys staying = keysOf(rows);
+    Keys present = keysOf(m_rows);
+    m_rows.reserve(rows.size()); // growing by itself it would take up to twice as much
     qsizetype at = 0;
     while (at < rows.size()) {
         qsizetype gone = at;
@@ -136,10 +140,9 @@ void JournalListModel::adopt(const QList<JournalRow> &rows)
             present.remove(m_rows[at].key);
             dropRows(at, at + 1);
         } else {
-            if (m_rows[at] != rows[at]) {
-                m_rows[at] = rows[at];
+            // Also where nothing has changed: the texts of the journal as it was read before can go.
+            if (std::exchange(m_rows[at], rows[at]) != rows[at])
                 Q_EMIT dataChanged(index(int(at)), index(int(at)));
-            }
             ++at;
         }
     }

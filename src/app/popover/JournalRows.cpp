@@ -8,6 +8,11 @@ namespace ostrel {
 
 namespace {
 
+QDate dateOf(const QString &dateKey)
+{
+    return QDate::fromString(dateKey, Qt::ISODate);
+}
+
 /// Builds the lines of one day and gives each a key of its own, whatever the journal repeats.
 class DayRows
 {
@@ -16,64 +21,95 @@ public:
 
     void addHeader(bool collapsed, int currentYear)
     {
-        JournalRow row = blank(JournalRow::Kind::Day, QString());
-        row.collapsed = collapsed;
-        const QLocale locale;
-        const QDate date = QDate::fromString(m_day.dateKey, Qt::ISODate);
-        row.dayName = date.isValid() ? locale.dayName(date.dayOfWeek()) : m_day.dateKey;
-        if (date.isValid())
-            row.dayDate = locale.toString(date, date.year() == currentYear ? QStringLiteral("d MMMM")
-                                                                           : QStringLiteral("d MMMM yyyy"));
-        m_rows.append(std::move(row));
+        m_rows.append({.key = unique({.kind = JournalRow::Kind::Day, .dateKey = m_day.dateKey}),
+                       .collapsed = collapsed,
+                       .ofThisYear = dateOf(m_day.dateKey).year() == currentYear});
     }
 
     void addSession(const JournalSession &session)
     {
-        JournalRow row = blank(JournalRow::Kind::Session, session.id);
-        row.time = startTime(session.startTime);
-        m_rows.append(std::move(row));
+        m_rows.append(
+            {.key = unique({.kind = JournalRow::Kind::Session, .dateKey = m_day.dateKey, .session = session.id}),
+             .startTime = session.startTime});
         for (const JournalEntry &entry : session.entries)
-            addEntry(entry);
+            m_rows.append({.key = unique({.kind = JournalRow::Kind::Entry,
+                                          .dateKey = m_day.dateKey,
+                                          .session = entry.session,
+                                          .time = entry.time,
+                                          .text = entry.text})});
     }
 
 private:
-    void addEntry(const JournalEntry &entry)
+    JournalRow::Key unique(JournalRow::Key key)
     {
-        JournalRow row = blank(JournalRow::Kind::Entry, entry.id);
-        row.time = JournalEntry::formatDisplayTime(entry.time);
-        const auto parsed = entry.parsedWorkspace();
-        row.workspace = parsed ? parsed->label : QString();
-        row.text = parsed ? parsed->action : entry.text;
-        m_rows.append(std::move(row));
-    }
-
-    JournalRow blank(JournalRow::Kind kind, const QString &id)
-    {
-        JournalRow row;
-        row.kind = kind;
-        row.dateKey = m_day.dateKey;
-        const QString key = QStringLiteral("%1/%2/").arg(m_day.dateKey).arg(int(kind)) + id;
-        row.key = QString::number(m_seen[key]++) + u'/' + key;
-        return row;
-    }
-
-    /// The observer writes a date with its time; by hand it is mostly a time alone.
-    static QString startTime(const QString &text)
-    {
-        const QDateTime begun = QDateTime::fromString(text, Qt::ISODate);
-        return JournalEntry::formatDisplayTime(begun.isValid() ? begun.time().toString(QStringLiteral("HH:mm")) : text);
+        const int repetition = m_seen[key]++;
+        key.repetition = repetition;
+        return key;
     }
 
     QList<JournalRow> &m_rows;
     const JournalDay &m_day;
-    QHash<QString, int> m_seen;
+    QHash<JournalRow::Key, int> m_seen; ///< how often, by the key without a repetition
 };
+
+qsizetype lineCount(const JournalDay &day)
+{
+    qsizetype count = 1;
+    for (const JournalSession &session : day.sessions)
+        count += 1 + session.entries.size();
+    return count;
+}
 
 } // namespace
 
+QString JournalRow::dayName() const
+{
+    const QDate date = dateOf(key.dateKey);
+    return date.isValid() ? QLocale().dayName(date.dayOfWeek()) : key.dateKey;
+}
+
+QString JournalRow::dayDate() const
+{
+    const QDate date = dateOf(key.dateKey);
+    if (!date.isValid())
+        return {};
+    return QLocale().toString(date, ofThisYear ? QStringLiteral("d MMMM") : QStringLiteral("d MMMM yyyy"));
+}
+
+QString JournalRow::displayTime() const
+{
+    if (key.kind == Kind::Entry)
+        return JournalEntry::formatDisplayTime(key.time);
+    // The observer writes a date with its time; by hand it is mostly a time alone.
+    const QDateTime begun = QDateTime::fromString(startTime, Qt::ISODate);
+    return JournalEntry::formatDisplayTime(begun.isValid() ? begun.time().toString(QStringLiteral("HH:mm"))
+                                                           : startTime);
+}
+
+QString JournalRow::workspace() const
+{
+    const auto parsed = entry().parsedWorkspace();
+    return parsed ? parsed->label : QString();
+}
+
+QString JournalRow::text() const
+{
+    const auto parsed = entry().parsedWorkspace();
+    return parsed ? parsed->action : key.text;
+}
+
+JournalEntry JournalRow::entry() const
+{
+    return {.session = key.session, .time = key.time, .text = key.text};
+}
+
 QList<JournalRow> journalRows(const QList<JournalDay> &days, const QSet<QString> &collapsed, int currentYear)
 {
+    qsizetype count = 0;
+    for (const JournalDay &day : days)
+        count += collapsed.contains(day.dateKey) ? 1 : lineCount(day);
     QList<JournalRow> rows;
+    rows.reserve(count);
     for (const JournalDay &day : days) {
         const bool isCollapsed = collapsed.contains(day.dateKey);
         DayRows of(rows, day);

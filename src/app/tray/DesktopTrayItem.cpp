@@ -94,6 +94,9 @@ void DesktopTrayItem::onActivated(QSystemTrayIcon::ActivationReason reason)
     if (reason == QSystemTrayIcon::Trigger || reason == QSystemTrayIcon::DoubleClick)
         // A StatusNotifierItem's click carries no modifiers of its own.
         Q_EMIT clicked(QGuiApplication::queryKeyboardModifiers().testFlag(Qt::ControlModifier));
+    else if (reason == QSystemTrayIcon::Context && m_icon.geometry().isEmpty())
+        // A tray that embeds us opens the menu besides; another asks us for it where it shows no menus of others'.
+        popUpMenu();
 }
 
 TraySurroundings DesktopTrayItem::surroundings() const

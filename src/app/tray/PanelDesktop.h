@@ -36,6 +36,10 @@ public:
     /// Has a window's margin be a shadow: clicks go through it, and window managers place the window by what is inside.
     /// @param width logical pixels on each side; 0 for none
     virtual void setShadow(QWindow &window, int width) = 0;
+    /// Has a window be in no task bar and no list of windows, the next time that it is shown; until then only. Nothing
+    /// where programs have no say in that.
+    /// @param window not shown now
+    virtual void keepOutOfLists(QWindow &window) = 0;
 
 Q_SIGNALS:
     void compositedChanged();

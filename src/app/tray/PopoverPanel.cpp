@@ -80,6 +80,8 @@ void PopoverPanel::showAt(const QRect &icon)
 {
     m_icon = icon;
     place();
+    if (!isShown())
+        m_desktop.keepOutOfLists(m_view);
     m_view.show();
     m_view.raise();
     m_view.requestActivate();
@@ -117,6 +119,9 @@ void PopoverPanel::place()
     const QSize paper = panelSize(wanted - shadows, available);
     const QSize size = paper + shadows;
     const QPoint corner = panelPosition(m_icon, available, paper);
+    // A compositor that arranges windows itself leaves those alone that have but one size.
+    m_view.setMinimumSize(size);
+    m_view.setMaximumSize(size);
     m_view.setGeometry(QRect(corner - QPoint(m_shadow, m_shadow), size));
     m_view.setMask(m_shadow > 0 ? QRegion() : roundedRegion(size, sheet->property("radius").toReal()));
     m_desktop.setShadow(m_view, m_shadow);

@@ -15,6 +15,7 @@ public:
     std::optional<QColor> trayForeground() const override { return std::nullopt; }
     std::unique_ptr<ClickMonitor> monitorClicks(std::function<void()> /*pressed*/) override { return nullptr; }
     void setShadow(QWindow &window, int width) override;
+    void keepOutOfLists(QWindow & /*window*/) override {}
 };
 
 } // namespace ostrel

@@ -19,6 +19,8 @@ constexpr const char *gnome = "org.gnome.desktop.interface";
 // Of org.freedesktop.appearance's color-scheme; any other number is no preference.
 constexpr guint32 prefersDark = 1;
 constexpr guint32 prefersLight = 2;
+/// Of its reduced-motion; any other number is no preference.
+constexpr guint32 prefersReducedMotion = 1;
 
 /// What lies in a value, which some portals put into a box of its own.
 GlibHandle<GVariant> unboxed(GVariant *value)
@@ -35,6 +37,14 @@ std::optional<bool> darkIn(GVariant *value)
         return std::nullopt;
     const guint32 scheme = g_variant_get_uint32(value);
     return scheme == prefersDark || scheme == prefersLight ? std::optional(scheme == prefersDark) : std::nullopt;
+}
+
+/// No preference is none: then a desktop that turns its animations off says it in its own way.
+std::optional<bool> reducedMotionIn(GVariant *value)
+{
+    const bool isWished = g_variant_is_of_type(value, G_VARIANT_TYPE_UINT32) != FALSE &&
+                          g_variant_get_uint32(value) == prefersReducedMotion;
+    return isWished ? std::optional(true) : std::nullopt;
 }
 
 std::optional<double> numberIn(GVariant *value)
@@ -68,10 +78,10 @@ void PortalSettings::visit(const BusLine &line, BusLoop & /*loop*/)
             GVariant *value = nullptr;
             g_variant_get(arguments, "(&s&sv)", &name, &key, &value);
             const GlibHandle<GVariant> owned(value);
-            const AppearanceWishes before = m_wishes;
+            const AppearanceWishes before = wishes();
             take(name, key, value);
-            if (m_wishes != before)
-                m_tell(m_wishes);
+            if (wishes() != before)
+                m_tell(wishes());
         });
     m_signals->listenToOwner(service, [this](bool isThere) {
         if (isThere)
@@ -97,6 +107,8 @@ void PortalSettings::readAll()
     if (!answer)
         return;
     m_wishes = {};
+    m_wantsReducedMotion.reset();
+    m_animates.reset();
     const GlibHandle<GVariant> all(g_variant_get_child_value(answer.get(), 0));
     for (gsize i = 0; i < g_variant_n_children(all.get()); ++i) {
         const GlibHandle<GVariant> entry(g_variant_get_child_value(all.get(), i));
@@ -109,7 +121,18 @@ void PortalSettings::readAll()
             take(name, key, value);
         g_variant_iter_free(keys);
     }
-    m_tell(m_wishes);
+    m_tell(wishes());
+}
+
+/// Animations may be off for a slow machine's sake as well, so what is said of motion itself goes before.
+AppearanceWishes PortalSettings::wishes() const
+{
+    AppearanceWishes wishes = m_wishes;
+    if (m_wantsReducedMotion)
+        wishes.reducedMotion = m_wantsReducedMotion;
+    else if (m_animates)
+        wishes.reducedMotion = !*m_animates;
+    return wishes;
 }
 
 /// A value of another type than is agreed counts as no wish.
@@ -120,11 +143,12 @@ void PortalSettings::take(const char *name, const char *key, GVariant *value)
     const GlibHandle<GVariant> inner = unboxed(value);
     if (where == appearance && what == "color-scheme") {
         m_wishes.dark = darkIn(inner.get());
+    } else if (where == appearance && what == "reduced-motion") {
+        m_wantsReducedMotion = reducedMotionIn(inner.get());
     } else if (where == gnome && what == "text-scaling-factor") {
         m_wishes.textScale = numberIn(inner.get());
     } else if (where == gnome && what == "enable-animations") {
-        const auto animates = flagIn(inner.get());
-        m_wishes.reducedMotion = animates ? std::optional(!*animates) : std::nullopt;
+        m_animates = flagIn(inner.get());
     }
 }
 

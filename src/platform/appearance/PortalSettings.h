@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 namespace ostrel {
 
@@ -23,10 +24,13 @@ public:
 private:
     void readAll();
     void take(const char *name, const char *key, GVariant *value);
+    AppearanceWishes wishes() const;
 
     const std::function<void(const AppearanceWishes &)> m_tell;
-    AppearanceWishes m_wishes;
-    BusLine m_line; ///< of this visit
+    AppearanceWishes m_wishes;                ///< but for the motion, of which two settings speak
+    std::optional<bool> m_wantsReducedMotion; ///< as all desktops may say it
+    std::optional<bool> m_animates;           ///< as GNOME says it
+    BusLine m_line;                           ///< of this visit
     std::unique_ptr<BusSignals> m_signals;
 };
 

@@ -20,8 +20,9 @@ CardPage {
         isError: root.archive.archiveMessageIsError
     }
 
-    leading: ChooseButtonStyle {
+    leading: PillButtonStyle {
         enabled: !root.archive.archiveBusy
+        quiet: true
         text: qsTr("Back")
         onClicked: root.archive.archiveWizardBack()
     }

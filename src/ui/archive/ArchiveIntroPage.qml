@@ -18,8 +18,8 @@ CardPage {
     }
 
     trailing: [
-        ChooseButtonStyle {
-            anchors.verticalCenter: parent.verticalCenter
+        PillButtonStyle {
+            quiet: true
             text: qsTr("Cancel")
             onClicked: root.archive.cancelArchiveWizard()
         },

@@ -11,12 +11,12 @@ Column {
 
     spacing: Theme.step * 2
 
-    Row {
+    Flow {
         width: parent.width
         spacing: Theme.step * 2
 
         CompactTextFieldStyle {
-            width: parent.width - choose.width - parent.spacing
+            width: Theme.besides(parent.width, choose.width, parent.spacing)
             text: root.target.path
             placeholderText: "/mnt/nas/footage"
             Accessible.name: qsTr("Folder")

@@ -2,8 +2,11 @@ import QtQuick
 import Ostrel.Ui
 
 // A text of the archive's place, behind its name.
-Row {
+Flow {
     id: root
+
+    // In large letters the name gets a line of its own.
+    readonly property bool stacked: Theme.textScale > 1.25
 
     required property string title
     property alias text: field.text
@@ -18,8 +21,9 @@ Row {
     NoteText {
         id: name
 
-        anchors.verticalCenter: parent.verticalCenter
-        width: Math.round(root.width * 0.32)
+        width: root.stacked ? root.width : Math.round(root.width * 0.32)
+        height: root.stacked ? implicitHeight : Math.max(implicitHeight, field.implicitHeight)
+        verticalAlignment: Text.AlignVCenter
         text: root.title
         // The field is read out by it, unless it is secret: Qt tells nothing of such a field but that.
         Accessible.ignored: !root.secret
@@ -27,7 +31,7 @@ Row {
     CompactTextFieldStyle {
         id: field
 
-        width: root.width - name.width - root.spacing
+        width: root.stacked ? root.width : root.width - name.width - root.spacing
         echoMode: root.secret ? TextInput.Password : TextInput.Normal
         inputMethodHints: Qt.ImhNoAutoUppercase | Qt.ImhNoPredictiveText | (root.secret ? Qt.ImhSensitiveData : Qt.ImhNone)
         Accessible.name: root.title

@@ -54,6 +54,9 @@ FieldGroup {
             id: month
 
             focus: true
+            // A popup is no part of what it stands in.
+            LayoutMirroring.enabled: root.LayoutMirroring.enabled
+            LayoutMirroring.childrenInherit: true
             chosen: root.dateOf(root.day)
             onPicked: date => {
                 root.pick(date)

@@ -35,13 +35,14 @@ CardPage {
         width: parent.width
         title: qsTr("Into")
 
-        Row {
+        Flow {
             width: parent.width
             spacing: Theme.step * 2
 
             NoteText {
-                width: parent.width - choose.width - parent.spacing
-                anchors.verticalCenter: parent.verticalCenter
+                width: Theme.besides(parent.width, choose.width, parent.spacing)
+                height: width < parent.width ? choose.height : implicitHeight
+                verticalAlignment: Text.AlignVCenter
                 text: root.footageExport.archiveExportDestination
                 color: Theme.ink
                 elide: Text.ElideMiddle
@@ -68,8 +69,8 @@ CardPage {
     }
 
     trailing: [
-        ChooseButtonStyle {
-            anchors.verticalCenter: parent.verticalCenter
+        PillButtonStyle {
+            quiet: true
             text: qsTr("Cancel")
             onClicked: root.footageExport.closeArchiveExportCard()
         },

@@ -15,9 +15,9 @@ CardPage {
     }
 
     trailing: [
-        ChooseButtonStyle {
-            anchors.verticalCenter: parent.verticalCenter
+        PillButtonStyle {
             visible: root.footageExport.isDone
+            quiet: true
             text: qsTr("Reveal in Finder")
             onClicked: root.footageExport.revealArchiveExportDestination()
         },

@@ -30,9 +30,9 @@ CardPage {
         text: root.footageExport.progressText
     }
 
-    trailing: ChooseButtonStyle {
+    trailing: PillButtonStyle {
         focus: true
-        anchors.verticalCenter: parent.verticalCenter
+        quiet: true
         text: qsTr("Cancel")
         onClicked: root.footageExport.cancelArchiveExport()
     }

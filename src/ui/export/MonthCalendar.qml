@@ -64,6 +64,7 @@ FocusScope {
         }
         TextHeaderButtonStyle {
             anchors.centerIn: parent
+            width: Math.min(implicitWidth, parent.width - 2 * parent.height)
             focusPolicy: Qt.NoFocus
             text: root.shown.toLocaleDateString(Qt.locale(), "MMMM yyyy")
             onClicked: root.shown = root.chosen

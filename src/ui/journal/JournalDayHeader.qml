@@ -11,13 +11,16 @@ BareButton {
     // Whether the keyboard stands on it.
     required property bool current
 
-    implicitHeight: name.implicitHeight + topPadding + bottomPadding
+    implicitHeight: name.implicitHeight + topPadding + bottomPadding + (datesOwnLine ? date.implicitHeight : 0)
     topPadding: Theme.step * 4
     bottomPadding: Theme.step * 2
     focusPolicy: Qt.NoFocus
 
     Accessible.name: (dayName + " " + dayDate).trim()
     Accessible.description: collapsed ? qsTr("folded") : qsTr("open")
+
+    // In large letters there isn't always room for both in one line.
+    readonly property bool datesOwnLine: name.implicitWidth + date.implicitWidth + fold.width + Theme.step * 3 > availableWidth
 
     contentItem: Item {
         Text {
@@ -34,11 +37,13 @@ BareButton {
             Accessible.ignored: true
         }
         Text {
-            anchors.left: name.right
-            anchors.leftMargin: Theme.step * 2
+            id: date
+
+            anchors.left: root.datesOwnLine ? parent.left : name.right
+            anchors.leftMargin: root.datesOwnLine ? 0 : Theme.step * 2
             anchors.right: fold.left
             anchors.rightMargin: Theme.step
-            anchors.baseline: name.baseline
+            y: root.datesOwnLine ? name.height : name.baselineOffset - baselineOffset
             text: root.dayDate
             textFormat: Text.PlainText
             color: Theme.ink2

@@ -18,6 +18,10 @@ Item {
 
         anchors.left: parent.left
         anchors.verticalCenter: parent.verticalCenter
+        width: Math.min(implicitWidth, root.width)
+        elide: Text.ElideRight
+        fontSizeMode: Text.HorizontalFit
+        minimumPixelSize: 10
         text: root.time === "" ? qsTr("Session") : qsTr("Session · %1").arg(root.time)
         textFormat: Text.PlainText
         color: Theme.ink2

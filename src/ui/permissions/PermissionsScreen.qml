@@ -8,6 +8,7 @@ FocusScope {
 
     required property PopoverModel model
 
+    signal journalRequested
     signal settingsRequested
 
     implicitHeight: header.height + page.implicitHeight + Theme.margin * 2 + continueButton.height
@@ -18,19 +19,18 @@ FocusScope {
         anchors.left: parent.left
         anchors.right: parent.right
         title: qsTr("Permissions")
+        onJournalRequested: root.journalRequested()
         onSettingsRequested: root.settingsRequested()
         onQuitRequested: root.model.quit()
     }
 
-    Flickable {
+    ScrollPage {
         anchors.left: parent.left
         anchors.right: parent.right
         anchors.top: header.bottom
         anchors.bottom: continueButton.top
         anchors.bottomMargin: Theme.margin
         contentHeight: page.implicitHeight
-        boundsBehavior: Flickable.StopAtBounds
-        clip: contentHeight > height
 
         Column {
             id: page

@@ -12,7 +12,6 @@ NoteText {
     color: isError ? Theme.error : isNotice ? Theme.ink : Theme.ink2
     font.italic: isNotice
     font.pixelSize: isError ? Theme.labelSize : Theme.noteSize
-    maximumLineCount: 6
     // A path is told from its ends, a sentence from its beginning.
     elide: isError || isNotice ? Text.ElideRight : Text.ElideMiddle
     wrapMode: isError || isNotice ? Text.Wrap : Text.NoWrap

@@ -3,7 +3,7 @@ import Ostrel.Model
 import Ostrel.Ui
 
 // Where the archive lies, and the way to another place.
-Row {
+Flow {
     id: root
 
     required property ArchiveTargetForm target
@@ -11,8 +11,9 @@ Row {
     spacing: Theme.step * 2
 
     NoteText {
-        width: parent.width - change.width - parent.spacing
-        anchors.verticalCenter: parent.verticalCenter
+        width: Theme.besides(parent.width, change.width, parent.spacing)
+        height: width < parent.width ? change.height : implicitHeight
+        verticalAlignment: Text.AlignVCenter
         text: root.target.place !== "" ? qsTr("Lies in %1").arg(root.target.place) : qsTr("No place is chosen yet.")
         elide: Text.ElideMiddle
         wrapMode: Text.NoWrap

@@ -9,12 +9,12 @@ FieldGroup {
 
     title: qsTr("Output directory")
 
-    Row {
+    Flow {
         width: parent.width
         spacing: Theme.step * 2
 
         CompactTextFieldStyle {
-            width: parent.width - choose.width - parent.spacing
+            width: Theme.besides(parent.width, choose.width, parent.spacing)
             text: root.form.outputDirectory
             onTextEdited: root.form.outputDirectory = text
             Accessible.name: root.title

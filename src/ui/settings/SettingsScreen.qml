@@ -1,5 +1,4 @@
 import QtQuick
-import QtQuick.Templates as T
 import Ostrel.Model
 import Ostrel.Ui
 
@@ -22,23 +21,6 @@ FocusScope {
         }
     }
 
-    // What the keyboard comes to is brought into view, with the group that says what it is for.
-    Keys.onReleased: event => {
-        if (event.key === Qt.Key_Tab || event.key === Qt.Key_Backtab)
-            reveal(root.Window.activeFocusItem)
-    }
-
-    function reveal(control: Item) {
-        let group = control
-        while (group && group.parent !== page)
-            group = group.parent
-        if (!group)
-            return
-        const above = group.y + group.height - flickable.height + Theme.step
-        const below = group.y - Theme.step
-        flickable.contentY = Math.max(0, Math.min(Math.max(flickable.contentY, above), below))
-    }
-
     HeaderBar {
         id: header
 
@@ -49,23 +31,20 @@ FocusScope {
         onBack: root.model.settings.prepareToLeaveSettings()
     }
 
-    Flickable {
-        id: flickable
+    ScrollPage {
+        id: scrollPage
 
         anchors.left: parent.left
         anchors.right: parent.right
         anchors.top: header.bottom
         anchors.bottom: footer.top
         contentHeight: page.implicitHeight
-        boundsBehavior: Flickable.StopAtBounds
-        clip: contentHeight > height
-        T.ScrollBar.vertical: ThinScrollBar {}
 
         Column {
             id: page
 
             x: Theme.margin
-            width: flickable.width - 2 * Theme.margin
+            width: scrollPage.width - 2 * Theme.margin
             topPadding: Theme.step
             bottomPadding: Theme.step * 3
             spacing: Theme.margin

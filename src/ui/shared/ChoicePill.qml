@@ -33,6 +33,8 @@ T.RadioButton {
         textFormat: Text.PlainText
         color: root.checked ? Theme.accentInk : Theme.ink
         elide: Text.ElideRight
+        fontSizeMode: Text.HorizontalFit
+        minimumPixelSize: 12
         horizontalAlignment: Text.AlignHCenter
         verticalAlignment: Text.AlignVCenter
         font.family: Theme.sans

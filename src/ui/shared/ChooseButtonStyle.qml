@@ -4,8 +4,8 @@ import QtQuick
 BareButton {
     id: root
 
-    implicitWidth: label.implicitWidth + leftPadding + rightPadding
-    implicitHeight: Theme.controlHeight
+    implicitWidth: Math.min(Math.ceil(label.implicitWidth) + leftPadding + rightPadding, Theme.widestButton)
+    implicitHeight: Math.max(Theme.controlHeight, label.implicitHeight + 2 * Theme.step)
     horizontalPadding: 12
     opacity: enabled ? 1 : 0.45
 
@@ -15,7 +15,7 @@ BareButton {
         text: root.text
         textFormat: Text.PlainText
         color: Theme.ink
-        elide: Text.ElideRight
+        wrapMode: Text.Wrap
         horizontalAlignment: Text.AlignHCenter
         verticalAlignment: Text.AlignVCenter
         font.family: Theme.sans

@@ -18,6 +18,22 @@ T.TextField {
     font.pixelSize: Theme.labelSize
 
     Accessible.role: Accessible.EditableText
+    Accessible.description: placeholderText
+
+    Text {
+        x: root.leftPadding
+        width: root.width - root.leftPadding - root.rightPadding
+        height: root.height
+        visible: root.length === 0 && root.preeditText === ""
+        text: root.placeholderText
+        textFormat: Text.PlainText
+        color: root.placeholderTextColor
+        elide: Text.ElideRight
+        horizontalAlignment: root.effectiveHorizontalAlignment
+        verticalAlignment: Text.AlignVCenter
+        font: root.font
+        Accessible.ignored: true
+    }
 
     background: Rectangle {
         radius: Theme.fieldRadius

@@ -18,14 +18,22 @@ Column {
     Accessible.name: title
 
     Item {
+        id: head
+
+        // Each gets a line of its own where there isn't room for all.
+        readonly property bool takesOneLine: name.implicitWidth + dot.implicitWidth + note.implicitWidth + link.implicitWidth + Theme.step <= width
+        readonly property real noteLine: takesOneLine || !note.visible ? 0 : note.height
+
         width: parent.width
-        height: Math.max(name.implicitHeight, link.implicitHeight)
+        height: takesOneLine ? Math.max(name.height, link.height)
+                             : name.height + noteLine + (link.visible ? link.height : 0)
 
         BodyText {
             id: name
 
             anchors.left: parent.left
-            anchors.verticalCenter: parent.verticalCenter
+            y: head.takesOneLine ? (head.height - height) / 2 : 0
+            width: head.takesOneLine ? implicitWidth : head.width
             text: root.title
             font.pixelSize: Theme.labelSize
             font.weight: Font.DemiBold
@@ -33,21 +41,28 @@ Column {
             Accessible.ignored: true
         }
         NoteText {
+            id: dot
+
             anchors.left: name.right
-            anchors.right: link.visible ? link.left : parent.right
-            anchors.rightMargin: Theme.step
-            anchors.baseline: name.baseline
+            y: note.y
+            visible: note.visible && head.takesOneLine
+            text: " · "
+            Accessible.ignored: true
+        }
+        NoteText {
+            id: note
+
+            anchors.left: head.takesOneLine ? dot.right : parent.left
+            y: head.takesOneLine ? name.y + name.baselineOffset - baselineOffset : name.height
+            width: head.takesOneLine ? implicitWidth : head.width
             visible: root.remark !== ""
-            text: " · " + root.remark
-            elide: Text.ElideRight
-            wrapMode: Text.NoWrap
-            Accessible.name: root.remark
+            text: root.remark
         }
         FieldLinkButtonStyle {
             id: link
 
             anchors.right: parent.right
-            anchors.verticalCenter: parent.verticalCenter
+            y: head.height - height
             visible: root.action !== ""
             text: root.action
             onClicked: root.actionTriggered()

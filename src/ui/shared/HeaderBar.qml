@@ -41,6 +41,8 @@ FocusScope {
         textFormat: Text.PlainText
         color: Theme.ink
         elide: Text.ElideRight
+        fontSizeMode: Text.HorizontalFit
+        minimumPixelSize: 13
         font.family: Theme.serif
         font.pixelSize: Theme.brandSize
         font.weight: Font.DemiBold

@@ -4,14 +4,11 @@ import QtQuick
 HeaderBar {
     id: root
 
-    property bool hasJournal: false
-
     signal journalRequested
     signal settingsRequested
     signal quitRequested
 
     HeaderIconButton {
-        visible: root.hasJournal
         symbol: "list.bullet"
         text: qsTr("Journal")
         onClicked: root.journalRequested()

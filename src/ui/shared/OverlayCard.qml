@@ -1,6 +1,7 @@
 import QtQuick
 
-// A card laid over a screen, which can't be reached meanwhile. Escape dismisses it.
+// A card laid over a screen, which can't be reached meanwhile. Escape dismisses it. It is never higher than the panel:
+// what it has no room for is scrolled to.
 FocusScope {
     id: root
 
@@ -40,7 +41,7 @@ FocusScope {
     Rectangle {
         anchors.centerIn: parent
         width: parent.width - 2 * Theme.step * 3
-        height: column.implicitHeight + 2 * Theme.margin
+        height: Math.min(page.contentHeight, parent.height - 2 * Theme.step * 3)
         radius: Theme.cardRadius
         color: Theme.paper
         border.width: 1
@@ -48,27 +49,33 @@ FocusScope {
         Accessible.role: Accessible.Dialog
         Accessible.name: root.title
 
-        Column {
-            id: column
+        ScrollPage {
+            id: page
 
-            anchors.left: parent.left
-            anchors.right: parent.right
-            anchors.top: parent.top
-            anchors.margins: Theme.margin
-            spacing: Theme.step * 3
+            anchors.fill: parent
+            contentHeight: column.implicitHeight + 2 * Theme.margin
 
-            Text {
-                width: parent.width
-                text: root.title
-                textFormat: Text.PlainText
-                color: Theme.ink
-                wrapMode: Text.Wrap
-                horizontalAlignment: Text.AlignLeft
-                font.family: Theme.serif
-                font.pixelSize: Theme.daySize
-                font.weight: Font.DemiBold
-                Accessible.role: Accessible.Heading
-                Accessible.name: text
+            Column {
+                id: column
+
+                x: Theme.margin
+                y: Theme.margin
+                width: page.width - 2 * Theme.margin
+                spacing: Theme.step * 3
+
+                Text {
+                    width: parent.width
+                    text: root.title
+                    textFormat: Text.PlainText
+                    color: Theme.ink
+                    wrapMode: Text.Wrap
+                    horizontalAlignment: Text.AlignLeft
+                    font.family: Theme.serif
+                    font.pixelSize: Theme.daySize
+                    font.weight: Font.DemiBold
+                    Accessible.role: Accessible.Heading
+                    Accessible.name: text
+                }
             }
         }
     }

@@ -6,8 +6,8 @@ BareButton {
 
     property bool quiet: false
 
-    implicitWidth: Math.max(64, label.implicitWidth + leftPadding + rightPadding)
-    implicitHeight: Theme.controlHeight + Theme.step
+    implicitWidth: Math.max(64, Math.min(Math.ceil(label.implicitWidth) + leftPadding + rightPadding, Theme.widestButton))
+    implicitHeight: Math.max(Theme.controlHeight + Theme.step, label.implicitHeight + 2 * Theme.step)
     horizontalPadding: 16
     opacity: enabled ? 1 : 0.45
 
@@ -17,7 +17,7 @@ BareButton {
         text: root.text
         textFormat: Text.PlainText
         color: root.quiet ? Theme.ink : Theme.accentInk
-        elide: Text.ElideRight
+        wrapMode: Text.Wrap
         horizontalAlignment: Text.AlignHCenter
         verticalAlignment: Text.AlignVCenter
         font.family: Theme.sans

@@ -16,6 +16,8 @@ BareButton {
         color: Theme.ink
         horizontalAlignment: Text.AlignHCenter
         verticalAlignment: Text.AlignVCenter
+        fontSizeMode: Text.HorizontalFit
+        minimumPixelSize: 11
         font.family: Theme.serif
         font.pixelSize: Theme.bodySize
         font.weight: Font.DemiBold

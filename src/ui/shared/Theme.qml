@@ -42,6 +42,10 @@ QtObject {
     readonly property int fieldRadius: 8
     readonly property int controlHeight: Math.round(32 * Math.max(1, textScale))
     readonly property int focusWidth: 2
+    // What a card leaves to its contents. Longer words take several lines.
+    readonly property int widestButton: panelWidth - 2 * 3 * step - 2 * margin
+    // What is left for a field, or a text, beside a button; with less it gets a line of its own.
+    readonly property int narrowestField: 120
 
     // Type. Both families are aliases that the system resolves to its own; their digits are tabular in Noto and DejaVu.
     readonly property string sans: Application.font.family
@@ -55,6 +59,12 @@ QtObject {
     readonly property int noteSize: Math.round(11.5 * textScale)
     readonly property int bodyLine: Math.round(13 * 1.42 * textScale)
     readonly property int noteLine: Math.round(11.5 * 1.42 * textScale)
+
+    // The width that something gets in a line with something else.
+    function besides(whole: real, other: real, spacing: real): real {
+        const rest = whole - other - spacing
+        return rest >= narrowestField ? rest : whole
+    }
 
     // Motion, in milliseconds.
     readonly property int slide: 24

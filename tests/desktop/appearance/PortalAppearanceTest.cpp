@@ -78,10 +78,31 @@ TEST_F(PortalAppearanceTest, settingsChanged_areFollowed)
     EXPECT_EQ(m_told, 5);
 }
 
+TEST_F(PortalAppearanceTest, reducedMotion_isTakenFromEitherOfItsSettings)
+{
+    startPortal("{'org.freedesktop.appearance': {'reduced-motion': dbus.UInt32(1)}}");
+    follow();
+    ASSERT_TRUE(isToldTimes(1));
+    EXPECT_EQ(m_wishes.reducedMotion, true);
+    change("org.gnome.desktop.interface", "enable-animations", "true");
+    change("org.freedesktop.appearance", "reduced-motion", "uint32 0");
+    ASSERT_TRUE(isToldTimes(2));
+    EXPECT_EQ(m_wishes.reducedMotion, false) << "animations alone took nothing back";
+    EXPECT_EQ(m_told, 2);
+    change("org.gnome.desktop.interface", "enable-animations", "false");
+    ASSERT_TRUE(isToldTimes(3));
+    EXPECT_EQ(m_wishes.reducedMotion, true) << "no preference is left to the other";
+    change("org.freedesktop.appearance", "reduced-motion", "uint32 1");
+    change("org.gnome.desktop.interface", "enable-animations", "true");
+    change("org.freedesktop.appearance", "reduced-motion", "uint32 7");
+    ASSERT_TRUE(isToldTimes(4));
+    EXPECT_EQ(m_wishes.reducedMotion, false);
+}
+
 TEST_F(PortalAppearanceTest, valuesOfOtherTypes_areNoWishes)
 {
     startPortal(
-        "{'org.freedesktop.appearance': {'color-scheme': 'dark'}, "
+        "{'org.freedesktop.appearance': {'color-scheme': 'dark', 'reduced-motion': dbus.Boolean(True)}, "
         "'org.gnome.desktop.interface': {'text-scaling-factor': 'large', 'enable-animations': dbus.UInt32(0)}}");
     follow();
     ASSERT_TRUE(isToldTimes(1));

@@ -102,6 +102,22 @@ class TrayProgram : public TrayStory
 {
 protected:
     TrayProgram() { allowAccessibility(); }
+
+    void moveTray(const TrayDesktop::Place &place)
+    {
+        m_tray.endHost();
+        m_tray.startHost(place);
+        m_icon = m_tray.waitForIcon();
+    }
+    /// Opens the panel and closes it again. @return where it was
+    QRect placeOfPanel()
+    {
+        open();
+        const QRect place = panel().window();
+        key("Escape");
+        waitUntilPanelIsClosed();
+        return place;
+    }
 };
 
 TEST_F(TrayProgram, secondStart_opensThePanelOfTheFirst)
@@ -111,6 +127,57 @@ TEST_F(TrayProgram, secondStart_opensThePanelOfTheFirst)
     EXPECT_EQ(second.status, 0);
     EXPECT_EQ(second.messages, QByteArray());
     panel().waitFor("Start recording");
+    end();
+}
+
+TEST_F(TrayProgram, panel_isInNoTaskBarHoweverOftenItIsOpened)
+{
+    start();
+    for (int time = 1; time <= 2; ++time) {
+        SCOPED_TRACE(time);
+        open();
+        const auto window = m_tray.desktop().waitForWindow(QStringLiteral("Tamsk Ostrel"));
+        waitUntil(QStringLiteral("the window manager"), patience, [&] {
+            const QByteArray states =
+                m_tray.desktop().run(QStringLiteral("xprop"),
+                                     {QStringLiteral("-id"), QString::number(window), QStringLiteral("_NET_WM_STATE")});
+            return states.contains("_NET_WM_STATE_SKIP_TASKBAR") && states.contains("_NET_WM_STATE_SKIP_PAGER") &&
+                   states.contains("_NET_WM_STATE_ABOVE");
+        });
+        key("Escape");
+        waitUntilPanelIsClosed();
+    }
+    end();
+}
+
+TEST_F(TrayProgram, trayAtAnyEdge_panelOpensBesideItWithinTheScreen)
+{
+    start();
+    const QRect screen(0, 0, 1280, 800);
+    for (const char *edge : {"bottom", "left", "right"}) {
+        SCOPED_TRACE(edge);
+        moveTray({.edge = QString::fromLatin1(edge)});
+        const QRect place = placeOfPanel();
+        EXPECT_TRUE(screen.marginsRemoved({8, 0, 8, 0}).contains(place)) << testing::PrintToString(place);
+        EXPECT_FALSE(place.intersects(m_icon));
+        EXPECT_EQ(place.size(), QSize(320, 560));
+        EXPECT_LT(place.bottom(), m_icon.top()) << "it opens upwards, the icon being at the lower end";
+    }
+    end();
+}
+
+TEST_F(TrayProgram, iconOnTheSecondMonitor_panelStaysOnThatOne)
+{
+    start();
+    moveTray({.fromTheEnd = 500});
+    m_tray.desktop().setMonitors(
+        {{.name = QStringLiteral("left"), .pixels = {0, 0, 740, 800}, .primary = true, .hasConnector = true},
+         {.name = QStringLiteral("right"), .pixels = {740, 0, 540, 800}}});
+    ASSERT_GE(m_icon.left(), 740);
+    ASSERT_LT(m_icon.left(), 740 + 40);
+    const QRect place = placeOfPanel();
+    EXPECT_EQ(place.left(), 740 + 8) << "half of it would be on the other monitor";
+    EXPECT_GT(place.top(), m_icon.bottom());
     end();
 }
 

@@ -21,6 +21,9 @@ constexpr const char *trayColors = "_NET_SYSTEM_TRAY_COLORS";
 constexpr std::uint32_t trayColorParts = 12;
 /// Window managers know by it which of a window's margins are only there for a shadow.
 constexpr const char *frameExtents = "_GTK_FRAME_EXTENTS";
+constexpr const char *windowState = "_NET_WM_STATE";
+constexpr const char *skipTaskBar = "_NET_WM_STATE_SKIP_TASKBAR";
+constexpr const char *skipPager = "_NET_WM_STATE_SKIP_PAGER";
 
 /// The toolkit's own connection. What is asked of its windows goes this way, behind the request that makes them.
 xcb_connection_t *toolkitConnection()
@@ -38,7 +41,7 @@ X11PanelDesktop::X11PanelDesktop(std::shared_ptr<X11Connection> connection)
       m_properties(m_connection, [this](const auto &event) { noteProperty(event); }),
       m_notifier(xcb_get_file_descriptor(m_connection->get()), QSocketNotifier::Read)
 {
-    m_connection->internAtoms({trayColors, frameExtents});
+    m_connection->internAtoms({trayColors, frameExtents, windowState, skipTaskBar, skipPager});
     connect(&m_notifier, &QSocketNotifier::activated, this, &X11PanelDesktop::readEvents);
     readCompositor();
     readTray();
@@ -73,6 +76,18 @@ void X11PanelDesktop::setShadow(QWindow &window, int width)
         xcb_shape_rectangles(connection, XCB_SHAPE_SO_SET, XCB_SHAPE_SK_INPUT, XCB_CLIP_ORDERING_UNSORTED, id, 0, 0, 1,
                              &inside);
     xcb_flush(connection);
+}
+
+void X11PanelDesktop::keepOutOfLists(QWindow &window)
+{
+    xcb_connection_t *const connection = toolkitConnection();
+    if (connection == nullptr)
+        return;
+    // Of a window that is not shown this is its own, and window managers take it away when it is hidden. The toolkit
+    // adds what it wants itself.
+    const std::array<xcb_atom_t, 2> states{m_connection->atom(skipTaskBar), m_connection->atom(skipPager)};
+    xcb_change_property(connection, XCB_PROP_MODE_REPLACE, xcb_window_t(window.winId()),
+                        m_connection->atom(windowState), XCB_ATOM_ATOM, 32, states.size(), states.data());
 }
 
 void X11PanelDesktop::readEvents()

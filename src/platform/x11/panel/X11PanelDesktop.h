@@ -25,6 +25,7 @@ public:
     std::optional<QColor> trayForeground() const override { return m_trayForeground; }
     std::unique_ptr<ClickMonitor> monitorClicks(std::function<void()> pressed) override;
     void setShadow(QWindow &window, int width) override;
+    void keepOutOfLists(QWindow &window) override;
 
 private:
     void readEvents();
