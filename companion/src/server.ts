@@ -20,6 +20,7 @@ import { PrivacyFile } from "./privacy/privacyFile.ts";
 import { exitCodes } from "./process/exitCodes.ts";
 import { listen } from "./process/listen.ts";
 import { watchParent } from "./process/parentWatch.ts";
+import { keepHeapSmall } from "./process/smallHeap.ts";
 import { isPipe, parseSecrets, readStandardInput } from "./process/standardInput.ts";
 import { StateLock, type Unlock } from "./process/stateLock.ts";
 import { chatProtocol } from "./providers/chat.ts";
@@ -265,6 +266,7 @@ async function serve(end: EndOfService, token: string): Promise<void> {
 }
 
 async function main(): Promise<number> {
+  keepHeapSmall();
   // Frames and journal are for this user's eyes only, whatever the shell's mask.
   process.umask(0o077);
   const end = new EndOfService();
