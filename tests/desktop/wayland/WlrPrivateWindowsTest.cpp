@@ -1,9 +1,11 @@
 #include "WaylandCaptureFixture.h"
 #include "platform/sway/SwayPrivateWindows.h"
 
+#include <QMap>
 #include <QRect>
 
 #include <algorithm>
+#include <functional>
 #include <gtest/gtest.h>
 
 using namespace ostrel;
@@ -49,7 +51,14 @@ protected:
 
     void startWork() { m_desktop.startTerminal(QStringLiteral("work"), QStringLiteral("Work"), "00ff00"); }
 
+    /// Floating; seen there by whoever waits for the picture.
     void place(const QString &appId, const QRect &logical)
+    {
+        m_places.insert(appId, logical);
+        putIntoPlace(appId, logical);
+    }
+
+    void putIntoPlace(const QString &appId, const QRect &logical)
     {
         m_desktop.command(QStringLiteral("[app_id=%1] floating enable, resize set %2 px %3 px")
                               .arg(appId)
@@ -82,14 +91,25 @@ protected:
         return picture;
     }
 
-    static void waitForCovered(DisplayScreenshotter &screenshotter, const WaylandPicture &expected)
+    void waitForCovered(DisplayScreenshotter &screenshotter, const WaylandPicture &expected)
     {
-        waitUntil(QStringLiteral("the covered picture"), 20s, [&] { return pictureOf(screenshotter) == expected; });
+        waitForPlaces(QStringLiteral("the covered picture"), [&] { return pictureOf(screenshotter) == expected; });
+    }
+
+    /// A terminal that is slow to start draws in its own size once more, and a floating window takes that on.
+    void waitForPlaces(const QString &what, const std::function<bool()> &areSeen)
+    {
+        waitUntil(what, 20s, [&] {
+            for (const auto &[appId, logical] : m_places.asKeyValueRange())
+                putIntoPlace(appId, logical);
+            return areSeen();
+        });
     }
 
     const WaylandPicture m_empty = WaylandPicture::plain(firstSize, background);
     QString m_excluded = QStringLiteral("vault");
     WlrDisplaySource m_recorded;
+    QMap<QString, QRect> m_places;
 };
 
 TEST_F(WlrPrivateWindows, tiledPrivateWindow_isBlackAndItsNeighbourIsNot)
@@ -159,10 +179,8 @@ TEST_F(WlrPrivateWindows, windowThatMovesDuringTheRecording_isInNoPictureAndUnto
     place(QStringLiteral("vault"), {20, 20, 60, 50});
     WaylandPicture known = pictureOf(*screenshotter);
     for (const QPoint corner : {QPoint(200, 30), QPoint(210, 150), QPoint(5, 100)}) {
-        move(QStringLiteral("vault"), corner);
-        waitUntil(QStringLiteral("the window at its new place"), 20s, [&] {
-            // A terminal that is slow to start draws in its own size once more, and the window takes that on.
-            place(QStringLiteral("vault"), {corner, QSize(60, 50)});
+        place(QStringLiteral("vault"), {corner, QSize(60, 50)});
+        waitForPlaces(QStringLiteral("the window at its new place"), [&] {
             const FrameView view = viewOf(*screenshotter);
             for (const RowRange &rows : view.changedRows.value_or(std::span<const RowRange>()))
                 known.copyRows(view, rows);
@@ -191,6 +209,7 @@ TEST_F(WlrPrivateWindows, windowThatGoes_uncoversWhatLiesBehind)
     place(QStringLiteral("vault"), {20, 20, 100, 80});
     waitForCovered(*screenshotter, with(m_empty, {20, 20, 100, 80}, covered));
     vault.kill();
+    m_places.clear();
     waitForCovered(*screenshotter, m_empty);
 }
 
@@ -200,7 +219,9 @@ TEST_F(WlrPrivateWindows, rulesThatChange_holdFromTheNextPictureThoughNothingIsD
     startVault();
     place(QStringLiteral("vault"), {20, 20, 100, 80});
     const auto screenshotter = recorded(0);
-    waitForPicture(*screenshotter, with(m_empty, {20, 20, 100, 80}, secret));
+    waitForPlaces(QStringLiteral("the window"), [&] {
+        return WaylandPicture::of(viewOf(*screenshotter)) == with(m_empty, {20, 20, 100, 80}, secret);
+    });
     waitForRest(*screenshotter);
     m_excluded = QStringLiteral("vault");
     const FrameView hidden = viewOf(*screenshotter);
