@@ -21,17 +21,23 @@ function(ostrel_layer name)
   # Diagnostics and debug information name the source tree, not the link.
   target_compile_options(ostrel_${name} PUBLIC -ffile-prefix-map=${root}/=${PROJECT_SOURCE_DIR}/src/)
   target_link_libraries(ostrel_${name} PUBLIC ${L_PUBLIC} PRIVATE ${L_PRIVATE})
-  ostrel_precompile(ostrel_${name})
+  ostrel_precompile(ostrel_${name} FIRST ostrel_base)
   set_target_properties(ostrel_${name} PROPERTIES VERIFY_INTERFACE_HEADER_SETS ON)
   add_library(ostrel::${name} ALIAS ostrel_${name})
 endfunction()
 
-# The headers that nearly every file needs, compiled once a target: a Qt file then takes a third of the time.
-# ostrel_precompile(<target> [MORE HEADERS...])
+# The headers that nearly every file needs, compiled once for all layers and once for all tests: a Qt file then takes a
+# third of the time. What is compiled in another way than the first target can't use it.
+# ostrel_precompile(<target> FIRST <target that has it compiled> [MORE HEADERS...])
 function(ostrel_precompile target)
-  target_precompile_headers(${target} PRIVATE
-    <QByteArray> <QList> <QObject> <QString> <QtCore> <QCoroTask> <expected> <functional> <memory> <optional> <stop_token>
-    ${ARGN})
+  cmake_parse_arguments(PARSE_ARGV 1 P "" "FIRST" "")
+  if(target STREQUAL P_FIRST)
+    target_precompile_headers(${target} PRIVATE
+      <QByteArray> <QList> <QObject> <QString> <QtCore> <QCoroTask> <expected> <functional> <memory> <optional> <stop_token>
+      ${P_UNPARSED_ARGUMENTS})
+  else()
+    target_precompile_headers(${target} REUSE_FROM ${P_FIRST})
+  endif()
   # Without a time stamp in it, the precompiled header is a pure function of its input, and ccache may keep it.
   target_compile_options(${target} PRIVATE -Xclang -fno-pch-timestamp)
 endfunction()

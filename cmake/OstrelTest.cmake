@@ -8,7 +8,7 @@ function(ostrel_test name)
   target_link_libraries(${name} PRIVATE ${T_LINK} ostrel::test_support)
   target_compile_definitions(${name} PRIVATE
     OSTREL_FIXTURES="${PROJECT_SOURCE_DIR}/tests/fixtures" OSTREL_BUILD_DIR="${CMAKE_BINARY_DIR}")
-  ostrel_precompile(${name} <gmock/gmock.h> <gtest/gtest.h>)
+  ostrel_precompile(${name} FIRST test_base <gmock/gmock.h> <gtest/gtest.h>)
   # What is tested is optimised; the assertions themselves run once, and optimising them takes most of a build.
   target_compile_options(${name} PRIVATE $<$<CONFIG:Debug>:-O0>)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
