@@ -58,11 +58,11 @@ bool isSame(const AtspiBus::Call &one, const AtspiBus::Call &other)
            qstrcmp(one.interface, other.interface) == 0 && one.name == other.name && sameArguments;
 }
 
-QByteArray encoded(const AtspiBus::Call &call)
+QByteArray encoded(const AtspiBus::Call &call, int flags = G_DBUS_MESSAGE_FLAGS_NO_AUTO_START)
 {
     const GlibHandle<GDBusMessage> message(
         g_dbus_message_new_method_call(call.name.constData(), call.path.constData(), call.interface, call.method));
-    g_dbus_message_set_flags(message.get(), G_DBUS_MESSAGE_FLAGS_NO_AUTO_START);
+    g_dbus_message_set_flags(message.get(), GDBusMessageFlags(flags));
     if (call.arguments)
         g_dbus_message_set_body(message.get(), call.arguments.get());
     return BusSocket::encoded(message.get());
@@ -172,6 +172,12 @@ std::vector<AtspiBus::Reply> AtspiBus::ask(std::vector<Call> calls)
     return replies;
 }
 
+void AtspiBus::tell(const Call &call)
+{
+    if (m_bus)
+        m_bus->post(encoded(call, G_DBUS_MESSAGE_FLAGS_NO_AUTO_START | G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED));
+}
+
 void AtspiBus::askAhead(const QByteArray &name)
 {
     const auto own = std::ranges::partition(m_askedBefore, [&](const Call &call) { return call.name != name; });
@@ -256,8 +262,9 @@ const AtspiBus::Question *AtspiBus::answeredAhead(const Call &call) const
 void AtspiBus::remember(std::vector<Question> questions)
 {
     for (Question &question : questions) {
-        const bool isWorthIt = question.isAnswered && question.reply.outcome != Outcome::Silent &&
-                               question.reply.elapsedMs < soonMs && m_asked.size() < mostAhead;
+        const bool isWorthIt = question.call.isAskedAhead && question.isAnswered &&
+                               question.reply.outcome != Outcome::Silent && question.reply.elapsedMs < soonMs &&
+                               m_asked.size() < mostAhead;
         const auto isThisOne = [&](const Call &asked) { return isSame(asked, question.call); };
         if (isWorthIt && std::ranges::none_of(m_asked, isThisOne))
             m_asked.push_back(std::move(question.call));

@@ -17,7 +17,8 @@ struct AtspiKnownAnswer;
 /// The accessibility bus, found through the session bus and found again when it was lost.
 ///
 /// A call waits 250 ms at most and never past the sample's deadline. Whoever let one pass in silence is not asked again
-/// within the sample. Nothing is started by a call, and nothing is subscribed to: no signal ever wakes this process up.
+/// within the sample. Nothing is started by a call. What is subscribed to waits to be read until the next sample: no
+/// signal ever wakes this process up.
 ///
 /// What a sample costs is the waits, not the questions: each wakes up the bus and the program that is asked. One sample
 /// asks nearly what the one before it asked, so those questions can be asked ahead, all in one wait. One thread at a
@@ -41,6 +42,7 @@ public:
         const char *method = nullptr;
         GlibHandle<GVariant> arguments;
         const char *replyType = nullptr;
+        bool isAskedAhead = true;                                ///< whether the next sample may ask it ahead
         QByteArray encoded = {};                                 ///< as it travels, once it was asked
         std::shared_ptr<const AtspiKnownAnswer> known = nullptr; ///< the last one, once there was one
     };
@@ -68,6 +70,11 @@ public:
     /// Asks everything at once and waits for all answers. @return one for each call, in their order
     std::vector<Reply> ask(std::vector<Call> calls);
     Reply ask(Call call);
+    /// Sends, along with the next question, what needs no answer.
+    void tell(const Call &call);
+    /// How many signals have come on this connection. They are not looked at: what is subscribed to says all it has to
+    /// say by coming.
+    quint64 signalCount() const { return m_bus ? m_bus->signalCount() : 0; }
 
     static GlibHandle<GVariant> arguments(GVariant *floating);
 

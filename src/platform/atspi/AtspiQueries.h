@@ -14,6 +14,8 @@ namespace ostrel {
 struct AtspiReference {
     QByteArray name;
     QByteArray path;
+
+    bool operator==(const AtspiReference &) const = default;
 };
 
 /// A program's states of one object, a bit each.

@@ -14,6 +14,8 @@ using namespace std::chrono_literals;
 
 constexpr qint64 slowSearchMs = 150;
 constexpr auto restAfterSlowSearch = 10s;
+/// How long the focus of a page counts as its alone by the program's silence.
+constexpr auto longestTrust = 2s;
 /// Of programs without a search, as Qt's: what is deeper in a window than this reaches is not found.
 constexpr qsizetype mostWalkedElements = 64;
 constexpr qsizetype mostRememberedPrograms = 256;
@@ -40,6 +42,7 @@ struct AtspiSearch::Rule {
     std::vector<int> states; ///< all of them
     std::vector<int> roles;  ///< one of them; none stands for any
     int maximum = 0;
+    bool isAskedAhead = true;
 };
 
 // A program ends a search when it has found as many as it was asked for. Asked for one more than there are, it looks at
@@ -73,9 +76,7 @@ QList<AtspiPage> AtspiSearch::readPages(const QList<AtspiReference> &found)
 
 std::optional<AtspiFocus> AtspiSearch::focused(const AtspiReference &window)
 {
-    constexpr int few = 8;
-    Rule rule{.states = {AtspiState::focused}, .roles = {}, .maximum = 1};
-    auto found = matches(window, rule);
+    const auto found = matches(window, {.states = {AtspiState::focused}, .roles = {}, .maximum = 1});
     if (!found || m_denySearches.contains(window.name))
         return focusedByWalk(window);
     if (found->isEmpty())
@@ -83,11 +84,34 @@ std::optional<AtspiFocus> AtspiSearch::focused(const AtspiReference &window)
     AtspiFocus first{.reference = found->first(), .control = m_queries.control(found->first())};
     if (first.control.role != AtspiRole::documentWeb)
         return first;
-    // A page says that it has the focus also while a control within it or beside it has the focus.
-    rule.maximum = few;
-    found = matches(window, rule);
-    const auto control = firstControl(found.value_or(QList<AtspiReference>()));
+    const bool isAlone = isStillAlone(window, first.reference);
+    const auto control = isAlone ? std::nullopt : controlBeside(window, first.reference);
     return control ? AtspiFocus{.reference = *control, .control = m_queries.control(*control)} : first;
+}
+
+/// A page says that it has the focus also while a control beside it has, as a browser's tabs. Only a search of the
+/// whole page comes to those behind it, and while somebody reads the page that would be in every sample. But the page
+/// also says it when its focus goes elsewhere, and it has not said so since it was searched.
+bool AtspiSearch::isStillAlone(const AtspiReference &window, const AtspiReference &page) const
+{
+    return m_lonePage && m_lonePage->window == window && m_lonePage->page == page && m_pageWatch.isWatching(page) &&
+           m_lonePage->changes == m_pageWatch.changes() && m_now() - m_lonePage->searchedAt < longestTrust;
+}
+
+std::optional<AtspiReference> AtspiSearch::controlBeside(const AtspiReference &window, const AtspiReference &page)
+{
+    constexpr int few = 8;
+    // Whoever has just begun to listen may have missed something.
+    const bool wasWatched = m_pageWatch.isWatching(page);
+    m_pageWatch.watch(page);
+    const LonePage asked{.window = window, .page = page, .changes = m_pageWatch.changes(), .searchedAt = m_now()};
+    const auto found =
+        matches(window, {.states = {AtspiState::focused}, .roles = {}, .maximum = few, .isAskedAhead = false})
+            .value_or(QList<AtspiReference>());
+    // An answer without the page is none, or of another moment.
+    const bool isAlone = wasWatched && found == QList<AtspiReference>{page};
+    m_lonePage = isAlone ? std::optional(asked) : std::nullopt;
+    return firstControl(found);
 }
 
 std::optional<AtspiFocus> AtspiSearch::focusedByWalk(const AtspiReference &window)
@@ -122,7 +146,8 @@ std::optional<QList<AtspiReference>> AtspiSearch::matches(const AtspiReference &
                                   .interface = "org.a11y.atspi.Collection",
                                   .method = "GetMatches",
                                   .arguments = argumentsFor(rule),
-                                  .replyType = "(a(so))"});
+                                  .replyType = "(a(so))",
+                                  .isAskedAhead = rule.isAskedAhead});
     if (reply.elapsedMs >= slowSearchMs)
         m_restUntil.insert(window.name, QDeadlineTimer(restAfterSlowSearch));
     // A window may just have closed, too.

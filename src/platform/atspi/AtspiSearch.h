@@ -1,10 +1,14 @@
 #pragma once
 
+#include "platform/atspi/AtspiFocusWatch.h"
 #include "platform/atspi/AtspiQueries.h"
 
 #include <QDeadlineTimer>
 #include <QHash>
 #include <QSet>
+
+#include <chrono>
+#include <functional>
 
 namespace ostrel {
 
@@ -28,7 +32,11 @@ struct AtspiPage {
 class AtspiSearch
 {
 public:
-    AtspiSearch(AtspiBus &bus, AtspiQueries &queries) : m_bus(bus), m_queries(queries) {}
+    using Clock = std::function<std::chrono::steady_clock::time_point()>;
+
+    AtspiSearch(AtspiBus &bus, AtspiQueries &queries, Clock now)
+        : m_bus(bus), m_queries(queries), m_now(std::move(now)), m_pageWatch(bus)
+    {}
 
     /// The visible web page, or the visible pages, outermost first, where the first one says nothing of use. A
     /// browser's own tools beside a page are no page. @return nothing where the program can't search
@@ -38,11 +46,20 @@ public:
 
 private:
     struct Rule;
+    /// A page that has the focus while nothing else in its window has, and what that was found out from.
+    struct LonePage {
+        AtspiReference window;
+        AtspiReference page;
+        quint64 changes = 0;
+        std::chrono::steady_clock::time_point searchedAt;
+    };
 
     std::optional<QList<AtspiReference>> matches(const AtspiReference &window, const Rule &rule);
     static GlibHandle<GVariant> argumentsFor(const Rule &rule);
     /// Without a browser's own tools.
     QList<AtspiPage> readPages(const QList<AtspiReference> &found);
+    bool isStillAlone(const AtspiReference &window, const AtspiReference &page) const;
+    std::optional<AtspiReference> controlBeside(const AtspiReference &window, const AtspiReference &page);
     std::optional<AtspiReference> firstControl(const QList<AtspiReference> &found);
     std::optional<AtspiFocus> focusedByWalk(const AtspiReference &window);
     std::optional<AtspiReference> walkToFocused(const AtspiReference &window);
@@ -56,6 +73,9 @@ private:
     QSet<QByteArray> m_denySearches;
     QHash<QByteArray, QDeadlineTimer> m_restUntil;
     int m_generation = -1;
+    const Clock m_now;
+    AtspiFocusWatch m_pageWatch;
+    std::optional<LonePage> m_lonePage;
 };
 
 } // namespace ostrel

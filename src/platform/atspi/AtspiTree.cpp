@@ -64,10 +64,12 @@ class AtspiTree::Reader
 public:
     using Element = AtspiElement;
 
+    explicit Reader(Clock now) : search(bus, queries, std::move(now)) {}
+
     AtspiBus bus;
     AtspiQueries queries{bus};
     AtspiApplications applications{bus, queries};
-    AtspiSearch search{bus, queries};
+    AtspiSearch search;
 
     AccessibilityValue role(const Element &element);
     AccessibilityValue title(const Element &element);
@@ -186,7 +188,7 @@ AccessibilityValue AtspiTree::Reader::focusedElement(const Element &element)
     return AccessibilityElementPtr(std::move(focused));
 }
 
-AtspiTree::AtspiTree() : m_reader(std::make_unique<Reader>()) {}
+AtspiTree::AtspiTree(Clock now) : m_reader(std::make_unique<Reader>(std::move(now))) {}
 
 AtspiTree::~AtspiTree() = default;
 

@@ -2,6 +2,8 @@
 
 #include "context/AccessibilityTree.h"
 
+#include <chrono>
+#include <functional>
 #include <memory>
 
 namespace ostrel {
@@ -18,7 +20,10 @@ namespace ostrel {
 class AtspiTree final : public AccessibilityTree
 {
 public:
-    AtspiTree();
+    /// The time for what is to be asked again after a while.
+    using Clock = std::function<std::chrono::steady_clock::time_point()>;
+
+    explicit AtspiTree(Clock now = std::chrono::steady_clock::now);
     ~AtspiTree() override;
 
     void beginSample(QDeadlineTimer deadline) override;

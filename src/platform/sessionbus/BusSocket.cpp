@@ -219,7 +219,11 @@ GlibHandle<GDBusMessage> BusSocket::read(QByteArray message)
     GlibHandle<GDBusMessage> read(g_dbus_message_new_from_blob(
         reinterpret_cast<guchar *>(message.data()), gsize(message.size()), G_DBUS_CAPABILITY_FLAGS_NONE, nullptr));
     m_isLost = m_isLost || !read;
-    if (!read || g_dbus_message_get_message_type(read.get()) != G_DBUS_MESSAGE_TYPE_METHOD_CALL)
+    if (!read)
+        return read;
+    const GDBusMessageType type = g_dbus_message_get_message_type(read.get());
+    m_signalCount += type == G_DBUS_MESSAGE_TYPE_SIGNAL ? 1 : 0;
+    if (type != G_DBUS_MESSAGE_TYPE_METHOD_CALL)
         return read;
     refuse(read.get());
     return nullptr;

@@ -44,6 +44,8 @@ public:
     bool hasReceived() const;
     /// The number of the call that this is the answer to; 0 when it is none.
     static quint32 callAnsweredBy(GDBusMessage *message);
+    /// How many signals have been read so far, by whichever function.
+    quint64 signalCount() const { return m_signalCount; }
     /// For good.
     bool isLost() const { return m_isLost; }
 
@@ -67,6 +69,7 @@ private:
     const int m_descriptor;
     bool m_isLost = false;
     quint32 m_lastSerial = 0;
+    quint64 m_signalCount = 0;
     QByteArray m_unsent;
     QByteArray m_received;
 };

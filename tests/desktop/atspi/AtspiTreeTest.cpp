@@ -75,9 +75,28 @@ protected:
         return m_tree.find(application(), text("AXWebArea")).value_or(QList<AccessibilityElementPtr>());
     }
 
+    /// A page that has the focus while nothing else has, as some samples have found.
+    void showLonePage()
+    {
+        m_program.set("page", {.role = 95, .name = text("Page")});
+        m_program.set("control", {.role = 88, .name = text("Link")});
+        m_program.answerSearch("window", {"page"});
+        for (int sample = 0; sample < 3; ++sample)
+            EXPECT_EQ(textOf(focused(), "AXTitle"), text("Page"));
+        m_program.takeQuestions();
+    }
+    /// How often the next sample's answer to what has the focus takes a search.
+    qsizetype searchesForFocus()
+    {
+        m_program.takeQuestions();
+        focused();
+        return m_program.takeQuestions().count("window.GetMatches");
+    }
+
     static std::unique_ptr<VirtualDesktop> s_desktop;
     FakeProgram m_program;
-    AtspiTree m_tree;
+    std::chrono::steady_clock::time_point m_now{1h};
+    AtspiTree m_tree{[this] { return m_now; }};
 };
 std::unique_ptr<VirtualDesktop> AtspiTreeOfAProgram::s_desktop;
 
@@ -170,6 +189,89 @@ TEST_F(AtspiTreeOfAProgram, pageAndControlBothFocused_theControlIsTold)
     EXPECT_EQ(textOf(focused(), "AXTitle"), text("Page"));
     m_program.answerSearch("window", {});
     EXPECT_FALSE(focused());
+}
+
+TEST_F(AtspiTreeOfAProgram, pageAloneHasTheFocus_isSearchedWhollyOnceListenedTo)
+{
+    m_program.set("page", {.role = 95});
+    m_program.answerSearch("window", {"page"});
+    EXPECT_EQ(searchesForFocus(), 2);
+    EXPECT_EQ(searchesForFocus(), 2); // what came before anybody listened is unknown
+    EXPECT_EQ(searchesForFocus(), 1);
+    EXPECT_EQ(searchesForFocus(), 1);
+}
+
+TEST_F(AtspiTreeOfAProgram, pageAloneForTwoSeconds_isSearchedAgain)
+{
+    showLonePage();
+    m_program.answerSearch("window", {"page", "control"});
+    m_now += 1'999ms;
+    EXPECT_EQ(textOf(focused(), "AXTitle"), text("Page"));
+    m_now += 1ms;
+    EXPECT_EQ(textOf(focused(), "AXTitle"), text("Link"));
+}
+
+TEST_F(AtspiTreeOfAProgram, pageTellsThatItsFocusWent_theControlBesideItIsToldAtOnce)
+{
+    showLonePage();
+    m_program.tellFocus("page", false);
+    m_program.answerSearch("window", {"page", "control"});
+    EXPECT_EQ(textOf(focused(), "AXTitle"), text("Link"));
+    EXPECT_EQ(textOf(focused(), "AXTitle"), text("Link"));
+}
+
+TEST_F(AtspiTreeOfAProgram, pageTellsOfItsFocusManyTimes_isSearchedOnceForAll)
+{
+    showLonePage();
+    for (int i = 0; i < 1'000; ++i)
+        m_program.tellFocus("page", i % 2 == 1);
+    EXPECT_EQ(searchesForFocus(), 2);
+    EXPECT_EQ(searchesForFocus(), 1);
+}
+
+TEST_F(AtspiTreeOfAProgram, anotherObjectTellsOfItsFocus_isNotListenedTo)
+{
+    showLonePage();
+    m_program.tellFocus("control", true);
+    m_program.tellFocus("window", false);
+    EXPECT_EQ(searchesForFocus(), 1);
+}
+
+TEST_F(AtspiTreeOfAProgram, controlBesideThePageHasTheFocus_isSearchedForInEverySample)
+{
+    showLonePage();
+    m_program.tellFocus("page", false);
+    m_program.answerSearch("window", {"page", "control"});
+    EXPECT_EQ(searchesForFocus(), 2);
+    EXPECT_EQ(searchesForFocus(), 2);
+    m_program.set("other", {.role = 43, .name = text("Close")});
+    m_program.answerSearch("window", {"page", "other"});
+    EXPECT_EQ(textOf(focused(), "AXTitle"), text("Close"));
+}
+
+TEST_F(AtspiTreeOfAProgram, anotherPageHasTheFocus_isSearched)
+{
+    showLonePage();
+    m_program.set("next", {.role = 95, .name = text("Next page")});
+    m_program.answerSearch("window", {"next", "control"});
+    EXPECT_EQ(textOf(focused(), "AXTitle"), text("Link"));
+    m_program.answerSearch("window", {"page", "control"});
+    EXPECT_EQ(textOf(focused(), "AXTitle"), text("Link"));
+}
+
+TEST_F(AtspiTreeOfAProgram, searchOfThePageUnanswered_isAskedAgain)
+{
+    m_program.set("page", {.role = 95, .name = text("Page")});
+    m_program.set("control", {.role = 88, .name = text("Link")});
+    m_program.answerSearch("window", {"page"});
+    EXPECT_EQ(searchesForFocus(), 2);
+    int searches = 0;
+    m_program.answer("window", "GetMatches", [&, this]() -> GVariant * {
+        return searches++ == 0 ? m_program.references({"page"}) : g_variant_new("(s)", "nonsense");
+    });
+    EXPECT_EQ(textOf(focused(), "AXTitle"), text("Page"));
+    m_program.answerSearch("window", {"page", "control"});
+    EXPECT_EQ(textOf(focused(), "AXTitle"), text("Link"));
 }
 
 TEST_F(AtspiTreeOfAProgram, webPage_tellsAddressAndTitle)

@@ -106,6 +106,16 @@ void FakeProgram::answerSearch(const QByteArray &window, const QList<QByteArray>
     answer(window, "GetMatches", [this, found] { return references(found); });
 }
 
+void FakeProgram::tellFocus(const QByteArray &name, bool isFocused)
+{
+    GVariant *const details =
+        g_variant_new("(siiva{sv})", "focused", int(isFocused), 0, g_variant_new_int32(0), nullptr);
+    GlibHandle<GError> error;
+    g_dbus_connection_emit_signal(m_bus.get(), nullptr, (prefix + name).constData(), "org.a11y.atspi.Event.Object",
+                                  "StateChanged", details, ErrorOut(error));
+    EXPECT_FALSE(error);
+}
+
 QList<QByteArray> FakeProgram::takeQuestions()
 {
     const QMutexLocker lock(&m_mutex);

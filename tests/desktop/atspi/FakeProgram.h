@@ -45,6 +45,9 @@ public:
     /// The search finds these, in their order, as many as it is asked for. Without this there is no search.
     void answerSearch(const QByteArray &window, const QList<QByteArray> &found);
 
+    /// Says to whoever listens that the focus has come to an object, or left it.
+    void tellFocus(const QByteArray &name, bool isFocused);
+
     /// What it was asked since the last call of this, as in "root.GetChildren" or "frame.Name".
     QList<QByteArray> takeQuestions();
     QByteArray busName() const;

@@ -85,6 +85,32 @@ TEST_F(X11ForegroundSourceTest, otherWindowActivated_isTold)
     EXPECT_EQ(sampleTitle(), text("two"));
 }
 
+TEST_F(X11ForegroundSourceTest, otherApplicationActivated_ownerIsThatOfTheNewWindow)
+{
+    const auto terminal = m_desktop.startTerminal(text("one"));
+    const auto editor = m_desktop.startEditor(text("notes.txt"));
+    for (int round = 0; round < 2; ++round) {
+        m_desktop.activate(terminal);
+        EXPECT_EQ(m_source.frontmostApplication()->localizedName, text("XTerm"));
+        EXPECT_EQ(m_source.frontmostApplication()->localizedName, text("XTerm"));
+        m_desktop.activate(editor);
+        EXPECT_EQ(m_source.frontmostApplication()->localizedName, text("Mousepad"));
+    }
+}
+
+TEST_F(X11ForegroundSourceTest, lastWindowClosed_theNewOneIsTold)
+{
+    m_desktop.activate(m_desktop.startEditor(text("notes.txt")));
+    TestProcess &terminal = m_desktop.start(text("xterm"), {text("-T"), text("brief"), text("-e"), text("cat")});
+    m_desktop.activate(m_desktop.waitForWindow(text("brief")));
+    EXPECT_EQ(m_source.frontmostApplication()->localizedName, text("XTerm"));
+    terminal.stop();
+    waitUntil(text("the editor to be told"), 10s, [this] {
+        const auto application = m_source.frontmostApplication();
+        return application && application->localizedName == text("Mousepad");
+    });
+}
+
 TEST_F(X11ForegroundSourceTest, windowActivatedBetweenTheCalls_doesNotMixFacts)
 {
     const auto one = m_desktop.startTerminal(text("one"));

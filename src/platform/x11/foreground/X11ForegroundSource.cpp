@@ -16,17 +16,16 @@ X11ForegroundSource::~X11ForegroundSource() = default;
 
 std::optional<ForegroundApplication> X11ForegroundSource::frontmostApplication()
 {
-    m_window.reset();
     X11Connection *server = connection();
     if (!server)
         return std::nullopt;
-    m_window = readActiveWindow(*server);
-    if (!m_window)
+    const auto active = readActiveWindow(*server, std::exchange(m_window, std::nullopt));
+    if (!active)
         return std::nullopt;
-    const X11WindowOwner owner = readWindowOwner(*server, *m_window);
-    ForegroundApplication application = m_lookup(owner.windowClass);
-    application.processIdentifier = owner.pid;
-    application.windowClass = owner.instanceAndClass;
+    m_window = active->window;
+    ForegroundApplication application = m_lookup(active->owner.windowClass);
+    application.processIdentifier = active->owner.pid;
+    application.windowClass = active->owner.instanceAndClass;
     return application;
 }
 
@@ -77,11 +76,10 @@ X11Connection *X11ForegroundSource::connection()
     // Reading what came unasked is also what finds out that the server has gone.
     if (m_connection)
         m_connection->dispatchEvents();
-    if (m_connection && m_connection->isBroken()) {
+    if (m_connection && m_connection->isBroken())
         m_connection.reset();
-        m_window.reset();
-    }
     if (!m_connection) {
+        m_window.reset();
         auto opened = X11Connection::open(m_display);
         if (!opened)
             return nullptr;

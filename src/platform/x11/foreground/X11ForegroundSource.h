@@ -14,7 +14,8 @@ class X11Connection;
 /// The active window by the window manager's hints (EWMH), and the pointer. It connects at the first call; a
 /// connection that was lost is opened again by the next call.
 ///
-/// Two round trips for the application, one for its window, one for the pointer; well below a millisecond together.
+/// One round trip for the application while its window stays the active one, else two; one for its window, and one for
+/// the pointer; well below a millisecond together.
 class X11ForegroundSource final : public ForegroundSource
 {
 public:

@@ -153,12 +153,18 @@ std::optional<quint32> X11PropertyRequest::Value::cardinal(qsizetype index) cons
     return item;
 }
 
-std::optional<xcb_window_t> readActiveWindow(X11Connection &connection)
+std::optional<X11ActiveWindow> readActiveWindow(X11Connection &connection, std::optional<xcb_window_t> likely)
 {
     X11PropertyRequest request(connection, connection.root(), connection.atom(activeWindowName));
+    // An answer that is never collected would be kept until the connection ends.
+    auto likelyOwner = likely ? std::optional(readWindowOwner(connection, *likely)) : std::nullopt;
     const auto value = request.collect();
     const auto window = value ? value->cardinal(0) : std::nullopt;
-    return window && *window != XCB_WINDOW_NONE ? window : std::nullopt;
+    if (!window || *window == XCB_WINDOW_NONE)
+        return std::nullopt;
+    if (window == likely)
+        return X11ActiveWindow{.window = *window, .owner = *std::move(likelyOwner)};
+    return X11ActiveWindow{.window = *window, .owner = readWindowOwner(connection, *window)};
 }
 
 bool tellsActiveWindow(X11Connection &connection)

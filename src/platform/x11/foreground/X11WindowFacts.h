@@ -34,8 +34,6 @@ private:
     xcb_get_property_cookie_t m_cookie;
 };
 
-/// The window that the window manager says is active; absent where none is, or nobody says.
-std::optional<xcb_window_t> readActiveWindow(X11Connection &connection);
 /// Whether there is a window manager that would name the active window.
 bool tellsActiveWindow(X11Connection &connection);
 
@@ -46,6 +44,15 @@ struct X11WindowOwner {
     qint32 pid = 0;           ///< 0 where it runs on another machine or the window doesn't say
 };
 X11WindowOwner readWindowOwner(X11Connection &connection, xcb_window_t window);
+
+/// The window that the window manager says is active, and its owner.
+struct X11ActiveWindow {
+    xcb_window_t window = XCB_WINDOW_NONE;
+    X11WindowOwner owner;
+};
+/// @param likely the one that it was before: if it still is, this is one round trip instead of two
+/// @return absent where no window is active, or nobody says
+std::optional<X11ActiveWindow> readActiveWindow(X11Connection &connection, std::optional<xcb_window_t> likely);
 
 /// A window's title, by whichever property tells it; absent where none does.
 std::optional<QString> readWindowTitle(X11Connection &connection, xcb_window_t window);
