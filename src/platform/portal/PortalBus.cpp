@@ -56,6 +56,19 @@ private:
 
 } // namespace
 
+Error PortalResponse::refusal() const
+{
+    if (code != declined)
+        return faultError(Fault::PictureRefused, QStringLiteral("the desktop's portal failed"));
+    Error error = faultError(Fault::ScreenCaptureDeclined);
+    // KDE's portal says so where a part of its dialog is not installed.
+    if (waited < fastestUser)
+        error.localizedDescription += QStringLiteral(
+            " It said so at once, before anybody could have answered a question: if none was to be seen, "
+            "the desktop's own dialog may not work.");
+    return error;
+}
+
 Result<std::unique_ptr<PortalBus>> PortalBus::connect(const QByteArray &address, std::chrono::milliseconds patience,
                                                       GCancellable *interrupt)
 {
@@ -124,6 +137,7 @@ Result<PortalResponse> PortalBus::request(const char *method, PortalOptions opti
                         .type = "(ua{sv})"},
                        [&response](GVariant *arguments) { response = responseIn(arguments); });
     };
+    const auto asked = std::chrono::steady_clock::now();
     // Before the call, for the answer may come at once.
     const QByteArray path = requestPath(token);
     listenAt(path);
@@ -142,13 +156,14 @@ Result<PortalResponse> PortalBus::request(const char *method, PortalOptions opti
     g_variant_get(answer.get(), "(&o)", &handle);
     if (path != handle)
         listenAt(handle); // portals before 0.9 choose the path themselves
-    const auto waited = waitUntil([&] { return response || isPortalGone || isClosed(); }, patience);
+    const auto waited = waitUntil([&] { return response || isPortalGone || isClosed(); }, patience, m_interrupt.get());
     if (!waited) {
         withdraw(handle);
         return std::unexpected(waited.error());
     }
     if (!response)
         return std::unexpected(faultError(Fault::NoScreenPortal, QStringLiteral("it ended before it had answered")));
+    response->waited = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - asked);
     return std::move(*response);
 }
 
@@ -159,13 +174,14 @@ void PortalBus::withdraw(const char *request)
             "()", error);
 }
 
-Result<> PortalBus::waitUntil(const std::function<bool()> &isMet, std::chrono::milliseconds patience)
+Result<> PortalBus::waitUntil(const std::function<bool()> &isMet, std::chrono::milliseconds patience,
+                              GCancellable *interrupt)
 {
-    const WakeOnInterrupt waking(m_interrupt.get(), m_context.get());
+    const WakeOnInterrupt waking(interrupt, m_context.get());
     bool isLate = false;
     const BusTimer timer(m_context.get(), patience, [&isLate] { isLate = true; });
     while (!isMet()) {
-        if (g_cancellable_is_cancelled(m_interrupt.get()) != FALSE)
+        if (g_cancellable_is_cancelled(interrupt) != FALSE)
             return std::unexpected(faultError(Fault::Cancelled));
         if (isLate)
             return std::unexpected(faultError(Fault::TimedOut, QStringLiteral("question whether the screen may be "
@@ -178,8 +194,14 @@ Result<> PortalBus::waitUntil(const std::function<bool()> &isMet, std::chrono::m
 Result<> PortalBus::pause(std::chrono::milliseconds time)
 {
     const MainContextScope scope(m_context.get());
-    const auto waited = waitUntil([] { return false; }, time);
+    const auto waited = waitUntil([] { return false; }, time, m_interrupt.get());
     return waited || isFault(waited.error(), Fault::TimedOut) ? Result<>() : waited;
+}
+
+void PortalBus::watch(const std::function<bool()> &isMet, std::chrono::milliseconds patience, GCancellable *interrupt)
+{
+    const MainContextScope scope(m_context.get());
+    static_cast<void>(waitUntil(isMet, patience, interrupt));
 }
 
 void PortalBus::handleSignals()

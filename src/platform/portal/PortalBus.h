@@ -31,8 +31,15 @@ struct PortalResponse {
     static constexpr guint32 granted = 0;
     static constexpr guint32 declined = 1; ///< by the user
 
+    /// Nobody reads a question and answers it in less.
+    static constexpr std::chrono::milliseconds fastestUser{300};
+
     guint32 code = 0;
-    GlibHandle<GVariant> results; ///< by name
+    GlibHandle<GVariant> results;                   ///< by name
+    std::chrono::milliseconds waited = fastestUser; ///< for it
+
+    /// What to say of one that is not granted.
+    Error refusal() const;
 };
 
 /// A conversation with the desktop portal on a connection of its own. The portal ends what it has opened for somebody
@@ -65,6 +72,9 @@ public:
                                    std::chrono::milliseconds patience);
     /// Lets a while pass. @return Fault::Cancelled
     Result<> pause(std::chrono::milliseconds time);
+    /// Handles signals until the condition holds, at most for this time.
+    /// @param interrupt ends it early, from any thread
+    void watch(const std::function<bool()> &isMet, std::chrono::milliseconds patience, GCancellable *interrupt);
     /// Handles the signals that are there already.
     void handleSignals();
     bool isClosed() const { return g_dbus_connection_is_closed(m_connection.get()) != FALSE; }
@@ -75,7 +85,7 @@ private:
     /// Takes a request back that is not answered yet. Not interrupted itself.
     void withdraw(const char *request);
     /// Handles signals until the condition holds. @return Fault::TimedOut, Cancelled
-    Result<> waitUntil(const std::function<bool()> &isMet, std::chrono::milliseconds patience);
+    Result<> waitUntil(const std::function<bool()> &isMet, std::chrono::milliseconds patience, GCancellable *interrupt);
     /// Where the answer to a request will come from.
     QByteArray requestPath(const QByteArray &token) const;
 

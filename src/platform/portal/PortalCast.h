@@ -26,17 +26,23 @@ public:
     const QString &restoreToken() const { return m_session->restoreToken(); }
 
     /// Pictures that came from here come no more. Any thread.
-    void noteLost() { m_isLost = true; }
+    void noteLost();
+    /// Pictures that have ended are not explained yet: they end a moment before the session does, whoever ends it.
     PortalSession::State state();
+    /// The same, but waits for that moment. @param interrupt ends the waiting, from any thread
+    PortalSession::State explainedState(GCancellable *interrupt);
 
 private:
     PortalCast(std::unique_ptr<PortalSession> session, std::shared_ptr<PipeWireRemote> remote,
-               std::chrono::milliseconds patience);
+               const PortalSeams &seams);
+    static constexpr auto neverLost = std::chrono::milliseconds::max();
 
-    const std::chrono::milliseconds m_patience;
+    bool isBroken();
+
+    const PortalSeams m_seams;
     const std::unique_ptr<PortalSession> m_session;
     const std::shared_ptr<PipeWireRemote> m_remote;
-    std::atomic<bool> m_isLost = false;
+    std::atomic<std::chrono::milliseconds> m_lostAt = neverLost;
 };
 
 } // namespace ostrel

@@ -16,12 +16,17 @@ struct PortalSeams {
     std::chrono::milliseconds patience{10'000};
     /// How long the user may think about the desktop's question.
     std::chrono::milliseconds userPatience{120'000};
+    /// For how long it is waited for word why a session, or its pictures, have ended. What belongs together is told
+    /// within a tenth of a second, on a machine that isn't busy.
+    std::chrono::milliseconds reasonPatience{2'000};
+    /// A question that nobody has answered is not put again by the program itself for so long.
+    std::chrono::milliseconds questionPause{30'000};
     /// A still screen may not give a first picture; after this time that is said, and one is asked for.
     std::chrono::milliseconds firstPictureAfter{1'000};
     /// Whether the compositor, which PipeWire can't speak for, still answers. Called on the thread that captures; waits
     /// for nothing.
     std::function<bool()> isCompositorAnswering = [] { return true; };
-    /// Time that only ever goes on, from any beginning.
+    /// Time that only ever goes on, from any beginning. Called on any thread.
     std::function<std::chrono::milliseconds()> monotonicTime = [] {
         const auto sinceBoot = std::chrono::steady_clock::now().time_since_epoch();
         return std::chrono::duration_cast<std::chrono::milliseconds>(sinceBoot);

@@ -1,6 +1,8 @@
 #include "platform/portal/PortalSession.h"
 
 #include "base/Fault.h"
+#include "base/Log.h"
+#include "platform/portal/SessionClosing.h"
 #include "platform/sessionbus/BusConnection.h"
 #include "platform/sessionbus/BusNames.h"
 #include "platform/sessionbus/BusSignals.h"
@@ -57,37 +59,39 @@ Result<PortalResponse> grantedOnly(Result<PortalResponse> response)
 {
     if (!response || response->code == PortalResponse::granted)
         return response;
-    if (response->code == PortalResponse::declined)
-        return std::unexpected(faultError(Fault::ScreenCaptureDeclined));
-    return std::unexpected(faultError(Fault::PictureRefused, QStringLiteral("the desktop's portal failed")));
+    return std::unexpected(response->refusal());
 }
 
 } // namespace
 
 Result<std::unique_ptr<PortalSession>> PortalSession::open(const Opening &opening)
 {
-    auto bus = PortalBus::connect(opening.busAddress, opening.patience, opening.interrupt);
+    auto bus = PortalBus::connect(opening.seams.busAddress, opening.seams.patience, opening.interrupt);
     if (!bus)
         return std::unexpected(bus.error());
-    std::unique_ptr<PortalSession> session(new PortalSession(std::move(*bus)));
+    std::unique_ptr<PortalSession> session(new PortalSession(std::move(*bus), opening.seams));
     if (const auto created = session->create(); !created)
         return std::unexpected(created.error());
     if (const auto selected = session->selectMonitors(opening.restoreToken); !selected)
         return std::unexpected(selected.error());
-    if (const auto started = session->startStreams(opening.userPatience); !started)
+    if (const auto started = session->startStreams(opening.onUnanswered); !started)
         return std::unexpected(started.error());
     return session;
 }
 
-PortalSession::PortalSession(std::unique_ptr<PortalBus> bus) : m_bus(std::move(bus)) {}
+PortalSession::PortalSession(std::unique_ptr<PortalBus> bus, const PortalSeams &seams)
+    : m_bus(std::move(bus)), m_seams(seams)
+{}
 
 PortalSession::~PortalSession()
 {
     const MainContextScope scope(m_bus->context());
+    const bool isOver = isClosed() || isLost();
     m_signals.reset();
+    m_closing.reset();
     // Closing the connection ends the session as well, but only when the portal notices.
     GlibHandle<GError> error;
-    if (!m_handle.isEmpty() && !m_bus->isClosed() && m_state == State::Open)
+    if (!m_handle.isEmpty() && !isOver)
         callBus({.connection = m_bus->connection()},
                 {PortalNames::service, m_handle.constData(), PortalNames::session, "Close"}, nullptr, "()", error);
 }
@@ -121,27 +125,20 @@ Result<> PortalSession::create()
     if (!handle || g_variant_is_object_path(g_variant_get_string(handle.get(), nullptr)) == FALSE)
         return std::unexpected(faultError(Fault::NoScreenPortal, QStringLiteral("it opens no session")));
     m_handle = g_variant_get_string(handle.get(), nullptr);
-    listen();
-    return {};
+    return listen();
 }
 
-void PortalSession::listen()
+Result<> PortalSession::listen()
 {
     const MainContextScope scope(m_bus->context());
     m_signals = std::make_unique<BusSignals>(m_bus->connection());
-    m_signals->listen({.sender = PortalNames::service,
-                       .path = m_handle.constData(),
-                       .interface = PortalNames::session,
-                       .name = "Closed",
-                       .type = "*"},
-                      [this](GVariant *) {
-                          if (m_state == State::Open)
-                              m_state = State::Ended;
-                      });
-    m_signals->listenToOwner(PortalNames::service, [this](bool isThere) {
-        if (!isThere && m_state == State::Open)
-            m_state = State::Lost;
-    });
+    m_signals->listenToOwner(PortalNames::service, [this](bool isThere) { m_isPortalGone |= !isThere; });
+    m_closing = std::make_unique<SessionClosing>(
+        m_bus->line(), m_handle,
+        SessionClosing::Timing{.monotonicTime = m_seams.monotonicTime, .patience = m_seams.reasonPatience});
+    if (!m_closing->isListening())
+        return std::unexpected(faultError(Fault::NoScreenPortal, QStringLiteral("it has left the bus")));
+    return {};
 }
 
 Result<> PortalSession::selectMonitors(const QString &restoreToken)
@@ -175,7 +172,7 @@ Result<> PortalSession::selectMonitors(const QString &restoreToken)
     return {};
 }
 
-Result<> PortalSession::startStreams(std::chrono::milliseconds userPatience)
+Result<> PortalSession::startStreams(const std::function<void(const Error &)> &onUnanswered)
 {
     const auto response = grantedOnly(m_bus->request(
         "Start", {},
@@ -183,7 +180,9 @@ Result<> PortalSession::startStreams(std::chrono::milliseconds userPatience)
             constexpr const char *noParentWindow = "";
             return g_variant_new("(os@a{sv})", m_handle.constData(), noParentWindow, given);
         },
-        userPatience));
+        m_seams.userPatience));
+    if (!response && isFault(response.error(), Fault::TimedOut))
+        onUnanswered(response.error());
     if (!response)
         return std::unexpected(response.error());
     const auto streams = valueIn(response->results.get(), "streams", "a(ua{sv})");
@@ -211,13 +210,41 @@ Result<int> PortalSession::openPipeWire()
     return descriptor;
 }
 
+bool PortalSession::isClosed() const
+{
+    return m_closing && m_closing->isClosed();
+}
+
 PortalSession::State PortalSession::state()
 {
     const MainContextScope scope(m_bus->context());
     m_bus->handleSignals();
-    if (m_state == State::Open && m_bus->isClosed())
-        m_state = State::Lost;
-    return m_state;
+    // The portal may go after it has said that the session is closed: what it said counts.
+    if (!isClosed())
+        return isLost() ? State::Lost : State::Open;
+    return m_closing->isExplained() ? end() : State::Unexplained;
+}
+
+PortalSession::State PortalSession::explainedState(GCancellable *interrupt)
+{
+    m_bus->watch([this] { return isClosed() || isLost(); }, m_seams.reasonPatience, interrupt);
+    if (isClosed())
+        m_bus->watch([this] { return m_closing->isExplained(); }, m_seams.reasonPatience, interrupt);
+    if (g_cancellable_is_cancelled(interrupt) != FALSE)
+        return State::Unexplained;
+    const MainContextScope scope(m_bus->context());
+    return isClosed() ? end() : state();
+}
+
+PortalSession::State PortalSession::end()
+{
+    if (m_end)
+        return *m_end;
+    m_end = m_closing->isByUnpluggedMonitor() ? State::Unplugged : State::Ended;
+    if (m_end == State::Unplugged)
+        qCWarning(logPlatform, "a monitor was unplugged, and the desktop has ended the sharing of all monitors; "
+                               "those that are left are shared when the user says so");
+    return *m_end;
 }
 
 } // namespace ostrel

@@ -2,18 +2,21 @@
 
 #include "base/Error.h"
 #include "platform/portal/PortalBus.h"
+#include "platform/portal/PortalSeams.h"
 
 #include <QList>
 #include <QPoint>
 #include <QSize>
 #include <QString>
 
+#include <functional>
 #include <memory>
 #include <optional>
 
 namespace ostrel {
 
 class BusSignals;
+class SessionClosing;
 
 /// A monitor that the user lets us see, as the portal describes it. What it doesn't tell is absent or empty.
 struct PortalStreamFacts {
@@ -29,11 +32,10 @@ class PortalSession
 {
 public:
     struct Opening {
-        QByteArray busAddress;
-        QString restoreToken; ///< empty: the user is asked
-        std::chrono::milliseconds patience;
-        std::chrono::milliseconds userPatience;
-        GCancellable *interrupt; ///< ends the waiting, from any thread
+        PortalSeams seams;                               ///< with the address of a bus
+        QString restoreToken;                            ///< empty: the user is asked
+        GCancellable *interrupt;                         ///< ends the waiting, from any thread
+        std::function<void(const Error &)> onUnanswered; ///< the user has not answered, and is asked no more
     };
 
     /// Blocks for the user's answer, unless the token is good.
@@ -53,26 +55,38 @@ public:
 
     enum class State {
         Open,
-        Ended, ///< by the user, or by the desktop in the user's place
-        Lost,  ///< the portal or the bus has gone
+        Unexplained, ///< it is over, and by whose wish may be told in a moment
+        Ended,       ///< by the user, or by the desktop in the user's place
+        Unplugged,   ///< a monitor has gone, and the desktop has ended it; the user may have done so all the same
+        Lost,        ///< the portal or the bus has gone
     };
-    /// As far as signals tell that have come by now.
+    /// As far as signals tell that have come by now. Waits for none; of a closed session the shell may be asked.
     State state();
+    /// The same, but waits a moment for the session's end, if it has not ended, and for its reason: Open says that it
+    /// goes on.
+    /// @param interrupt ends the waiting, from any thread
+    State explainedState(GCancellable *interrupt);
 
 private:
-    explicit PortalSession(std::unique_ptr<PortalBus> bus);
+    PortalSession(std::unique_ptr<PortalBus> bus, const PortalSeams &seams);
     Result<> create();
     Result<PortalResponse> askForSession();
     Result<> selectMonitors(const QString &restoreToken);
-    Result<> startStreams(std::chrono::milliseconds userPatience);
-    void listen();
+    Result<> startStreams(const std::function<void(const Error &)> &onUnanswered);
+    Result<> listen();
+    State end();
+    bool isClosed() const;
+    bool isLost() const { return m_isPortalGone || m_bus->isClosed(); }
 
     const std::unique_ptr<PortalBus> m_bus;
+    const PortalSeams m_seams;
+    std::unique_ptr<SessionClosing> m_closing;
     std::unique_ptr<BusSignals> m_signals;
     QByteArray m_handle;
     QList<PortalStreamFacts> m_streams;
     QString m_restoreToken;
-    State m_state = State::Open;
+    bool m_isPortalGone = false;
+    std::optional<State> m_end; ///< when it is explained
 };
 
 } // namespace ostrel

@@ -53,7 +53,7 @@ bool ScreenCastPortal::wouldAsk()
     if (m_isOpen || m_withdrawal)
         return false;
     const auto grant = m_grants.read();
-    return !grant || grant->restoreToken.isEmpty();
+    return m_isTokenInDoubt || !grant || grant->restoreToken.isEmpty();
 }
 
 Result<std::shared_ptr<PortalCast>> ScreenCastPortal::open(Asker asker)
@@ -61,17 +61,21 @@ Result<std::shared_ptr<PortalCast>> ScreenCastPortal::open(Asker asker)
     // From the very beginning: one that comes before the question is up must not get lost.
     const Opener opener(*this);
     const std::scoped_lock turn(m_turn);
-    inspectCast();
-    if (m_cast)
-        return m_cast;
+    inspectCast(opener.interrupt());
+    // First, for an interrupted look leaves a cast behind that may be over.
     if (g_cancellable_is_cancelled(opener.interrupt()) != FALSE)
         return std::unexpected(faultError(Fault::Cancelled));
+    if (m_cast)
+        return m_cast;
     if (asker == Asker::User) {
+        m_unanswered.reset();
         const std::scoped_lock lock(m_mutex);
         m_withdrawal.reset();
     }
     if (const auto reason = withdrawal())
         return std::unexpected(*reason);
+    if (isQuestionTooSoon())
+        return std::unexpected(m_unanswered->error);
     auto cast = openAnew(opener.interrupt());
     if (!cast && isFault(cast.error(), Fault::ScreenCaptureDeclined)) {
         m_grants.drop();
@@ -80,16 +84,17 @@ Result<std::shared_ptr<PortalCast>> ScreenCastPortal::open(Asker asker)
     if (!cast)
         return cast;
     m_grants.keep({.restoreToken = (*cast)->restoreToken()});
+    m_unanswered.reset();
     m_cast = *cast;
     const std::scoped_lock lock(m_mutex);
     m_isOpen = true;
+    m_isTokenInDoubt = false;
     return cast;
 }
 
 Result<std::shared_ptr<PortalCast>> ScreenCastPortal::openAnew(GCancellable *interrupt)
 {
-    const auto grant = m_grants.read();
-    const QString token = grant ? grant->restoreToken : QString();
+    const QString token = tokenToUse();
     auto cast = tryToOpen(token, interrupt);
     // A token that the portal refuses opens nothing ever again; the user can still be asked.
     if (!cast && !token.isEmpty() && isFault(cast.error(), Fault::PictureRefused))
@@ -97,28 +102,44 @@ Result<std::shared_ptr<PortalCast>> ScreenCastPortal::openAnew(GCancellable *int
     return cast;
 }
 
-Result<std::shared_ptr<PortalCast>> ScreenCastPortal::tryToOpen(const QString &restoreToken, GCancellable *interrupt)
+QString ScreenCastPortal::tokenToUse() const
 {
-    return PortalCast::open(
-        {.busAddress = m_seams.busAddress.isEmpty() ? sessionBusAddress().toUtf8() : m_seams.busAddress,
-         .restoreToken = restoreToken,
-         .patience = m_seams.patience,
-         .userPatience = m_seams.userPatience,
-         .interrupt = interrupt});
+    const std::scoped_lock lock(m_mutex);
+    const auto grant = m_isTokenInDoubt ? std::nullopt : m_grants.read();
+    return grant ? grant->restoreToken : QString();
 }
 
-void ScreenCastPortal::inspectCast()
+Result<std::shared_ptr<PortalCast>> ScreenCastPortal::tryToOpen(const QString &restoreToken, GCancellable *interrupt)
+{
+    PortalSeams seams = m_seams;
+    if (seams.busAddress.isEmpty())
+        seams.busAddress = sessionBusAddress().toUtf8();
+    return PortalCast::open({.seams = std::move(seams),
+                             .restoreToken = restoreToken,
+                             .interrupt = interrupt,
+                             .onUnanswered = [this](const Error &error) {
+                                 m_unanswered = {.error = error, .at = m_seams.monotonicTime()};
+                             }});
+}
+
+bool ScreenCastPortal::isQuestionTooSoon() const
+{
+    return m_unanswered && m_seams.monotonicTime() - m_unanswered->at < m_seams.questionPause;
+}
+
+void ScreenCastPortal::inspectCast(GCancellable *interrupt)
 {
     if (!m_cast)
         return;
-    const PortalSession::State state = m_cast->state();
-    if (state == PortalSession::State::Open)
+    const PortalSession::State state = interrupt != nullptr ? m_cast->explainedState(interrupt) : m_cast->state();
+    if (state == PortalSession::State::Open || state == PortalSession::State::Unexplained)
         return;
     m_cast.reset();
     if (state == PortalSession::State::Ended)
         takeBack(faultError(Fault::ScreenSharingEnded));
     const std::scoped_lock lock(m_mutex);
     m_isOpen = false;
+    m_isTokenInDoubt = m_isTokenInDoubt || state == PortalSession::State::Unplugged;
 }
 
 void ScreenCastPortal::takeBack(const Error &reason)

@@ -5,6 +5,7 @@
 #include "platform/portal/PortalSeams.h"
 #include "platform/sessionbus/GlibHandles.h"
 
+#include <chrono>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -18,7 +19,9 @@ class PortalCast;
 /// the next run. Any thread; those who ask wait for each other.
 ///
 /// The user is asked when somebody opens a cast that no token opens. Once the user has declined, or has ended the
-/// sharing, nobody but the user's own request asks again in this run.
+/// sharing, nobody but the user's own request asks again in this run. A desktop may end the sharing when a monitor was
+/// unplugged, in the very words of a user who ends it: then no token speaks for the user, who is asked. Nor is a
+/// question that nobody has answered put again at once, however often the program tries.
 class ScreenCastPortal
 {
 public:
@@ -56,8 +59,10 @@ private:
     class Opener;
     Result<std::shared_ptr<PortalCast>> openAnew(GCancellable *interrupt);
     Result<std::shared_ptr<PortalCast>> tryToOpen(const QString &restoreToken, GCancellable *interrupt);
-    /// Lets go of a cast that has ended.
-    void inspectCast();
+    /// Lets go of a cast that has ended. May wait a moment for the reason; only who can be interrupted waits.
+    void inspectCast(GCancellable *interrupt = nullptr);
+    QString tokenToUse() const;
+    bool isQuestionTooSoon() const;
     void takeBack(const Error &reason);
     std::optional<Error> withdrawal() const;
 
@@ -66,9 +71,15 @@ private:
 
     std::mutex m_turn; ///< of those who use the cast; held while the user thinks
     std::shared_ptr<PortalCast> m_cast;
+    struct UnansweredQuestion {
+        Error error;
+        std::chrono::milliseconds at;
+    };
+    std::optional<UnansweredQuestion> m_unanswered; ///< the last one, unless it was answered
 
     mutable std::mutex m_mutex; ///< of all below; never held for long
     bool m_isOpen = false;
+    bool m_isTokenInDoubt = false;                 ///< it may not be what the user wants any more
     std::optional<Error> m_withdrawal;             ///< why nobody asks
     std::list<GlibHandle<GCancellable>> m_openers; ///< those who are about to open a cast
 };

@@ -1,10 +1,7 @@
 #include "TestPortal.h"
 
 #include "ConnectedSocket.h"
-#include "platform/sessionbus/BusCall.h"
-#include "platform/sessionbus/BusConnection.h"
 #include "platform/sessionbus/BusNames.h"
-#include "support/TestProcess.h"
 
 #include <unistd.h>
 #include <utility>
@@ -44,30 +41,9 @@ GVariant *emptyResults()
 } // namespace
 
 TestPortal::TestPortal(const QByteArray &busAddress, QString pipeWireSocket)
-    : m_pipeWireSocket(std::move(pipeWireSocket)), m_context(g_main_context_new())
-{
-    const MainContextScope scope(m_context.get());
-    GlibHandle<GError> error;
-    m_connection = connectToBus(busAddress, nullptr, error);
-    if (!m_connection)
-        failTest(QString::fromUtf8(error->message));
-    m_filter = g_dbus_connection_add_filter(m_connection.get(), &TestPortal::filter, this, nullptr);
-    constexpr guint32 doNotQueue = 4;
-    if (!callBus({.connection = m_connection.get()},
-                 {BusNames::daemon, BusNames::daemonPath, BusNames::daemon, "RequestName"},
-                 g_variant_new("(su)", "org.freedesktop.portal.Desktop", doNotQueue), "(u)", error))
-        failTest(QString::fromUtf8(error->message));
-}
-
-TestPortal::~TestPortal()
-{
-    const MainContextScope scope(m_context.get());
-    g_dbus_connection_remove_filter(m_connection.get(), m_filter);
-    closeBus(m_connection.get(), m_context.get());
-    m_connection.reset();
-    while (g_main_context_iteration(m_context.get(), FALSE) != FALSE) {
-    }
-}
+    : m_pipeWireSocket(std::move(pipeWireSocket)),
+      m_service(busAddress, "org.freedesktop.portal.Desktop", [this](GDBusMessage *call) { return handle(call); })
+{}
 
 void TestPortal::behave(const Behaviour &behaviour)
 {
@@ -83,20 +59,26 @@ TestPortal::Seen TestPortal::seen() const
 
 void TestPortal::endSharing()
 {
-    const std::scoped_lock lock(m_mutex);
-    g_dbus_connection_emit_signal(m_connection.get(), m_client.constData(), m_session.constData(),
-                                  "org.freedesktop.portal.Session", "Closed", nullptr, nullptr);
+    {
+        const std::scoped_lock lock(m_mutex);
+        m_service.tell({.destination = m_client.constData(),
+                        .path = m_session.constData(),
+                        .interface = "org.freedesktop.portal.Session",
+                        .name = "Closed"});
+    }
+    m_service.waitUntilTold();
 }
 
-GDBusMessage *TestPortal::filter(GDBusConnection * /*connection*/, GDBusMessage *message, gboolean incoming,
-                                 gpointer self)
+QByteArray TestPortal::client() const
 {
-    const bool isCall =
-        incoming != FALSE && g_dbus_message_get_message_type(message) == G_DBUS_MESSAGE_TYPE_METHOD_CALL;
-    if (!isCall || !static_cast<TestPortal *>(self)->handle(message))
-        return message;
-    g_object_unref(message);
-    return nullptr;
+    const std::scoped_lock lock(m_mutex);
+    return m_client;
+}
+
+QByteArray TestPortal::session() const
+{
+    const std::scoped_lock lock(m_mutex);
+    return m_session;
 }
 
 bool TestPortal::handle(GDBusMessage *message)
@@ -106,13 +88,13 @@ bool TestPortal::handle(GDBusMessage *message)
     const std::scoped_lock lock(m_mutex);
     if (interface == BusNames::properties && member == "Get") {
         constexpr guint32 everyMode = 7;
-        reply(message, g_variant_new("(v)", g_variant_new_uint32(everyMode)));
+        m_service.reply(message, g_variant_new("(v)", g_variant_new_uint32(everyMode)));
     } else if (member == "Close") {
         if (QByteArray(g_dbus_message_get_path(message)).startsWith(requests))
             ++m_seen.withdrawnQuestions;
         else
             ++m_seen.closedSessions;
-        reply(message, nullptr);
+        m_service.reply(message, nullptr);
     } else if (member == "OpenPipeWireRemote") {
         answerPipeWire(message);
     } else if (interface == "org.freedesktop.portal.ScreenCast") {
@@ -132,7 +114,7 @@ void TestPortal::answerRequest(GDBusMessage *message, const QByteArray &member)
     const QByteArray path = requests + sender + '/' + textIn(options.get(), "handle_token");
     if (member == "SelectSources")
         noteSelection(options.get());
-    reply(message, g_variant_new("(o)", path.constData()));
+    m_service.reply(message, g_variant_new("(o)", path.constData()));
     if (member == "CreateSession" && ++m_seen.sessions <= m_behaviour.failingSessions)
         return respond(path, 2, emptyResults());
     if (member == "CreateSession") {
@@ -197,25 +179,16 @@ void TestPortal::answerPipeWire(GDBusMessage *message)
     const int descriptor = connectedSocket(m_pipeWireSocket);
     const gint32 index = g_unix_fd_list_append(files.get(), descriptor, ErrorOut(error));
     ::close(descriptor);
-    reply(message, g_variant_new("(h)", index), files.get());
-}
-
-void TestPortal::reply(GDBusMessage *message, GVariant *body, GUnixFDList *files)
-{
-    GDBusMessage *answer = g_dbus_message_new_method_reply(message);
-    if (body != nullptr)
-        g_dbus_message_set_body(answer, body);
-    if (files != nullptr)
-        g_dbus_message_set_unix_fd_list(answer, files);
-    g_dbus_connection_send_message(m_connection.get(), answer, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
-    g_object_unref(answer);
+    m_service.reply(message, g_variant_new("(h)", index), files.get());
 }
 
 void TestPortal::respond(const QByteArray &path, guint32 code, GVariant *results)
 {
-    g_dbus_connection_emit_signal(m_connection.get(), m_client.constData(), path.constData(),
-                                  "org.freedesktop.portal.Request", "Response",
-                                  g_variant_new("(u@a{sv})", code, results), nullptr);
+    m_service.tell({.destination = m_client.constData(),
+                    .path = path.constData(),
+                    .interface = "org.freedesktop.portal.Request",
+                    .name = "Response"},
+                   g_variant_new("(u@a{sv})", code, results));
 }
 
 } // namespace ostrel

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/sessionbus/GlibHandles.h"
+#include "PlayedService.h"
 
 #include <QByteArray>
 #include <QList>
@@ -29,7 +29,6 @@ public:
     TestPortal(const QByteArray &busAddress, QString pipeWireSocket);
     TestPortal(const TestPortal &) = delete;
     TestPortal &operator=(const TestPortal &) = delete;
-    ~TestPortal();
 
     struct Behaviour {
         QList<Stream> streams = {};
@@ -54,29 +53,30 @@ public:
     };
     Seen seen() const;
 
-    /// The user ends the sharing in the desktop.
+    /// The session is closed: the user ends the sharing in the desktop, or the desktop ends it by itself. Returns when
+    /// the bus has passed it on.
     void endSharing();
+    /// Who has asked last, as the bus calls it.
+    QByteArray client() const;
+    QByteArray session() const;
 
 private:
-    static GDBusMessage *filter(GDBusConnection *connection, GDBusMessage *message, gboolean incoming, gpointer self);
     bool handle(GDBusMessage *message);
     void answerRequest(GDBusMessage *message, const QByteArray &member);
     void answerPipeWire(GDBusMessage *message);
-    void reply(GDBusMessage *message, GVariant *body, GUnixFDList *files = nullptr);
     void respond(const QByteArray &path, guint32 code, GVariant *results);
     GVariant *startResults();
     void noteSelection(GVariant *options);
 
     const QString m_pipeWireSocket;
-    const GlibHandle<GMainContext> m_context;
-    GlibHandle<GDBusConnection> m_connection;
-    guint m_filter = 0;
 
     mutable std::mutex m_mutex;
     Behaviour m_behaviour;
     Seen m_seen;
     QByteArray m_client;
     QByteArray m_session;
+
+    PlayedService m_service; ///< the last, for it calls the others
 };
 
 } // namespace ostrel

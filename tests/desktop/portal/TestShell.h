@@ -1,0 +1,39 @@
+#pragma once
+
+#include "PlayedService.h"
+
+#include <QByteArray>
+#include <QList>
+
+#include <mutex>
+
+namespace ostrel {
+
+/// What GNOME's compositor tells of its monitors, played as the test says. Any thread.
+class TestShell
+{
+public:
+    TestShell(const QByteArray &busAddress, QList<QByteArray> connectors);
+
+    /// Other monitors are there. Returns when the bus has passed on that they have changed.
+    void change(const QList<QByteArray> &connectors);
+    /// The same, without a word.
+    void changeSilently(const QList<QByteArray> &connectors);
+    /// It is asked, and does not answer.
+    void hang();
+
+    static constexpr PlayedService::Signal monitorsChanged{.destination = nullptr,
+                                                           .path = "/org/gnome/Mutter/DisplayConfig",
+                                                           .interface = "org.gnome.Mutter.DisplayConfig",
+                                                           .name = "MonitorsChanged"};
+
+private:
+    bool handle(GDBusMessage *call);
+
+    std::mutex m_mutex;
+    QList<QByteArray> m_connectors;
+    bool m_hangs = false;
+    PlayedService m_service; ///< the last, for it calls the others
+};
+
+} // namespace ostrel
