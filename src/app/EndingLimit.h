@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QString>
+
 #include <chrono>
 
 namespace ostrel {
@@ -12,7 +14,7 @@ class EndingLimit
 public:
     static constexpr std::chrono::milliseconds limit{4'500};
 
-    EndingLimit();
+    explicit EndingLimit(std::chrono::milliseconds time = limit);
     EndingLimit(const EndingLimit &) = delete;
     EndingLimit &operator=(const EndingLimit &) = delete;
     /// There is no limit any more.
@@ -20,6 +22,8 @@ public:
 
     /// The time begins to run, where there is such an object; once. May be called by a signal's handler.
     static void begin() noexcept;
+    /// What the process becomes instead of ending when the time is over; empty for nothing. There has to be an object.
+    static void setSuccessor(const QString &program);
     /// While it lives, what is being done takes the time it takes; then the whole time begins anew, where it ran.
     class Lifted
     {

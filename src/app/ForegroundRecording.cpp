@@ -6,6 +6,15 @@
 
 namespace ostrel {
 
+namespace {
+
+QString endedBeforeItBegan()
+{
+    return QStringLiteral("The recording ended before it had begun.");
+}
+
+} // namespace
+
 ForegroundRecording::ForegroundRecording(const Platform &platform, std::optional<std::chrono::seconds> duration)
     : m_duration(duration),
       m_host(platform, [this] { finish(); }, {}, [this](qint64 lost) { endWithoutCapture(lost, m_status); })
@@ -21,8 +30,10 @@ int ForegroundRecording::run()
 
 void ForegroundRecording::end(EndingPace pace)
 {
-    if (!m_host.isStarted())
-        return m_loop.quit(); // nothing has begun
+    if (!m_host.isStarted()) {
+        noteNoPicture(endedBeforeItBegan());
+        return m_loop.quit();
+    }
     if (pace == EndingPace::Prompt)
         m_host.model().quitBeforeShutdown();
     else
@@ -89,7 +100,17 @@ void ForegroundRecording::onEnded(RecordingEnd reason)
         m_observerEnded = reason == RecordingEnd::ObserverEnded;
         printMessage(QStringLiteral("ostrel: %1\n").arg(failureText(reason)));
     }
+    const auto whyNoPicture = m_host.model().whyNoPicture();
+    if (reason == RecordingEnd::Requested && whyNoPicture)
+        noteNoPicture(m_started ? *whyNoPicture : endedBeforeItBegan());
     m_host.model().quit();
+}
+
+/// Whoever asked for the end need not know that nothing came of the recording.
+void ForegroundRecording::noteNoPicture(const QString &why)
+{
+    m_status = ExitFailed;
+    printMessage(QStringLiteral("ostrel: No picture was recorded: %1\n").arg(why));
 }
 
 void ForegroundRecording::onStatus()

@@ -22,7 +22,7 @@ public:
 
     /// Records until the time is over, SIGINT, SIGTERM or SIGHUP comes, or recording is no longer possible. Says on
     /// standard error what happens.
-    /// @return the exit status: 1 when it could not start, or capture or the observer ended by itself
+    /// @return the exit status: 1 when it could not start, capture or the observer ended by itself, or no picture came
     int run();
 
 private:
@@ -30,6 +30,7 @@ private:
     Task<> start(std::stop_token stop);
     void onStarted();
     void onEnded(RecordingEnd reason);
+    void noteNoPicture(const QString &why);
     void onStatus();
     void finish();
     Task<> stopAfter(std::chrono::seconds duration, std::stop_token stop);

@@ -5,6 +5,7 @@
 #include "base/Log.h"
 #include "base/SerialQueue.h"
 #include "capture/CaptureError.h"
+#include "capture/FirstPicture.h"
 
 #include <algorithm>
 #include <utility>
@@ -52,8 +53,10 @@ void logFailed(quint32 displayId, const Error &error)
 
 } // namespace
 
-CaptureSources::CaptureSources(const Clock &clock, DisplaySource &displays, SerialQueue &sampleQueue)
-    : m_clock(clock), m_displays(displays), m_sampleQueue(sampleQueue), m_gate(clock)
+CaptureSources::CaptureSources(const Clock &clock, DisplaySource &displays, SerialQueue &sampleQueue,
+                               std::shared_ptr<FirstPicture> firstPicture)
+    : m_clock(clock), m_displays(displays), m_sampleQueue(sampleQueue), m_firstPicture(std::move(firstPicture)),
+      m_gate(clock)
 {}
 
 CaptureSources::~CaptureSources() = default;
@@ -88,8 +91,10 @@ Result<ScreenshotOutcome> CaptureSources::captureScreenshot(std::size_t index)
     }
     const auto picture = takePicture(*source.screenshotter);
     source.context->signsOfLife.note(); // a failure is one too: whoever polls counts those
-    if (!picture)
+    if (!picture) {
+        m_firstPicture->noteFailure(picture.error().localizedDescription);
         return std::unexpected(picture.error());
+    }
     if (isHidden()) {
         source.context->newestDownsample.noteChanges(*picture);
         return ScreenshotOutcome::Skipped;
@@ -97,6 +102,7 @@ Result<ScreenshotOutcome> CaptureSources::captureScreenshot(std::size_t index)
     const qint64 nowMs = m_clock.nowMs();
     forgetFrameOfTheFuture(*source.context, nowMs);
     m_gate.processCapturedImage(*picture, *source.context, nowMs);
+    noteUnreadablePicture();
     return ScreenshotOutcome::Taken;
 }
 
@@ -161,13 +167,29 @@ void CaptureSources::takeSample(StreamId id, const StreamSample &sample)
             running->context->signsOfLife.note();
         forgetFrameOfTheFuture(*running->context, m_clock.nowMs());
     }
-    if (!isHidden())
-        return m_gate.streamDidOutputSample(id, sample);
+    if (!isHidden()) {
+        m_gate.streamDidOutputSample(id, sample);
+        return noteUnreadablePicture();
+    }
     if (running == m_streams.end() || !sample.image)
         return;
     // What it says of changes is never said again.
     running->context->newestDownsample.noteChanges(*sample.image);
     running->hasMissedPicture = true;
+}
+
+void CaptureSources::noteUnreadablePicture()
+{
+    const FrameCounters &counters = m_gate.counters;
+    if (counters.acceptedFrameCount == 0 && (counters.downsampleFailureCount > 0 || counters.jpegFailureCount > 0))
+        m_firstPicture->noteFailure(QStringLiteral("The screen's pictures could not be read."));
+}
+
+void CaptureSources::setPaused(bool paused)
+{
+    m_isPaused = paused;
+    if (paused)
+        m_firstPicture->notePause();
 }
 
 void CaptureSources::lookForSignsOfLife()
@@ -232,6 +254,7 @@ void CaptureSources::notePrivateWindow(bool isInFront, qint64 readSinceMs)
     if (isInFront) {
         if (!std::exchange(m_hasToldOfHiding, true))
             qCInfo(logScreenCapture, "screen capture takes no picture while a private window is in front");
+        m_firstPicture->notePrivateWindow();
         takeBackFramesSince(m_lastPublicMs);
     } else {
         m_lastPublicMs = readSinceMs;

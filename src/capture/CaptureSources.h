@@ -11,6 +11,7 @@
 namespace ostrel {
 
 class Clock;
+class FirstPicture;
 class SerialQueue;
 
 /// What came of the turn of one display.
@@ -31,8 +32,10 @@ public:
     /// of one of them has stopped while others run.
     using DisplaysChanged = std::function<void()>;
 
-    /// All outlive this object.
-    CaptureSources(const Clock &clock, DisplaySource &displays, SerialQueue &sampleQueue);
+    /// The references outlive this object.
+    /// @param firstPicture told of what keeps one from coming
+    CaptureSources(const Clock &clock, DisplaySource &displays, SerialQueue &sampleQueue,
+                   std::shared_ptr<FirstPicture> firstPicture);
     ~CaptureSources();
 
     FrameGate &gate() { return m_gate; }
@@ -58,7 +61,7 @@ public:
 
     /// While it is paused no picture is taken, and what streams deliver is dropped; also a picture that is just being
     /// taken. It stays so over `tearDown`. Any thread.
-    void setPaused(bool paused) { m_isPaused = paused; }
+    void setPaused(bool paused);
 
     /// Starts a stream for each display of the plan and goes on without those that fail.
     /// @return CaptureErrorCode::NoStream when none could be started
@@ -97,12 +100,14 @@ private:
     void takeBackFramesSince(qint64 ms);
     void deliverMissedPictures();
     /// Whether no picture may be kept now.
+    void noteUnreadablePicture();
     bool isHidden();
     bool mayShowPrivateWindow() const;
 
     const Clock &m_clock;
     DisplaySource &m_displays;
     SerialQueue &m_sampleQueue;
+    const std::shared_ptr<FirstPicture> m_firstPicture;
     /// Not a job on the queue: a pause must not wait for those that stand there already.
     std::atomic<bool> m_isPaused = false;
     std::atomic<bool> m_isLeftBehind = false;

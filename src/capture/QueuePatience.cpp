@@ -4,13 +4,13 @@
 
 namespace ostrel {
 
-QueuePatience::QueuePatience(Clock &clock, std::chrono::milliseconds limit, std::function<void()> onLost)
-    : m_clock(clock), m_limit(limit), m_onLost(std::move(onLost))
+QueuePatience::QueuePatience(Clock &clock, Limits limits, Outlets outlets)
+    : m_clock(clock), m_limits(limits), m_outlets(std::move(outlets))
 {}
 
 QueuePatience::~QueuePatience()
 {
-    withdrawLimit();
+    endWait();
 }
 
 void QueuePatience::setHurried(bool isHurried)
@@ -19,31 +19,41 @@ void QueuePatience::setHurried(bool isHurried)
     if (isHurried)
         limit();
     else
-        withdrawLimit();
+        withdraw(m_withdrawLimit);
 }
 
 void QueuePatience::beginWait(SerialQueue *queue)
 {
     m_awaited = queue;
+    m_withdrawLongWait = m_clock.schedule(m_limits.longWait, [this] { noteLongWait(); });
     limit();
 }
 
 void QueuePatience::endWait()
 {
     m_awaited = nullptr;
-    withdrawLimit();
+    m_waitsLong = false;
+    withdraw(m_withdrawLimit);
+    withdraw(m_withdrawLongWait);
 }
 
-void QueuePatience::withdrawLimit()
+void QueuePatience::withdraw(Withdraw &timer)
 {
-    if (const auto withdraw = std::exchange(m_withdrawLimit, nullptr))
+    if (const auto withdraw = std::exchange(timer, nullptr))
         withdraw();
 }
 
 void QueuePatience::limit()
 {
     if (m_awaited != nullptr && m_isHurried && !m_withdrawLimit)
-        m_withdrawLimit = m_clock.schedule(m_limit, [this] { lose(); });
+        m_withdrawLimit = m_clock.schedule(m_limits.hurriedWait, [this] { lose(); });
+}
+
+void QueuePatience::noteLongWait()
+{
+    m_withdrawLongWait = nullptr;
+    m_waitsLong = true;
+    m_outlets.isLong();
 }
 
 void QueuePatience::lose()
@@ -52,7 +62,7 @@ void QueuePatience::lose()
     m_hung = m_awaited;
     m_answersAgain = std::make_shared<std::atomic<bool>>(false);
     m_hung->post([answers = m_answersAgain] { *answers = true; });
-    m_onLost();
+    m_outlets.lost();
     // Last: who is resumed may let go of this object.
     std::exchange(m_waits, {}).request_stop();
 }

@@ -22,9 +22,17 @@ class Clock;
 class QueuePatience
 {
 public:
-    /// @param clock  outlives this object
-    /// @param onLost called when a wait has been longer than the limit, before whoever waits is resumed
-    QueuePatience(Clock &clock, std::chrono::milliseconds limit, std::function<void()> onLost);
+    struct Limits {
+        std::chrono::milliseconds hurriedWait; ///< where somebody wants the end
+        std::chrono::milliseconds longWait;    ///< after which somebody should hear of it
+    };
+    struct Outlets {
+        std::function<void()> lost;   ///< a hurried wait is over its limit; called before whoever waits is resumed
+        std::function<void()> isLong; ///< a wait has become a long one; it goes on
+    };
+
+    /// @param clock outlives this object
+    QueuePatience(Clock &clock, Limits limits, Outlets outlets);
     QueuePatience(const QueuePatience &) = delete;
     QueuePatience &operator=(const QueuePatience &) = delete;
     ~QueuePatience();
@@ -44,6 +52,8 @@ public:
 
     /// Whether somebody wants the end: limits the wait under way, and those to come.
     void setHurried(bool isHurried);
+    /// Whether a wait is under way that has become a long one.
+    bool waitsLong() const { return m_waitsLong; }
 
     /// Ends when patience is lost, or all waits are ended: for others who wait for the same queues.
     std::stop_token token() const { return m_waits.get_token(); }
@@ -53,20 +63,26 @@ public:
     bool hangs(const SerialQueue &queue) const { return &queue == m_hung && !*m_answersAgain; }
 
 private:
+    using Withdraw = std::function<void()>;
+
     void beginWait(SerialQueue *queue);
     void endWait();
     void limit();
-    void withdrawLimit();
+    static void withdraw(Withdraw &timer);
+    void noteLongWait();
     void lose();
 
     Clock &m_clock;
-    const std::chrono::milliseconds m_limit;
-    const std::function<void()> m_onLost;
+    const Limits m_limits;
+    const Outlets m_outlets;
     bool m_isHurried = false;
+    bool m_waitsLong = false;
     SerialQueue *m_awaited = nullptr;
-    std::function<void()> m_withdrawLimit; ///< of the wait under way, where it has one
-    std::stop_source m_waits;              ///< another one after patience was lost
-    SerialQueue *m_hung = nullptr;         ///< with which it was lost last
+    // Of the wait under way, where it has them.
+    Withdraw m_withdrawLimit;
+    Withdraw m_withdrawLongWait;
+    std::stop_source m_waits;      ///< another one after patience was lost
+    SerialQueue *m_hung = nullptr; ///< with which it was lost last
     std::shared_ptr<std::atomic<bool>> m_answersAgain = std::make_shared<std::atomic<bool>>(true);
 };
 

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 
 namespace ostrel {
 
@@ -16,6 +17,7 @@ class ActiveApplicationContext;
 class Clock;
 class DisplaySource;
 class LocalObserverAPI;
+class RecorderSession;
 class SerialQueue;
 
 /// Captures the displays, keeps the frames that changed, and posts them to the observer in batches. Main thread; all
@@ -65,6 +67,9 @@ public:
     /// For half a minute nothing has been done for a display, not even looked whether there is anything to be done.
     /// Called again after each further half minute. A stop or a start may then wait for whatever hangs.
     std::function<void(const QString &message)> onStalled;
+    /// For half a minute a start or a stop has waited for what captures, which does not answer. It goes on when it is
+    /// answered, or when somebody wants its end.
+    std::function<void(const QString &message)> onNoAnswer;
     /// For half a minute after a start the streams of these displays have answered, and have not sent one picture. A
     /// screen that is switched off, or doesn't change, may do so: capture goes on.
     std::function<void(const QString &message)> onPicturesMissing;
@@ -86,6 +91,10 @@ public:
     /// does nothing when nothing runs. A start under way that hangs is ended with Fault::Cancelled.
     Task<StopOutcome> stop(bool skipFlush);
 
+    /// Whether what captures was left behind by a stop, or a start that was given up, since the last start that was
+    /// not.
+    bool hasLeftBehind() const;
+
     /// Somebody wants the end of a start under way: where it waits for the user's answer to the desktop's question, it
     /// waits no longer, and fails. Neither does it wait longer than `patienceOfAStop` for what captures, as a stop.
     void interruptWaiting();
@@ -97,12 +106,15 @@ public:
     /// Whether capture runs (from a successful `start` until `stop` has ended it).
     bool isCapturing() const;
 
+    /// Why the observer has not got one picture yet from any recording of this object's, in a sentence; nothing once it
+    /// has. What is still buffered or on its way doesn't count: ask after a stop.
+    std::optional<QString> whyNoPicture() const;
+
     /// The counters since the last start in one line; the frame under way is not among them.
     QString diagnosticSummary() const;
 
 private:
-    class Session;
-    std::shared_ptr<Session> m_session;
+    const std::shared_ptr<RecorderSession> m_session;
 };
 
 } // namespace ostrel

@@ -250,7 +250,7 @@ void AppModel::leave()
 
 Task<> AppModel::prepareForUpdateRelaunch(std::stop_token stop)
 {
-    if (!isRecordingUnderWay())
+    if (!isRecordingUnderWay() && !stoppingRecording())
         co_return;
     m_pollTask.cancel(); // a poll that finds the child gone would start it again
     co_await m_recovery.prepareForUpdateRelaunch(std::move(stop));
@@ -259,6 +259,24 @@ Task<> AppModel::prepareForUpdateRelaunch(std::stop_token stop)
 QString AppModel::diagnosticSummary() const
 {
     return m_recorder->diagnosticSummary();
+}
+
+void AppModel::restartHelper()
+{
+    if (!stoppingRecording())
+        return m_observer.restartHelper();
+    m_tasks.spawn([this](std::stop_token stop) {
+        const auto restart = [this] {
+            if (!m_quitting)
+                m_observer.restartHelper();
+        };
+        return m_recording.betweenRecordings(restart, std::move(stop));
+    });
+}
+
+std::optional<QString> AppModel::whyNoPicture() const
+{
+    return m_recorder->whyNoPicture();
 }
 
 void AppModel::refreshJournal()

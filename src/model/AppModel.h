@@ -107,6 +107,8 @@ public:
     const CaptureRecoveryPolicy &recoveryPolicy() const { return m_recovery.recoveryPolicy(); }
     /// The recorder's counters since capture was started last, one line.
     QString diagnosticSummary() const;
+    /// See ScreenCaptureRecorder::whyNoPicture.
+    std::optional<QString> whyNoPicture() const;
 
     // The settings: see SettingsEditing and SettingsDialogs.
     void setDraftSettings(const ObserverSettings &settings) { m_state.setDraftSettings(settings); }
@@ -189,7 +191,8 @@ public:
 
     // The observer's process.
     void startHelper() { static_cast<void>(m_observer.startHelper()); }
-    void restartHelper() { m_observer.restartHelper(); }
+    /// See ObserverControl::restartHelper. Waits for a stop under way, whose last batch the observer is still to take.
+    void restartHelper();
 
     // The journal.
     const QList<JournalDay> &journalDays() const { return m_journalDays; }

@@ -2,6 +2,7 @@
 
 #include "base/Checked.h"
 #include "base/Clock.h"
+#include "base/Fault.h"
 #include "base/Log.h"
 #include "base/SerialQueue.h"
 #include "capture/RecordingResumeMarker.h"
@@ -28,8 +29,16 @@ constexpr auto displaySettlingTime = 1s;
 constexpr int mostDoublings = 5;
 /// A stall is the user's business when a new start of capture has not ended it by then.
 constexpr auto stallPatience = 30s;
+/// An observer that is slow, too, where the screen hangs, is waited for no longer before an update than at a shutdown.
+constexpr auto hungScreenPatience = 4s;
 /// The time that the observer needs to come up.
 constexpr auto startUpTime = 3s;
+
+/// The user's own word against capture, which no further attempt changes.
+bool isUsersWish(const Error &error)
+{
+    return isFault(error, Fault::ScreenSharingEnded) || isFault(error, Fault::ScreenCaptureDeclined);
+}
 
 } // namespace
 
@@ -45,6 +54,8 @@ CaptureRecovery::CaptureRecovery(Dependencies dependencies)
     connect(&m_with.recording, &RecordingControl::displaysChanged, this, &CaptureRecovery::displaysChanged);
     connect(&m_with.recording, &RecordingControl::captureStalled, this, &CaptureRecovery::captureStalled);
     connect(&m_with.recording, &RecordingControl::picturesMissing, this, &CaptureRecovery::picturesMissing);
+    connect(&m_with.recording, &RecordingControl::captureStartStalled, this, &CaptureRecovery::captureStartStalled);
+    connect(&m_with.recording, &RecordingControl::captureStartEnded, this, &CaptureRecovery::captureStartEnded);
     connect(&m_with.recording, &RecordingControl::captureGoesOn, this, &CaptureRecovery::captureGoesOn);
     connect(&m_with.recording, &RecordingControl::startBegun, this, &CaptureRecovery::forget);
     connect(&m_with.recording, &RecordingControl::endingBegun, this, &CaptureRecovery::forget);
@@ -113,7 +124,10 @@ Task<> CaptureRecovery::attemptCaptureResume(std::stop_token stop)
                 m_with.state.setHelperError(std::nullopt);
             co_return;
         }
-        const auto action = m_recoveryPolicy.resumeFailed(resumed.error().localizedDescription);
+        const QString message = resumed.error().localizedDescription;
+        const auto action = isUsersWish(resumed.error())
+                                ? CaptureRecoveryAction{.kind = CaptureRecoveryAction::Kind::giveUp, .message = message}
+                                : m_recoveryPolicy.resumeFailed(message);
         if (action.kind == CaptureRecoveryAction::Kind::giveUp) {
             perform(action);
             co_return;
@@ -158,22 +172,40 @@ Task<> CaptureRecovery::tellUnlessItGoesOn(std::stop_token stop)
 void CaptureRecovery::tellOfStall()
 {
     qCCritical(logScreenCapture, "%s; starting it again has not helped", qUtf8Printable(*m_stall));
-    const bool isToldAlready = m_toldStall == m_stall;
-    m_toldStall = m_stall;
-    m_with.state.setHelperError(m_stall);
-    if (!isToldAlready)
-        Q_EMIT stallTold(*m_toldStall);
+    const QString message = *m_stall; // whoever is told may end the recording, and the stall with it
+    tell(m_toldStall, message);
+}
+
+/// @param told what of this kind the user was told before
+void CaptureRecovery::tell(std::optional<QString> &told, const QString &message)
+{
+    const bool isNew = told != message;
+    told = message;
+    m_with.state.setHelperError(message);
+    if (isNew)
+        Q_EMIT stallTold(message);
 }
 
 void CaptureRecovery::picturesMissing(const QString &message)
 {
     // Nothing is started again for it: a screen that is switched off sends none either.
     qCWarning(logScreenCapture, "%s", qUtf8Printable(message));
-    const bool isToldAlready = m_missingPictures == message;
-    m_missingPictures = message;
-    m_with.state.setHelperError(message);
-    if (!isToldAlready)
-        Q_EMIT stallTold(message);
+    tell(m_missingPictures, message);
+}
+
+void CaptureRecovery::captureStartStalled(const QString &message)
+{
+    qCWarning(logScreenCapture, "%s", qUtf8Printable(message));
+    // A start because of a stall: that is told by its own words, which name the displays.
+    if (!m_stall)
+        tell(m_stalledStart, message);
+}
+
+void CaptureRecovery::captureStartEnded()
+{
+    if (m_stalledStart && m_with.state.helperError() == m_stalledStart)
+        m_with.state.setHelperError(std::nullopt);
+    m_stalledStart.reset();
 }
 
 void CaptureRecovery::captureGoesOn()
@@ -197,12 +229,39 @@ void CaptureRecovery::forgetStall()
 
 Task<> CaptureRecovery::prepareForUpdateRelaunch(std::stop_token stop)
 {
-    if (!m_with.recording.isUnderWay())
-        co_return;
-    co_await m_with.worker.run(stop, [] { RecordingResumeMarker::write(); });
+    RecordingControl &recording = m_with.recording;
+    if (recording.isUnderWay() || recording.pendingRecordingRestart()) {
+        co_await m_with.worker.run(stop, [] { RecordingResumeMarker::write(); });
+        if (stop.stop_requested())
+            co_return;
+    }
+    if (recording.pendingRecordingRestart())
+        recording.stopRecording(); // the next run begins it
+    // Local copies: what the stop resumes destroys the closures.
+    std::stop_source bound;
+    const auto end = [bound] { std::stop_source(bound).request_stop(); };
+    const std::stop_callback endWithCaller(stop, end);
+    const auto withdrawLimit = m_with.clock.schedule(hungScreenPatience, [&recording, end] {
+        if (recording.hasLeftScreenBehind())
+            end();
+    });
+    bool isAnotherAskedFor = false;
+    const auto endHere = [&] {
+        isAnotherAskedFor = recording.isUnderWay();
+        if (isAnotherAskedFor)
+            recording.stopRecording();
+        m_with.observer.stopHelper();
+    };
+    co_await recording.betweenRecordings(endHere, bound.get_token());
+    withdrawLimit();
     if (stop.stop_requested())
         co_return;
-    co_await m_with.recording.betweenRecordings([&observer = m_with.observer] { observer.stopHelper(); }, stop);
+    if (bound.stop_requested()) {
+        recording.abandonEnding();
+        endHere();
+    }
+    if (isAnotherAskedFor)
+        co_await m_with.worker.run(stop, [] { RecordingResumeMarker::write(); });
 }
 
 void CaptureRecovery::resumeRecordingAfterUpdateIfNeeded()

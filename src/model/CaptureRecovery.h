@@ -45,11 +45,13 @@ public:
 
     /// Carries out what the policy has decided; each action but `none` first cancels the attempts under way.
     void perform(const CaptureRecoveryAction &action);
-    /// Starts capture again, 2 s after each failure once more, as often as the policy grants; then gives up.
+    /// Starts capture again, 2 s after each failure once more, as often as the policy grants; then gives up. At once
+    /// where it fails because the user has declined it, or has ended the sharing.
     Task<> attemptCaptureResume(std::stop_token stop);
 
-    /// Called before the program is replaced. Ends a recording under way, leaves the next run word of it, and then ends
-    /// the observer's process. Without a recording nothing happens.
+    /// Called before the program is replaced, while there is a recording or the end of one. Ends it, leaves the next
+    /// run word of it, or of one that is asked for meanwhile, and then ends the observer's process. It takes the time
+    /// that the observer takes for the last batch; where the screen hangs, 4 s at most.
     Task<> prepareForUpdateRelaunch(std::stop_token stop);
     /// Called once, at start-up: if the run before has left word, starts a recording 3 s later, unless there is one by
     /// then. The word is taken back in any case.
@@ -64,8 +66,11 @@ private:
     void displaysChanged();
     void captureStalled(const QString &message);
     void picturesMissing(const QString &message);
+    void captureStartStalled(const QString &message);
+    void captureStartEnded();
     void captureGoesOn();
     void tellOfStall();
+    void tell(std::optional<QString> &told, const QString &message);
     void forgetStall();
     void forget();
     void stopForSleep();
@@ -83,7 +88,9 @@ private:
     std::optional<QString> m_toldStall; ///< the words that the user was told
     /// What the user was told of pictures that do not come, in this recording.
     std::optional<QString> m_missingPictures;
-    qint64 m_stallRestarts = 0; ///< because of it
+    /// What the user was told of a start of capture that waits for an answer.
+    std::optional<QString> m_stalledStart;
+    qint64 m_stallRestarts = 0; ///< because of the stall
     TaskSlot m_stallTask;
     TaskSlot m_displaysTask;
     TaskSlot m_captureResumeTask;

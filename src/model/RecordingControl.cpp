@@ -56,6 +56,7 @@ RecordingControl::~RecordingControl()
     m_with.recorder.onStreamsDied = nullptr;
     m_with.recorder.onDisplaysChanged = nullptr;
     m_with.recorder.onStalled = nullptr;
+    m_with.recorder.onNoAnswer = nullptr;
     m_with.recorder.onPicturesMissing = nullptr;
     m_with.recorder.onGoesOn = nullptr;
     // The start first: when its request is let go of, it already knows that it is cancelled.
@@ -81,6 +82,10 @@ void RecordingControl::takeCallbacks()
     m_with.recorder.onStalled = [this](const QString &message) {
         if (m_phase == Phase::Capturing)
             Q_EMIT captureStalled(message);
+    };
+    m_with.recorder.onNoAnswer = [this](const QString &message) {
+        if (m_phase == Phase::Capturing)
+            Q_EMIT captureStartStalled(message);
     };
     m_with.recorder.onPicturesMissing = [this](const QString &message) {
         if (m_phase == Phase::Capturing)
@@ -126,6 +131,7 @@ Task<> RecordingControl::startRecording(std::stop_token stop)
     if (!turn)
         co_return;
     m_phase = Phase::Preparing;
+    m_isAbandoned = false; // it is over
     m_failedWhileEnding = false;
     const auto started = co_await startBothSides(stop);
     if (stop.stop_requested())
@@ -157,7 +163,7 @@ Task<std::expected<void, RecordingControl::StartFailure>> RecordingControl::star
         co_return observing;
     m_phase = Phase::Capturing;
     m_captureIsAtRest = false;
-    const auto capturing = co_await m_with.recorder.start(m_with.state.settings(), m_with.observer.api());
+    const auto capturing = co_await startCapture();
     if (!capturing)
         co_return std::unexpected(
             StartFailure{.message = capturing.error().localizedDescription, .observerMayRun = true});
@@ -230,6 +236,9 @@ void RecordingControl::observerStopped()
 
 void RecordingControl::stopCapture()
 {
+    // An ending does so itself, and what is only asked for has not begun: its capture would be stopped in its place.
+    if (m_phase != Phase::Capturing)
+        return;
     m_endings.spawn([this](std::stop_token stop) { return suspendCapture(std::move(stop)); });
 }
 
@@ -246,7 +255,16 @@ Task<Result<>> RecordingControl::resumeCapture(std::stop_token stop)
     const auto turn = co_await m_turn.acquire(stop);
     if (!turn || m_phase != Phase::Capturing)
         co_return std::unexpected(faultError(Fault::Cancelled));
-    co_return co_await m_with.recorder.start(m_with.state.settings(), m_with.observer.api());
+    co_return co_await startCapture();
+}
+
+Task<Result<>> RecordingControl::startCapture()
+{
+    const auto life = m_life.get_token(); // a start is seen through by whoever has cancelled it
+    auto started = co_await m_with.recorder.start(m_with.state.settings(), m_with.observer.api());
+    if (!life.stop_requested())
+        Q_EMIT captureStartEnded();
+    co_return started;
 }
 
 void RecordingControl::giveUp(const QString &message)
@@ -277,7 +295,16 @@ Task<> RecordingControl::close(std::stop_token stop)
     m_starting = false;
     m_start.cancel();
     Q_EMIT endingBegun();
-    co_await runEnding({.reason = RecordingEnd::Requested, .announced = active}, std::move(stop));
+    const Ending ending{.reason = RecordingEnd::Requested, .announced = active};
+    if (m_isAbandoned)
+        finish(ending);
+    else
+        co_await runEnding(ending, std::move(stop));
+}
+
+bool RecordingControl::hasLeftScreenBehind() const
+{
+    return m_with.recorder.hasLeftBehind();
 }
 
 void RecordingControl::abandonEnding()
@@ -285,6 +312,7 @@ void RecordingControl::abandonEnding()
     m_endings.cancelAll();
     if (m_phase == Phase::Idle)
         return;
+    m_isAbandoned = true;
     Ending ending{.reason = RecordingEnd::Requested, .announced = m_endIsDue};
     if (!m_captureIsAtRest) {
         ending.reason = RecordingEnd::CaptureFailed;

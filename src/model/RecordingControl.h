@@ -56,7 +56,8 @@ public:
     /// Ends the recording, or the start of one: capture with its final flush, then the observer. Also gives up a
     /// recording that was to follow a stop under way.
     void stopRecording();
-    /// Ends capture with its final flush in the background, without a word to the observer.
+    /// Ends capture with its final flush in the background, without a word to the observer. Without a recording nothing
+    /// happens.
     void stopCapture();
     /// The same, to be awaited; the recording goes on without capture.
     Task<> suspendCapture(std::stop_token stop);
@@ -68,10 +69,14 @@ public:
     void giveUp(const QString &message);
     /// Ends the recording, if there is one, as `stopRecording` does, and then calls a function before another begins.
     Task<> betweenRecordings(std::function<void()> act, std::stop_token stop);
-    /// Ends everything, as `stopRecording` does, and starts nothing any more.
+    /// Ends everything, as `stopRecording` does, and starts nothing any more. An ending that was abandoned is not
+    /// waited for.
     Task<> close(std::stop_token stop);
     /// Calls whatever is being ended ended. What has not been delivered by now is lost, and said to be.
     void abandonEnding();
+
+    /// Whether what captures did not answer, and is not waited for, since capture was started last.
+    bool hasLeftScreenBehind() const;
 
     /// The observer reported that it records no more.
     void observerStopped();
@@ -96,6 +101,10 @@ Q_SIGNALS:
     void captureStalled(const QString &message);
     /// Nothing is wrong with capture, and yet half a minute after it was started it has not got one picture.
     void picturesMissing(const QString &message);
+    /// A start of capture of a recording that goes on has waited for half a minute without an answer; it still does.
+    void captureStartStalled(const QString &message);
+    /// A start of capture has ended, well or not.
+    void captureStartEnded();
     /// All displays of a recording that goes on are alive: some seconds after capture was started, or after a stall.
     void captureGoesOn();
     /// Both sides run.
@@ -125,6 +134,7 @@ private:
     Task<> startRecording(std::stop_token stop);
     Task<std::expected<void, StartFailure>> startBothSides(std::stop_token stop);
     Task<std::expected<void, StartFailure>> startObserver(std::stop_token stop);
+    Task<Result<>> startCapture();
     void beginEnding(Ending ending);
     Task<> runEnding(Ending ending, std::stop_token stop);
     void finish(Ending ending);
@@ -141,6 +151,7 @@ private:
     bool m_failedWhileEnding = false;
     bool m_endIsDue = false;       ///< a recording, or its start, has not been announced as ended yet
     bool m_captureIsAtRest = true; ///< nothing of this recording is left to be delivered
+    bool m_isAbandoned = false;    ///< an ending that has the turn
     bool m_stoppingRecording = false;
     bool m_pendingRecordingRestart = false;
     AsyncLock m_turn;

@@ -1,4 +1,5 @@
 #include "capture/CaptureSources.h"
+#include "capture/FirstPicture.h"
 
 #include "support/FakeDisplaySource.h"
 #include "support/ManualClock.h"
@@ -39,7 +40,9 @@ protected:
     ManualClock m_clock{[] {}};
     FakeDisplaySource m_displays{m_queue};
     FakePicture m_picture{64, 36};
-    std::shared_ptr<CaptureSources> m_sources = std::make_shared<CaptureSources>(m_clock, m_displays, m_queue);
+    std::shared_ptr<FirstPicture> m_firstPicture = std::make_shared<FirstPicture>();
+    std::shared_ptr<CaptureSources> m_sources =
+        std::make_shared<CaptureSources>(m_clock, m_displays, m_queue, m_firstPicture);
 };
 
 TEST_F(CaptureSourcesTest, picture_isJudgedAtTheTimeItWasTaken)

@@ -1,4 +1,5 @@
 #include "capture/CaptureSources.h"
+#include "capture/FirstPicture.h"
 
 #include "RecorderRig.h"
 #include "support/LogRecorder.h"
@@ -58,7 +59,9 @@ protected:
     FakeDisplaySource m_displays{m_queue};
     FakePicture m_picture{64, 36};
     std::uint8_t m_level = 0;
-    std::shared_ptr<CaptureSources> m_sources = std::make_shared<CaptureSources>(m_clock, m_displays, m_queue);
+    std::shared_ptr<FirstPicture> m_firstPicture = std::make_shared<FirstPicture>();
+    std::shared_ptr<CaptureSources> m_sources =
+        std::make_shared<CaptureSources>(m_clock, m_displays, m_queue, m_firstPicture);
 };
 
 TEST_F(PrivateWindows, oneInFront_noPictureIsTakenUntilARoundAfterItHasGone)

@@ -9,6 +9,7 @@ using namespace ostrel;
 namespace {
 
 const QString frames = QStringLiteral("POST /api/frames");
+const QString noAnswerOfTheDesktop = QStringLiteral("Screen capture has stalled: no answer from the desktop");
 
 /// A recording two pictures a second, with one in its buffer, whose screen the test can have hang.
 class RecorderHang : public RecorderRig
@@ -156,6 +157,94 @@ TEST_F(RecorderHang, startAfterTheStop_waitsForTheScreenAndThenRecordsAnew)
     recorder->setPaused(false);
     advance(500);
     EXPECT_TRUE(recorder->diagnosticSummary().startsWith(QStringLiteral("callbacks=1 accepted=1 buffered=1 ")));
+    transport.expect(frames, running());
+    stop();
+}
+
+TEST_F(RecorderHang, startThatWaitsForTheScreen_isToldAfterHalfAMinuteAndOnce)
+{
+    ASSERT_TRUE(start());
+    hang();
+    transport.expect(frames, running());
+    beginStopping();
+    advance(2'000);
+    EXPECT_EQ(noAnswers, QStringList()) << "a stop that gave up has said so";
+    const auto started = beginStart();
+    advance(29'999);
+    EXPECT_EQ(noAnswers, QStringList());
+    advance(1);
+    EXPECT_EQ(noAnswers, QStringList(noAnswerOfTheDesktop));
+    advance(600'000);
+    EXPECT_EQ(noAnswers.size(), 1);
+    answer();
+    ASSERT_TRUE(*started);
+    EXPECT_TRUE(**started);
+    advance(1'000);
+    transport.expect(frames, running());
+    stop();
+    EXPECT_EQ(noAnswers.size(), 1);
+}
+
+TEST_F(RecorderHang, startOfStreamsThatWaitsForTheirList_isToldToWaitForTheUserPerhaps)
+{
+    displays.mode = CaptureMode::Streams;
+    std::latch release(1);
+    displays.onShareableContent = [&release, show = displays.onShareableContent] {
+        release.wait();
+        return show();
+    };
+    samplesHang = true;
+    const auto started = beginStart();
+    advance(30'000);
+    EXPECT_EQ(noAnswers, QStringList(QStringLiteral(
+                             "Screen capture has stalled: the desktop may be waiting for your answer to a question")));
+    release.count_down();
+    samplesHang = false;
+    settle();
+    EXPECT_TRUE(*started);
+    stop();
+}
+
+TEST_F(RecorderHang, startThatWaitsForTheForeground_isToldAsWell)
+{
+    std::latch release(1);
+    contextQueue.post([&release] { release.wait(); });
+    contextHangs = true;
+    const auto started = beginStart();
+    advance(30'000);
+    EXPECT_EQ(noAnswers, QStringList(noAnswerOfTheDesktop));
+    release.count_down();
+    contextHangs = false;
+    settle();
+    EXPECT_TRUE(*started);
+    transport.expect(frames, running());
+    stop();
+}
+
+TEST_F(RecorderHang, startWhoseAnswersComeInTime_isNotToldHoweverLongItTakes)
+{
+    std::latch plan(1);
+    displays.onShareableContent = [&plan, show = displays.onShareableContent] {
+        plan.wait();
+        return show();
+    };
+    std::latch opens(1);
+    std::latch open(1);
+    displays.onMakeScreenshotter = [&] {
+        opens.count_down();
+        open.wait();
+    };
+    const auto started = beginStart();
+    samplesHang = true;
+    advance(29'999);
+    plan.count_down();
+    ASSERT_TRUE(pumpUntil([&] { return opens.try_wait(); }));
+    advance(29'999);
+    open.count_down();
+    samplesHang = false;
+    settle();
+    EXPECT_TRUE(*started);
+    EXPECT_EQ(noAnswers, QStringList());
     transport.expect(frames, running());
     stop();
 }

@@ -61,6 +61,7 @@ protected:
         recorder->onError = [this](const QString &message) { errors.append(message); };
         recorder->onStreamsDied = [this](const QString &message) { deaths.append(message); };
         recorder->onStalled = [this](const QString &message) { stalls.append(message); };
+        recorder->onNoAnswer = [this](const QString &message) { noAnswers.append(message); };
         recorder->onPicturesMissing = [this](const QString &message) { missing.append(message); };
         recorder->onGoesOn = [this] { ++goesOn; };
     }
@@ -160,8 +161,9 @@ protected:
     QStringList errors;
     QStringList deaths;
     QStringList stalls;
-    QStringList missing; ///< what was said of missing pictures
-    int goesOn = 0;      ///< how often that was said
+    QStringList noAnswers; ///< what was said of a start or a stop that waits
+    QStringList missing;   ///< what was said of missing pictures
+    int goesOn = 0;        ///< how often that was said
 
     SerialQueue sampleQueue{QStringLiteral("samples")};
     SerialQueue contextQueue{QStringLiteral("context")};

@@ -129,6 +129,27 @@ TEST_F(ObserverOfTheProgram, killedAndTheProgramInterruptedAtOnce_saysTheSame)
     expectEachAnalysedOnce(batches);
 }
 
+TEST_F(ObserverOfTheProgram, killedInTheMiddleOfTheStop_saysTheSameAndEachFrameIsAnalysedOnce)
+{
+    m_ostrel.start({QStringLiteral("record")});
+    m_ostrel.waitForMessage("Recording into");
+    m_desktop.type(QStringLiteral("word "));
+    QThread::msleep(700); // of the program's own, real time
+    signalObservers(SIGSTOP);
+    m_desktop.type(QStringLiteral("more ")); // for a last batch, which is not answered
+    QThread::msleep(200);
+    const auto batches = batchesTakenOver();
+    m_ostrel.signal(SIGINT);
+    m_ostrel.waitForMessage("Waiting for the observer to finish.");
+    signalObservers(SIGKILL);
+    const auto outcome = m_ostrel.waitForEnd();
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.messages.count(endedUnexpectedly), 1) << outcome.messages.toStdString();
+    m_ostrel.expectNoObserverStays();
+    expectEachAnalysedOnce(batches);
+    EXPECT_FALSE(m_ostrel.analysedFrames().isEmpty());
+}
+
 TEST_F(ObserverOfTheProgram, killedAndTheProgramTerminatedAtOnce_saysTheSameAndTheNextRecordingWritesIt)
 {
     recordAndKill(700ms);

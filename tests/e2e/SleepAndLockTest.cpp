@@ -172,6 +172,21 @@ TEST_F(WatchedSession, lock_endsThePicturesUntilTheUnlockAndIsToldOnce)
     EXPECT_EQ(waitForOrderlyEnd().messages.count("screen capture paused"), 1);
 }
 
+TEST_F(WatchedSession, recordingOfALockedSession_endsWithStatus1AndSaysWhyThereIsNoPicture)
+{
+    m_ostrel.terminate();
+    waitForOrderlyEnd();
+    m_logind.setLockedHint(true);
+    m_ostrel.start({QStringLiteral("record")});
+    m_ostrel.waitForMessage("Recording into");
+    m_ostrel.signal(SIGINT);
+    const auto outcome = m_ostrel.waitForEnd();
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.messages.count("ostrel: No picture was recorded: The session was locked.\n"), 1)
+        << outcome.messages.toStdString();
+    EXPECT_EQ(OstrelProgram::framesHandedOver(outcome.messages), 0);
+}
+
 TEST_F(WatchedSession, shutdown_endsTheProgramInTimeWithItsJournalWritten)
 {
     QThread::sleep(11); // of the program's own, real time: of less than ten seconds the journal says nothing

@@ -1,4 +1,5 @@
 #include "ModelFixture.h"
+#include "base/Fault.h"
 
 #include <QDir>
 
@@ -113,6 +114,35 @@ TEST_F(Recovery, fiveStartsFail_fourWaitsThenGivenUpOnceWithTheFifthText)
     EXPECT_EQ(m_events, QStringList(captureFailed));
     EXPECT_EQ(m_model->helperError(), text("attempt 5"));
 }
+
+/// The desktop says that the user has decided against capture.
+class UsersWish : public Recovery, public testing::WithParamInterface<Fault>
+{};
+
+TEST_P(UsersWish, startThatFailsOfIt_isNotTriedAgainAndTheRecordingEndsAtOnce)
+{
+    m_displays.onShareableContent = [this]() -> Result<ShareableContent> {
+        m_captureFails = false;
+        ++m_starts;
+        return std::unexpected(faultError(GetParam()));
+    };
+    m_captureFails = true;
+    m_observer.expect(postFrames, statusAnswer(true));
+    m_observer.expect(postStop, statusAnswer(false));
+    advance(toFiveFailures);
+    m_observer.always(getStatus, statusAnswer(false));
+    EXPECT_EQ(m_events, QStringList(captureFailed));
+    advance(60s);
+    EXPECT_EQ(m_starts, 1);
+    EXPECT_EQ(m_events, QStringList(captureFailed));
+    EXPECT_EQ(m_model->helperError(), words(GetParam()));
+    EXPECT_EQ(m_model->recoveryPolicy(), CaptureRecoveryPolicy());
+}
+
+INSTANTIATE_TEST_SUITE_P(Recovery, UsersWish, testing::Values(Fault::ScreenSharingEnded, Fault::ScreenCaptureDeclined),
+                         [](const auto &info) {
+                             return info.param == Fault::ScreenSharingEnded ? "sharingEnded" : "declined";
+                         });
 
 TEST_F(Recovery, givenUp_statusIsAskedForAfterTheStop)
 {

@@ -1,4 +1,5 @@
 #include "ModelFixture.h"
+#include "capture/RecordingResumeMarker.h"
 #include "support/LogRecorder.h"
 #include "support/RunTask.h"
 
@@ -8,6 +9,7 @@ using namespace std::chrono_literals;
 namespace {
 
 const QString noAnswer = QStringLiteral("Screen capture has stalled: no answer from Display 1 (main)");
+const QString noAnswerToAStart = QStringLiteral("Screen capture has stalled: no answer from the desktop");
 
 /// A recording whose pictures the test can have hang.
 class StalledScreenshots : public RunningRecording
@@ -49,6 +51,15 @@ protected:
         settle();
     }
 
+    /// Ends the recording of the screen that hangs.
+    void stopForGood()
+    {
+        expectStop();
+        m_model->toggleRecording();
+        advance(2s);
+        ASSERT_EQ(m_events, QStringList(captureFailed));
+        m_events.clear();
+    }
     /// The observer records; capture waits for the screen.
     void startAnew()
     {
@@ -208,6 +219,89 @@ TEST_F(StalledScreenshots, recordingStartedAfterAStopThatGaveUp_runsAsSoonAsTheS
     EXPECT_EQ(commands().last(), postFrames);
 }
 
+TEST_F(StalledScreenshots, startThatWaitsForTheScreen_isToldAfterHalfAMinuteUntilItStarts)
+{
+    QStringList said;
+    QObject::connect(m_model.get(), &AppModel::captureStalled, [&said](const QString &message) { said += message; });
+    hang();
+    advance(10s);
+    stopForGood();
+    startAnew();
+    advance(29'999ms);
+    EXPECT_EQ(m_model->helperError(), std::nullopt);
+    advance(1ms);
+    EXPECT_EQ(m_model->helperError(), noAnswerToAStart);
+    advance(300s);
+    EXPECT_EQ(said, QStringList(noAnswerToAStart));
+    EXPECT_EQ(m_model->helperError(), noAnswerToAStart);
+    EXPECT_EQ(m_events, QStringList()) << "it is still to come";
+    goOn();
+    EXPECT_EQ(m_events, QStringList(started));
+    EXPECT_EQ(m_model->helperError(), std::nullopt);
+    advance(300s);
+    EXPECT_EQ(m_model->helperError(), std::nullopt);
+    EXPECT_EQ(said.size(), 1);
+}
+
+TEST_F(StalledScreenshots, startAfterAWakeThatWaitsForTheScreen_isToldUntilCaptureStarts)
+{
+    hang();
+    advance(10s); // nobody has noticed anything by now
+    m_workspace.sleep();
+    advance(300s);
+    m_workspace.wake();
+    advance(29'999ms);
+    EXPECT_EQ(m_shown, QStringList());
+    advance(1ms);
+    EXPECT_EQ(m_shown, QStringList(noAnswerToAStart));
+    EXPECT_TRUE(m_model->isRecording());
+    goOn();
+    EXPECT_EQ(m_model->helperError(), std::nullopt);
+    EXPECT_TRUE(m_recorder->isCapturing());
+    EXPECT_EQ(m_events, QStringList());
+}
+
+TEST_F(StalledScreenshots, startThatIsAnsweredByAnErrorAtLast_isTriedAgainAndTheWordsAreTakenBack)
+{
+    hang();
+    advance(10s);
+    m_workspace.sleep();
+    advance(10s);
+    std::atomic<int> refusals = 1;
+    m_displays.onShareableContent = [&refusals, show = m_displays.onShareableContent]() -> Result<ShareableContent> {
+        if (refusals-- > 0)
+            return std::unexpected(Error{.domain = {}, .code = 0, .localizedDescription = QStringLiteral("not now")});
+        return show();
+    };
+    m_workspace.wake();
+    advance(30s);
+    ASSERT_EQ(m_model->helperError(), noAnswerToAStart);
+    goOn();
+    EXPECT_EQ(m_model->helperError(), std::nullopt);
+    EXPECT_FALSE(m_recorder->isCapturing());
+    advance(2s);
+    EXPECT_TRUE(m_recorder->isCapturing());
+    EXPECT_EQ(m_shown, QStringList({noAnswerToAStart, QString()})) << "the error itself is never shown";
+}
+
+TEST_F(StalledScreenshots, anotherErrorThanTheStartsWait_staysWhenItStarts)
+{
+    hang();
+    advance(10s);
+    stopForGood();
+    startAnew();
+    advance(30s);
+    ASSERT_EQ(m_model->helperError(), noAnswerToAStart);
+    m_launcher.expectFailure(faultError(Fault::NoSuchProgram, QStringLiteral("node")));
+    child().running = false;
+    m_model->startHelper();
+    const auto other = m_model->helperError();
+    ASSERT_NE(other, noAnswerToAStart);
+    child().running = true;
+    goOn();
+    EXPECT_EQ(m_model->helperError(), other);
+}
+
 TEST_F(StalledScreenshots, userGivesUpAStartThatHangs_endsTwoSecondsLaterAndSaysNothing)
 {
     hang();
@@ -217,6 +311,7 @@ TEST_F(StalledScreenshots, userGivesUpAStartThatHangs_endsTwoSecondsLaterAndSays
     advance(2s);
     startAnew();
     advance(30s);
+    EXPECT_EQ(m_model->helperError(), noAnswerToAStart);
     m_events.clear();
     expectStop();
     m_model->stopRecording();
@@ -224,28 +319,96 @@ TEST_F(StalledScreenshots, userGivesUpAStartThatHangs_endsTwoSecondsLaterAndSays
     EXPECT_EQ(m_events, QStringList());
     advance(1ms);
     EXPECT_EQ(m_events, QStringList(endedByRequest));
+    EXPECT_EQ(m_model->helperError(), std::nullopt);
     goOn();
     EXPECT_FALSE(m_recorder->isCapturing());
 }
 
-TEST_F(StalledScreenshots, updateDuringAStall_isPreparedTwoSecondsLaterWithAllThatWasRecorded)
+class UpdateDuringAStall : public StalledScreenshots
 {
-    hang();
-    advance(10s);
+protected:
+    UpdateDuringAStall()
+    {
+        hang();
+        advance(10s);
+    }
+    void prepare()
+    {
+        m_preparing.start([this](std::stop_token stop) { return m_model->prepareForUpdateRelaunch(stop); });
+        settle();
+    }
+
+    TaskSlot m_preparing;
+};
+
+TEST_F(UpdateDuringAStall, observerThatAnswers_isPreparedTwoSecondsLaterWithAllThatWasRecorded)
+{
     expectStop();
-    bool isPrepared = false;
-    TaskSlot preparing;
-    preparing.start([&](std::stop_token stop) -> Task<> {
-        co_await m_model->prepareForUpdateRelaunch(stop);
-        isPrepared = true;
-    });
-    settle();
+    prepare();
     advance(1999ms);
-    EXPECT_FALSE(isPrepared);
+    EXPECT_TRUE(m_preparing.isRunning());
     advance(1ms);
-    EXPECT_TRUE(isPrepared);
+    EXPECT_FALSE(m_preparing.isRunning());
     EXPECT_EQ(commands(), QStringList({postFrames, postStop}));
     EXPECT_EQ(child().terminateCount, 1);
+}
+
+TEST_F(UpdateDuringAStall, slowObserver_isPreparedAfterFourSecondsAndSaysWhatMayBeLost)
+{
+    const auto batch = m_observer.expectHeld(postFrames);
+    prepare();
+    advance(3999ms);
+    EXPECT_TRUE(batch->hasArrived());
+    EXPECT_TRUE(m_preparing.isRunning());
+    advance(1ms);
+    EXPECT_FALSE(m_preparing.isRunning());
+    EXPECT_EQ(m_events, QStringList(captureFailed));
+    EXPECT_EQ(m_model->helperError(), StatusTexts::lastPicturesNotDelivered());
+    EXPECT_EQ(child().terminateCount, 1);
+    EXPECT_TRUE(RecordingResumeMarker::consume());
+}
+
+TEST_F(UpdateDuringAStall, quitForTheNewVersion_doesNotWaitForWhatWasGivenUp)
+{
+    const auto batch = m_observer.expectHeld(postFrames);
+    prepare();
+    advance(4s);
+    m_model->quit();
+    settle();
+    EXPECT_EQ(m_events, QStringList({captureFailed, terminated}));
+    batch->release(statusAnswer(true));
+    goOn();
+    advance(60s);
+    EXPECT_EQ(m_events, QStringList({captureFailed, terminated}));
+}
+
+TEST_F(UpdateDuringAStall, recordingThatIsAskedForMeanwhile_isLeftToTheNewVersion)
+{
+    const auto batch = m_observer.expectHeld(postFrames);
+    m_model->toggleRecording();
+    settle();
+    prepare();
+    m_model->toggleRecording();
+    ASSERT_TRUE(m_model->pendingRecordingRestart());
+    advance(4s);
+    EXPECT_FALSE(m_preparing.isRunning());
+    EXPECT_TRUE(RecordingResumeMarker::consume());
+    m_model->quit();
+    settle();
+    EXPECT_EQ(m_events.last(), terminated);
+    EXPECT_EQ(m_launcher.children().size(), 1);
+}
+
+TEST_F(UpdateDuringAStall, slowObserverOfAStopUnderWay_isGivenUpAsWell)
+{
+    const auto batch = m_observer.expectHeld(postFrames);
+    m_model->toggleRecording();
+    advance(30s);
+    prepare();
+    advance(4s);
+    EXPECT_FALSE(m_preparing.isRunning());
+    EXPECT_EQ(m_events, QStringList(captureFailed));
+    EXPECT_FALSE(RecordingResumeMarker::consume());
 }
 
 TEST_F(StalledScreenshots, userQuitsDuringAStall_endsTwoSecondsLaterWithAllThatWasRecorded)
@@ -298,6 +461,29 @@ TEST_F(StalledScreenshots, displaysChangeAndTheSessionIsLockedWhileAStopWaitsFor
     EXPECT_EQ(m_starts, 0) << "nobody starts what the user has stopped";
     EXPECT_FALSE(m_recorder->isCapturing());
     EXPECT_EQ(m_model->helperError(), StatusTexts::captureDidNotAnswer());
+}
+
+TEST_F(StalledScreenshots, observerKilledWhileAStopWaitsForTheScreen_saysWhatIsLostAndSendsNothingTwice)
+{
+    hang();
+    advance(10s);
+    m_model->toggleRecording();
+    child().running = false;
+    m_observer.always(getStatus, FakeHttpTransport::failure(Fault::ConnectionRefused));
+    m_launcher.expectLaunch();
+    advance(1500ms);
+    ASSERT_EQ(m_launcher.children().size(), 2);
+    m_observer.always(getStatus, successorAnswer());
+    m_observer.always(postFrames, FakeHttpTransport::answer({}, 409));
+    m_observer.always(postStop, successorAnswer());
+    advance(500ms);
+    EXPECT_EQ(m_events, QStringList(observerEnded));
+    EXPECT_EQ(m_model->helperError(), StatusTexts::observerEnded());
+    goOn();
+    advance(60s);
+    EXPECT_EQ(m_observer.count(postFrames), 1);
+    EXPECT_FALSE(m_recorder->isCapturing());
+    EXPECT_EQ(m_model->helperError(), StatusTexts::observerEnded());
 }
 
 TEST_F(StalledScreenshots, sleepDuringAStall_theSystemIsHeldUpForTwoSecondsAndAllIsPosted)

@@ -8,6 +8,24 @@ using namespace std::chrono_literals;
 
 namespace {
 
+TEST_F(ModelFixture, observerRestartedOnOurWordBeforeCaptureHasBegun_leavesTheRecordingItsCapture)
+{
+    launch();
+    holdPermissions();
+    m_model->toggleRecording();
+    settle();
+    m_launcher.expectLaunch();
+    m_model->restartHelper();
+    settle();
+    m_observer.expect(postStart, statusAnswer(true));
+    releasePermissions();
+    m_observer.always(getStatus, statusAnswer(true));
+    advance(10s);
+    EXPECT_EQ(m_events, QStringList(started));
+    EXPECT_TRUE(m_model->isRecording());
+    EXPECT_TRUE(m_recorder->isCapturing());
+}
+
 /// What a start waits for when something comes between.
 enum class Awaited { Permissions, FirstAttempt, PauseOfAttempts, ThirtiethAttempt, StartRequest, Recorder };
 

@@ -161,6 +161,50 @@ TEST_P(StopAwaiting, observerKilledWhileQuitting_terminatesAndStartsNoOther)
     EXPECT_EQ(m_launcher.children().size(), 1);
 }
 
+TEST_P(StopAwaiting, observerRestartedOnOurWord_isReplacedWhenItHasTakenAll)
+{
+    stopAndHold();
+    m_model->restartHelper();
+    advance(1s);
+    EXPECT_EQ(child().terminateCount, 0) << "it is still to take the last batch";
+    m_launcher.expectLaunch();
+    goOn();
+    EXPECT_EQ(m_events, QStringList(endedByRequest));
+    EXPECT_EQ(commands(), QStringList({postFrames, postStop}));
+    ASSERT_EQ(m_launcher.children().size(), 2);
+    EXPECT_EQ(m_launcher.children()[0]->terminateCount, 1);
+    EXPECT_EQ(m_model->helperError(), std::nullopt);
+    expectRest();
+}
+
+TEST_P(StopAwaiting, observerRestartedOnOurWordWithARestartPending_recordsWithItsSuccessor)
+{
+    stopAndHold();
+    m_model->toggleRecording();
+    m_model->restartHelper();
+    m_launcher.expectLaunch();
+    m_observer.expect(postStart, statusAnswer(true));
+    goOn();
+    m_observer.always(getStatus, statusAnswer(true));
+    EXPECT_EQ(m_events, QStringList({endedByRequest, started}));
+    advance(10s);
+    EXPECT_TRUE(m_recorder->isCapturing());
+    EXPECT_TRUE(m_model->isRecording());
+    EXPECT_EQ(m_events, QStringList({endedByRequest, started}));
+}
+
+TEST_P(StopAwaiting, quitWhileARestartOfTheObserverWaits_startsNoOther)
+{
+    stopAndHold();
+    m_model->restartHelper();
+    m_model->quit();
+    m_observer.always(postStop, statusAnswer(false)); // a quit asks in any case
+    goOn();
+    advance(10s);
+    EXPECT_EQ(m_events, QStringList({endedByRequest, terminated}));
+    EXPECT_EQ(m_launcher.children().size(), 1);
+}
+
 INSTANTIATE_TEST_SUITE_P(StopRecording, StopAwaiting, testing::Values(Awaited::LastBatch, Awaited::StopRequest),
                          nameOf);
 

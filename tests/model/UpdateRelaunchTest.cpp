@@ -44,6 +44,73 @@ TEST_F(BeforeAnUpdate, notRecording_doesNothing)
     EXPECT_FALSE(RecordingResumeMarker::consume());
 }
 
+TEST_F(BeforeAnUpdate, observerThatTakesItsTime_isWaitedForAndNothingIsLost)
+{
+    const auto batch = m_observer.expectHeld(postFrames);
+    prepare();
+    advance(60s);
+    EXPECT_TRUE(m_preparing.isRunning());
+    EXPECT_EQ(child().terminateCount, 0);
+    expectStop();
+    batch->release(statusAnswer(true));
+    settle();
+    EXPECT_FALSE(m_preparing.isRunning());
+    EXPECT_EQ(m_events, QStringList(endedByRequest));
+    EXPECT_EQ(child().terminateCount, 1);
+}
+
+TEST_F(BeforeAnUpdate, stopUnderWay_isWaitedForAndLeavesNoWord)
+{
+    const auto batch = m_observer.expectHeld(postFrames);
+    m_model->toggleRecording();
+    settle();
+    prepare();
+    EXPECT_TRUE(m_preparing.isRunning());
+    expectStop();
+    batch->release(statusAnswer(true));
+    settle();
+    EXPECT_FALSE(m_preparing.isRunning());
+    EXPECT_EQ(m_events, QStringList(endedByRequest));
+    EXPECT_EQ(child().terminateCount, 1);
+    EXPECT_FALSE(RecordingResumeMarker::consume());
+}
+
+TEST_F(BeforeAnUpdate, stopUnderWayWithARestartPending_leavesWordOfIt)
+{
+    const auto batch = m_observer.expectHeld(postFrames);
+    m_model->toggleRecording();
+    m_model->toggleRecording();
+    settle();
+    ASSERT_TRUE(m_model->pendingRecordingRestart());
+    prepare();
+    expectStop();
+    batch->release(statusAnswer(true));
+    settle();
+    EXPECT_EQ(m_events, QStringList(endedByRequest)) << "the new version records";
+    EXPECT_EQ(child().terminateCount, 1);
+    EXPECT_TRUE(RecordingResumeMarker::consume());
+}
+
+TEST_F(BeforeAnUpdate, recordingThatIsAskedForMeanwhile_isLeftToTheNewVersion)
+{
+    const auto batch = m_observer.expectHeld(postFrames);
+    m_model->toggleRecording();
+    settle();
+    prepare();
+    m_model->toggleRecording();
+    ASSERT_TRUE(m_model->pendingRecordingRestart());
+    expectStop();
+    expectStop(); // of the one that never begins
+    batch->release(statusAnswer(true));
+    settle();
+    EXPECT_FALSE(m_preparing.isRunning());
+    EXPECT_FALSE(m_recorder->isCapturing());
+    EXPECT_EQ(commands(), QStringList({postFrames, postStop, postStop}));
+    EXPECT_EQ(m_launcher.children().size(), 1);
+    EXPECT_EQ(child().terminateCount, 1);
+    EXPECT_TRUE(RecordingResumeMarker::consume());
+}
+
 class AfterAnUpdate : public ModelFixture
 {
 protected:

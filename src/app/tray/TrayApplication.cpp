@@ -57,7 +57,9 @@ int TrayApplication::runOrActivate(const Platform &platform, const PanelPlatform
         status = application.run();
         successor = application.successor();
     }
-    lock.reset(); // it records as well
+    const EndingLimit::Lifted lifted; // an end in the middle of this would leave no program at all
+    EndingLimit::setSuccessor({});    // it is started only once
+    lock.reset();                     // it records as well
     if (!successor.isEmpty() && !QProcess::startDetached(successor, {}))
         printMessage(QStringLiteral("ostrel: The new version at %1 could not be started.\n").arg(successor));
     return status;
@@ -134,8 +136,14 @@ Task<> TrayApplication::installAndLeave(std::stop_token stop)
         const EndingLimit::Lifted lifted; // every step of an installation has its way back
         co_await m_updates->controller()->installOnQuit(stop);
     }
-    if (!stop.stop_requested())
-        QCoreApplication::quit();
+    if (stop.stop_requested())
+        co_return;
+    // All that is left is to let go of the desktop, which may be what hangs.
+    if (!m_successor.isEmpty()) {
+        EndingLimit::setSuccessor(m_successor);
+        EndingLimit::begin();
+    }
+    QCoreApplication::quit();
 }
 
 /// Capture hangs at the very end.
