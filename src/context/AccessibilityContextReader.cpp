@@ -82,8 +82,9 @@ ActiveApplicationContextDetails AccessibilityContextReader::read(qint32 processI
 {
     const auto application = m_tree.application(processIdentifier);
     const auto window = elementAttribute(application, QStringLiteral("AXFocusedWindow"));
-    const auto focused = focusedElement(application);
+    // The page first: what may be kept depends on it, and to find the focus may use up the sample's time.
     const WebContext web = findWebContext(window ? window : application);
+    const auto focused = focusedElement(application);
     return {.appName = base.appName,
             .website = ActiveApplicationContext::domain(web.url),
             .pageTitle = web.title,

@@ -97,8 +97,8 @@ void AtspiBus::beginSample(QDeadlineTimer deadline)
     m_silent.clear();
     m_ahead.clear();
     m_askedBefore = std::exchange(m_asked, {});
-    while (m_bus && m_bus->next(QDeadlineTimer(0))) { // answers that came too late
-    }
+    if (m_bus)
+        m_bus->drop(deadline); // answers that came too late, and news that there was no need to wait for
     if (!m_bus || m_bus->isLost())
         connect();
 }

@@ -14,7 +14,7 @@ using namespace std::chrono_literals;
 
 constexpr qint64 slowSearchMs = 150;
 constexpr auto restAfterSlowSearch = 10s;
-/// How long the focus of a page counts as its alone by the program's silence.
+/// How long a page's focus, or that of something in it, counts as its alone by the program's silence.
 constexpr auto longestTrust = 2s;
 /// Of programs without a search, as Qt's: what is deeper in a window than this reaches is not found.
 constexpr qsizetype mostWalkedElements = 64;
@@ -42,7 +42,7 @@ struct AtspiSearch::Rule {
     std::vector<int> states; ///< all of them
     std::vector<int> roles;  ///< one of them; none stands for any
     int maximum = 0;
-    bool isAskedAhead = true;
+    bool isWhole = false; ///< comes to every element of a page
 };
 
 // A program ends a search when it has found as many as it was asked for. Asked for one more than there are, it looks at
@@ -81,53 +81,73 @@ std::optional<AtspiFocus> AtspiSearch::focused(const AtspiReference &window)
         return focusedByWalk(window);
     if (found->isEmpty())
         return std::nullopt;
-    AtspiFocus first{.reference = found->first(), .control = m_queries.control(found->first())};
-    if (first.control.role != AtspiRole::documentWeb)
+    AtspiFocus first{.reference = found->first(), .control = m_queries.control(found->first()), .details = {}};
+    if (first.control.role != AtspiRole::documentWeb) {
+        first.details = m_queries.details(first.reference);
+        if (!isOfPage(*first.details))
+            return first;
+    }
+    if (isStillAlone(window, first.reference))
         return first;
-    const bool isAlone = isStillAlone(window, first.reference);
-    const auto control = isAlone ? std::nullopt : controlBeside(window, first.reference);
-    return control ? AtspiFocus{.reference = *control, .control = m_queries.control(*control)} : first;
+    const auto control = controlBeside(window, first.reference);
+    return control && *control != first.reference
+               ? AtspiFocus{.reference = *control, .control = m_queries.control(*control), .details = {}}
+               : first;
 }
 
-/// A page says that it has the focus also while a control beside it has, as a browser's tabs. Only a search of the
-/// whole page comes to those behind it, and while somebody reads the page that would be in every sample. But the page
-/// also says it when its focus goes elsewhere, and it has not said so since it was searched.
-bool AtspiSearch::isStillAlone(const AtspiReference &window, const AtspiReference &page) const
+/// Elements of pages tell what they are called in HTML.
+bool AtspiSearch::isOfPage(const AtspiDetails &details)
 {
-    return m_lonePage && m_lonePage->window == window && m_lonePage->page == page && m_pageWatch.isWatching(page) &&
-           m_lonePage->changes == m_pageWatch.changes() && m_now() - m_lonePage->searchedAt < longestTrust;
+    return details.attributes.contains(QStringLiteral("tag"));
 }
 
-std::optional<AtspiReference> AtspiSearch::controlBeside(const AtspiReference &window, const AtspiReference &page)
+/// A page, or what has the focus in it, says so also while a control beside the page has the focus, as a browser's
+/// tabs. Only a search of the whole page comes to those behind it, and while somebody reads or writes in the page that
+/// would be in every sample. But it also says it when its focus goes elsewhere, and it has not said so since it was
+/// searched.
+bool AtspiSearch::isStillAlone(const AtspiReference &window, const AtspiReference &object) const
+{
+    return m_loneFocus && m_loneFocus->window == window && m_loneFocus->object == object &&
+           m_watch.isWatching(object) && m_loneFocus->changes == m_watch.changes() &&
+           m_now() - m_loneFocus->searchedAt < longestTrust;
+}
+
+std::optional<AtspiReference> AtspiSearch::controlBeside(const AtspiReference &window, const AtspiReference &object)
 {
     constexpr int few = 8;
     // Whoever has just begun to listen may have missed something.
-    const bool wasWatched = m_pageWatch.isWatching(page);
-    m_pageWatch.watch(page);
-    const LonePage asked{.window = window, .page = page, .changes = m_pageWatch.changes(), .searchedAt = m_now()};
-    const auto found =
-        matches(window, {.states = {AtspiState::focused}, .roles = {}, .maximum = few, .isAskedAhead = false})
-            .value_or(QList<AtspiReference>());
-    // An answer without the page is none, or of another moment.
-    const bool isAlone = wasWatched && found == QList<AtspiReference>{page};
-    m_lonePage = isAlone ? std::optional(asked) : std::nullopt;
-    return firstControl(found);
+    const bool wasWatched = m_watch.isWatching(object);
+    m_watch.watch(object);
+    const LoneFocus asked{.window = window, .object = object, .changes = m_watch.changes(), .searchedAt = m_now()};
+    const auto found = matches(window, {.states = {AtspiState::focused}, .roles = {}, .maximum = few, .isWhole = true})
+                           .value_or(QList<AtspiReference>());
+    // An answer without it is none, or of another moment.
+    const bool isAlone = wasWatched && found == QList<AtspiReference>{object};
+    m_loneFocus = isAlone ? std::optional(asked) : std::nullopt;
+    return controlIn(found);
 }
 
 std::optional<AtspiFocus> AtspiSearch::focusedByWalk(const AtspiReference &window)
 {
     const auto found = walkToFocused(window);
-    return found ? std::optional(AtspiFocus{.reference = *found, .control = m_queries.control(*found)}) : std::nullopt;
+    return found ? std::optional(AtspiFocus{.reference = *found, .control = m_queries.control(*found), .details = {}})
+                 : std::nullopt;
 }
 
-std::optional<AtspiReference> AtspiSearch::firstControl(const QList<AtspiReference> &found)
+/// The first one beside the page, else the first one in it.
+std::optional<AtspiReference> AtspiSearch::controlIn(const QList<AtspiReference> &found)
 {
     const QList<std::optional<quint32>> roles = m_queries.roles(found);
+    QList<AtspiReference> controls;
     for (qsizetype i = 0; i < found.size(); ++i) {
         if (roles[i] && *roles[i] != AtspiRole::documentWeb)
-            return found[i];
+            controls.append(found[i]);
     }
-    return std::nullopt;
+    if (controls.size() < 2)
+        return controls.isEmpty() ? std::nullopt : std::optional(controls.first());
+    const auto isBeside = [this](const AtspiReference &each) { return !isOfPage(m_queries.details(each)); };
+    const auto beside = std::ranges::find_if(controls, isBeside);
+    return beside != controls.end() ? *beside : controls.first();
 }
 
 std::optional<QList<AtspiReference>> AtspiSearch::matches(const AtspiReference &window, const Rule &rule)
@@ -137,8 +157,10 @@ std::optional<QList<AtspiReference>> AtspiSearch::matches(const AtspiReference &
         return std::nullopt;
     if (m_denySearches.contains(window.name))
         return QList<AtspiReference>();
-    const auto rest = m_restUntil.constFind(window.name);
-    if (rest != m_restUntil.cend() && !rest->hasExpired())
+    // A page that takes long to search wholly may well be found at once, and its control too.
+    auto &restUntil = rule.isWhole ? m_wholeRestUntil : m_restUntil;
+    const auto rest = restUntil.constFind(window.name);
+    if (rest != restUntil.cend() && !rest->hasExpired())
         return QList<AtspiReference>();
 
     const auto reply = m_bus.ask({.name = window.name,
@@ -147,9 +169,9 @@ std::optional<QList<AtspiReference>> AtspiSearch::matches(const AtspiReference &
                                   .method = "GetMatches",
                                   .arguments = argumentsFor(rule),
                                   .replyType = "(a(so))",
-                                  .isAskedAhead = rule.isAskedAhead});
+                                  .isAskedAhead = !rule.isWhole});
     if (reply.elapsedMs >= slowSearchMs)
-        m_restUntil.insert(window.name, QDeadlineTimer(restAfterSlowSearch));
+        restUntil.insert(window.name, QDeadlineTimer(restAfterSlowSearch));
     // A window may just have closed, too.
     if (reply.outcome == AtspiBus::Outcome::NotThere && m_queries.role(window))
         m_denySearches.insert(window.name);
@@ -200,13 +222,15 @@ std::optional<AtspiReference> AtspiSearch::walkToFocused(const AtspiReference &w
 
 void AtspiSearch::forgetOtherPrograms()
 {
-    const bool tooMany = m_cannotSearch.size() + m_denySearches.size() + m_restUntil.size() > mostRememberedPrograms;
+    const bool tooMany = m_cannotSearch.size() + m_denySearches.size() + m_restUntil.size() + m_wholeRestUntil.size() >
+                         mostRememberedPrograms;
     if (m_generation == m_bus.generation() && !tooMany)
         return;
     m_generation = m_bus.generation();
     m_cannotSearch.clear();
     m_denySearches.clear();
     m_restUntil.clear();
+    m_wholeRestUntil.clear();
 }
 
 } // namespace ostrel

@@ -16,6 +16,7 @@ namespace ostrel {
 struct AtspiFocus {
     AtspiReference reference;
     AtspiControl control;
+    std::optional<AtspiDetails> details; ///< where they have been read already
 };
 
 /// A web page, and what it says about itself ("URI", "Title").
@@ -35,7 +36,7 @@ public:
     using Clock = std::function<std::chrono::steady_clock::time_point()>;
 
     AtspiSearch(AtspiBus &bus, AtspiQueries &queries, Clock now)
-        : m_bus(bus), m_queries(queries), m_now(std::move(now)), m_pageWatch(bus)
+        : m_bus(bus), m_queries(queries), m_now(std::move(now)), m_watch(bus)
     {}
 
     /// The visible web page, or the visible pages, outermost first, where the first one says nothing of use. A
@@ -46,10 +47,11 @@ public:
 
 private:
     struct Rule;
-    /// A page that has the focus while nothing else in its window has, and what that was found out from.
-    struct LonePage {
+    /// A page, or something in it, that has the focus while nothing else in its window has, and what that was found
+    /// out from.
+    struct LoneFocus {
         AtspiReference window;
-        AtspiReference page;
+        AtspiReference object;
         quint64 changes = 0;
         std::chrono::steady_clock::time_point searchedAt;
     };
@@ -58,9 +60,10 @@ private:
     static GlibHandle<GVariant> argumentsFor(const Rule &rule);
     /// Without a browser's own tools.
     QList<AtspiPage> readPages(const QList<AtspiReference> &found);
-    bool isStillAlone(const AtspiReference &window, const AtspiReference &page) const;
-    std::optional<AtspiReference> controlBeside(const AtspiReference &window, const AtspiReference &page);
-    std::optional<AtspiReference> firstControl(const QList<AtspiReference> &found);
+    static bool isOfPage(const AtspiDetails &details);
+    bool isStillAlone(const AtspiReference &window, const AtspiReference &object) const;
+    std::optional<AtspiReference> controlBeside(const AtspiReference &window, const AtspiReference &object);
+    std::optional<AtspiReference> controlIn(const QList<AtspiReference> &found);
     std::optional<AtspiFocus> focusedByWalk(const AtspiReference &window);
     std::optional<AtspiReference> walkToFocused(const AtspiReference &window);
     void forgetOtherPrograms();
@@ -72,10 +75,11 @@ private:
     /// focus is looked for in them; pages would take hundreds of round trips in every sample.
     QSet<QByteArray> m_denySearches;
     QHash<QByteArray, QDeadlineTimer> m_restUntil;
+    QHash<QByteArray, QDeadlineTimer> m_wholeRestUntil; ///< from searches of whole pages only
     int m_generation = -1;
     const Clock m_now;
-    AtspiFocusWatch m_pageWatch;
-    std::optional<LonePage> m_lonePage;
+    AtspiFocusWatch m_watch;
+    std::optional<LoneFocus> m_loneFocus;
 };
 
 } // namespace ostrel

@@ -21,6 +21,7 @@ struct AtspiElement final : AccessibilityElement {
     QList<AtspiReference> windows; ///< of an application
     mutable std::optional<AccessibilityElementPtr> activeWindow;
     mutable std::optional<AtspiControl> control; ///< of the one that has the focus
+    mutable std::optional<AtspiDetails> details;
     mutable std::optional<quint32> role;
     mutable std::optional<AtspiAttributes> documentAttributes;
 };
@@ -85,6 +86,7 @@ public:
 private:
     AccessibilityElementPtr findActiveWindow(const QList<AtspiReference> &windows);
     std::optional<quint32> roleNumber(const Element &element);
+    const AtspiDetails &detailsOf(const Element &element);
     AccessibilityValue documentAttribute(const Element &element, const QString &name);
 };
 
@@ -119,6 +121,13 @@ std::optional<quint32> AtspiTree::Reader::roleNumber(const Element &element)
     return element.role;
 }
 
+const AtspiDetails &AtspiTree::Reader::detailsOf(const Element &element)
+{
+    if (!element.details)
+        element.details = queries.details(element.reference);
+    return *element.details;
+}
+
 AccessibilityValue AtspiTree::Reader::role(const Element &element)
 {
     if (element.isApplication)
@@ -128,7 +137,7 @@ AccessibilityValue AtspiTree::Reader::role(const Element &element)
         return {};
     AtspiRoleTraits traits;
     if (hasTraits(*number))
-        traits = traitsIn(queries.details(element.reference));
+        traits = traitsIn(detailsOf(element));
     return valueOf(accessibilityRoleName(*number, traits));
 }
 
@@ -185,6 +194,7 @@ AccessibilityValue AtspiTree::Reader::focusedElement(const Element &element)
         return {};
     auto focused = elementAt(found->reference);
     focused->control = std::move(found->control);
+    focused->details = std::move(found->details);
     return AccessibilityElementPtr(std::move(focused));
 }
 

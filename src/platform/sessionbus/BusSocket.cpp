@@ -134,9 +134,19 @@ std::optional<BusAnswerBytes> BusSocket::nextAnswer(QDeadlineTimer deadline)
             return std::nullopt;
         if (auto answer = BusAnswerBytes::in(*bytes))
             return answer;
-        read(*std::move(bytes));
+        drop(*std::move(bytes));
     } while (!m_isLost && !deadline.hasExpired());
     return std::nullopt;
+}
+
+void BusSocket::drop(QDeadlineTimer deadline)
+{
+    while (!m_isLost && !deadline.hasExpired()) {
+        if (auto bytes = takeBytes())
+            drop(*std::move(bytes));
+        else if (!exchange(QDeadlineTimer(0)))
+            return;
+    }
 }
 
 quint32 BusSocket::callAnsweredBy(GDBusMessage *message)
@@ -227,6 +237,21 @@ GlibHandle<GDBusMessage> BusSocket::read(QByteArray message)
         return read;
     refuse(read.get());
     return nullptr;
+}
+
+void BusSocket::drop(QByteArray message)
+{
+    constexpr qsizetype typeOffset = 1;
+    switch (message[typeOffset]) {
+    case G_DBUS_MESSAGE_TYPE_SIGNAL: // there may be many, if nobody has read for long
+        ++m_signalCount;
+        break;
+    case G_DBUS_MESSAGE_TYPE_METHOD_CALL:
+        read(std::move(message));
+        break;
+    default:
+        break;
+    }
 }
 
 /// Nobody is to wait for somebody who never listens.

@@ -40,6 +40,9 @@ public:
     /// The next answer that has come; whatever else comes meanwhile is dropped, and calls of others are refused.
     /// @return absent as `next`
     std::optional<BusAnswerBytes> nextAnswer(QDeadlineTimer deadline);
+    /// Drops everything that is there already, as far as that takes no longer than the deadline; without a wait. Calls
+    /// of others are refused.
+    void drop(QDeadlineTimer deadline);
     /// Whether there is a whole message that needs no wait.
     bool hasReceived() const;
     /// The number of the call that this is the answer to; 0 when it is none.
@@ -64,6 +67,8 @@ private:
     /// @return absent when none is whole
     std::optional<QByteArray> takeBytes();
     GlibHandle<GDBusMessage> read(QByteArray message);
+    /// Reads no more of it than it takes to count a signal and to refuse a call.
+    void drop(QByteArray message);
     void refuse(GDBusMessage *call);
 
     const int m_descriptor;

@@ -191,6 +191,58 @@ TEST_F(AtspiTreeOfAProgram, pageAndControlBothFocused_theControlIsTold)
     EXPECT_FALSE(focused());
 }
 
+TEST_F(AtspiTreeOfAProgram, controlInThePageAndOneBesideItFocused_theOneBesideIsTold)
+{
+    m_program.set("link", {.role = 88, .name = text("Link"), .attributes = {{"tag", "a"}}});
+    m_program.set("box", {.role = 43, .name = text("Box"), .attributes = {{"tag", "button"}}});
+    m_program.set("tab", {.role = 43, .name = text("Close")});
+    m_program.answerSearch("window", {"link", "tab"});
+    EXPECT_EQ(textOf(focused(), "AXTitle"), text("Close"));
+    m_program.answerSearch("window", {"link", "box"});
+    EXPECT_EQ(textOf(focused(), "AXTitle"), text("Link"));
+    m_program.answerSearch("window", {"tab", "link"});
+    EXPECT_EQ(textOf(focused(), "AXTitle"), text("Close"));
+}
+
+TEST_F(AtspiTreeOfAProgram, controlInThePageAloneHasTheFocus_isBelievedUntilItSaysOtherwise)
+{
+    m_program.set("link", {.role = 88, .name = text("Link"), .attributes = {{"tag", "a"}}});
+    m_program.set("tab", {.role = 43, .name = text("Close")});
+    m_program.answerSearch("window", {"link"});
+    EXPECT_EQ(searchesForFocus(), 2);
+    EXPECT_EQ(searchesForFocus(), 2);
+    EXPECT_EQ(searchesForFocus(), 1);
+    m_program.tellFocus("link", false);
+    m_program.answerSearch("window", {"link", "tab"});
+    EXPECT_EQ(textOf(focused(), "AXTitle"), text("Close"));
+}
+
+TEST_F(AtspiTreeOfAProgram, controlOutsideAnyPageHasTheFocus_restIsNotSearched)
+{
+    m_program.set("control", {.role = 43, .name = text("Close")});
+    m_program.answerSearch("window", {"control"});
+    for (int sample = 0; sample < 3; ++sample)
+        EXPECT_EQ(searchesForFocus(), 1);
+}
+
+TEST_F(AtspiTreeOfAProgram, wholePageNotSearchedInTime_pageAndItsControlAreStillToldFromThenOn)
+{
+    m_program.set("page", {.role = 95, .documentAttributes = {{"Title", "Huge"}}});
+    m_program.set("link", {.role = 88, .name = text("Link"), .attributes = {{"tag", "a"}}});
+    int searches = 0;
+    m_program.answer("window", "GetMatches", [&, this]() -> GVariant * {
+        return ++searches == 2 ? nullptr : m_program.references({"link"}); // the second comes to the whole page
+    });
+    EXPECT_TRUE(focused());
+    m_program.answerSearch("window", {"link"});
+    EXPECT_EQ(searchesForFocus(), 1);
+    EXPECT_EQ(textOf(focused(), "AXTitle"), text("Link"));
+    m_program.answerSearch("window", {"page"});
+    const auto found = pages();
+    ASSERT_EQ(found.size(), 1);
+    EXPECT_EQ(textOf(found.first(), "AXTitle"), text("Huge"));
+}
+
 TEST_F(AtspiTreeOfAProgram, pageAloneHasTheFocus_isSearchedWhollyOnceListenedTo)
 {
     m_program.set("page", {.role = 95});

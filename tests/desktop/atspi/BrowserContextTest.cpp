@@ -143,6 +143,22 @@ TEST_F(BrowserContext, tabStripFocusedBesideThePage_isToldInsteadOfThePage)
     waitForText(pageAlone);
 }
 
+TEST_F(BrowserContext, tabStripFocusedWhileALinkWas_isToldInsteadOfTheLink)
+{
+    const QString before = m_head + m_pageAndWindow;
+    waitForText(before + text("Quarterly figures web page"));
+    press("Tab");
+    for (int sample = 0; sample < 4; ++sample)
+        waitForText(before + text("Details link"));
+    for (int i = 0; i < 3; ++i)
+        press("F6"); // the address bar, the tab, its button
+    waitForText(before + text("Close button"));
+    press("F6");
+    waitForText(before + text("Details link"));
+    press("F5"); // gives the page itself the focus, as it was
+    waitForText(before + text("Quarterly figures web page"));
+}
+
 TEST_F(BrowserContext, focusMovingThroughThePage_isFollowed)
 {
     const QString before = m_head + m_pageAndWindow;

@@ -137,6 +137,49 @@ TEST(BusSocket, callsOfOthers_areRefused)
     EXPECT_STREQ(g_dbus_message_get_error_name(answer.get()), "org.freedesktop.DBus.Error.UnknownMethod");
 }
 
+TEST(BusSocket, droppedSignals_areCountedAndDoNotHideTheNextAnswer)
+{
+    constexpr int many = 5'000;
+    const SessionBus bus;
+    const auto socket = connectTo(bus);
+    const auto other = connectTo(bus);
+    answerTo(*other, post(*other, callToBus("RequestName", g_variant_new("(su)", "com.example.Other", 0))));
+    answerTo(*socket, post(*socket, callToBus("AddMatch", g_variant_new("(s)", "sender='com.example.Other'"))));
+    const quint64 before = socket->signalCount();
+    const Message signal(g_dbus_message_new_signal("/x", "com.example.Other", "Told"));
+    for (int i = 0; i < many; ++i)
+        post(*other, signal);
+    answerTo(*other, post(*other, callToBus("GetId"))); // so all are on their way
+    socket->drop(QDeadlineTimer(0));
+    EXPECT_EQ(socket->signalCount(), before); // no time, nothing read
+    const QDeadlineTimer deadline(5s);
+    while (socket->signalCount() < before + many && !deadline.hasExpired())
+        socket->drop(deadline);
+    EXPECT_EQ(socket->signalCount(), before + many);
+    const quint32 call = post(*socket, callToBus("GetId"));
+    const auto answer = socket->nextAnswer(deadline);
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->call, call);
+}
+
+TEST(BusSocket, callsOfOthersAmongTheDropped_areRefused)
+{
+    const SessionBus bus;
+    const auto socket = connectTo(bus);
+    const auto caller = connectTo(bus);
+    answerTo(*socket, post(*socket, callToBus("RequestName", g_variant_new("(su)", "com.example.Deaf", 0))));
+    const quint32 call = post(*caller, callTo("com.example.Deaf", "/", "Anything"));
+    Message answer;
+    for (const QDeadlineTimer deadline(5s); !answer && !deadline.hasExpired();) {
+        socket->drop(deadline);
+        auto heard = caller->next(QDeadlineTimer(1));
+        if (heard && BusSocket::callAnsweredBy(heard.get()) == call)
+            answer = std::move(heard);
+    }
+    ASSERT_TRUE(answer);
+    EXPECT_STREQ(g_dbus_message_get_error_name(answer.get()), "org.freedesktop.DBus.Error.UnknownMethod");
+}
+
 TEST(BusSocket, nothingThereAndNoTime_returnsAtOnce)
 {
     const SessionBus bus;
