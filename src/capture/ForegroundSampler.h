@@ -25,7 +25,8 @@ struct ForegroundSampling {
 };
 
 /// Keeps what frames carry with them fresh: reads the foreground application and the active display on the context
-/// queue, at once and then 500 ms after each answer, until it is stopped. Main thread; samples never overlap.
+/// queue, at once and then 500 ms after each answer, until it is stopped; then the context hears that no more samples
+/// follow. Main thread; samples never overlap.
 Task<> sampleForegroundApp(ForegroundSampling sampling, std::stop_token stop);
 
 } // namespace ostrel

@@ -38,6 +38,8 @@ public:
 
     /// Begins a new sample: what was read for the last one is forgotten.
     virtual void beginSample(QDeadlineTimer deadline) = 0;
+    /// No sample follows for now: whatever programs were asked to tell is taken back, lest it gather.
+    virtual void endSampling() {}
     /// Null where the application shows no tree.
     virtual AccessibilityElementPtr application(qint32 processIdentifier) = 0;
     /// The element from which whatever has the keyboard's focus can be asked. Null where there is none.

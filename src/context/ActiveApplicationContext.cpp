@@ -92,6 +92,11 @@ ActiveRecordingContext ActiveApplicationContext::currentRecordingContext(const Q
             .isPrivatePageInFront = details.isPrivatePage};
 }
 
+void ActiveApplicationContext::endSampling()
+{
+    m_sources.tree.endSampling();
+}
+
 ActiveApplicationContextDetails ActiveApplicationContext::readWindow(const ForegroundApplication &application,
                                                                      ActiveApplicationContextDetails base,
                                                                      QDeadlineTimer deadline)

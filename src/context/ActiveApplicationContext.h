@@ -64,6 +64,8 @@ public:
     ///
     /// While a window that the rules exclude is in front, the text is the application's name alone.
     ActiveRecordingContext currentRecordingContext(const QList<ActiveDisplayCandidate> &displays);
+    /// To be called when no sample follows for now. Worker thread only.
+    void endSampling();
 
     /// The facts in words. A fact of more than 1,000 UTF-16 units is cut; control characters become blanks.
     static std::optional<QString> promptText(const ActiveApplicationContextDetails &details);

@@ -264,6 +264,19 @@ TEST_F(PicturesMissedOnStreams, duringALock_areWantedOnceWhenItIsOver)
     EXPECT_EQ(wantedAgain(1), 0);
 }
 
+TEST_F(PicturesMissedOnStreams, withheldByTheirSource_areWantedWithTheNextContext)
+{
+    displays.leavesOut = true;
+    ASSERT_TRUE(start());
+    displays.streams.at(0)->deliver({});
+    settle();
+    EXPECT_EQ(wantedAgain(0), 0) << "not at once, for it would be withheld again";
+    advance(500);
+    EXPECT_EQ(wantedAgain(0), 1);
+    EXPECT_EQ(wantedAgain(1), 0);
+    EXPECT_TRUE(summary().contains(QStringLiteral("missingPixel=1"))) << qPrintable(summary());
+}
+
 TEST_F(PicturesMissedOnStreams, duringAHoldThatFollowsTheFirst_areWantedAfterThatOne)
 {
     ASSERT_TRUE(start());

@@ -186,6 +186,21 @@ TEST_F(RecorderLifetime, startResumesItsCallerWhichDestroysTheRecorder_isSafe)
     EXPECT_EQ(displays.liveScreenshotters, 0);
 }
 
+TEST_F(RecorderLifetime, samplesThatEnd_areTheLastWordToTheTrees)
+{
+    transport.always(frames, running());
+    transport.always(observerStop, running());
+    ASSERT_TRUE(start());
+    advance(5'000);
+    EXPECT_EQ(tree.endingCount, 0);
+    stop();
+    EXPECT_EQ(tree.endingCount, 1);
+    ASSERT_TRUE(start());
+    recorder.reset();
+    settleEvents({&contextQueue});
+    EXPECT_EQ(tree.endingCount, 2);
+}
+
 TEST_F(RecorderLifetime, stopDuringAStart_waitsForItAndThenStops)
 {
     const auto started = beginStart();

@@ -66,6 +66,9 @@ public:
     int readCount(const QString &name) const { return int(m_reads.count(name)); }
 
     void beginSample(QDeadlineTimer deadline) override { m_samples.append(deadline); }
+    void endSampling() override { ++endingCount; }
+    /// How often no sample was to follow.
+    int endingCount = 0;
 
     AccessibilityElementPtr application(qint32 processIdentifier) override
     {

@@ -15,6 +15,8 @@ namespace ostrel {
 namespace {
 
 constexpr qint64 longestWaitMs = 250;
+/// For reading what has come meanwhile, which is nothing as a rule.
+constexpr qint64 flushMs = 50;
 /// What took longer may take long again: it is asked when it is needed, or given up by whoever asks.
 constexpr qint64 soonMs = 50;
 /// A browser's sample has about a dozen questions. Of walks over a tree the beginning has to do: the program must have
@@ -176,6 +178,12 @@ void AtspiBus::tell(const Call &call)
 {
     if (m_bus)
         m_bus->post(encoded(call, G_DBUS_MESSAGE_FLAGS_NO_AUTO_START | G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED));
+}
+
+void AtspiBus::flush()
+{
+    if (m_bus)
+        m_bus->drop(QDeadlineTimer(flushMs));
 }
 
 void AtspiBus::askAhead(const QByteArray &name)

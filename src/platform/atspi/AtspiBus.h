@@ -72,6 +72,8 @@ public:
     Reply ask(Call call);
     /// Sends, along with the next question, what needs no answer.
     void tell(const Call &call);
+    /// Sends now what was told, as far as the bus takes it without a wait.
+    void flush();
     /// How many signals have come on this connection. They are not looked at: what is subscribed to says all it has to
     /// say by coming.
     quint64 signalCount() const { return m_bus ? m_bus->signalCount() : 0; }

@@ -32,6 +32,16 @@ bool AtspiFocusWatch::isWatching(const AtspiReference &object) const
     return m_generation == m_bus.generation() && m_object == object;
 }
 
+void AtspiFocusWatch::end()
+{
+    forgetOtherBus();
+    if (!m_object)
+        return;
+    tellBus("RemoveMatch", *m_object);
+    m_object.reset();
+    m_bus.flush();
+}
+
 void AtspiFocusWatch::forgetOtherBus()
 {
     if (m_generation == m_bus.generation())

@@ -18,6 +18,8 @@ public:
     /// Watches this object and no other one any more. Waits for nothing: it takes effect with the next question.
     void watch(const AtspiReference &object);
     bool isWatching(const AtspiReference &object) const;
+    /// Watches nothing any more, from now on.
+    void end();
     /// A number that is another one whenever the focus of the watched object has changed since.
     quint64 changes() const { return m_bus.signalCount(); }
 

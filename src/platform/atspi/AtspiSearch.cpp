@@ -95,6 +95,12 @@ std::optional<AtspiFocus> AtspiSearch::focused(const AtspiReference &window)
                : first;
 }
 
+void AtspiSearch::endSampling()
+{
+    m_loneFocus.reset();
+    m_watch.end();
+}
+
 /// Elements of pages tell what they are called in HTML.
 bool AtspiSearch::isOfPage(const AtspiDetails &details)
 {

@@ -44,6 +44,8 @@ public:
     std::optional<QList<AtspiPage>> pages(const AtspiReference &window);
     /// What has the keyboard's focus.
     std::optional<AtspiFocus> focused(const AtspiReference &window);
+    /// Watches nothing until the next search.
+    void endSampling();
 
 private:
     struct Rule;

@@ -207,6 +207,11 @@ void AtspiTree::beginSample(QDeadlineTimer deadline)
     m_reader->bus.beginSample(deadline);
 }
 
+void AtspiTree::endSampling()
+{
+    m_reader->search.endSampling();
+}
+
 AccessibilityElementPtr AtspiTree::application(qint32 processIdentifier)
 {
     constexpr int attempts = 2; // the second after a connection that was known has ended

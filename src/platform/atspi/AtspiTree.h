@@ -27,6 +27,7 @@ public:
     ~AtspiTree() override;
 
     void beginSample(QDeadlineTimer deadline) override;
+    void endSampling() override;
     AccessibilityElementPtr application(qint32 processIdentifier) override;
     AccessibilityElementPtr systemWide() override { return nullptr; }
     AccessibilityValue attribute(const AccessibilityElementPtr &element, const QString &name) override;

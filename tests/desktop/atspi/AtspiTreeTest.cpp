@@ -289,6 +289,19 @@ TEST_F(AtspiTreeOfAProgram, anotherObjectTellsOfItsFocus_isNotListenedTo)
     EXPECT_EQ(searchesForFocus(), 1);
 }
 
+TEST_F(AtspiTreeOfAProgram, samplingThatEnded_pageIsListenedToAnewWhenItGoesOn)
+{
+    showLonePage();
+    EXPECT_TRUE(m_program.isListenedTo("page"));
+    m_tree.endSampling();
+    waitUntil(text("the page to be left in peace"), 10s, [&] { return !m_program.isListenedTo("page"); });
+    m_tree.endSampling(); // there may be nothing to end
+    EXPECT_EQ(searchesForFocus(), 2);
+    EXPECT_EQ(searchesForFocus(), 2);
+    EXPECT_EQ(searchesForFocus(), 1);
+    EXPECT_TRUE(m_program.isListenedTo("page"));
+}
+
 TEST_F(AtspiTreeOfAProgram, controlBesideThePageHasTheFocus_isSearchedForInEverySample)
 {
     showLonePage();

@@ -116,6 +116,16 @@ void FakeProgram::tellFocus(const QByteArray &name, bool isFocused)
     EXPECT_FALSE(error);
 }
 
+bool FakeProgram::isListenedTo(const QByteArray &name) const
+{
+    const auto rules = call(m_bus.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                            "org.freedesktop.DBus.Debug.Stats", "GetAllMatchRules", nullptr);
+    char *const text = g_variant_print(rules.get(), FALSE);
+    const QByteArray printed(text);
+    g_free(text);
+    return printed.contains("path='" + QByteArray(prefix) + name + '\'');
+}
+
 QList<QByteArray> FakeProgram::takeQuestions()
 {
     const QMutexLocker lock(&m_mutex);

@@ -47,6 +47,8 @@ public:
 
     /// Says to whoever listens that the focus has come to an object, or left it.
     void tellFocus(const QByteArray &name, bool isFocused);
+    /// Whether the bus would pass on to anybody what an object says.
+    bool isListenedTo(const QByteArray &name) const;
 
     /// What it was asked since the last call of this, as in "root.GetChildren" or "frame.Name".
     QList<QByteArray> takeQuestions();
