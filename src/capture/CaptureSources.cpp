@@ -168,13 +168,17 @@ void CaptureSources::takeSample(StreamId id, const StreamSample &sample)
         forgetFrameOfTheFuture(*running->context, m_clock.nowMs());
     }
     if (!isHidden()) {
+        // One that may not be seen is asked for with the next context.
+        if (running != m_streams.end() && !sample.image)
+            running->hasMissedPicture = true;
         m_gate.streamDidOutputSample(id, sample);
         return noteUnreadablePicture();
     }
-    if (running == m_streams.end() || !sample.image)
+    if (running == m_streams.end())
         return;
     // What it says of changes is never said again.
-    running->context->newestDownsample.noteChanges(*sample.image);
+    if (sample.image)
+        running->context->newestDownsample.noteChanges(*sample.image);
     running->hasMissedPicture = true;
 }
 

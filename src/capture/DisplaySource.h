@@ -86,7 +86,8 @@ enum class StreamOutputKind { Screen, Audio };
 struct StreamSample {
     StreamOutputKind kind = StreamOutputKind::Screen;
     bool valid = true;
-    std::optional<FrameView> image; ///< valid during the delivery only
+    /// Valid during the delivery only. Absent when there is none that may be seen at this moment: `deliverAgain` asks.
+    std::optional<FrameView> image;
 };
 
 /// A running series of pictures of one display. Deliveries come on the thread that the source was told to use.
@@ -138,7 +139,8 @@ public:
     virtual void interruptWaiting() {}
 
     /// Whether its pictures leave out what the privacy rules exclude. Where they don't, none is kept while such a
-    /// window is known to be in front.
+    /// window is known to be in front. Asked with every context, and it holds until it is asked again; a picture for
+    /// which it can't be kept in between is not delivered.
     virtual bool leavesOutPrivateWindows() const { return true; }
 
     /// Screenshot mode only.

@@ -96,6 +96,10 @@ QString onPrivateWindows(SessionKind session, const ScreenFacts &screen)
         return {};
     if (!screen.portal && screen.windowManager && screen.windowManager->tellsActiveWindow)
         return QStringLiteral("; in a recording the windows that the privacy rules name are black");
+    if (screen.portal)
+        return QStringLiteral("; in a recording windows are black that the privacy rules name, if the desktop tells "
+                              "their places; otherwise none is taken while one that the privacy rules name is known to "
+                              "be in front");
     return QStringLiteral("; here they show every window, so in a recording none is taken while one that "
                           "the privacy rules name is known to be in front");
 }

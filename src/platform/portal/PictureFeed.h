@@ -3,6 +3,9 @@
 #include "base/Error.h"
 #include "capture/DisplaySource.h"
 #include "platform/pixels/PixelConversion.h"
+#include "platform/portal/ChangedRows.h"
+#include "platform/portal/CoveredPicture.h"
+#include "platform/portal/PictureCover.h"
 
 #include <QList>
 #include <QRect>
@@ -33,6 +36,9 @@ struct ProducedPicture {
 ///
 /// Deliveries are never closer together than the interval, however many pictures come. The newest one is always
 /// delivered in the end: what a screen shows when it comes to rest is not lost.
+///
+/// Where somebody tells what is private, it is black in what is delivered, and there only. A picture that others rely
+/// on to be without private windows, but of which nobody knows where they are, is a delivery without a picture.
 class PictureFeed : public std::enable_shared_from_this<PictureFeed>
 {
 public:
@@ -47,7 +53,9 @@ public:
 
     /// @param size pixels of the display, as people see it
     /// @param name of the display, for messages
-    PictureFeed(QSize size, QString name, DisplaySource::StreamDelegate delegate, Post post, Pace pace);
+    /// @param cover may be null: then nothing is known of private windows
+    PictureFeed(QSize size, QString name, DisplaySource::StreamDelegate delegate, Post post, Pace pace,
+                std::shared_ptr<PictureCover> cover = nullptr);
 
     /// Producer's thread. Waits while a picture is being read. One of another size than the display's ends the feed
     /// with Fault::DisplayResized; but a producer that has its pictures turned need not have said so beforehand.
@@ -65,6 +73,10 @@ public:
     void close();
 
     bool hasTaken() const;
+    /// Whether what was delivered last is black in a place that is private no more. What the picture shows there is
+    /// older than that, so that only another one helps; it is wanted once, and only if none has come since it was asked
+    /// last. Any thread.
+    bool wantsFresherPicture();
 
 private:
     enum class State {
@@ -72,14 +84,14 @@ private:
         Failed, ///< that is being said
         Closed,
     };
-    /// Changed rows, or nothing when anything may have changed.
-    using Changes = std::optional<std::vector<RowRange>>;
 
-    Changes rowsOf(const ProducedPicture &picture) const;
-    void note(const Changes &changes);
-    void copy(const ProducedPicture &picture, const Changes &changes);
+    ChangedRows rowsOf(const ProducedPicture &picture) const;
+    void note(const ChangedRows &changes);
+    void copy(const ProducedPicture &picture, const ChangedRows &changes);
     void postWhenDue();
     void deliver();
+    /// Absent when the picture may not be shown.
+    std::optional<QList<QRect>> placesToCover() const;
     void tellOfFailure(const Error &error);
 
     const QSize m_displaySize;
@@ -87,13 +99,19 @@ private:
     const DisplaySource::StreamDelegate m_delegate;
     const Post m_post;
     const Pace m_pace;
+    const std::shared_ptr<PictureCover> m_cover;
+    CoveredPicture m_covered; ///< what was delivered; on the thread of deliveries
 
     mutable std::mutex m_mutex; ///< of all below
     std::condition_variable m_isRead;
     std::vector<std::uint8_t> m_pixels; ///< upright, without gaps; empty before the first picture
     QSize m_size;                       ///< of it
     PixelConversion m_conversion;       ///< of the picture taken last
-    Changes m_changes;                  ///< since the last delivery
+    ChangedRows m_changes;              ///< since the last delivery
+    QList<QRect> m_placesAtTaking;      ///< that were private when the picture came
+    QList<QRect> m_placesDelivered;     ///< that were black in the last delivery
+    bool m_isFresherAsked = false;      ///< since the picture taken last
+    bool m_isStill = false;             ///< none was taken since it was asked whether a fresher one is wanted
     bool m_isMissed = false;            ///< since the picture taken last
     bool m_isNew = false;               ///< there is something to deliver
     bool m_isPosted = false;

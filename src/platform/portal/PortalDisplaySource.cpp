@@ -2,6 +2,7 @@
 
 #include "base/Fault.h"
 #include "capture/CaptureError.h"
+#include "platform/portal/PictureCover.h"
 #include "platform/portal/PortalCast.h"
 #include "platform/portal/PortalDisplays.h"
 #include "platform/portal/PortalOffer.h"
@@ -9,11 +10,14 @@
 #include "platform/portal/ScreenCastPortal.h"
 
 #include <algorithm>
+#include <unistd.h>
 #include <utility>
 
 namespace ostrel {
 
-PortalDisplaySource::PortalDisplaySource(std::shared_ptr<ScreenCastPortal> portal) : m_portal(std::move(portal)) {}
+PortalDisplaySource::PortalDisplaySource(std::shared_ptr<ScreenCastPortal> portal, FindPrivatePlaces findPrivatePlaces)
+    : m_portal(std::move(portal)), m_findPrivatePlaces(std::move(findPrivatePlaces))
+{}
 
 PortalDisplaySource::~PortalDisplaySource() = default;
 
@@ -72,7 +76,36 @@ Result<std::unique_ptr<DisplayStream>> PortalDisplaySource::makeStream(const Dis
     if (display == displays.end())
         return std::unexpected(faultError(Fault::DisplayGone, QString::number(filter.displayId)));
     return std::make_unique<PortalStream>(m_cast, *display, configuration, std::move(delegate), std::move(post),
-                                          m_portal->seams(), use());
+                                          m_portal->seams(), use(), makeCover(filter, *display));
+}
+
+std::shared_ptr<PictureCover> PortalDisplaySource::makeCover(const DisplayContentFilter &filter,
+                                                             const PortalDisplay &display)
+{
+    if (!m_findPrivatePlaces)
+        return nullptr;
+    std::erase_if(m_covers, [](const auto &cover) { return cover.expired(); });
+    const QSize picture(int(display.display.width), int(display.display.height));
+    auto cover = std::make_shared<PictureCover>(
+        m_findPrivatePlaces, filter.mode.excludedProcessIDs + QList<qint32>{::getpid()}, display.monitor, picture);
+    m_covers.push_back(cover);
+    return cover;
+}
+
+bool PortalDisplaySource::leavesOutPrivateWindows() const
+{
+    // Without streams it is said of those to come.
+    bool isTold = m_findPrivatePlaces && m_findPrivatePlaces({});
+    std::vector<std::shared_ptr<PictureCover>> covers;
+    for (const auto &each : m_covers) {
+        if (auto cover = each.lock()) {
+            isTold = isTold && cover->isTold();
+            covers.push_back(std::move(cover));
+        }
+    }
+    for (const auto &cover : covers)
+        cover->relyOn(isTold);
+    return isTold;
 }
 
 std::shared_ptr<void> PortalDisplaySource::use()

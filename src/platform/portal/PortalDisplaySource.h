@@ -1,25 +1,30 @@
 #pragma once
 
 #include "capture/DisplaySource.h"
+#include "platform/portal/PrivatePlaces.h"
 
 #include <memory>
+#include <vector>
 
 namespace ostrel {
 
+class PictureCover;
 class PortalCast;
 class ScreenCastPortal;
+struct PortalDisplay;
 struct PortalDisplays;
 
 /// The monitors that the user lets us see through the desktop's portal, captured by streams. It is asked for them, and
 /// so may the user be, when the list of displays is read; the desktop shows that it is being seen from then on, until
 /// the last stream has stopped.
 ///
-/// Whole monitors are seen, with all windows on them: nobody can leave out those of the content filter, nor private
-/// ones.
+/// Whole monitors are seen, with all windows on them. Where private windows and those of the content filter's processes
+/// are, pictures are black, as far as somebody tells where those are.
 class PortalDisplaySource final : public DisplaySource
 {
 public:
-    explicit PortalDisplaySource(std::shared_ptr<ScreenCastPortal> portal);
+    /// @param findPrivatePlaces empty where nobody ever knows: then every window is in the pictures
+    explicit PortalDisplaySource(std::shared_ptr<ScreenCastPortal> portal, FindPrivatePlaces findPrivatePlaces = {});
     ~PortalDisplaySource() override;
 
     CaptureMode captureMode() const override { return CaptureMode::Streams; }
@@ -30,7 +35,9 @@ public:
     Result<ShareableContent> shareableContent() override;
     bool wouldAskUser() override;
     void interruptWaiting() override;
-    bool leavesOutPrivateWindows() const override { return false; }
+    /// Whether all streams can do so now. Those that can't, after it was said that they can, give no picture until it
+    /// is asked again.
+    bool leavesOutPrivateWindows() const override;
 
     /// There are no still pictures in this mode: always CaptureErrorCode::NoImage.
     Result<std::unique_ptr<DisplayScreenshotter>>
@@ -45,8 +52,11 @@ public:
 private:
     Result<> readDisplays();
     std::shared_ptr<void> use();
+    std::shared_ptr<PictureCover> makeCover(const DisplayContentFilter &filter, const PortalDisplay &display);
 
     const std::shared_ptr<ScreenCastPortal> m_portal;
+    const FindPrivatePlaces m_findPrivatePlaces;
+    std::vector<std::weak_ptr<PictureCover>> m_covers; ///< of the streams
     std::shared_ptr<PortalCast> m_cast; ///< from the reading of displays until the last stream has stopped
     std::unique_ptr<PortalDisplays> m_displays;
     std::weak_ptr<void> m_use; ///< held by the streams

@@ -65,7 +65,10 @@ PortalDisplays portalDisplays(const QList<PortalStreamFacts> &streams, const QLi
         PortalDisplay display{
             .node = streams[i].node,
             .name = names[i],
-            .display = {.displayId = identifiers[i], .width = size->width(), .height = size->height(), .bounds = {}}};
+            .display = {.displayId = identifiers[i], .width = size->width(), .height = size->height(), .bounds = {}},
+            .monitor = {.corner = {}, .logicalSize = streams[i].logicalSize}};
+        if (corners || streams[i].corner != QPoint())
+            display.monitor.corner = streams[i].corner;
         if (corners)
             display.display.bounds = QRectF((*corners)[i] - (*corners)[main], *streams[i].logicalSize);
         if (result.displays.isEmpty() || i == main)

@@ -2,6 +2,7 @@
 
 #include "capture/DisplaySource.h"
 #include "platform/portal/PortalSession.h"
+#include "platform/portal/StreamMonitor.h"
 
 #include <QList>
 #include <QSize>
@@ -16,6 +17,7 @@ struct PortalDisplay {
     quint32 node = 0;
     QString name; ///< for messages
     CapturableDisplay display;
+    StreamMonitorFacts monitor = {};
 };
 
 struct PortalDisplays {
@@ -28,7 +30,8 @@ struct PortalDisplays {
 /// ("mapping_id" would be no help: it is told by few, and it is another one in every session.)
 ///
 /// Portals that don't know where monitors are say (0,0) for every one. So places count as told only where there are
-/// several and no two are alike; otherwise bounds are empty. The main display is then the first one.
+/// several and no two are alike; otherwise bounds are empty. The main display is then the first one. To find the
+/// monitor a place that isn't (0,0) is good in any case.
 /// @param pixelSizes of the pictures, in the order of the streams; the logical size stands in for an absent one, and a
 ///                   stream of which neither is known is left out
 PortalDisplays portalDisplays(const QList<PortalStreamFacts> &streams, const QList<std::optional<QSize>> &pixelSizes);

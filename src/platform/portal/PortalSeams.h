@@ -23,6 +23,8 @@ struct PortalSeams {
     std::chrono::milliseconds questionPause{30'000};
     /// A still screen may not give a first picture; after this time that is said, and one is asked for.
     std::chrono::milliseconds firstPictureAfter{1'000};
+    /// How often it is looked whether places of a still picture are black that need not be any more.
+    std::chrono::milliseconds lookAtBlackEvery{1'000};
     /// Whether the compositor, which PipeWire can't speak for, still answers. Called on the thread that captures; waits
     /// for nothing.
     std::function<bool()> isCompositorAnswering = [] { return true; };

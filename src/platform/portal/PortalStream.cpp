@@ -44,11 +44,12 @@ QString textOf(const char *error)
 
 PortalStream::PortalStream(std::shared_ptr<PortalCast> cast, PortalDisplay display,
                            const DisplayCaptureConfiguration &configuration, DisplaySource::StreamDelegate delegate,
-                           PictureFeed::Post post, const PortalSeams &seams, Use use)
+                           PictureFeed::Post post, const PortalSeams &seams, Use use,
+                           std::shared_ptr<PictureCover> cover)
     : m_cast(std::move(cast)), m_remote(m_cast->remote()), m_display(std::move(display)),
       m_configuration(configuration), m_seams(seams),
       m_feed(std::make_shared<PictureFeed>(QSize(int(configuration.width), int(configuration.height)), m_display.name,
-                                           std::move(delegate), std::move(post), pace())),
+                                           std::move(delegate), std::move(post), pace(), std::move(cover))),
       m_use(std::move(use))
 {}
 
@@ -73,6 +74,7 @@ Result<> PortalStream::start()
         return agreed;
     m_isStarted = true;
     setTimer(m_remote.loop(), m_firstPictureTimer, m_seams.firstPictureAfter);
+    setTimer(m_remote.loop(), m_blackPlacesTimer, m_seams.lookAtBlackEvery);
     return {};
 }
 
@@ -102,6 +104,8 @@ Result<> PortalStream::connect()
         this);
     m_firstPictureTimer = makeTimer(
         m_remote.loop(), [](void *self, uint64_t) { static_cast<PortalStream *>(self)->missFirstPicture(); }, this);
+    m_blackPlacesTimer = makeTimer(
+        m_remote.loop(), [](void *self, uint64_t) { static_cast<PortalStream *>(self)->lookAtBlackPlaces(); }, this);
     m_stream = pw_stream_new(m_remote.core(), "ostrel",
                              pw_properties_new(PW_KEY_MEDIA_TYPE, "Video", PW_KEY_MEDIA_CATEGORY, "Capture",
                                                PW_KEY_MEDIA_ROLE, "Screen", nullptr));
@@ -137,8 +141,21 @@ void PortalStream::missFirstPicture()
         return;
     qCWarning(logPlatform, "display \"%s\" waits for its first picture: it comes when the screen changes",
               qUtf8Printable(m_display.name));
-    // One that was sent while we were still starting may have got lost. Compositors send another to whom they start
-    // anew.
+    // One that was sent while we were still starting may have got lost.
+    askForPicture();
+}
+
+void PortalStream::lookAtBlackPlaces()
+{
+    if (m_feed->wantsFresherPicture())
+        askForPicture();
+    setTimer(m_remote.loop(), m_blackPlacesTimer, m_seams.lookAtBlackEvery);
+}
+
+void PortalStream::askForPicture()
+{
+    // Compositors send one to whom they start anew. What they tell of changes may leave out those of the pause.
+    m_feed->miss();
     pw_stream_set_active(m_stream, false);
     pw_stream_set_active(m_stream, true);
 }
@@ -178,7 +195,7 @@ void PortalStream::disconnect()
         spa_hook_remove(&m_listener);
         pw_stream_destroy(std::exchange(m_stream, nullptr));
     }
-    for (spa_source **timer : {&m_paceTimer, &m_firstPictureTimer}) {
+    for (spa_source **timer : {&m_paceTimer, &m_firstPictureTimer, &m_blackPlacesTimer}) {
         if (*timer != nullptr)
             pw_loop_destroy_source(m_remote.loop(), std::exchange(*timer, nullptr));
     }

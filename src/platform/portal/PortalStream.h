@@ -24,9 +24,10 @@ public:
     /// What somebody lends to the stream for as long as it runs.
     using Use = std::shared_ptr<void>;
 
+    /// @param cover may be null: then private windows are in the pictures
     PortalStream(std::shared_ptr<PortalCast> cast, PortalDisplay display,
                  const DisplayCaptureConfiguration &configuration, DisplaySource::StreamDelegate delegate,
-                 PictureFeed::Post post, const PortalSeams &seams, Use use);
+                 PictureFeed::Post post, const PortalSeams &seams, Use use, std::shared_ptr<PictureCover> cover);
     ~PortalStream() override;
 
     /// Waits until the form of the pictures is agreed on.
@@ -44,6 +45,8 @@ private:
     void takeBuffers();
     void takeBuffer(const pw_buffer *buffer);
     void missFirstPicture();
+    void lookAtBlackPlaces();
+    void askForPicture();
     void end(const Error &error);
 
     Result<> connect();
@@ -64,6 +67,7 @@ private:
     spa_hook m_listener{};
     spa_source *m_paceTimer = nullptr;
     spa_source *m_firstPictureTimer = nullptr;
+    spa_source *m_blackPlacesTimer = nullptr;
     std::optional<PictureFormats::Agreed> m_format;
     std::unordered_map<const pw_buffer *, std::unique_ptr<MappedMemory>> m_memory;
     std::optional<std::uint64_t> m_sequence; ///< of the picture taken last

@@ -6,6 +6,7 @@
 #include "platform/atspi/AtspiTree.h"
 #include "platform/desktopentry/DesktopEntries.h"
 #include "platform/devtools/DevToolsScriptRunner.h"
+#include "platform/kwin/KWinWindows.h"
 #include "platform/logind/LogindEvents.h"
 #include "platform/portal/PortalDisplaySource.h"
 #include "platform/portal/PortalScreenCaptureAccess.h"
@@ -55,6 +56,35 @@ PrivateAreas privateAreasOfSway(SwayPrivateWindows::Rules excludes)
     return [windows](const QList<qint32> &processes) { return windows->places(processes); };
 }
 
+bool isKdeSession(const QProcessEnvironment &environment)
+{
+    return environment.value(QStringLiteral("XDG_CURRENT_DESKTOP"))
+        .split(QLatin1Char(':'))
+        .contains(QStringLiteral("KDE"), Qt::CaseInsensitive);
+}
+
+FindPrivatePlaces privatePlacesOfKWin(KWinPrivacy::Rules excludes)
+{
+    // Asked on other threads than the foreground's.
+    auto classes = std::make_shared<DesktopEntries>(DesktopEntries::sessionFolders());
+    auto windows = std::make_shared<KWinWindows>(
+        KWinPrivacy{.excludes = std::move(excludes), .bundleIdentifierOf = [classes](const QString &windowClass) {
+                        return classes->applicationFor(windowClass).bundleIdentifier;
+                    }});
+    return [windows](const QList<qint32> &processes) -> std::optional<PrivatePlaces> {
+        auto places = windows->places(processes);
+        if (!places)
+            return std::nullopt;
+        return PrivatePlaces{.monitors = std::move(places->monitors), .windows = std::move(places->windows)};
+    };
+}
+
+/// Empty where no compositor tells.
+FindPrivatePlaces findPrivatePlaces(const SessionPlatform &platform, const QProcessEnvironment &environment)
+{
+    return isKdeSession(environment) ? privatePlacesOfKWin(platform.excludesWindow) : FindPrivatePlaces();
+}
+
 /// Where no compositor tells which window is in front, its X server and the programs themselves do.
 void useForegroundByPrograms(SessionPlatform &platform, const QByteArray &xDisplay)
 {
@@ -75,19 +105,20 @@ std::shared_ptr<ScreenCastPortal> makePortal()
 }
 
 /// Whether the compositor gives still pictures is seen at the first use; where it does not, the portal is used.
-void useWaylandScreens(SessionPlatform &platform, std::unique_ptr<DisplaySource> screenshots)
+void useWaylandScreens(SessionPlatform &platform, std::unique_ptr<DisplaySource> screenshots,
+                       FindPrivatePlaces privatePlaces)
 {
     auto portal = makePortal();
-    platform.displays =
-        std::make_unique<WaylandDisplaySource>(std::move(screenshots), std::make_unique<PortalDisplaySource>(portal));
+    platform.displays = std::make_unique<WaylandDisplaySource>(
+        std::move(screenshots), std::make_unique<PortalDisplaySource>(portal, std::move(privatePlaces)));
     platform.screenCaptureAccess = std::make_unique<WaylandScreenCaptureAccess>(
         std::make_unique<WlrScreenCaptureAccess>(), std::make_unique<PortalScreenCaptureAccess>(portal));
 }
 
-void usePortalScreens(SessionPlatform &platform)
+void usePortalScreens(SessionPlatform &platform, FindPrivatePlaces privatePlaces)
 {
     auto portal = makePortal();
-    platform.displays = std::make_unique<PortalDisplaySource>(portal);
+    platform.displays = std::make_unique<PortalDisplaySource>(portal, std::move(privatePlaces));
     platform.screenCaptureAccess = std::make_unique<PortalScreenCaptureAccess>(portal);
 }
 
@@ -95,12 +126,14 @@ void useWayland(SessionPlatform &platform, const QProcessEnvironment &environmen
 {
     const bool isSway = !environment.value(QStringLiteral("SWAYSOCK")).isEmpty();
     if (readWaylandCapture(environment) == WaylandCapture::Portal)
-        usePortalScreens(platform);
+        usePortalScreens(platform, findPrivatePlaces(platform, environment));
     else if (isSway)
-        useWaylandScreens(platform, std::make_unique<WlrDisplaySource>(QByteArray(), WlrCaptureSeams(),
-                                                                       privateAreasOfSway(platform.excludesWindow)));
+        useWaylandScreens(platform,
+                          std::make_unique<WlrDisplaySource>(QByteArray(), WlrCaptureSeams(),
+                                                             privateAreasOfSway(platform.excludesWindow)),
+                          FindPrivatePlaces());
     else
-        useWaylandScreens(platform, std::make_unique<WlrDisplaySource>());
+        useWaylandScreens(platform, std::make_unique<WlrDisplaySource>(), findPrivatePlaces(platform, environment));
     if (!isSway) {
         useForegroundByPrograms(platform, environment.value(QStringLiteral("DISPLAY")).toLocal8Bit());
         return;

@@ -1,7 +1,7 @@
 #include "platform/wlroots/WlrScreenshotter.h"
 
 #include "base/Fault.h"
-#include "platform/wlroots/CoveredAreas.h"
+#include "platform/pixels/CoveredAreas.h"
 #include "platform/wlroots/PrivateCover.h"
 #include "platform/wlroots/WlrFrame.h"
 
@@ -100,7 +100,7 @@ Result<std::optional<FrameView>> WlrScreenshotter::finish(WlrFrame &frame, QSize
 QList<QRect> WlrScreenshotter::pixelsOf(const QList<QRect> &areas) const
 {
     const WaylandOutput *output = m_outputs->find(m_global);
-    return output ? pixelsTouched(areas, output->look()) : QList<QRect>();
+    return output ? pixelsTouched(areas, output->look().logical(), output->look().pixelSize()) : QList<QRect>();
 }
 
 Result<int> WlrScreenshotter::transformFor(QSize size) const

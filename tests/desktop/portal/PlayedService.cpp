@@ -63,6 +63,18 @@ void PlayedService::tell(const Signal &signal, GVariant *body)
                                   body, nullptr);
 }
 
+QByteArray PlayedService::call(const Method &method, GVariant *body)
+{
+    GlibHandle<GError> error;
+    if (callBus({.connection = m_connection.get(), .patience = std::chrono::seconds(20)},
+                {method.destination.constData(), method.path, method.interface, method.name}, body, "()", error))
+        return {};
+    gchar *name = g_dbus_error_get_remote_error(error.get());
+    const QByteArray copy = name == nullptr ? error->message : name;
+    g_free(name);
+    return copy;
+}
+
 void PlayedService::waitUntilTold()
 {
     // Answered after everything that was sent before.

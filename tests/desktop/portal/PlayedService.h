@@ -32,6 +32,16 @@ public:
     };
     /// @param body taken over; may be null
     void tell(const Signal &signal, GVariant *body = nullptr);
+    struct Method {
+        QByteArray destination;
+        const char *path;
+        const char *interface;
+        const char *name;
+    };
+    /// Calls somebody else and waits for the answer. Not from within the handler.
+    /// @param body taken over; may be null
+    /// @return the name of the error; empty without one
+    QByteArray call(const Method &method, GVariant *body);
     /// Returns when the bus has passed on all that was told. Not from within the handler.
     void waitUntilTold();
 

@@ -70,6 +70,12 @@ public:
         const std::scoped_lock lock(m_mutex);
         return m_pictures.size();
     }
+    /// Deliveries without a picture.
+    int withheld() const
+    {
+        const std::scoped_lock lock(m_mutex);
+        return m_withheld;
+    }
     Picture picture(std::size_t index) const
     {
         const std::scoped_lock lock(m_mutex);
@@ -102,7 +108,11 @@ private:
     void take(const StreamSample &sample)
     {
         const std::scoped_lock lock(m_mutex);
-        Picture picture{.pixels = WaylandPicture::of(sample.image.value()), .changedRows = {}};
+        if (!sample.image) {
+            ++m_withheld;
+            return;
+        }
+        Picture picture{.pixels = WaylandPicture::of(*sample.image), .changedRows = {}};
         if (const auto &rows = sample.image->changedRows)
             picture.changedRows.emplace(rows->begin(), rows->end());
         m_pictures.push_back(std::move(picture));
@@ -118,6 +128,7 @@ private:
     Result<> m_started;
     mutable std::mutex m_mutex;
     std::vector<Picture> m_pictures;
+    int m_withheld = 0;
     std::vector<Error> m_errors;
 };
 

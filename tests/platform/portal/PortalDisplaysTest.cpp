@@ -53,6 +53,16 @@ TEST(PortalDisplays, placesThatAreAllAlikeOrOfOneStreamAlone_areNotTold)
     EXPECT_TRUE(portalDisplays({streamAt({0, 0})}, Sizes{screen}).displays[0].display.bounds.isEmpty());
 }
 
+TEST(PortalDisplays, placeOfTheMonitor_isToldWhereItCanBeReliedOn)
+{
+    const auto two = portalDisplays({streamAt({0, 0}), streamAt({1920, 0})}, Sizes{screen, screen});
+    EXPECT_EQ(two.displays[0].monitor.corner, QPoint(0, 0));
+    EXPECT_EQ(two.displays[1].monitor.corner, QPoint(1920, 0));
+    EXPECT_EQ(portalDisplays({streamAt({0, 0})}, Sizes{screen}).displays[0].monitor.corner, std::nullopt)
+        << "those who don't know say the same";
+    EXPECT_EQ(portalDisplays({streamAt({1920, 0})}, Sizes{screen}).displays[0].monitor.corner, QPoint(1920, 0));
+}
+
 TEST(PortalDisplays, sameIdTwice_isNoIdentifier)
 {
     const auto displays = portalDisplays(

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "platform/wlroots/WaylandOutputs.h"
-
 #include <QList>
 #include <QRect>
 #include <QSize>
@@ -11,9 +9,11 @@
 
 namespace ostrel {
 
-/// The pixels of an output's upright picture that these areas touch, cut off at its edges; empty ones are left out.
-/// @param areas logical pixels on the compositor's desktop
-QList<QRect> pixelsTouched(const QList<QRect> &areas, const WaylandOutputLook &output);
+/// The pixels of a monitor's upright picture that these areas touch, cut off at its edges; empty ones are left out.
+/// @param areas   logical pixels on the compositor's desktop
+/// @param monitor its place there; where it is empty, nothing is touched
+/// @param picture pixels
+QList<QRect> pixelsTouched(const QList<QRect> &areas, const QRect &monitor, QSize picture);
 
 /// Makes these pixels black.
 /// @param covered within the picture

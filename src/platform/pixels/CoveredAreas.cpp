@@ -1,4 +1,4 @@
-#include "platform/wlroots/CoveredAreas.h"
+#include "platform/pixels/CoveredAreas.h"
 
 #include <cmath>
 #include <cstring>
@@ -12,7 +12,7 @@ struct Span {
     int end;
 };
 
-/// Rounded outwards. Where a logical pixel isn't a whole number of real ones, the output's logical size was rounded
+/// Rounded outwards. Where a logical pixel isn't a whole number of real ones, the monitor's logical size was rounded
 /// itself, which moves edges by up to a pixel.
 Span scaled(Span logical, int logicalSize, int pixelSize)
 {
@@ -24,18 +24,20 @@ Span scaled(Span logical, int logicalSize, int pixelSize)
 
 } // namespace
 
-QList<QRect> pixelsTouched(const QList<QRect> &areas, const WaylandOutputLook &output)
+QList<QRect> pixelsTouched(const QList<QRect> &areas, const QRect &monitor, QSize picture)
 {
-    const QRect logical = output.logical();
-    if (logical.isEmpty())
+    if (monitor.isEmpty())
         return {};
-    const QSize size = output.pixelSize();
     QList<QRect> touched;
     for (const QRect &area : areas) {
-        const QRect inside = area.translated(-logical.topLeft());
-        const Span x = scaled({.begin = inside.left(), .end = inside.right() + 1}, logical.width(), size.width());
-        const Span y = scaled({.begin = inside.top(), .end = inside.bottom() + 1}, logical.height(), size.height());
-        const QRect pixels = QRect(x.begin, y.begin, x.end - x.begin, y.end - y.begin) & QRect(QPoint(), size);
+        // What lies far away can't be computed with; what begins right beside the edge may touch it by rounding.
+        const QRect near = area & monitor.adjusted(-1, -1, 1, 1);
+        if (near.isEmpty())
+            continue;
+        const QRect inside = near.translated(-monitor.topLeft());
+        const Span x = scaled({.begin = inside.left(), .end = inside.right() + 1}, monitor.width(), picture.width());
+        const Span y = scaled({.begin = inside.top(), .end = inside.bottom() + 1}, monitor.height(), picture.height());
+        const QRect pixels = QRect(x.begin, y.begin, x.end - x.begin, y.end - y.begin) & QRect(QPoint(), picture);
         if (!pixels.isEmpty())
             touched.append(pixels);
     }

@@ -1,0 +1,211 @@
+#include "platform/portal/PictureFeed.h"
+
+#include <gtest/gtest.h>
+
+#include <utility>
+#include <vector>
+
+using namespace ostrel;
+using namespace std::chrono_literals;
+
+namespace {
+
+/// A feed of 2x4 pixels on a desktop that tells of private windows what the test says.
+class PrivateFeed : public testing::Test
+{
+protected:
+    static constexpr QSize size{2, 4};
+
+    void take(std::uint32_t colour, std::optional<QList<QRect>> changes = {})
+    {
+        const std::vector<std::uint32_t> pixels(8, colour);
+        m_feed->take(
+            {.source = {.pixels = reinterpret_cast<const std::uint8_t *>(pixels.data()), .size = size, .stride = 8},
+             .conversion = {},
+             .changes = std::move(changes)});
+    }
+    void deliverAll()
+    {
+        m_now += 500ms;
+        m_feed->deliverWhenDue();
+        for (const auto &job : std::exchange(m_jobs, {}))
+            job();
+    }
+    void deliver(const StreamSample &sample)
+    {
+        m_rows.reset();
+        if (!sample.image) {
+            ++m_withheld;
+            return;
+        }
+        ++m_deliveries;
+        m_memory = sample.image->pixels;
+        m_colours.clear();
+        for (int y = 0; y < size.height(); ++y)
+            m_colours.push_back(reinterpret_cast<const std::uint32_t *>(sample.image->pixels)[y * 2]);
+        if (const auto &rows = sample.image->changedRows)
+            m_rows.emplace(rows->begin(), rows->end());
+    }
+    /// A window over the left half of some rows of the monitor, which has half as many logical pixels.
+    void showWindow(int logicalRow) { m_places = {.monitors = {{10, 0, 1, 2}}, .windows = {{10, logicalRow, 1, 1}}}; }
+    void showNoWindow() { m_places = {.monitors = {{10, 0, 1, 2}}, .windows = {}}; }
+
+    using Colours = std::vector<std::uint32_t>;
+
+    std::optional<PrivatePlaces> m_places;
+    QList<qint32> m_askedFor;
+    std::chrono::milliseconds m_now{1'000};
+    std::vector<std::function<void()>> m_jobs;
+    int m_deliveries = 0;
+    int m_withheld = 0;
+    const std::uint8_t *m_memory = nullptr;
+    Colours m_colours; ///< by rows, of the last delivery
+    ChangedRows m_rows;
+    std::shared_ptr<PictureCover> m_cover = std::make_shared<PictureCover>(
+        [this](const QList<qint32> &processes) {
+            m_askedFor = processes;
+            return m_places;
+        },
+        QList<qint32>{7}, StreamMonitorFacts{}, size);
+    std::shared_ptr<PictureFeed> m_feed = std::make_shared<PictureFeed>(
+        size, QStringLiteral("A"),
+        DisplaySource::StreamDelegate{
+            .didOutputSample = [this](const StreamSample &sample) { deliver(sample); },
+            .didStopWithError = [](const Error &error) { ADD_FAILURE() << qPrintable(error.localizedDescription); }},
+        [this](auto job) { m_jobs.push_back(std::move(job)); },
+        PictureFeed::Pace{.interval = 500ms, .monotonicTime = [this] { return m_now; }, .wakeAfter = [](auto) {}},
+        m_cover);
+};
+
+TEST_F(PrivateFeed, privateWindow_isBlackWhereItIs)
+{
+    showWindow(1);
+    take(9);
+    deliverAll();
+    EXPECT_EQ(m_colours, (Colours{9, 9, 0, 0}));
+    EXPECT_EQ(m_askedFor, QList<qint32>{7});
+}
+
+TEST_F(PrivateFeed, noPrivateWindow_handsOnTheSameMemoryEachTime)
+{
+    showNoWindow();
+    take(9);
+    deliverAll();
+    const auto *memory = m_memory;
+    take(8);
+    deliverAll();
+    EXPECT_EQ(m_memory, memory);
+    showWindow(0);
+    take(7);
+    deliverAll();
+    EXPECT_NE(m_memory, memory);
+    EXPECT_EQ(m_colours, (Colours{0, 0, 7, 7}));
+    showNoWindow();
+    take(6);
+    deliverAll();
+    EXPECT_EQ(m_memory, memory);
+    EXPECT_EQ(m_colours, (Colours{6, 6, 6, 6}));
+}
+
+TEST_F(PrivateFeed, windowThatMovesWhileAPictureWaits_isBlackInBothPlaces)
+{
+    showWindow(0);
+    take(9);
+    showWindow(1);
+    deliverAll();
+    EXPECT_EQ(m_colours, (Colours{0, 0, 0, 0}));
+}
+
+TEST_F(PrivateFeed, windowThatComesOverAStillPicture_isAChangeOfItsRows)
+{
+    showNoWindow();
+    take(9);
+    deliverAll();
+    showWindow(1);
+    m_feed->deliverAgain();
+    deliverAll();
+    EXPECT_EQ(m_colours, (Colours{9, 9, 0, 0}));
+    EXPECT_EQ(m_rows, (ChangedRows{{{.begin = 2, .end = 4}}}));
+}
+
+TEST_F(PrivateFeed, nobodyWhoTells_isADeliveryWithoutAPictureAndItComesLaterWithAllItsChanges)
+{
+    showNoWindow();
+    take(9);
+    deliverAll();
+    m_places.reset();
+    take(8, QList<QRect>{QRect(0, 0, 1, 1)});
+    deliverAll();
+    EXPECT_EQ(m_withheld, 1);
+    showWindow(1);
+    m_feed->deliverAgain();
+    deliverAll();
+    EXPECT_EQ(m_deliveries, 2);
+    EXPECT_EQ(m_colours, (Colours{8, 9, 0, 0}));
+    EXPECT_EQ(m_rows, (ChangedRows{{{.begin = 0, .end = 1}, {.begin = 2, .end = 4}}}));
+}
+
+TEST_F(PrivateFeed, nobodyWhoTellsAndNobodyWhoReliesOnIt_isThePictureAsItIs)
+{
+    m_cover->relyOn(false);
+    take(9);
+    deliverAll();
+    EXPECT_EQ(m_colours, (Colours{9, 9, 9, 9}));
+    showWindow(0);
+    take(8);
+    deliverAll();
+    EXPECT_EQ(m_colours, (Colours{0, 0, 8, 8})) << "what is known is used";
+}
+
+TEST_F(PrivateFeed, monitorThatIsNotAmongThose_isAsIfNobodyTold)
+{
+    m_places = PrivatePlaces{.monitors = {{0, 0, 4, 1}}, .windows = {}};
+    EXPECT_FALSE(m_cover->isTold());
+    take(9);
+    deliverAll();
+    EXPECT_EQ(m_withheld, 1);
+}
+
+TEST_F(PrivateFeed, placeThatIsBlackForAWindowThatHasGone_wantsAFresherPictureOnce)
+{
+    showWindow(1);
+    take(9);
+    deliverAll();
+    EXPECT_FALSE(m_feed->wantsFresherPicture());
+    EXPECT_FALSE(m_feed->wantsFresherPicture()) << "it is there still";
+    showNoWindow();
+    EXPECT_TRUE(m_feed->wantsFresherPicture());
+    EXPECT_FALSE(m_feed->wantsFresherPicture()) << "who does not send one then never will";
+    m_feed->deliverAgain();
+    deliverAll();
+    EXPECT_EQ(m_colours, (Colours{9, 9, 0, 0})) << "the picture is from before";
+    take(8);
+    deliverAll();
+    EXPECT_EQ(m_colours, (Colours{8, 8, 8, 8}));
+    EXPECT_FALSE(m_feed->wantsFresherPicture());
+}
+
+TEST_F(PrivateFeed, windowThatHasGoneWhilePicturesCome_wantsNoFresherPicture)
+{
+    showWindow(1);
+    take(9);
+    deliverAll();
+    EXPECT_FALSE(m_feed->wantsFresherPicture());
+    take(8);
+    deliverAll();
+    showNoWindow();
+    EXPECT_FALSE(m_feed->wantsFresherPicture());
+    EXPECT_TRUE(m_feed->wantsFresherPicture()) << "none has come any more";
+}
+
+TEST_F(PrivateFeed, nobodyWhoTells_wantsNoFresherPicture)
+{
+    showWindow(1);
+    take(9);
+    deliverAll();
+    EXPECT_FALSE(m_feed->wantsFresherPicture());
+    m_places.reset();
+    EXPECT_FALSE(m_feed->wantsFresherPicture());
+}
+
+} // namespace
