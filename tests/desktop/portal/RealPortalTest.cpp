@@ -147,8 +147,7 @@ TEST_F(RealPortal, stillScreenThatIsSeenAgain_isSaidToWaitAndGivesItsFirstPictur
         });
     }
     EXPECT_EQ(stream->count(), 0U);
-    setBackground("#123456");
-    stream->waitForPicture(WaylandPicture::plain(firstSize, 0x123456));
+    waitForBackground(*stream);
 }
 
 TEST_F(RealPortal, changeOfAPart_isToldAsTheRowsThatItIsIn)
