@@ -2,7 +2,6 @@
 
 #include "base/Log.h"
 #include "platform/kwin/KWinScript.h"
-#include "platform/sessionbus/BusNames.h"
 
 #include <QFile>
 #include <QTemporaryFile>
@@ -34,16 +33,6 @@ constexpr const char *introspection = R"(<node>
 
 /// How long the end may take.
 constexpr std::chrono::milliseconds partingPatience{250};
-
-QByteArray kwinOn(const BusLine &line, GlibHandle<GError> &error)
-{
-    const auto answer = callBus(line, {BusNames::daemon, BusNames::daemonPath, BusNames::daemon, "GetNameOwner"},
-                                g_variant_new("(s)", service), "(s)", error);
-    const char *owner = "";
-    if (answer)
-        g_variant_get(answer.get(), "(&s)", &owner);
-    return owner;
-}
 
 } // namespace
 
@@ -100,7 +89,7 @@ void KWinWatch::startAnew()
 void KWinWatch::start()
 {
     GlibHandle<GError> error;
-    m_kwin = kwinOn(m_line, error);
+    m_kwin = ownerOf(m_line, service, error);
     if (m_kwin.isEmpty() && g_error_matches(error.get(), G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER) != FALSE)
         return; // it is told when there is one
     if ((!m_kwin.isEmpty() && runScript(error)) || m_loop->isStopped())

@@ -1,7 +1,6 @@
 #include "platform/portal/SessionClosing.h"
 
 #include "platform/portal/PortalBus.h"
-#include "platform/sessionbus/BusNames.h"
 #include "platform/sessionbus/BusSignals.h"
 
 #include <algorithm>
@@ -19,18 +18,6 @@ constexpr const char *path = "/org/gnome/Mutter/DisplayConfig";
 } // namespace ShellNames
 
 constexpr std::chrono::seconds shellPatience{1};
-
-/// Empty where nobody has the name.
-QByteArray ownerOf(const BusLine &line, const char *service)
-{
-    GlibHandle<GError> error;
-    const auto answer = callBus(line, {BusNames::daemon, BusNames::daemonPath, BusNames::daemon, "GetNameOwner"},
-                                g_variant_new("(s)", service), "(s)", error);
-    const char *owner = "";
-    if (answer)
-        g_variant_get(answer.get(), "(&s)", &owner);
-    return owner;
-}
 
 bool isSignal(GDBusMessage *message, const QByteArray &sender, const char *interface, const char *name)
 {
@@ -71,8 +58,9 @@ SessionClosing::SessionClosing(const BusLine &line, const QByteArray &session, T
              .cancellable = nullptr},
       m_patience(timing.patience)
 {
-    const QByteArray portal = ownerOf(m_line, PortalNames::service);
-    const QByteArray shell = ownerOf(m_line, ShellNames::service);
+    GlibHandle<GError> error;
+    const QByteArray portal = ownerOf(m_line, PortalNames::service, error);
+    const QByteArray shell = ownerOf(m_line, ShellNames::service, error);
     m_notes = std::make_shared<Notes>(session, portal, shell, std::move(timing.monotonicTime));
     listen(session, portal, shell);
     if (!shell.isEmpty())

@@ -104,6 +104,13 @@ std::optional<bool> hasOwner(const BusLine &line, const char *service)
     return answer ? flagIn(firstOf(answer).get()) : std::nullopt;
 }
 
+QByteArray ownerOf(const BusLine &line, const char *service, GlibHandle<GError> &error)
+{
+    const auto answer = callBus(line, {BusNames::daemon, BusNames::daemonPath, BusNames::daemon, "GetNameOwner"},
+                                g_variant_new("(s)", service), "(s)", error);
+    return answer ? QByteArray(g_variant_get_string(firstOf(answer).get(), nullptr)) : QByteArray();
+}
+
 std::optional<bool> flagIn(GVariant *value)
 {
     if (!g_variant_is_of_type(value, G_VARIANT_TYPE_BOOLEAN))

@@ -2,6 +2,8 @@
 
 #include "platform/sessionbus/GlibHandles.h"
 
+#include <QByteArray>
+
 #include <chrono>
 #include <optional>
 
@@ -42,6 +44,10 @@ std::optional<bool> readBusFlag(const BusLine &line, const BusMethod &object, co
 
 /// Whether somebody has this name on the bus; nothing where the bus does not answer.
 std::optional<bool> hasOwner(const BusLine &line, const char *service);
+
+/// The name that nobody else can have of whoever has this one. @return empty, with the error set, where nobody has it
+/// or the bus does not answer
+QByteArray ownerOf(const BusLine &line, const char *service, GlibHandle<GError> &error);
 
 /// The truth value in a box; nothing where another thing is in it.
 std::optional<bool> flagIn(GVariant *value);
