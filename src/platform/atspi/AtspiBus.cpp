@@ -25,8 +25,11 @@ constexpr std::size_t mostAhead = 32;
 /// Longer answers are read anew each time, and not kept for it.
 constexpr qsizetype longestKept = 16'384;
 /// Answers come one after the other, and to be woken up for each costs more than to read it.
-constexpr std::chrono::microseconds gatheringTime{250};
-constexpr qsizetype worthGathering = 3;
+constexpr std::size_t worthGathering = 3;
+/// The pauses in which the last of them come.
+constexpr std::chrono::microseconds gatheringPause{250};
+/// A program that takes longer is looked after all the same: it must not make every later sample as slow.
+constexpr std::chrono::microseconds longestGathering{4'000};
 
 AtspiBus::Outcome outcomeOf(const GError *error)
 {
@@ -51,13 +54,16 @@ AtspiBus::Outcome outcomeOf(const GError *error)
     }
 }
 
+bool isSame(const GlibHandle<GVariant> &one, const GlibHandle<GVariant> &other)
+{
+    return one == other || (one && other && g_variant_equal(one.get(), other.get()) != FALSE);
+}
+
 bool isSame(const AtspiBus::Call &one, const AtspiBus::Call &other)
 {
-    const bool sameArguments = one.arguments && other.arguments
-                                   ? g_variant_equal(one.arguments.get(), other.arguments.get()) != FALSE
-                                   : !one.arguments && !other.arguments;
     return one.path == other.path && qstrcmp(one.method, other.method) == 0 &&
-           qstrcmp(one.interface, other.interface) == 0 && one.name == other.name && sameArguments;
+           qstrcmp(one.interface, other.interface) == 0 && one.name == other.name &&
+           isSame(one.arguments, other.arguments);
 }
 
 QByteArray encoded(const AtspiBus::Call &call, int flags = G_DBUS_MESSAGE_FLAGS_NO_AUTO_START)
@@ -146,6 +152,11 @@ GlibHandle<GVariant> AtspiBus::arguments(GVariant *floating)
     return GlibHandle<GVariant>(g_variant_ref_sink(floating));
 }
 
+GlibHandle<GVariant> AtspiBus::sharedArguments(const GlibHandle<GVariant> &arguments)
+{
+    return GlibHandle<GVariant>(g_variant_ref(arguments.get()));
+}
+
 AtspiBus::Reply AtspiBus::ask(Call call)
 {
     std::vector<Call> calls;
@@ -192,16 +203,26 @@ void AtspiBus::askAhead(const QByteArray &name)
     std::vector<Question> questions(own.size());
     std::ranges::transform(own, questions.begin(), [](Call &call) { return Question{.call = std::move(call)}; });
     m_askedBefore.erase(own.begin(), own.end());
-    exchange(questions);
+    QElapsedTimer elapsed;
+    elapsed.start();
+    // A little less than the last time, so that it shrinks, too.
+    exchange(questions, std::min<std::chrono::nanoseconds>(m_usualTime * 7 / 8, longestGathering));
+    if (questions.size() >= worthGathering)
+        m_usualTime = std::chrono::nanoseconds(elapsed.nsecsElapsed());
     std::ranges::move(questions, std::back_inserter(m_ahead));
 }
 
-void AtspiBus::exchange(std::vector<Question> &questions)
+/// @param gathering how long nobody looks for answers
+void AtspiBus::exchange(std::vector<Question> &questions, std::chrono::nanoseconds gathering)
 {
     QElapsedTimer elapsed;
     elapsed.start();
     QHash<quint32, Question *> open = post(questions);
     const QDeadlineTimer end(patienceMs());
+    if (std::size_t(open.size()) >= worthGathering) {
+        m_bus->send();
+        std::this_thread::sleep_for(std::min<std::chrono::nanoseconds>(gathering, end.remainingTimeAsDuration()));
+    }
     while (!open.isEmpty()) {
         auto answer = m_bus->nextAnswer(end);
         if (!answer)
@@ -210,8 +231,8 @@ void AtspiBus::exchange(std::vector<Question> &questions)
             take(*question, *std::move(answer));
             question->reply.elapsedMs = elapsed.elapsed();
         }
-        if (open.size() >= worthGathering && !m_bus->hasReceived())
-            std::this_thread::sleep_for(gatheringTime);
+        if (std::size_t(open.size()) >= worthGathering && !m_bus->hasReceived())
+            std::this_thread::sleep_for(gatheringPause);
     }
     for (Question *const question : std::as_const(open)) {
         question->reply = {.outcome = m_bus->isLost() ? Outcome::Refused : Outcome::Silent,

@@ -7,6 +7,7 @@
 #include <QHash>
 #include <QSet>
 
+#include <chrono>
 #include <memory>
 #include <vector>
 
@@ -79,6 +80,8 @@ public:
     quint64 signalCount() const { return m_bus ? m_bus->signalCount() : 0; }
 
     static GlibHandle<GVariant> arguments(GVariant *floating);
+    /// Of calls that are made often: to find that two have the same ones is quick then.
+    static GlibHandle<GVariant> sharedArguments(const GlibHandle<GVariant> &arguments);
 
 private:
     struct Question {
@@ -91,7 +94,7 @@ private:
     std::unique_ptr<BusSocket> open(const QByteArray &address) const;
     QByteArray findAddress();
     int patienceMs() const;
-    void exchange(std::vector<Question> &questions);
+    void exchange(std::vector<Question> &questions, std::chrono::nanoseconds gathering = {});
     static void take(Question &question, BusAnswerBytes answer);
     QHash<quint32, Question *> post(std::vector<Question> &questions);
     const Question *answeredAhead(const Call &call) const;
@@ -104,6 +107,7 @@ private:
     std::vector<Question> m_ahead; ///< answers of this sample that nobody may have come to yet
     std::vector<Call> m_asked;     ///< in this sample, and answered soon
     std::vector<Call> m_askedBefore;
+    std::chrono::nanoseconds m_usualTime{0}; ///< that it takes until all that is asked ahead is answered
     int m_generation = 0;
 };
 

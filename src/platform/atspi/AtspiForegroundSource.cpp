@@ -35,9 +35,12 @@ public:
         QString title;
     };
 
+    /// Without a word to any program.
+    void reachBus() { m_bus.beginSample(QDeadlineTimer(sampleLimit)); }
+
     std::optional<Found> read()
     {
-        m_bus.beginSample(QDeadlineTimer(sampleLimit));
+        reachBus();
         const QHash<QByteArray, qint32> &processes = m_applications.all();
         QList<AtspiReference> roots;
         for (auto it = processes.keyBegin(); it != processes.keyEnd(); ++it)
@@ -105,7 +108,7 @@ QList<UnavailableFact> AtspiForegroundSource::unavailableFacts()
 {
     QList<UnavailableFact> facts;
     if (!m_reader->isBusThere())
-        m_reader->read();
+        m_reader->reachBus();
     if (!m_reader->isBusThere()) {
         const QString reason =
             QStringLiteral("this compositor doesn't tell other programs which window is in front, and "

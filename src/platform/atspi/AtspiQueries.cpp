@@ -26,14 +26,38 @@ Call call(const AtspiReference &object, const char *method, const char *replyTyp
             .replyType = replyType};
 }
 
-Call property(const AtspiReference &object, const char *name)
+/// What asks for a property.
+GlibHandle<GVariant> propertyNamed(const char *name)
+{
+    return AtspiBus::arguments(g_variant_new("(ss)", accessible, name));
+}
+
+Call property(const AtspiReference &object, const GlibHandle<GVariant> &arguments)
 {
     return {.name = object.name,
             .path = object.path,
             .interface = "org.freedesktop.DBus.Properties",
             .method = "Get",
-            .arguments = AtspiBus::arguments(g_variant_new("(ss)", accessible, name)),
+            .arguments = AtspiBus::sharedArguments(arguments),
             .replyType = "(v)"};
+}
+
+Call nameOf(const AtspiReference &object)
+{
+    static const auto name = propertyNamed("Name");
+    return property(object, name);
+}
+
+Call descriptionOf(const AtspiReference &object)
+{
+    static const auto description = propertyNamed("Description");
+    return property(object, description);
+}
+
+Call childCountOf(const AtspiReference &object)
+{
+    static const auto childCount = propertyNamed("ChildCount");
+    return property(object, childCount);
 }
 
 GlibHandle<GVariant> child(GVariant *container, gsize index)
@@ -143,7 +167,7 @@ QList<QList<AtspiReference>> AtspiQueries::childrenOfEach(const QList<AtspiRefer
 
 QList<AtspiReference> AtspiQueries::firstChildren(const AtspiReference &object, qsizetype maximum)
 {
-    const auto answer = m_bus.ask(property(object, "ChildCount"));
+    const auto answer = m_bus.ask(childCountOf(object));
     const auto count = unboxed(answer.value.get(), "i");
     if (!count || g_variant_get_int32(count.get()) <= 0)
         return {};
@@ -191,7 +215,7 @@ QList<QString> AtspiQueries::names(const QList<AtspiReference> &objects)
 {
     std::vector<Call> calls;
     for (const AtspiReference &object : objects)
-        calls.push_back(property(object, "Name"));
+        calls.push_back(nameOf(object));
     QList<QString> names;
     for (const auto &reply : m_bus.ask(std::move(calls)))
         names.append(textProperty(reply));
@@ -200,7 +224,7 @@ QList<QString> AtspiQueries::names(const QList<AtspiReference> &objects)
 
 QString AtspiQueries::description(const AtspiReference &object)
 {
-    return textProperty(m_bus.ask(property(object, "Description")));
+    return textProperty(m_bus.ask(descriptionOf(object)));
 }
 
 AtspiAttributes AtspiQueries::documentAttributes(const AtspiReference &object)
@@ -214,7 +238,7 @@ AtspiControl AtspiQueries::control(const AtspiReference &object)
 {
     std::vector<Call> calls;
     calls.push_back(call(object, "GetRole", "(u)"));
-    calls.push_back(property(object, "Name"));
+    calls.push_back(nameOf(object));
     const auto replies = m_bus.ask(std::move(calls));
     return {.role = number(replies[0]), .name = textProperty(replies[1])};
 }

@@ -1,9 +1,9 @@
 #include "platform/atspi/AtspiSearch.h"
 
+#include "platform/atspi/AtspiMatchRule.h"
 #include "platform/atspi/AtspiRoles.h"
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 
 namespace ostrel {
@@ -20,16 +20,6 @@ constexpr auto longestTrust = 2s;
 constexpr qsizetype mostWalkedElements = 64;
 constexpr qsizetype mostRememberedPrograms = 256;
 
-/// An array of 32-bit words. @return floating
-template <std::size_t words>
-GVariant *bits(const std::vector<int> &set)
-{
-    std::array<quint32, words> array{};
-    for (const int bit : set)
-        array[std::size_t(bit / 32)] |= 1U << (bit % 32);
-    return g_variant_new_fixed_array(G_VARIANT_TYPE_INT32, array.data(), words, sizeof(quint32));
-}
-
 bool saysSomething(const AtspiPage &page)
 {
     const auto texts = {QStringLiteral("URI"), QStringLiteral("DocURL"), QStringLiteral("Title")};
@@ -38,28 +28,15 @@ bool saysSomething(const AtspiPage &page)
 
 } // namespace
 
-struct AtspiSearch::Rule {
-    std::vector<int> states; ///< all of them
-    std::vector<int> roles;  ///< one of them; none stands for any
-    int maximum = 0;
-    bool isWhole = false; ///< comes to every element of a page
-};
-
-// A program ends a search when it has found as many as it was asked for. Asked for one more than there are, it looks at
-// every element of the page: of 2,000 that takes Chromium ten milliseconds, where the first one takes less than one.
-
 std::optional<QList<AtspiPage>> AtspiSearch::pages(const AtspiReference &window)
 {
-    constexpr int few = 4;
-    Rule rule{.states = {AtspiState::showing}, .roles = {int(AtspiRole::documentWeb)}, .maximum = 1};
-    auto found = matches(window, rule);
+    auto found = matches(window, AtspiMatchRule::firstPage());
     if (!found)
         return std::nullopt;
     QList<AtspiPage> pages = readPages(*found);
     if (found->isEmpty() || std::ranges::any_of(pages, saysSomething))
         return pages;
-    rule.maximum = few;
-    found = matches(window, rule);
+    found = matches(window, AtspiMatchRule::pages());
     return readPages(found.value_or(QList<AtspiReference>()));
 }
 
@@ -76,7 +53,7 @@ QList<AtspiPage> AtspiSearch::readPages(const QList<AtspiReference> &found)
 
 std::optional<AtspiFocus> AtspiSearch::focused(const AtspiReference &window)
 {
-    const auto found = matches(window, {.states = {AtspiState::focused}, .roles = {}, .maximum = 1});
+    const auto found = matches(window, AtspiMatchRule::firstFocus());
     if (!found || m_denySearches.contains(window.name))
         return focusedByWalk(window);
     if (found->isEmpty())
@@ -120,13 +97,11 @@ bool AtspiSearch::isStillAlone(const AtspiReference &window, const AtspiReferenc
 
 std::optional<AtspiReference> AtspiSearch::controlBeside(const AtspiReference &window, const AtspiReference &object)
 {
-    constexpr int few = 8;
     // Whoever has just begun to listen may have missed something.
     const bool wasWatched = m_watch.isWatching(object);
     m_watch.watch(object);
     const LoneFocus asked{.window = window, .object = object, .changes = m_watch.changes(), .searchedAt = m_now()};
-    const auto found = matches(window, {.states = {AtspiState::focused}, .roles = {}, .maximum = few, .isWhole = true})
-                           .value_or(QList<AtspiReference>());
+    const auto found = matches(window, AtspiMatchRule::everyFocus()).value_or(QList<AtspiReference>());
     // An answer without it is none, or of another moment.
     const bool isAlone = wasWatched && found == QList<AtspiReference>{object};
     m_loneFocus = isAlone ? std::optional(asked) : std::nullopt;
@@ -156,7 +131,7 @@ std::optional<AtspiReference> AtspiSearch::controlIn(const QList<AtspiReference>
     return beside != controls.end() ? *beside : controls.first();
 }
 
-std::optional<QList<AtspiReference>> AtspiSearch::matches(const AtspiReference &window, const Rule &rule)
+std::optional<QList<AtspiReference>> AtspiSearch::matches(const AtspiReference &window, const AtspiMatchRule &rule)
 {
     forgetOtherPrograms();
     if (m_cannotSearch.contains(window.name))
@@ -173,7 +148,7 @@ std::optional<QList<AtspiReference>> AtspiSearch::matches(const AtspiReference &
                                   .path = window.path,
                                   .interface = "org.a11y.atspi.Collection",
                                   .method = "GetMatches",
-                                  .arguments = argumentsFor(rule),
+                                  .arguments = AtspiBus::sharedArguments(rule.arguments),
                                   .replyType = "(a(so))",
                                   .isAskedAhead = !rule.isWhole});
     if (reply.elapsedMs >= slowSearchMs)
@@ -186,22 +161,6 @@ std::optional<QList<AtspiReference>> AtspiSearch::matches(const AtspiReference &
         return std::nullopt;
     }
     return reply.value ? AtspiQueries::referencesIn(reply.value.get(), rule.maximum) : QList<AtspiReference>();
-}
-
-GlibHandle<GVariant> AtspiSearch::argumentsFor(const Rule &rule)
-{
-    // How several bits, attributes, roles or interfaces go together.
-    constexpr int all = 1;
-    constexpr int any = 2;
-    constexpr guint32 inTreeOrder = 1;
-    constexpr gboolean inverted = FALSE;
-    constexpr gboolean alsoBelowMatches = TRUE;
-    const int howRoles = rule.roles.empty() ? all : any;
-    GVariant *const matchRule =
-        g_variant_new("(@aii@a{ss}i@aii@asib)", bits<2>(rule.states), all, g_variant_new("a{ss}", nullptr), all,
-                      bits<4>(rule.roles), howRoles, g_variant_new("as", nullptr), all, inverted);
-    return AtspiBus::arguments(
-        g_variant_new("(@(aiia{ss}iaiiasib)uib)", matchRule, inTreeOrder, rule.maximum, alsoBelowMatches));
 }
 
 std::optional<AtspiReference> AtspiSearch::walkToFocused(const AtspiReference &window)

@@ -12,6 +12,8 @@
 
 namespace ostrel {
 
+struct AtspiMatchRule;
+
 /// An object, and what it says about itself.
 struct AtspiFocus {
     AtspiReference reference;
@@ -48,7 +50,6 @@ public:
     void endSampling();
 
 private:
-    struct Rule;
     /// A page, or something in it, that has the focus while nothing else in its window has, and what that was found
     /// out from.
     struct LoneFocus {
@@ -58,8 +59,7 @@ private:
         std::chrono::steady_clock::time_point searchedAt;
     };
 
-    std::optional<QList<AtspiReference>> matches(const AtspiReference &window, const Rule &rule);
-    static GlibHandle<GVariant> argumentsFor(const Rule &rule);
+    std::optional<QList<AtspiReference>> matches(const AtspiReference &window, const AtspiMatchRule &rule);
     /// Without a browser's own tools.
     QList<AtspiPage> readPages(const QList<AtspiReference> &found);
     static bool isOfPage(const AtspiDetails &details);

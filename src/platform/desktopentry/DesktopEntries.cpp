@@ -18,6 +18,8 @@ namespace ostrel {
 namespace {
 
 constexpr QLatin1String extension(".desktop");
+/// While the same program stays in front, one sample after the other asks for it.
+constexpr std::chrono::seconds answerLifetime{5};
 constexpr qint64 nsPerSecond = 1'000'000'000;
 
 /// When the folder last got or lost a file, on the clock of the file system; 0 where there is no such folder.
@@ -57,7 +59,7 @@ void insertIfAbsent(QHash<Key, Value> &table, const Key &key, const Value &value
 
 } // namespace
 
-DesktopEntries::DesktopEntries(QStringList folders) : m_roots(std::move(folders)) {}
+DesktopEntries::DesktopEntries(QStringList folders, Clock now) : m_now(std::move(now)), m_roots(std::move(folders)) {}
 
 QStringList DesktopEntries::sessionFolders()
 {
@@ -70,6 +72,14 @@ QStringList DesktopEntries::sessionFolders()
 }
 
 ForegroundApplication DesktopEntries::applicationFor(const QString &windowClass)
+{
+    const auto now = m_now();
+    if (!m_lastAnswer || m_lastAnswer->windowClass != windowClass || now - m_lastAnswer->at >= answerLifetime)
+        m_lastAnswer = Answer{.windowClass = windowClass, .application = lookUp(windowClass), .at = now};
+    return m_lastAnswer->application;
+}
+
+ForegroundApplication DesktopEntries::lookUp(const QString &windowClass)
 {
     if (!isFresh())
         read();

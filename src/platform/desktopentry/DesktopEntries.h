@@ -7,15 +7,22 @@
 #include <QString>
 #include <QStringList>
 
+#include <chrono>
+#include <functional>
+#include <optional>
+
 namespace ostrel {
 
 /// The installed applications, as their .desktop files describe them. Read at the first question and again whenever an
-/// application folder has changed; otherwise a question costs a few file system calls. One thread at a time.
+/// application folder has changed; otherwise a question costs a few file system calls, and nothing where it is the one
+/// before: that is answered alike for five seconds. One thread at a time.
 class DesktopEntries
 {
 public:
+    using Clock = std::function<std::chrono::steady_clock::time_point()>;
+
     /// @param folders application folders, those that win first
-    explicit DesktopEntries(QStringList folders);
+    explicit DesktopEntries(QStringList folders, Clock now = std::chrono::steady_clock::now);
 
     /// The folders of the running session: "applications" in XDG_DATA_HOME, then in XDG_DATA_DIRS.
     static QStringList sessionFolders();
@@ -38,12 +45,21 @@ private:
         qint64 changedNs = 0; ///< 0 where it does not exist
     };
 
+    struct Answer {
+        QString windowClass;
+        ForegroundApplication application;
+        std::chrono::steady_clock::time_point at;
+    };
+
+    ForegroundApplication lookUp(const QString &windowClass);
     bool isFresh() const;
     void read();
     void readFolder(const QString &root, const QString &folder, QHash<QString, Entry> &entries, QStringList &order);
     void makeIndex(const QHash<QString, Entry> &entries, const QStringList &order);
     const Entry *find(const QString &windowClass) const;
 
+    const Clock m_now;
+    std::optional<Answer> m_lastAnswer;
     QStringList m_roots;
     QList<Folder> m_folders; ///< all that were read or missed, subfolders too
     bool m_isSettled = false;

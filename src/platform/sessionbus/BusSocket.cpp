@@ -161,13 +161,12 @@ bool BusSocket::exchange(QDeadlineTimer deadline)
 {
     while (!m_isLost) {
         send();
+        if (receive())
+            return true;
         pollfd waiting{
             .fd = m_descriptor, .events = short(m_unsent.isEmpty() ? POLLIN : POLLIN | POLLOUT), .revents = 0};
-        const int ready = ::poll(&waiting, 1, timeoutOf(deadline));
-        if (ready == 0)
+        if (!m_isLost && ::poll(&waiting, 1, timeoutOf(deadline)) == 0)
             return false;
-        if (ready > 0 && (waiting.revents & ~POLLOUT) != 0 && receive())
-            return true;
     }
     return false;
 }

@@ -43,6 +43,8 @@ public:
     /// Drops everything that is there already, as far as that takes no longer than the deadline; without a wait. Calls
     /// of others are refused.
     void drop(QDeadlineTimer deadline);
+    /// Sends what was posted, as far as the bus takes it without a wait.
+    void send();
     /// Whether there is a whole message that needs no wait.
     bool hasReceived() const;
     /// The number of the call that this is the answer to; 0 when it is none.
@@ -61,7 +63,6 @@ private:
     /// Sends what it can, and reads what there is or will be.
     /// @return whether there is something new
     bool exchange(QDeadlineTimer deadline);
-    void send();
     bool receive();
     qsizetype receivedLength() const;
     /// @return absent when none is whole

@@ -121,6 +121,24 @@ TEST_F(X11ForegroundSourceTest, windowActivatedBetweenTheCalls_doesNotMixFacts)
     EXPECT_EQ(m_source.focusedWindow()->title, text("one"));
 }
 
+TEST_F(X11ForegroundSourceTest, eachSample_isAsOfItsOwnTime)
+{
+    const auto one = m_desktop.startTerminal(text("one"));
+    const auto two = m_desktop.startTerminal(text("two"));
+    m_desktop.activate(one);
+    EXPECT_EQ(sampleTitle(), text("one"));
+    setProperty(one, "_NET_WM_NAME", "8u", "one more");
+    EXPECT_EQ(sampleTitle(), text("one more"));
+    ASSERT_TRUE(m_source.frontmostApplication());
+    m_desktop.activate(two);
+    setProperty(one, "_NET_WM_NAME", "8u", "one at last");
+    EXPECT_EQ(m_source.focusedWindow()->title, text("one more"));
+    EXPECT_EQ(m_source.focusedWindow()->title, text("one at last"));
+    EXPECT_EQ(sampleTitle(), text("two"));
+    m_desktop.activate(one);
+    EXPECT_EQ(sampleTitle(), text("one at last"));
+}
+
 TEST_F(X11ForegroundSourceTest, titlesInEveryScript_areRead)
 {
     const auto window = m_desktop.startTerminal(text("x"));
@@ -169,6 +187,13 @@ TEST_F(X11ForegroundSourceTest, bothPartsOfTheClass_areTold)
 TEST_F(X11ForegroundSourceTest, windowManagerThatNamesTheActiveWindow_leavesNothingUnavailable)
 {
     EXPECT_EQ(m_source.unavailableFacts(), QList<UnavailableFact>());
+}
+
+TEST_F(X11ForegroundSourceTest, windowManagerThatHasGone_leavesTheActiveWindowUnavailable)
+{
+    m_desktop.windowManager().kill();
+    waitUntil(text("its word to end"), 10s, [this] { return !m_source.unavailableFacts().isEmpty(); });
+    EXPECT_EQ(m_source.unavailableFacts()[0].reason, text("no window manager says which window is active"));
 }
 
 TEST_F(X11ForegroundSourceTest, shadowDrawnByTheProgram_isNotInTheFrame)

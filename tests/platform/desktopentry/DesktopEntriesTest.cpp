@@ -11,6 +11,8 @@
 namespace ostrel {
 namespace {
 
+using namespace std::chrono_literals;
+
 class DesktopEntriesTest : public testing::Test
 {
 protected:
@@ -35,7 +37,8 @@ protected:
 
     QTemporaryDir m_user;
     QTemporaryDir m_system;
-    DesktopEntries m_entries{{m_user.path(), m_system.path()}};
+    std::chrono::steady_clock::time_point m_now;
+    DesktopEntries m_entries{{m_user.path(), m_system.path()}, [this] { return m_now; }};
     ScopedVariable m_language{"LANGUAGE", QByteArray("C")};
 };
 
@@ -183,6 +186,7 @@ TEST_F(DesktopEntriesTest, newEntry_isSeen)
 {
     EXPECT_EQ(idFor("late"), QString());
     write("late.desktop", "Name=Late\n");
+    EXPECT_EQ(idFor("other"), QString());
     EXPECT_EQ(idFor("late"), QStringLiteral("late"));
     write("sub/later.desktop", "Name=Later\n");
     EXPECT_EQ(idFor("sub-later"), QStringLiteral("sub-later"));
@@ -190,11 +194,21 @@ TEST_F(DesktopEntriesTest, newEntry_isSeen)
     EXPECT_EQ(idFor("late"), QString());
 }
 
+TEST_F(DesktopEntriesTest, sameQuestionAgain_isAnsweredAnewAfterFiveSeconds)
+{
+    EXPECT_EQ(idFor("late"), QString());
+    write("late.desktop", "Name=Late\n");
+    m_now += 4'999ms;
+    EXPECT_EQ(idFor("late"), QString());
+    m_now += 1ms;
+    EXPECT_EQ(idFor("late"), QStringLiteral("late"));
+}
+
 TEST_F(DesktopEntriesTest, folderThatAppearsLater_isSeen)
 {
     QTemporaryDir root;
     DesktopEntries entries({root.filePath(QStringLiteral("applications"))});
-    EXPECT_EQ(entries.applicationFor(QStringLiteral("a")).bundleIdentifier, std::nullopt);
+    EXPECT_EQ(entries.applicationFor(QStringLiteral("b")).bundleIdentifier, std::nullopt);
     write(root, "applications/a.desktop", "Name=A\n");
     EXPECT_EQ(entries.applicationFor(QStringLiteral("a")).bundleIdentifier, QStringLiteral("a"));
 }

@@ -1,57 +1,32 @@
 #include "platform/x11/facts/X11WindowManager.h"
 
 #include "platform/x11/base/X11Connection.h"
-
-#include <algorithm>
-#include <span>
+#include "platform/x11/base/X11WindowManagerHints.h"
 
 namespace ostrel {
 
 namespace {
 
-X11Reply<xcb_get_property_reply_t> readProperty(X11Connection &connection, xcb_window_t window, const char *name,
-                                                xcb_atom_t type)
+QString nameOf(X11Connection &connection, xcb_window_t window)
 {
     constexpr uint32_t longest = 4096; // of 4 bytes each
-    return connection.reply<xcb_get_property_reply>(
-        xcb_get_property(connection.get(), 0, window, connection.atom(name), type, 0, longest));
-}
-
-std::span<const uint32_t> words(const X11Reply<xcb_get_property_reply_t> &property)
-{
-    if (!property || property->format != 32)
-        return {};
-    return {static_cast<const uint32_t *>(xcb_get_property_value(property.get())), property->value_len};
-}
-
-/// The window that speaks for the window manager. One that was killed leaves the root's property behind, so the window
-/// must point at itself.
-xcb_window_t speakingWindow(X11Connection &connection)
-{
-    const auto pointedAtBy = [&connection](xcb_window_t window) {
-        const auto property = readProperty(connection, window, "_NET_SUPPORTING_WM_CHECK", XCB_ATOM_WINDOW);
-        const auto found = words(property);
-        return found.empty() ? xcb_window_t(XCB_WINDOW_NONE) : xcb_window_t(found.front());
-    };
-    const xcb_window_t window = pointedAtBy(connection.root());
-    return window != XCB_WINDOW_NONE && pointedAtBy(window) == window ? window : xcb_window_t(XCB_WINDOW_NONE);
+    const auto name = connection.reply<xcb_get_property_reply>(xcb_get_property(
+        connection.get(), 0, window, connection.atom("_NET_WM_NAME"), connection.atom("UTF8_STRING"), 0, longest));
+    return name ? QString::fromUtf8(static_cast<const char *>(xcb_get_property_value(name.get())),
+                                    xcb_get_property_value_length(name.get()))
+                : QString();
 }
 
 } // namespace
 
 std::optional<WindowManagerFacts> readWindowManager(X11Connection &connection)
 {
-    const xcb_window_t window = speakingWindow(connection);
+    const xcb_window_t window = windowManagerWindow(connection);
     if (window == XCB_WINDOW_NONE)
         return std::nullopt;
     WindowManagerFacts facts;
-    if (const auto name = readProperty(connection, window, "_NET_WM_NAME", connection.atom("UTF8_STRING")))
-        facts.name = QString::fromUtf8(static_cast<const char *>(xcb_get_property_value(name.get())),
-                                       xcb_get_property_value_length(name.get()));
-    const auto supported = readProperty(connection, connection.root(), "_NET_SUPPORTED", XCB_ATOM_ATOM);
-    const xcb_atom_t activeWindow = connection.atom("_NET_ACTIVE_WINDOW");
-    facts.tellsActiveWindow =
-        std::ranges::any_of(words(supported), [=](uint32_t each) { return each == activeWindow; });
+    facts.name = nameOf(connection, window);
+    facts.tellsActiveWindow = windowManagerSupports(connection, "_NET_ACTIVE_WINDOW");
     return facts;
 }
 

@@ -2,11 +2,21 @@
 
 #include "platform/x11/base/X11Connection.h"
 #include "platform/x11/base/X11Monitors.h"
+#include "platform/x11/base/X11WindowManagerHints.h"
 #include "platform/x11/foreground/X11WindowFacts.h"
 
 #include <utility>
 
 namespace ostrel {
+
+namespace {
+
+FocusedWindow focusedWindowIn(const X11WindowLook &look)
+{
+    return {.title = look.title, .frame = look.frame ? std::optional(QRectF(*look.frame)) : std::nullopt};
+}
+
+} // namespace
 
 X11ForegroundSource::X11ForegroundSource(QByteArray display, ApplicationLookup lookup)
     : m_display(std::move(display)), m_lookup(std::move(lookup))
@@ -19,10 +29,15 @@ std::optional<ForegroundApplication> X11ForegroundSource::frontmostApplication()
     X11Connection *server = connection();
     if (!server)
         return std::nullopt;
-    const auto active = readActiveWindow(*server, std::exchange(m_window, std::nullopt));
+    const auto likely =
+        m_window ? std::optional(X11LikelyWindow{.window = *m_window, .asksLook = m_askedWindow}) : std::nullopt;
+    forgetWindow();
+    const auto active = readActiveWindow(*server, likely);
     if (!active)
         return std::nullopt;
     m_window = active->window;
+    if (active->look)
+        m_readWindow = focusedWindowIn(*active->look);
     ForegroundApplication application = m_lookup(active->owner.windowClass);
     application.processIdentifier = active->owner.pid;
     application.windowClass = active->owner.instanceAndClass;
@@ -34,12 +49,10 @@ std::optional<FocusedWindow> X11ForegroundSource::focusedWindow()
     X11Connection *server = connection();
     if (!server || !m_window)
         return std::nullopt;
-    const X11WindowLook look = readWindowLook(*server, *m_window);
-    FocusedWindow window;
-    window.title = look.title;
-    if (look.frame)
-        window.frame = QRectF(*look.frame);
-    return window;
+    m_askedWindow = true;
+    if (auto window = std::exchange(m_readWindow, std::nullopt))
+        return window;
+    return focusedWindowIn(readWindowLook(*server, *m_window));
 }
 
 std::optional<QPointF> X11ForegroundSource::mouseLocation()
@@ -66,9 +79,16 @@ QList<UnavailableFact> X11ForegroundSource::unavailableFacts()
         return {{.fact = activeWindow, .reason = reason},
                 {.fact = QStringLiteral("pointer position"), .reason = reason}};
     }
-    if (!tellsActiveWindow(*server))
+    if (!windowManagerSupports(*server, "_NET_ACTIVE_WINDOW"))
         return {{.fact = activeWindow, .reason = QStringLiteral("no window manager says which window is active")}};
     return {};
+}
+
+void X11ForegroundSource::forgetWindow()
+{
+    m_window.reset();
+    m_askedWindow = false;
+    m_readWindow.reset();
 }
 
 X11Connection *X11ForegroundSource::connection()
@@ -79,7 +99,7 @@ X11Connection *X11ForegroundSource::connection()
     if (m_connection && m_connection->isBroken())
         m_connection.reset();
     if (!m_connection) {
-        m_window.reset();
+        forgetWindow();
         auto opened = X11Connection::open(m_display);
         if (!opened)
             return nullptr;

@@ -14,8 +14,9 @@ class X11Connection;
 /// The active window by the window manager's hints (EWMH), and the pointer. It connects at the first call; a
 /// connection that was lost is opened again by the next call.
 ///
-/// One round trip for the application while its window stays the active one, else two; one for its window, and one for
-/// the pointer; well below a millisecond together.
+/// One round trip for the application and its window while that stays the active one, else three; one for the pointer;
+/// well below a millisecond together. The window is asked about along with its application where the sample before
+/// asked about it, and told once.
 class X11ForegroundSource final : public ForegroundSource
 {
 public:
@@ -33,12 +34,15 @@ public:
 
 private:
     X11Connection *connection();
+    void forgetWindow();
 
     QByteArray m_display;
     ApplicationLookup m_lookup;
     std::unique_ptr<X11Connection> m_connection;
     /// The window whose application was told last; of this connection.
     std::optional<quint32> m_window;
+    bool m_askedWindow = false;                ///< since then
+    std::optional<FocusedWindow> m_readWindow; ///< with its application, and not told yet
 };
 
 } // namespace ostrel

@@ -18,7 +18,6 @@ namespace ostrel {
 namespace {
 
 constexpr char activeWindowName[] = "_NET_ACTIVE_WINDOW";
-constexpr char supportedName[] = "_NET_SUPPORTED";
 constexpr char pidName[] = "_NET_WM_PID";
 constexpr char titleName[] = "_NET_WM_NAME";
 constexpr char frameExtentsName[] = "_NET_FRAME_EXTENTS";
@@ -67,6 +66,40 @@ QMargins extents(const std::optional<X11PropertyRequest::Value> &value)
     const auto side = [&value](qsizetype index) { return int(std::min(*value->cardinal(index), 0x7fffu)); };
     return {side(0), side(2), side(1), side(3)};
 }
+
+/// Who a window belongs to: asked for at construction, collected once.
+class OwnerRequest
+{
+public:
+    OwnerRequest(X11Connection &connection, xcb_window_t window)
+        : m_class(connection, window, XCB_ATOM_WM_CLASS), m_machine(connection, window, XCB_ATOM_WM_CLIENT_MACHINE),
+          m_pid(connection, window, connection.atom(pidName))
+    {}
+
+    X11WindowOwner collect()
+    {
+        X11WindowOwner owner;
+        if (const auto value = m_class.collect(); value && value->format == 8) {
+            // Two texts, each with its final zero: the instance and the class.
+            const QList<QByteArray> names = value->bytes.split('\0');
+            const QByteArray &name = names.value(1).isEmpty() ? names.first() : names[1];
+            owner.windowClass = decodeString(name);
+            owner.instanceAndClass = (decodeString(names.first()) + u' ' + decodeString(names.value(1))).trimmed();
+        }
+        const auto machine = m_machine.collect();
+        const auto pid = m_pid.collect();
+        // A program on another machine tells its pid there, which is some other program's here.
+        const bool isLocal = machine && untilZero(machine->bytes) == hostName();
+        const quint32 number = isLocal && pid ? pid->cardinal(0).value_or(0) : 0;
+        owner.pid = number <= quint32(std::numeric_limits<qint32>::max()) ? qint32(number) : 0;
+        return owner;
+    }
+
+private:
+    X11PropertyRequest m_class;
+    X11PropertyRequest m_machine;
+    X11PropertyRequest m_pid;
+};
 
 /// What a window is called: asked for at construction, collected once.
 class TitleRequest
@@ -124,6 +157,21 @@ private:
     X11OriginRequest m_origin;
 };
 
+/// What a window shows and where: asked for at construction, collected once.
+class LookRequest
+{
+public:
+    LookRequest(X11Connection &connection, xcb_window_t window)
+        : m_title(connection, window), m_frame(connection, window)
+    {}
+
+    X11WindowLook collect() { return {.title = m_title.collect(), .frame = m_frame.collect()}; }
+
+private:
+    TitleRequest m_title;
+    FrameRequest m_frame;
+};
+
 } // namespace
 
 X11PropertyRequest::X11PropertyRequest(X11Connection &connection, xcb_window_t window, xcb_atom_t property)
@@ -153,54 +201,9 @@ std::optional<quint32> X11PropertyRequest::Value::cardinal(qsizetype index) cons
     return item;
 }
 
-std::optional<X11ActiveWindow> readActiveWindow(X11Connection &connection, std::optional<xcb_window_t> likely)
-{
-    X11PropertyRequest request(connection, connection.root(), connection.atom(activeWindowName));
-    // An answer that is never collected would be kept until the connection ends.
-    auto likelyOwner = likely ? std::optional(readWindowOwner(connection, *likely)) : std::nullopt;
-    const auto value = request.collect();
-    const auto window = value ? value->cardinal(0) : std::nullopt;
-    if (!window || *window == XCB_WINDOW_NONE)
-        return std::nullopt;
-    if (window == likely)
-        return X11ActiveWindow{.window = *window, .owner = *std::move(likelyOwner)};
-    return X11ActiveWindow{.window = *window, .owner = readWindowOwner(connection, *window)};
-}
-
-bool tellsActiveWindow(X11Connection &connection)
-{
-    // What it can do, not what it has done: before the first window some have never set the property itself.
-    X11PropertyRequest request(connection, connection.root(), connection.atom(supportedName));
-    const auto supported = request.collect();
-    const xcb_atom_t activeWindow = connection.atom(activeWindowName);
-    for (qsizetype i = 0; const auto each = supported ? supported->cardinal(i) : std::nullopt; ++i) {
-        if (*each == activeWindow)
-            return true;
-    }
-    return false;
-}
-
 X11WindowOwner readWindowOwner(X11Connection &connection, xcb_window_t window)
 {
-    X11PropertyRequest classRequest(connection, window, XCB_ATOM_WM_CLASS);
-    X11PropertyRequest machineRequest(connection, window, XCB_ATOM_WM_CLIENT_MACHINE);
-    X11PropertyRequest pidRequest(connection, window, connection.atom(pidName));
-
-    X11WindowOwner owner;
-    if (const auto value = classRequest.collect(); value && value->format == 8) {
-        // Two texts, each with its final zero: the instance and the class.
-        const QList<QByteArray> names = value->bytes.split('\0');
-        const QByteArray &name = names.value(1).isEmpty() ? names.first() : names[1];
-        owner.windowClass = decodeString(name);
-        owner.instanceAndClass = (decodeString(names.first()) + u' ' + decodeString(names.value(1))).trimmed();
-    }
-    const auto machine = machineRequest.collect();
-    const auto pid = pidRequest.collect();
-    // A program on another machine tells its pid there, which is some other program's here.
-    const bool isLocal = machine && untilZero(machine->bytes) == hostName();
-    const quint32 number = isLocal && pid ? pid->cardinal(0).value_or(0) : 0;
-    owner.pid = number <= quint32(std::numeric_limits<qint32>::max()) ? qint32(number) : 0;
-    return owner;
+    return OwnerRequest(connection, window).collect();
 }
 
 std::optional<QString> readWindowTitle(X11Connection &connection, xcb_window_t window)
@@ -210,9 +213,29 @@ std::optional<QString> readWindowTitle(X11Connection &connection, xcb_window_t w
 
 X11WindowLook readWindowLook(X11Connection &connection, xcb_window_t window)
 {
-    TitleRequest title(connection, window);
-    FrameRequest frame(connection, window);
-    return {.title = title.collect(), .frame = frame.collect()};
+    return LookRequest(connection, window).collect();
+}
+
+std::optional<X11ActiveWindow> readActiveWindow(X11Connection &connection, std::optional<X11LikelyWindow> likely)
+{
+    X11PropertyRequest request(connection, connection.root(), connection.atom(activeWindowName));
+    std::optional<OwnerRequest> owner;
+    std::optional<LookRequest> look;
+    if (likely)
+        owner.emplace(connection, likely->window);
+    if (likely && likely->asksLook)
+        look.emplace(connection, likely->window);
+    const auto value = request.collect();
+    // Answers that are never collected would be kept until the connection ends.
+    X11ActiveWindow active{.window = likely ? likely->window : XCB_WINDOW_NONE,
+                           .owner = owner ? owner->collect() : X11WindowOwner(),
+                           .look = look ? std::optional(look->collect()) : std::nullopt};
+    const auto window = value ? value->cardinal(0) : std::nullopt;
+    if (!window || *window == XCB_WINDOW_NONE)
+        return std::nullopt;
+    if (window == active.window)
+        return active;
+    return X11ActiveWindow{.window = *window, .owner = readWindowOwner(connection, *window), .look = {}};
 }
 
 void internWindowAtoms(X11Connection &connection)

@@ -34,9 +34,6 @@ private:
     xcb_get_property_cookie_t m_cookie;
 };
 
-/// Whether there is a window manager that would name the active window.
-bool tellsActiveWindow(X11Connection &connection);
-
 /// Who a window belongs to.
 struct X11WindowOwner {
     QString windowClass;      ///< the class part of WM_CLASS; empty where there is none
@@ -44,15 +41,6 @@ struct X11WindowOwner {
     qint32 pid = 0;           ///< 0 where it runs on another machine or the window doesn't say
 };
 X11WindowOwner readWindowOwner(X11Connection &connection, xcb_window_t window);
-
-/// The window that the window manager says is active, and its owner.
-struct X11ActiveWindow {
-    xcb_window_t window = XCB_WINDOW_NONE;
-    X11WindowOwner owner;
-};
-/// @param likely the one that it was before: if it still is, this is one round trip instead of two
-/// @return absent where no window is active, or nobody says
-std::optional<X11ActiveWindow> readActiveWindow(X11Connection &connection, std::optional<xcb_window_t> likely);
 
 /// A window's title, by whichever property tells it; absent where none does.
 std::optional<QString> readWindowTitle(X11Connection &connection, xcb_window_t window);
@@ -65,6 +53,21 @@ struct X11WindowLook {
     std::optional<QRect> frame;
 };
 X11WindowLook readWindowLook(X11Connection &connection, xcb_window_t window);
+
+/// The window that the window manager says is active, and its owner.
+struct X11ActiveWindow {
+    xcb_window_t window = XCB_WINDOW_NONE;
+    X11WindowOwner owner;
+    std::optional<X11WindowLook> look; ///< where it was asked for along with the rest
+};
+/// What the last answer leads to expect.
+struct X11LikelyWindow {
+    xcb_window_t window = XCB_WINDOW_NONE;
+    bool asksLook = false; ///< its look is to be read, too
+};
+/// @param likely if it is still the active one, this is one round trip instead of two
+/// @return absent where no window is active, or nobody says
+std::optional<X11ActiveWindow> readActiveWindow(X11Connection &connection, std::optional<X11LikelyWindow> likely);
 
 /// The atoms that the functions above need, in one round trip.
 void internWindowAtoms(X11Connection &connection);
