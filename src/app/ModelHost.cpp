@@ -16,6 +16,11 @@ namespace {
 /// Our own desktop-file id: windows that bear it are ours.
 const QString bundleIdentifier = QStringLiteral("com.tamsk.ostrel");
 
+qint32 ownProcess()
+{
+    return qint32(QCoreApplication::applicationPid());
+}
+
 } // namespace
 
 ModelHost::ModelHost(const Platform &platform, std::function<void()> terminate, std::function<void()> activate,
@@ -25,7 +30,8 @@ ModelHost::ModelHost(const Platform &platform, std::function<void()> terminate, 
                                                                     .accessibility = platform.contextAccessibility,
                                                                     .tree = platform.accessibilityTree,
                                                                     .browserScripts = platform.browserScripts,
-                                                                    .excludesWindow = platform.excludesWindow}),
+                                                                    .excludesWindow = platform.excludesWindow,
+                                                                    .ownProcess = ownProcess()}),
       m_transport(std::make_unique<NetworkTransport>(m_clock)),
       m_sampleQueue(QStringLiteral("com.tamsk.ostrel.screen-capture.samples")),
       m_contextQueue(QStringLiteral("com.tamsk.ostrel.context")),
@@ -69,7 +75,7 @@ std::unique_ptr<AppModel> ModelHost::makeModel(Stored stored)
                                             .context = m_context,
                                             .sampleQueue = m_sampleQueue,
                                             .contextQueue = m_contextQueue,
-                                            .processID = qint32(QCoreApplication::applicationPid()),
+                                            .processID = ownProcess(),
                                             .bundleIdentifier = bundleIdentifier,
                                             .endWithoutWaiting = m_endWithoutWaiting});
     return std::make_unique<AppModel>(AppModel::Dependencies{.clock = m_clock,

@@ -80,6 +80,9 @@ QString sentence(Fault fault, const QString &detail)
     case Fault::ScreenSharingEnded:
         return QStringLiteral("The desktop has ended the sharing of the screen. Allow it again under \"Screen "
                               "Recording\", or start another recording with \"ostrel record\".");
+    case Fault::ScreenQuestionUnanswered:
+        return QStringLiteral("Nobody answered the desktop's question whether the screen may be recorded. It is asked "
+                              "again by a recording that is started half a minute later.");
     case Fault::PictureStreamEnded:
         return QStringLiteral("The desktop sends no more pictures of the screen (%1).").arg(detail);
     case Fault::KeyringUnavailable:

@@ -35,6 +35,7 @@ enum class Fault {
     NoScreenPortal,
     ScreenCaptureDeclined,
     ScreenSharingEnded,
+    ScreenQuestionUnanswered,
     PictureStreamEnded,
     KeyringUnavailable,
     ProgramFailedToStart,

@@ -77,6 +77,7 @@ ActiveRecordingContext ActiveApplicationContext::currentRecordingContext(const Q
 {
     const QDeadlineTimer deadline(sampleLimit);
     ActiveApplicationContextDetails details;
+    bool isOwnInFront = false;
     if (const auto application = m_sources.foreground.frontmostApplication()) {
         details.appName = application->localizedName;
         // Without the user's consent to window and site names, nothing of the window is even asked for.
@@ -84,12 +85,22 @@ ActiveRecordingContext ActiveApplicationContext::currentRecordingContext(const Q
             details = readWindow(*application, details, deadline);
         else
             details.isPrivate = isExcluded(*application, std::nullopt);
+        isOwnInFront = isOurs(*application);
     }
     return {.appContextText = promptText(details),
-            .activeDisplay =
-                ActiveDisplayResolver::resolve(details.windowFrame, m_sources.foreground.mouseLocation(), displays),
-            .isPrivateInFront = details.isPrivate,
+            .activeDisplay = findActiveDisplay(details.windowFrame, displays),
+            .isPrivateInFront = details.isPrivate || isOwnInFront,
             .isPrivatePageInFront = details.isPrivatePage};
+}
+
+std::optional<ActiveDisplaySelection>
+ActiveApplicationContext::findActiveDisplay(const std::optional<QRectF> &windowFrame,
+                                            const QList<ActiveDisplayCandidate> &displays) const
+{
+    // Where the window decides, nobody need be asked for the pointer.
+    if (auto display = ActiveDisplayResolver::resolve(windowFrame, std::nullopt, displays))
+        return display;
+    return ActiveDisplayResolver::resolve(windowFrame, m_sources.foreground.mouseLocation(), displays);
 }
 
 void ActiveApplicationContext::endSampling()
@@ -147,6 +158,11 @@ void ActiveApplicationContext::addBrowserTab(ActiveApplicationContextDetails &de
         details.pageAddress = tab->url;
     if (!details.pageTitle)
         details.pageTitle = normalize(tab->title);
+}
+
+bool ActiveApplicationContext::isOurs(const ForegroundApplication &application) const
+{
+    return application.processIdentifier != 0 && application.processIdentifier == m_sources.ownProcess;
 }
 
 bool ActiveApplicationContext::isExcluded(const ForegroundApplication &application,

@@ -23,7 +23,8 @@ struct ForegroundApplication;
 struct ActiveRecordingContext {
     std::optional<QString> appContextText;
     std::optional<ActiveDisplaySelection> activeDisplay;
-    bool isPrivateInFront = false; ///< the window in front is one that the privacy rules exclude, as far as is known
+    /// The window in front is to be in no picture, as far as is known: the privacy rules exclude it, or it is our own.
+    bool isPrivateInFront = false;
     /// It is private for the page in it, which nobody knows who looks at windows alone.
     bool isPrivatePageInFront = false;
 
@@ -55,6 +56,7 @@ public:
         BrowserScriptRunner &browserScripts;
         /// Whether a window is nobody's business. Called on the worker thread.
         std::function<bool(const WindowIdentity &)> excludesWindow;
+        qint32 ownProcess = 0; ///< whose windows are ours; 0 where there are none
     };
 
     explicit ActiveApplicationContext(Sources sources);
@@ -76,6 +78,8 @@ public:
     static void appendLine(const QString &label, const std::optional<QString> &value, QStringList &lines);
 
 private:
+    std::optional<ActiveDisplaySelection> findActiveDisplay(const std::optional<QRectF> &windowFrame,
+                                                            const QList<ActiveDisplayCandidate> &displays) const;
     /// Everything that is told only with the user's consent. Of an excluded window that is its frame alone.
     ActiveApplicationContextDetails readWindow(const ForegroundApplication &application,
                                                ActiveApplicationContextDetails base, QDeadlineTimer deadline);
@@ -83,6 +87,7 @@ private:
                                              const ActiveApplicationContextDetails &base, QDeadlineTimer deadline);
     void addBrowserTab(ActiveApplicationContextDetails &details, const ForegroundApplication &application,
                        const std::optional<QString> &windowTitle, QDeadlineTimer deadline);
+    bool isOurs(const ForegroundApplication &application) const;
     bool isExcluded(const ForegroundApplication &application, const std::optional<QString> &title) const;
     bool isPageExcluded(const std::optional<QString> &address) const;
 

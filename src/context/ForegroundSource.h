@@ -25,19 +25,23 @@ struct UnavailableFact {
     QString fact;   ///< what is missing: "window title", "pointer position", ...
     QString reason; ///< goes on after "because": "sway doesn't tell where the pointer is"
 
+    QString text() const { return QStringLiteral("%1: not available on this desktop, because %2").arg(fact, reason); }
+
     bool operator==(const UnavailableFact &) const = default;
 };
 
-/// What the window system knows of the front-most application. Every call reads afresh and may block for a round trip;
-/// all calls come from one worker thread at a time. What can't be found out is absent, never an error.
+/// What the window system knows of the front-most application. Nothing is kept from one sample to the next, and every
+/// call may block for a round trip; all calls come from one worker thread at a time. What can't be found out is absent,
+/// never an error.
 class ForegroundSource
 {
 public:
     virtual ~ForegroundSource() = default;
 
+    /// A sample begins here.
     virtual std::optional<ForegroundApplication> frontmostApplication() = 0;
     /// The focused window of the application that `frontmostApplication` named last, so that a change of window between
-    /// the two calls never gives one application another's title.
+    /// the two calls never gives one application another's title. As of this call or of that one.
     virtual std::optional<FocusedWindow> focusedWindow() = 0;
     /// Desktop coordinates: origin at the main display's top-left corner, y downwards.
     virtual std::optional<QPointF> mouseLocation() = 0;

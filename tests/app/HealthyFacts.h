@@ -29,6 +29,7 @@ inline DoctorFacts healthyFacts()
     facts.session = SessionKind::X11;
     facts.display = QStringLiteral(":0");
     facts.screen = screen;
+    facts.unavailable = QList<UnavailableFact>();
     facts.bus = BusFacts{.state = BusState::Answers,
                          .accessibility = {.isRunning = true, .canBeStarted = true},
                          .isAccessibilityGranted = true,

@@ -220,4 +220,26 @@ TEST_F(ScreenChecks, frontWindow_ofACompositorThatHangs_isMissingThoughProgramsC
     EXPECT_THAT(checkFrontWindow(m_facts), isMissing("sway does not tell which one it is", "log out and in"));
 }
 
+TEST_F(ScreenChecks, windowFacts_thatTheDesktopNeverTells_areNamedWithTheirReasonsAndNothingMendsThem)
+{
+    EXPECT_THAT(checkWindowFacts(m_facts), isOk("title and place, and the pointer's"));
+    m_facts.unavailable = {
+        {.fact = QStringLiteral("window title"), .reason = QStringLiteral("nobody tells it")},
+        {.fact = QStringLiteral("pointer position"), .reason = QStringLiteral("it is nobody's business")}};
+    const Finding finding = checkWindowFacts(m_facts);
+    EXPECT_EQ(finding.state, Finding::State::Missing);
+    EXPECT_EQ(finding.detail,
+              QStringLiteral("window title: not available on this desktop, because nobody tells it; "
+                             "pointer position: not available on this desktop, because it is nobody's business"));
+    EXPECT_EQ(finding.fix, std::nullopt);
+}
+
+TEST_F(ScreenChecks, windowFacts_ofADesktopThatIsNotThereOrDoesNotAnswer_areUntried)
+{
+    m_facts.unavailable.reset();
+    EXPECT_THAT(checkWindowFacts(m_facts), isUntried("did not answer in time"));
+    m_facts.session = SessionKind::None;
+    EXPECT_THAT(checkWindowFacts(m_facts), isUntried("without a display"));
+}
+
 } // namespace

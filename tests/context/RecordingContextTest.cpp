@@ -87,7 +87,8 @@ protected:
                                         .accessibility = m_access,
                                         .tree = m_tree,
                                         .browserScripts = m_browserScripts,
-                                        .excludesWindow = [this](const WindowIdentity &w) { return m_rule(w); }}};
+                                        .excludesWindow = [this](const WindowIdentity &w) { return m_rule(w); },
+                                        .ownProcess = 7}};
     QList<ActiveDisplayCandidate> m_displays = {
         {.displayId = QStringLiteral("1"), .displayLabel = QStringLiteral("1"), .bounds = {0, 0, 100, 100}},
         {.displayId = QStringLiteral("2"), .displayLabel = QStringLiteral("2"), .bounds = {100, 0, 100, 100}}};
@@ -111,6 +112,15 @@ TEST_F(RecordingContextTest, trusted_hasTitleAndWindowsDisplay)
     EXPECT_EQ(sample(),
               (ActiveRecordingContext{.appContextText = text("Active context:\n- App: Editor\n- Window: A title"),
                                       .activeDisplay = selected("2", "focusedWindow")}));
+}
+
+TEST_F(RecordingContextTest, windowThatDecides_leavesNobodyAskedForTheMouse)
+{
+    setApplication(m_editor);
+    m_foreground.onMouseLocation = nullptr; // to be asked would fail this test
+    setWindow(FocusedWindow{.title = {}, .frame = QRectF(110, 10, 50, 50)});
+    setNoTree();
+    EXPECT_EQ(sample().activeDisplay, selected("2", "focusedWindow"));
 }
 
 TEST_F(RecordingContextTest, trustedWithoutWindow_isTheNameAloneAndTheMouse)
@@ -344,6 +354,37 @@ TEST_F(RecordingContextTest, excludedSite_isTheApplicationsNameAloneAndToldAsAPa
     EXPECT_FALSE(sample().isPrivatePageInFront);
     EXPECT_EQ(sampleText(),
               text("Active context:\n- App: Chromium\n- Website: example.com\n- Page: Open\n- Window: Window"));
+}
+
+TEST_F(RecordingContextTest, ownWindowInFront_isPrivateButNoSecret)
+{
+    auto ours = m_editor;
+    ours.processIdentifier = 7;
+    setApplication(ours);
+    setTitle("Recorder");
+    setNoTree();
+    const auto own = sample();
+    EXPECT_TRUE(own.isPrivateInFront);
+    EXPECT_FALSE(own.isPrivatePageInFront);
+    EXPECT_EQ(own.appContextText, text("Active context:\n- App: Editor\n- Window: Recorder"));
+    setTrusted(false);
+    EXPECT_TRUE(sample().isPrivateInFront);
+    setApplication(m_editor);
+    EXPECT_FALSE(sample().isPrivateInFront);
+}
+
+TEST_F(RecordingContextTest, processThatIsNotKnown_isNotTakenForOurs)
+{
+    ActiveApplicationContext context{{.foreground = m_foreground,
+                                      .accessibility = m_access,
+                                      .tree = m_tree,
+                                      .browserScripts = m_browserScripts,
+                                      .excludesWindow = m_rule}}; // of a program without windows
+    auto unknown = m_editor;
+    unknown.processIdentifier = 0;
+    setApplication(unknown);
+    setTrusted(false);
+    EXPECT_FALSE(context.currentRecordingContext(m_displays).isPrivateInFront);
 }
 
 TEST_F(RecordingContextTest, titlesOfAnyLength_areBoundedInTheText)

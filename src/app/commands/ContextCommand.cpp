@@ -29,7 +29,7 @@ QString asText(const ContextReport &report)
                                                                   ? QStringLiteral("the mouse")
                                                                   : QStringLiteral("the focused window"));
     for (const UnavailableFact &each : report.unavailable)
-        text += QStringLiteral("%1: not available on this desktop, because %2\n").arg(each.fact, each.reason);
+        text += each.text() + QLatin1Char('\n');
     return text;
 }
 

@@ -13,6 +13,7 @@ const QList<Check> &allChecks()
         {.id = "pointer", .label = "pointer", .judge = checkPointer},
         {.id = "monitors", .label = "monitors", .judge = checkMonitors},
         {.id = "frontWindow", .label = "front window", .judge = checkFrontWindow},
+        {.id = "windowFacts", .label = "window facts", .judge = checkWindowFacts},
         {.id = "sessionBus", .label = "session bus", .judge = checkSessionBus},
         {.id = "accessibilityService", .label = "accessibility", .judge = checkAccessibilityService},
         {.id = "accessibilityGrant", .label = "window titles", .judge = checkAccessibilityGrant},

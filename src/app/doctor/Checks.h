@@ -14,6 +14,7 @@ Finding checkChangeTracking(const DoctorFacts &facts);
 Finding checkPointer(const DoctorFacts &facts);
 Finding checkMonitors(const DoctorFacts &facts);
 Finding checkFrontWindow(const DoctorFacts &facts);
+Finding checkWindowFacts(const DoctorFacts &facts);
 
 Finding checkSessionBus(const DoctorFacts &facts);
 Finding checkAccessibilityService(const DoctorFacts &facts);

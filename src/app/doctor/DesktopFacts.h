@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Error.h"
+#include "context/ForegroundSource.h"
 
 #include <QList>
 #include <QString>
@@ -85,14 +86,16 @@ struct SystemBusFacts {
     bool doesLogindAnswer = false;
 };
 
-/// The questions to a desktop. A server that hangs may keep `screen` and the buses from returning, so each is asked on
-/// a thread of its own that can be left behind; they hold nothing that belongs to somebody else. They change nothing on
-/// the desktop and start nothing there.
+/// The questions to a desktop. A server that hangs may keep `screen`, `unavailable` and the buses from returning, so
+/// each is asked on a thread of its own that can be left behind; they hold nothing that belongs to somebody else. They
+/// change nothing on the desktop and start nothing there.
 struct DesktopProbes {
     SessionKind session = SessionKind::None;
     QString display; ///< as in $DISPLAY, or in $WAYLAND_DISPLAY
     /// Where there is a session. @return the error of the connection
     std::function<Result<ScreenFacts>()> screen;
+    /// Where there is a session: what it never tells of the window in front.
+    std::function<QList<UnavailableFact>()> unavailable;
     std::function<BusFacts()> bus;
     std::function<SystemBusFacts()> systemBus;
     /// Looks at processes alone: it connects to nothing and takes some milliseconds.

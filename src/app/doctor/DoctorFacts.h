@@ -42,6 +42,7 @@ struct DoctorFacts {
     QString display;
     /// Asked where there is a session; absent where nobody answered in time.
     std::optional<Result<ScreenFacts>> screen;
+    std::optional<QList<UnavailableFact>> unavailable; ///< the same
     /// Absent where the bus did not answer in time.
     std::optional<BusFacts> bus;
     std::optional<SystemBusFacts> systemBus; ///< the same

@@ -83,8 +83,11 @@ DoctorFacts gatherFacts(const Platform &platform)
     const DesktopProbes &desktop = platform.desktop;
     const auto deadline = std::chrono::steady_clock::now() + desktopPatience;
     std::optional<LeftBehind<Result<ScreenFacts>>> screen;
-    if (desktop.session != SessionKind::None)
+    std::optional<LeftBehind<QList<UnavailableFact>>> unavailable;
+    if (desktop.session != SessionKind::None) {
         screen.emplace(desktop.screen);
+        unavailable.emplace(desktop.unavailable);
+    }
     LeftBehind<BusFacts> bus(desktop.bus);
     LeftBehind<SystemBusFacts> systemBus(desktop.systemBus);
 
@@ -109,6 +112,8 @@ DoctorFacts gatherFacts(const Platform &platform)
     facts.systemBus = systemBus.answerBy(deadline);
     if (screen)
         facts.screen = screen->answerBy(deadline);
+    if (unavailable)
+        facts.unavailable = unavailable->answerBy(deadline);
     return facts;
 }
 

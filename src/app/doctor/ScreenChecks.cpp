@@ -249,4 +249,19 @@ Finding checkFrontWindow(const DoctorFacts &facts)
                     (manager ? QStringLiteral(" && (openbox --replace &)") : QStringLiteral(" && (openbox &)")));
 }
 
+/// Only another desktop tells more, so there is nothing to be mended.
+Finding checkWindowFacts(const DoctorFacts &facts)
+{
+    if (facts.session == SessionKind::None)
+        return noScreen();
+    if (!facts.unavailable)
+        return Finding::untried(QStringLiteral("the desktop did not answer in time"));
+    if (facts.unavailable->isEmpty())
+        return Finding::ok(QStringLiteral("this desktop tells the window's title and place, and the pointer's"));
+    QStringList missing;
+    for (const UnavailableFact &each : *facts.unavailable)
+        missing.append(each.text());
+    return {.state = Finding::State::Missing, .detail = missing.join(QStringLiteral("; ")), .fix = {}};
+}
+
 } // namespace ostrel

@@ -8,7 +8,8 @@
 
 namespace ostrel {
 
-/// The windows as they are, and as they were within the last second. Not safe for threads.
+/// The windows as they are, and as they were within the last second. Longer than that no picture waits until it is held
+/// against them, and no effect draws a window elsewhere that has come or gone. Not safe for threads.
 class KWinHistory
 {
 public:
@@ -18,13 +19,19 @@ public:
 
     /// @param now time that only ever goes on
     void take(KWinNews news, std::chrono::milliseconds now);
-    /// Nothing is known from now on, until news come.
+    /// All that was drawn before this time is told.
+    /// @param time by the same clock
+    /// @param isElsewhere whether an effect shows windows elsewhere then
+    void confirm(std::chrono::milliseconds time, bool isElsewhere);
+    /// Nothing is known from now on, until news have come for a second.
     void forget();
 
-    /// Windows that are seen, or were: one that has moved is there several times.
+    /// Windows that are seen, or were: one that has moved is there several times. While an effect shows windows
+    /// elsewhere, and for a second after, all windows: it may show any, and they are all flying.
     struct Moments {
         QList<QRect> monitors;
         QList<KWinWindow> windows;
+        std::chrono::milliseconds age{0}; ///< what was drawn since then may not be told yet
     };
     /// @return absent when nothing is known, or not all of the last second
     std::optional<Moments> lately(std::chrono::milliseconds now) const;
@@ -35,11 +42,14 @@ private:
         std::chrono::milliseconds until;
     };
 
-    void keep(const KWinWindow &window, std::chrono::milliseconds now);
+    /// @param next the same window as it is now; null when it is there no more
+    void keep(const KWinWindow &window, const KWinWindow *next, std::chrono::milliseconds now);
     void dropOlder(std::chrono::milliseconds now);
 
     std::optional<KWinNews> m_now;
-    std::deque<Past> m_past; ///< the oldest first
+    std::optional<std::chrono::milliseconds> m_confirmed;
+    std::optional<std::chrono::milliseconds> m_elsewhere; ///< when windows were shown elsewhere last
+    std::deque<Past> m_past;                              ///< the oldest first
     std::chrono::milliseconds m_lackingUntil = std::chrono::milliseconds::min();
 };
 

@@ -33,8 +33,7 @@ std::optional<bool> flagIn(const QJsonObject &object, const char *name)
     return value.isBool() ? std::optional(value.toBool()) : std::nullopt;
 }
 
-/// KWin 6 has fractions of pixels: all that are touched count.
-std::optional<QRect> placeIn(const QJsonValue &value)
+std::optional<QRectF> exactPlaceIn(const QJsonValue &value)
 {
     const QJsonArray numbers = value.toArray();
     std::array<double, 4> sides{};
@@ -49,7 +48,24 @@ std::optional<QRect> placeIn(const QJsonValue &value)
     const auto [x, y, width, height] = sides;
     if (width < 0 || height < 0)
         return std::nullopt;
-    return QRectF(x, y, width, height).toAlignedRect();
+    return QRectF(x, y, width, height);
+}
+
+/// There are fractions of logical pixels where a monitor's scale has some: all that are touched count.
+std::optional<QRect> placeIn(const QJsonValue &value)
+{
+    const auto place = exactPlaceIn(value);
+    return place ? std::optional(place->toAlignedRect()) : std::nullopt;
+}
+
+/// What is rounded of a monitor moves all windows on it, by less than a logical pixel. That is more than one of the
+/// picture's.
+void allowForRounding(KWinNews &news)
+{
+    for (KWinWindow &window : news.windows) {
+        if (!window.frame.isEmpty())
+            window.frame.adjust(-1, -1, 1, 1);
+    }
 }
 
 /// KWin says -1, or nothing at all, where it doesn't know the process.
@@ -75,11 +91,12 @@ std::optional<KWinWindow> windowIn(const QJsonValue &value)
     const auto windowClass = textIn(object, "class");
     const auto entry = textIn(object, "entry");
     const auto title = textIn(object, "title");
+    const auto isUnresponsive = flagIn(object, "unresponsive");
     const auto isPopup = flagIn(object, "popup");
     const auto isSeen = flagIn(object, "seen");
     const auto frame = placeIn(object.value(QLatin1String("place")));
-    if (!id || id->isEmpty() || !parent || !instance || !windowClass || !entry || !title || !isPopup || !isSeen ||
-        !frame)
+    if (!id || id->isEmpty() || !parent || !instance || !windowClass || !entry || !title || !isUnresponsive ||
+        !isPopup || !isSeen || !frame)
         return std::nullopt;
     return KWinWindow{.id = *id,
                       .parent = *parent,
@@ -87,6 +104,7 @@ std::optional<KWinWindow> windowIn(const QJsonValue &value)
                       .windowClass = QStringLiteral("%1 %2").arg(*instance, *windowClass).trimmed(),
                       .desktopFile = asDesktopFileId(*entry),
                       .title = *title,
+                      .isUnresponsive = *isUnresponsive,
                       .isPopup = *isPopup,
                       .isSeen = *isSeen,
                       .frame = *frame};
@@ -105,11 +123,13 @@ std::optional<KWinNews> kwinNewsIn(const QByteArray &json)
         windows.toArray().size() > mostKWinWindows)
         return std::nullopt;
     KWinNews news;
+    bool areRounded = false;
     for (const QJsonValue each : monitors.toArray()) {
-        const auto place = placeIn(each);
+        const auto place = exactPlaceIn(each);
         if (!place)
             return std::nullopt;
-        news.monitors.push_back(*place);
+        news.monitors.push_back(place->toAlignedRect());
+        areRounded = areRounded || QRectF(news.monitors.back()) != *place;
     }
     for (const QJsonValue each : windows.toArray()) {
         const auto window = windowIn(each);
@@ -117,6 +137,8 @@ std::optional<KWinNews> kwinNewsIn(const QByteArray &json)
             return std::nullopt;
         news.windows.push_back(*window);
     }
+    if (areRounded)
+        allowForRounding(news);
     return news;
 }
 

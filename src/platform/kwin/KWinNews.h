@@ -12,14 +12,17 @@ namespace ostrel {
 /// A window as KWin tells it.
 struct KWinWindow {
     QString id;
-    QString parent;      ///< the id of the window that it stays above, such as a dialog's; empty for none
-    qint32 pid = 0;      ///< 0 when KWin doesn't know it
-    QString windowClass; ///< the program's name and its class, a blank between them
-    QString desktopFile; ///< the id of the menu entry, without ".desktop"; empty when the program tells none
-    QString title;
-    bool isPopup = false; ///< a menu or a hint, which may have no class of its own
-    bool isSeen = false;  ///< not minimised, and on the desktop and activity that are shown
-    QRect frame;          ///< with its title, without its shadow; logical pixels
+    QString parent;              ///< the id of the window that it stays above, such as a dialog's; empty for none
+    qint32 pid = 0;              ///< 0 when KWin doesn't know it
+    QString windowClass;         ///< the program's name and its class, a blank between them
+    QString desktopFile;         ///< the id of the menu entry, without ".desktop"; empty when the program tells none
+    QString title;               ///< with what KWin adds to it
+    bool isUnresponsive = false; ///< KWin has added a word of its language for that
+    bool isPopup = false;        ///< a menu or a hint, which may have no class of its own
+    bool isSeen = false;         ///< not minimised, and on the desktop and activity that are shown
+    QRect frame;                 ///< with its title, without its shadow; logical pixels
+    /// It has just come to be seen, or is seen no more: an effect may draw it anywhere on its way.
+    bool isFlying = false;
 
     bool operator==(const KWinWindow &) const = default;
 };

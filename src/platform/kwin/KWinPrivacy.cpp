@@ -1,7 +1,11 @@
 #include "platform/kwin/KWinPrivacy.h"
 
+#include "platform/kwin/KWinTitles.h"
+
 #include <QHash>
 #include <QSet>
+
+#include <algorithm>
 
 namespace ostrel {
 
@@ -10,42 +14,51 @@ namespace {
 /// What a rule can go by, to ask once for a window that has been at many places.
 QStringList identityOf(const KWinWindow &window)
 {
-    return {window.windowClass, window.desktopFile, window.title};
+    return {window.windowClass, window.desktopFile, window.title,
+            window.isUnresponsive ? QStringLiteral("hangs") : QString()};
 }
 
-/// A program may say that each of two windows stays above the other.
-constexpr int longestAncestry = 16;
-
-bool staysAbove(const KWinWindow &window, const QSet<QString> &privateIds, const QHash<QString, QString> &parents)
+/// Those that stay above a private window, now or a moment ago, and those above them.
+QSet<QString> idsAbove(const QSet<QString> &privateIds, const QList<KWinWindow> &windows)
 {
-    QString above = window.parent;
-    for (int i = 0; i < longestAncestry && !above.isEmpty(); ++i) {
-        if (privateIds.contains(above))
-            return true;
-        above = parents.value(above);
+    QMultiHash<QString, QString> children;
+    for (const KWinWindow &window : windows) {
+        if (!window.parent.isEmpty())
+            children.insert(window.parent, window.id);
     }
-    return false;
+    QSet<QString> above;
+    QStringList open(privateIds.cbegin(), privateIds.cend());
+    while (!open.isEmpty()) {
+        for (const QString &id : children.values(open.takeLast())) {
+            if (above.contains(id))
+                continue;
+            above.insert(id);
+            open.append(id);
+        }
+    }
+    return above;
 }
 
 } // namespace
 
 bool KWinPrivacy::excludesByItself(const KWinWindow &window) const
 {
-    WindowIdentity identity{.bundleIdentifier = std::nullopt, .windowClass = window.windowClass, .title = window.title};
+    std::optional<QString> told;
     if (!window.desktopFile.isEmpty())
-        identity.bundleIdentifier = window.desktopFile;
-    if (excludes(identity))
-        return true;
+        told = window.desktopFile;
     // What a program says of its menu entry needn't be so.
     const QString name = window.windowClass.section(QLatin1Char(' '), -1);
     const auto known = name.isEmpty() ? std::nullopt : bundleIdentifierOf(name);
-    if (!known || known == identity.bundleIdentifier)
-        return false;
-    identity.bundleIdentifier = known;
-    return excludes(identity);
+    return std::ranges::any_of(possibleTitles(window.title, window.isUnresponsive), [&](const QString &title) {
+        WindowIdentity identity{.bundleIdentifier = told, .windowClass = window.windowClass, .title = title};
+        if (excludes(identity))
+            return true;
+        identity.bundleIdentifier = known;
+        return known && known != told && excludes(identity);
+    });
 }
 
-QList<QRect> KWinPrivacy::placesIn(const QList<KWinWindow> &windows, const QList<qint32> &processes) const
+KWinPrivacy::Found KWinPrivacy::placesIn(const QList<KWinWindow> &windows, const QList<qint32> &processes) const
 {
     QHash<QStringList, bool> verdicts;
     const auto isPrivateByItself = [&](const KWinWindow &window) {
@@ -57,23 +70,25 @@ QList<QRect> KWinPrivacy::placesIn(const QList<KWinWindow> &windows, const QList
     };
     QSet<QString> privateIds;
     QSet<qint32> privateProcesses;
-    QHash<QString, QString> parents;
     for (const KWinWindow &window : windows) {
-        parents.insert(window.id, window.parent);
         if (!isPrivateByItself(window))
             continue;
         privateIds.insert(window.id);
         if (window.pid > 0)
             privateProcesses.insert(window.pid);
     }
-    QList<QRect> places;
+    const QSet<QString> above = idsAbove(privateIds, windows);
+    Found found;
     for (const KWinWindow &window : windows) {
-        const bool isPrivate = isPrivateByItself(window) || staysAbove(window, privateIds, parents) ||
+        const bool isPrivate = isPrivateByItself(window) || above.contains(window.id) ||
                                (window.isPopup && privateProcesses.contains(window.pid));
-        if (isPrivate && !window.frame.isEmpty() && !places.contains(window.frame))
-            places.push_back(window.frame);
+        if (!isPrivate || window.frame.isEmpty())
+            continue;
+        if (!found.places.contains(window.frame))
+            found.places.push_back(window.frame);
+        found.mayBeAnywhere = found.mayBeAnywhere || window.isFlying;
     }
-    return places;
+    return found;
 }
 
 } // namespace ostrel

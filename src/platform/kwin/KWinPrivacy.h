@@ -17,10 +17,14 @@ struct KWinPrivacy {
     Rules excludes;
     BundleIdentifierLookup bundleIdentifierOf;
 
+    struct Found {
+        QList<QRect> places;        ///< each once
+        bool mayBeAnywhere = false; ///< one of these windows is flying
+    };
     /// The frames of windows that the rules or the processes make private, of those that stay above such a window, and
-    /// of its program's menus, which may be anybody's by what they say of themselves. Each frame once.
+    /// of its program's menus, which may be anybody's by what they say of themselves.
     /// @param processes whose windows are private whatever the rules say
-    QList<QRect> placesIn(const QList<KWinWindow> &windows, const QList<qint32> &processes) const;
+    Found placesIn(const QList<KWinWindow> &windows, const QList<qint32> &processes) const;
 
 private:
     bool excludesByItself(const KWinWindow &window) const;

@@ -11,7 +11,7 @@ const listener = "@LISTENER@";
 const name = "@NAME@";
 const longestEnd = 2000;
 const windowSignals = ["frameGeometryChanged", "captionChanged", "minimizedChanged", "windowClassChanged",
-    "desktopFileNameChanged", "transientChanged", "desktopPresenceChanged", "desktopsChanged", "activitiesChanged"];
+    "desktopFileNameChanged", "unresponsiveChanged", "transientChanged", "desktopPresenceChanged", "desktopsChanged", "activitiesChanged"];
 const workspaceSignals = ["clientRemoved", "windowRemoved", "currentDesktopChanged", "currentActivityChanged",
     "numberScreensChanged", "screensChanged", "screenResized", "virtualScreenGeometryChanged"];
 
@@ -59,6 +59,7 @@ function described(window) {
         class: textOf(window.resourceClass),
         entry: textOf(window.desktopFileName),
         title: textOf(window.caption),
+        unresponsive: window.unresponsive === true,
         popup: window.popupWindow === true,
         seen: isSeen(window),
         place: placeOf(window.frameGeometry)
@@ -74,9 +75,20 @@ function monitors() {
     return places;
 }
 
-function tell() {
+function everything() {
     const windows = Array.from(allWindows()).filter(window => !window.deleted).map(described);
-    callDBus(listener, "@PATH@", "@INTERFACE@", "@METHOD@", JSON.stringify({monitors: monitors(), windows: windows}));
+    return {monitors: monitors(), windows: windows};
+}
+
+// What was told before is wrong when this can't be told: then it is said that nothing is known.
+function tell() {
+    let news = {};
+    try {
+        news = everything();
+    } catch (error) {
+        print(name + ": " + error);
+    }
+    callDBus(listener, "@PATH@", "@INTERFACE@", "@METHOD@", JSON.stringify(news));
 }
 
 // Several changes at once, such as those of a new window, are told once.

@@ -23,23 +23,40 @@ QString runtimeFolder()
 /// What the thread of the bus hears.
 struct KWinWindows::Hearing {
     explicit Hearing(const KWinSeams &seams)
-        : bus({.address = seams.busAddress.isEmpty() ? sessionBusAddress().toLocal8Bit() : seams.busAddress,
+        : watch(makeWatch(seams).release()),
+          bus({.address = seams.busAddress.isEmpty() ? sessionBusAddress().toLocal8Bit() : seams.busAddress,
                .name = "session bus",
                .firstPause = seams.firstPause},
-              std::make_unique<KWinWatch>(
-                  [this, now = seams.monotonicTime](std::optional<KWinNews> news) {
-                      const std::scoped_lock lock(mutex);
-                      if (news)
-                          history.take(std::move(*news), now());
-                      else
-                          history.forget();
-                  },
-                  seams.scriptFolder.isEmpty() ? runtimeFolder() : seams.scriptFolder, seams.firstPause))
+              std::unique_ptr<KWinWatch>(watch))
     {}
 
     std::mutex mutex;
     KWinHistory history;
-    BusThread bus; ///< the last, for it uses the others
+    KWinWatch *const watch; ///< the bus owns it
+    BusThread bus;          ///< the last, for it uses the others
+
+private:
+    std::unique_ptr<KWinWatch> makeWatch(const KWinSeams &seams)
+    {
+        return std::make_unique<KWinWatch>(
+            KWinWatch::Outlets{.tell =
+                                   [this, now = seams.monotonicTime](std::optional<KWinNews> news) {
+                                       const std::scoped_lock lock(mutex);
+                                       if (news)
+                                           history.take(std::move(*news), now());
+                                       else
+                                           history.forget();
+                                   },
+                               .confirm =
+                                   [this](std::chrono::milliseconds time, bool isElsewhere) {
+                                       const std::scoped_lock lock(mutex);
+                                       history.confirm(time, isElsewhere);
+                                   },
+                               .monotonicTime = seams.monotonicTime},
+            KWinWatch::Ways{.scriptFolder = seams.scriptFolder.isEmpty() ? runtimeFolder() : seams.scriptFolder,
+                            .firstPause = seams.firstPause,
+                            .restAfter = seams.restAfter});
+    }
 };
 
 KWinWindows::KWinWindows(KWinPrivacy privacy, KWinSeams seams)
@@ -53,13 +70,18 @@ std::optional<KWinPlaces> KWinWindows::places(const QList<qint32> &processes)
     const std::scoped_lock asking(m_asking);
     if (!m_hearing)
         m_hearing = std::make_unique<Hearing>(m_seams);
+    m_hearing->watch->ask();
     const auto moments = [this] {
         const std::scoped_lock lock(m_hearing->mutex);
         return m_hearing->history.lately(m_seams.monotonicTime());
     }();
     if (!moments)
         return std::nullopt;
-    return KWinPlaces{.monitors = moments->monitors, .windows = m_privacy.placesIn(moments->windows, processes)};
+    auto found = m_privacy.placesIn(moments->windows, processes);
+    return KWinPlaces{.monitors = moments->monitors,
+                      .windows = std::move(found.places),
+                      .mayBeAnywhere = found.mayBeAnywhere,
+                      .age = moments->age};
 }
 
 } // namespace ostrel

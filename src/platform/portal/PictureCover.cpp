@@ -12,20 +12,33 @@ PictureCover::PictureCover(FindPrivatePlaces find, QList<qint32> processes, cons
     : m_find(std::move(find)), m_processes(std::move(processes)), m_monitor(monitor), m_picture(picture)
 {}
 
-std::optional<QList<QRect>> PictureCover::places(QSize picture)
+std::optional<PictureCover::Places> PictureCover::places(QSize picture)
 {
     m_picture = picture;
     const auto found = m_find(m_processes);
     if (!found)
         return std::nullopt;
     // Where monitors can't be told apart, what is private on either is black.
-    const QList<QRect> monitors = monitorsOfStream(m_monitor, picture, found->monitors);
+    const QList<QRect> monitors = monitorsOf(picture, found->monitors);
     if (monitors.isEmpty())
         return std::nullopt;
-    QList<QRect> places;
+    Places places{.black = {}, .mayBeAnywhere = found->mayBeAnywhere, .age = found->age};
     for (const QRect &monitor : monitors)
-        places += pixelsTouched(found->windows, monitor, picture);
+        places.black += pixelsTouched(found->windows, monitor, picture);
     return places;
+}
+
+QList<QRect> PictureCover::monitorsOf(QSize picture, const QList<QRect> &all)
+{
+    const bool haveChanged = [&] {
+        const std::scoped_lock lock(m_mutex);
+        if (!m_monitorsAtFirst)
+            m_monitorsAtFirst = all;
+        m_haveMonitorsChanged = m_haveMonitorsChanged || *m_monitorsAtFirst != all;
+        return m_haveMonitorsChanged;
+    }();
+    // What the portal has said of places is said once: another monitor may be there now.
+    return monitorsOfStream(haveChanged ? StreamMonitorFacts{} : m_monitor, picture, all);
 }
 
 void PictureCover::relyOn(bool isReliedOn)

@@ -1,6 +1,7 @@
 #include "platform/portal/PictureFeed.h"
 
 #include "base/Fault.h"
+#include "platform/portal/PictureBuffer.h"
 
 #include <algorithm>
 #include <utility>
@@ -10,6 +11,29 @@ namespace ostrel {
 namespace {
 
 constexpr std::ptrdiff_t bytesPerPixel = 4;
+
+/// On a machine that is not busy the news are here by then; on others each further look comes after twice the time.
+constexpr std::chrono::milliseconds firstJudgePause{10};
+/// Later than that, it isn't told any more where windows were when the picture came.
+constexpr std::chrono::milliseconds longestJudgement{900};
+
+/// What two steps have changed. @return absent where nobody knows it of one of them
+ChangedRows inEither(const ChangedRows &one, const ChangedRows &other)
+{
+    if (!one || !other)
+        return std::nullopt;
+    auto all = *one;
+    all.insert(all.end(), other->begin(), other->end());
+    return joinedRows(std::move(all));
+}
+
+void addEachOnce(QList<QRect> &places, const QList<QRect> &others)
+{
+    for (const QRect &place : others) {
+        if (!places.contains(place))
+            places.append(place);
+    }
+}
 
 } // namespace
 
@@ -24,22 +48,44 @@ void PictureFeed::take(const ProducedPicture &picture)
     const QSize size = picture.conversion.uprightSize(picture.source.size);
     if (picture.source.size != m_displaySize && size != m_displaySize)
         return fail(faultError(Fault::DisplayResized, m_name));
-    auto places = m_cover ? m_cover->places(size) : std::nullopt;
+    const auto now = m_pace.monotonicTime();
+    const auto places = m_cover ? m_cover->places(size) : std::nullopt;
     std::unique_lock lock(m_mutex);
     m_isRead.wait(lock, [this] { return !m_isReading || m_state != State::Open; });
     if (m_state != State::Open)
         return;
     const ChangedRows changes = rowsOf(picture);
     m_size = size;
-    m_placesAtTaking = std::move(places).value_or(QList<QRect>());
+    m_takenAt = now;
+    m_judgePause = firstJudgePause;
+    m_judgeAt = now + m_judgePause;
+    m_black.clear();
+    m_verdict = m_cover ? Verdict::Pending : Verdict::Known;
+    if (m_cover)
+        hear(places);
     m_isFresherAsked = false;
     m_isStill = false;
     note(changes);
-    copy(picture, changes);
+    m_held = picture;
+    m_hasTaken = true;
     m_conversion = picture.conversion;
     m_isMissed = false;
     m_isNew = true;
     postWhenDue();
+}
+
+bool PictureFeed::isHolding() const
+{
+    const std::scoped_lock lock(m_mutex);
+    return m_held && m_state == State::Open;
+}
+
+void PictureFeed::letGo()
+{
+    std::unique_lock lock(m_mutex);
+    m_isRead.wait(lock, [this] { return !m_isReading || m_state != State::Open; });
+    if (m_state == State::Open)
+        copyHeld();
 }
 
 void PictureFeed::miss()
@@ -51,12 +97,12 @@ void PictureFeed::miss()
 bool PictureFeed::hasTaken() const
 {
     const std::scoped_lock lock(m_mutex);
-    return !m_pixels.empty();
+    return m_hasTaken;
 }
 
 ChangedRows PictureFeed::rowsOf(const ProducedPicture &picture) const
 {
-    if (!picture.changes || m_isMissed || m_pixels.empty() || picture.conversion != m_conversion ||
+    if (!picture.changes || m_isMissed || !m_hasTaken || picture.conversion != m_conversion ||
         picture.conversion.uprightSize(picture.source.size) != m_size)
         return std::nullopt;
     std::vector<RowRange> rows;
@@ -69,20 +115,19 @@ ChangedRows PictureFeed::rowsOf(const ProducedPicture &picture) const
 
 void PictureFeed::note(const ChangedRows &changes)
 {
-    if (!changes || m_pixels.empty() || (m_isNew && !m_changes)) {
-        m_changes.reset();
-        return;
-    }
-    auto all = m_isNew ? *m_changes : std::vector<RowRange>();
-    all.insert(all.end(), changes->begin(), changes->end());
-    m_changes = joinedRows(std::move(all));
+    m_changes = m_isNew ? inEither(m_changes, changes) : changes;
+    m_uncopied = m_held ? inEither(m_uncopied, changes) : changes;
 }
 
-void PictureFeed::copy(const ProducedPicture &picture, const ChangedRows &changes)
+void PictureFeed::copyHeld()
 {
+    if (!m_held)
+        return;
+    const MappedMemory::Access access(m_held->memory);
     m_pixels.resize(std::size_t(m_size.width()) * std::size_t(m_size.height()) * bytesPerPixel);
-    for (const RowRange &rows : changes.value_or(std::vector{RowRange{.begin = 0, .end = m_size.height()}}))
-        convertRows(picture.conversion, picture.source, rows, m_pixels.data());
+    for (const RowRange &rows : m_uncopied.value_or(std::vector{RowRange{.begin = 0, .end = m_size.height()}}))
+        convertRows(m_held->conversion, m_held->source, rows, m_pixels.data());
+    m_held.reset();
 }
 
 void PictureFeed::deliverWhenDue()
@@ -94,20 +139,57 @@ void PictureFeed::deliverWhenDue()
 void PictureFeed::deliverAgain()
 {
     const std::scoped_lock lock(m_mutex);
-    if (m_pixels.empty())
+    if (!m_hasTaken)
         return;
     if (!std::exchange(m_isNew, true))
         m_changes.emplace();
     postWhenDue();
 }
 
+void PictureFeed::hear(const std::optional<PictureCover::Places> &places)
+{
+    if (!places) {
+        m_verdict = Verdict::Unknown;
+        return;
+    }
+    addEachOnce(m_black, places->black);
+    if (places->mayBeAnywhere)
+        m_verdict = Verdict::Unfit;
+    else if (places->age <= m_pace.monotonicTime() - m_takenAt)
+        m_verdict = Verdict::Known;
+}
+
+bool PictureFeed::isJudged()
+{
+    const auto now = m_pace.monotonicTime();
+    if (m_verdict != Verdict::Pending)
+        return true;
+    if (now < m_judgeAt)
+        return false;
+    if (now - m_takenAt > longestJudgement) {
+        m_verdict = Verdict::Unknown;
+        return true;
+    }
+    m_judgePause *= 2;
+    m_judgeAt = now + m_judgePause;
+    hear(m_cover->places(m_size));
+    return m_verdict != Verdict::Pending;
+}
+
 void PictureFeed::postWhenDue()
 {
-    if (!m_isNew || m_isPosted || m_state != State::Open)
+    if (!m_isNew || m_state != State::Open)
         return;
+    // Also while a delivery is on its way: it would be of this picture.
+    const bool isDecided = isJudged();
     const auto now = m_pace.monotonicTime();
+    if (!isDecided)
+        return m_pace.wakeAfter(std::max(m_judgeAt - now, std::chrono::milliseconds(0)));
+    if (m_isPosted)
+        return copyHeld();
     if (m_postedAt && now < *m_postedAt + m_pace.interval)
         return m_pace.wakeAfter(*m_postedAt + m_pace.interval - now);
+    copyHeld();
     m_postedAt = now;
     m_isPosted = true;
     m_post([weak = weak_from_this()] {
@@ -122,6 +204,11 @@ void PictureFeed::deliver()
     m_isPosted = false;
     if (m_state != State::Open)
         return;
+    if (m_verdict == Verdict::Pending) {
+        // It has come since this was posted, and is posted itself when it is judged.
+        m_postedAt.reset();
+        return;
+    }
     const auto places = placesToCover();
     if (!places) {
         // It stays new, until it is asked for again or another one comes.
@@ -151,26 +238,30 @@ std::optional<QList<QRect>> PictureFeed::placesToCover() const
 {
     if (!m_cover)
         return QList<QRect>();
-    auto places = m_cover->places(m_size);
-    if (!places)
-        return m_cover->isReliedOn() ? std::nullopt : std::optional(QList<QRect>());
+    if (m_verdict == Verdict::Unfit)
+        return std::nullopt;
+    const auto places = m_cover->places(m_size);
+    if (m_cover->isReliedOn() && (!places || m_verdict != Verdict::Known))
+        return std::nullopt;
     // A picture that had to wait shows windows where they were when it came.
-    for (const QRect &place : m_placesAtTaking) {
-        if (!places->contains(place))
-            places->append(place);
-    }
-    return places;
+    QList<QRect> black = m_black;
+    if (places)
+        addEachOnce(black, places->black);
+    return black;
 }
 
 bool PictureFeed::wantsFresherPicture()
 {
     const std::scoped_lock lock(m_mutex);
     // While pictures come there is no need to ask for one.
-    if (!std::exchange(m_isStill, true) || !m_cover || m_isFresherAsked || m_placesDelivered.isEmpty())
+    if (!std::exchange(m_isStill, true) || !m_cover || m_isFresherAsked || !m_hasTaken)
+        return false;
+    const bool isKnown = m_verdict == Verdict::Known || m_verdict == Verdict::Pending;
+    if (isKnown && m_placesDelivered.isEmpty())
         return false;
     const auto now = m_cover->places(m_size);
-    const auto isOver = [&](const QRect &place) { return !now->contains(place); };
-    m_isFresherAsked = now && std::ranges::any_of(m_placesDelivered, isOver);
+    const auto isOver = [&](const QRect &place) { return !now->black.contains(place); };
+    m_isFresherAsked = now && !now->mayBeAnywhere && (!isKnown || std::ranges::any_of(m_placesDelivered, isOver));
     return m_isFresherAsked;
 }
 

@@ -23,22 +23,28 @@
 
 namespace ostrel {
 
+class MappedMemory;
+
 /// A picture as its producer describes it. It belongs to the producer.
 struct ProducedPicture {
     PixelSource source;
     PixelConversion conversion;
     /// All that differs from the producer's picture before, in pixels of `source`. Absent where nobody tells.
     std::optional<QList<QRect>> changes;
+    const MappedMemory *memory = nullptr; ///< that `source` is in; null where that can always be read
 };
 
-/// Between a producer of pictures, on its thread, and whoever wants them, on theirs. It keeps the newest picture,
-/// upright and in the right colours, so that the producer has its memory back at once; only what has changed is copied.
+/// Between a producer of pictures, on its thread, and whoever wants them, on theirs. It keeps the picture that is
+/// delivered, upright and in the right colours; of the next one only what has changed is copied, and only when it is to
+/// be delivered. One that another follows before its time has come costs nothing.
 ///
 /// Deliveries are never closer together than the interval, however many pictures come. The newest one is always
 /// delivered in the end: what a screen shows when it comes to rest is not lost.
 ///
-/// Where somebody tells what is private, it is black in what is delivered, and there only. A picture that others rely
-/// on to be without private windows, but of which nobody knows where they are, is a delivery without a picture.
+/// Where somebody tells what is private, it is black in what is delivered, and there only. A picture may be here before
+/// the news of what it shows, so it waits until all is told that was drawn before it came. A picture that others rely
+/// on to be without private windows, but of which nobody knows where they are, is a delivery without a picture; so is,
+/// for everybody, one in which they may be anywhere.
 class PictureFeed : public std::enable_shared_from_this<PictureFeed>
 {
 public:
@@ -58,8 +64,13 @@ public:
                 std::shared_ptr<PictureCover> cover = nullptr);
 
     /// Producer's thread. Waits while a picture is being read. One of another size than the display's ends the feed
-    /// with Fault::DisplayResized; but a producer that has its pictures turned need not have said so beforehand.
+    /// with Fault::DisplayResized; but a producer that has its pictures turned need not have said so beforehand. What
+    /// was taken before may be overwritten from now on, and this one when `isHolding` says no.
     void take(const ProducedPicture &picture);
+    /// Whether the picture taken last is still to be read in its producer's memory. Any thread.
+    bool isHolding() const;
+    /// Reads it now, for its memory goes. Producer's thread. Waits while a picture is being read.
+    void letGo();
     /// A picture could not be read: what the next one tells of changes isn't all. Producer's thread.
     void miss();
     /// Delivers what has waited for its time. Producer's thread.
@@ -73,9 +84,9 @@ public:
     void close();
 
     bool hasTaken() const;
-    /// Whether what was delivered last is black in a place that is private no more. What the picture shows there is
-    /// older than that, so that only another one helps; it is wanted once, and only if none has come since it was asked
-    /// last. Any thread.
+    /// Whether what was delivered last is black in a place that is private no more, or the newest picture can't be
+    /// shown although the next one could. Only another one helps then; it is wanted once, and only if none has come
+    /// since it was asked last. Any thread.
     bool wantsFresherPicture();
 
 private:
@@ -86,10 +97,16 @@ private:
     };
 
     ChangedRows rowsOf(const ProducedPicture &picture) const;
+    /// Notes what has changed since the last delivery, and since the last copy.
     void note(const ChangedRows &changes);
-    void copy(const ProducedPicture &picture, const ChangedRows &changes);
+    /// Makes the picture taken last the one that is kept.
+    void copyHeld();
     void postWhenDue();
     void deliver();
+    /// Notes what somebody has told that the newest picture may show.
+    void hear(const std::optional<PictureCover::Places> &places);
+    /// Whether it is known what the newest picture shows, or never will be; otherwise it is to be asked again soon.
+    bool isJudged();
     /// Absent when the picture may not be shown.
     std::optional<QList<QRect>> placesToCover() const;
     void tellOfFailure(const Error &error);
@@ -104,16 +121,29 @@ private:
 
     mutable std::mutex m_mutex; ///< of all below
     std::condition_variable m_isRead;
-    std::vector<std::uint8_t> m_pixels; ///< upright, without gaps; empty before the first picture
-    QSize m_size;                       ///< of it
-    PixelConversion m_conversion;       ///< of the picture taken last
-    ChangedRows m_changes;              ///< since the last delivery
-    QList<QRect> m_placesAtTaking;      ///< that were private when the picture came
-    QList<QRect> m_placesDelivered;     ///< that were black in the last delivery
-    bool m_isFresherAsked = false;      ///< since the picture taken last
-    bool m_isStill = false;             ///< none was taken since it was asked whether a fresher one is wanted
-    bool m_isMissed = false;            ///< since the picture taken last
-    bool m_isNew = false;               ///< there is something to deliver
+    std::vector<std::uint8_t> m_pixels;    ///< upright, without gaps
+    std::optional<ProducedPicture> m_held; ///< the picture taken last, until it is copied; never while one is read
+    ChangedRows m_uncopied;                ///< in which it differs from `m_pixels`
+    bool m_hasTaken = false;
+    QSize m_size;                 ///< of the picture taken last
+    PixelConversion m_conversion; ///< of the picture taken last
+    ChangedRows m_changes;        ///< since the last delivery
+    enum class Verdict {
+        Pending, ///< news may be on their way
+        Known,
+        Unknown, ///< nobody could tell
+        Unfit,   ///< something private may be anywhere in it
+    };
+    Verdict m_verdict = Verdict::Known; ///< on the picture taken last
+    QList<QRect> m_black;               ///< what is private in it, as far as it is told
+    std::chrono::milliseconds m_takenAt{0};
+    std::chrono::milliseconds m_judgeAt{0};    ///< not before
+    std::chrono::milliseconds m_judgePause{0}; ///< before that
+    QList<QRect> m_placesDelivered;            ///< that were black in the last delivery
+    bool m_isFresherAsked = false;             ///< since the picture taken last
+    bool m_isStill = false;                    ///< none was taken since it was asked whether a fresher one is wanted
+    bool m_isMissed = false;                   ///< since the picture taken last
+    bool m_isNew = false;                      ///< there is something to deliver
     bool m_isPosted = false;
     bool m_isReading = false;
     State m_state = State::Open;

@@ -184,8 +184,7 @@ Result<> PortalBus::waitUntil(const std::function<bool()> &isMet, std::chrono::m
         if (g_cancellable_is_cancelled(interrupt) != FALSE)
             return std::unexpected(faultError(Fault::Cancelled));
         if (isLate)
-            return std::unexpected(faultError(Fault::TimedOut, QStringLiteral("question whether the screen may be "
-                                                                              "recorded")));
+            return std::unexpected(faultError(Fault::TimedOut, QStringLiteral("desktop's portal")));
         g_main_context_iteration(m_context.get(), TRUE);
     }
     return {};

@@ -24,10 +24,12 @@ public:
     PortalDisplays displays();
     PipeWireRemote &remote() { return *m_remote; }
     const QString &restoreToken() const { return m_session->restoreToken(); }
+    const QStringList &monitors() const { return m_session->monitors(); }
 
     /// Pictures that came from here come no more. Any thread.
     void noteLost();
-    /// Pictures that have ended are not explained yet: they end a moment before the session does, whoever ends it.
+    /// Pictures that have ended are not explained yet: they end a moment before the session does, whoever ends it. When
+    /// that moment is over and the session goes on, they were lost on their way, by nobody's wish.
     PortalSession::State state();
     /// The same, but waits for that moment. @param interrupt ends the waiting, from any thread
     PortalSession::State explainedState(GCancellable *interrupt);

@@ -45,7 +45,8 @@ Result<ShareableContent> PortalDisplaySource::shareableContent()
 
 bool PortalDisplaySource::wouldAskUser()
 {
-    return m_portal->wouldAsk() && readPortalOffer(m_portal->seams());
+    const auto offer = readPortalOffer(m_portal->seams());
+    return offer && m_portal->wouldAsk(offer->monitors);
 }
 
 void PortalDisplaySource::interruptWaiting()
@@ -103,9 +104,23 @@ bool PortalDisplaySource::leavesOutPrivateWindows() const
             covers.push_back(std::move(cover));
         }
     }
+    const bool isReliedOn = isTold || maySoonBeTold(covers.empty());
+    if (isTold)
+        m_untoldSince.reset();
     for (const auto &cover : covers)
-        cover->relyOn(isTold);
-    return isTold;
+        cover->relyOn(isReliedOn);
+    return isReliedOn;
+}
+
+bool PortalDisplaySource::maySoonBeTold(bool isBeginning) const
+{
+    if (!m_findPrivatePlaces)
+        return false;
+    const PortalSeams &seams = m_portal->seams();
+    const auto now = seams.monotonicTime();
+    if (isBeginning || !m_untoldSince)
+        m_untoldSince = now;
+    return now - *m_untoldSince < seams.placesPatience;
 }
 
 std::shared_ptr<void> PortalDisplaySource::use()

@@ -3,7 +3,9 @@
 #include "capture/DisplaySource.h"
 #include "platform/portal/PrivatePlaces.h"
 
+#include <chrono>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace ostrel {
@@ -30,13 +32,13 @@ public:
     CaptureMode captureMode() const override { return CaptureMode::Streams; }
 
     /// May block for as long as the user thinks; `interruptWaiting` ends that. Nobody tells of applications.
-    /// @return Fault::NoScreenPortal, ScreenCaptureDeclined, ScreenSharingEnded, PictureRefused, PictureStreamEnded,
-    ///         TimedOut, Cancelled
+    /// @return Fault::NoScreenPortal, ScreenCaptureDeclined, ScreenSharingEnded, ScreenQuestionUnanswered,
+    ///         PictureRefused, PictureStreamEnded, TimedOut, Cancelled
     Result<ShareableContent> shareableContent() override;
     bool wouldAskUser() override;
     void interruptWaiting() override;
-    /// Whether all streams can do so now. Those that can't, after it was said that they can, give no picture until it
-    /// is asked again.
+    /// Whether all streams can do so, or may within seconds. Those that can't, after it was said that they can, give no
+    /// picture until it is asked again.
     bool leavesOutPrivateWindows() const override;
 
     /// There are no still pictures in this mode: always CaptureErrorCode::NoImage.
@@ -52,11 +54,14 @@ public:
 private:
     Result<> readDisplays();
     std::shared_ptr<void> use();
+    /// @param isBeginning nothing is being captured yet
+    bool maySoonBeTold(bool isBeginning) const;
     std::shared_ptr<PictureCover> makeCover(const DisplayContentFilter &filter, const PortalDisplay &display);
 
     const std::shared_ptr<ScreenCastPortal> m_portal;
     const FindPrivatePlaces m_findPrivatePlaces;
     std::vector<std::weak_ptr<PictureCover>> m_covers; ///< of the streams
+    mutable std::optional<std::chrono::milliseconds> m_untoldSince;
     std::shared_ptr<PortalCast> m_cast; ///< from the reading of displays until the last stream has stopped
     std::unique_ptr<PortalDisplays> m_displays;
     std::weak_ptr<void> m_use; ///< held by the streams

@@ -2,9 +2,12 @@
 
 #include "platform/portal/PortalBus.h"
 #include "platform/portal/PortalGrantFile.h"
+#include "platform/portal/ShellMonitors.h"
 #include "platform/sessionbus/BusConnection.h"
 #include "platform/sessionbus/BusNames.h"
 #include "platform/sessionbus/SessionBusAddress.h"
+
+#include <utility>
 
 namespace ostrel {
 
@@ -55,7 +58,9 @@ std::optional<PortalOffer> readPortalOffer(const PortalSeams &seams)
     if (!bus)
         return std::nullopt;
     const BusLine line{.connection = bus.get()};
-    PortalOffer offer{.version = {}, .isGranted = PortalGrantFile(seams.grantFile).read().has_value()};
+    PortalOffer offer{.version = {}, .isGranted = PortalGrantFile(seams.grantFile).isGranted()};
+    if (auto monitors = readShellMonitors(line))
+        offer.monitors = std::move(monitors->shown);
     const bool isRunning = hasOwner(line, PortalNames::service).value_or(false);
     if (isRunning)
         offer.version = versionOfScreenCasts(line);

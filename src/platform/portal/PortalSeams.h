@@ -25,6 +25,9 @@ struct PortalSeams {
     std::chrono::milliseconds firstPictureAfter{1'000};
     /// How often it is looked whether places of a still picture are black that need not be any more.
     std::chrono::milliseconds lookAtBlackEvery{1'000};
+    /// For how long no picture is shown rather than one whose private windows nobody tells: whoever tells them may just
+    /// be starting, once more too.
+    std::chrono::milliseconds placesPatience{5'000};
     /// Whether the compositor, which PipeWire can't speak for, still answers. Called on the thread that captures; waits
     /// for nothing.
     std::function<bool()> isCompositorAnswering = [] { return true; };

@@ -3,6 +3,7 @@
 #include "base/Fault.h"
 #include "base/Log.h"
 #include "platform/portal/SessionClosing.h"
+#include "platform/portal/ShellMonitors.h"
 #include "platform/sessionbus/BusConnection.h"
 #include "platform/sessionbus/BusNames.h"
 #include "platform/sessionbus/BusSignals.h"
@@ -13,7 +14,7 @@ namespace ostrel {
 
 namespace {
 
-constexpr guint32 monitors = 1;           ///< of the kinds of sources
+constexpr guint32 wholeMonitors = 1;      ///< of the kinds of sources
 constexpr guint32 cursorInPicture = 2;    ///< of the ways to show the cursor
 constexpr guint32 keepUntilWithdrawn = 2; ///< of the times that a consent holds
 
@@ -72,10 +73,12 @@ Result<std::unique_ptr<PortalSession>> PortalSession::open(const Opening &openin
     std::unique_ptr<PortalSession> session(new PortalSession(std::move(*bus), opening.seams));
     if (const auto created = session->create(); !created)
         return std::unexpected(created.error());
-    if (const auto selected = session->selectMonitors(opening.restoreToken); !selected)
+    const QString restoreToken = opening.restoreTokenFor(session->readMonitors());
+    if (const auto selected = session->selectMonitors(restoreToken); !selected)
         return std::unexpected(selected.error());
     if (const auto started = session->startStreams(opening.onUnanswered); !started)
         return std::unexpected(started.error());
+    session->m_monitors = session->readMonitors(); // they may have changed while the user was thinking
     return session;
 }
 
@@ -141,6 +144,12 @@ Result<> PortalSession::listen()
     return {};
 }
 
+QStringList PortalSession::readMonitors() const
+{
+    const auto monitors = readShellMonitors(m_bus->line());
+    return monitors ? monitors->shown : QStringList();
+}
+
 Result<> PortalSession::selectMonitors(const QString &restoreToken)
 {
     GlibHandle<GError> error;
@@ -156,7 +165,7 @@ Result<> PortalSession::selectMonitors(const QString &restoreToken)
             cursorModes = g_variant_get_uint32(value.get());
     }
     PortalOptions options;
-    options.emplace_back("types", g_variant_new_uint32(monitors));
+    options.emplace_back("types", g_variant_new_uint32(wholeMonitors));
     options.emplace_back("multiple", g_variant_new_boolean(TRUE));
     options.emplace_back("persist_mode", g_variant_new_uint32(keepUntilWithdrawn));
     if ((cursorModes & cursorInPicture) != 0)
@@ -174,15 +183,17 @@ Result<> PortalSession::selectMonitors(const QString &restoreToken)
 
 Result<> PortalSession::startStreams(const std::function<void(const Error &)> &onUnanswered)
 {
-    const auto response = grantedOnly(m_bus->request(
+    auto response = grantedOnly(m_bus->request(
         "Start", {},
         [this](GVariant *given) {
             constexpr const char *noParentWindow = "";
             return g_variant_new("(os@a{sv})", m_handle.constData(), noParentWindow, given);
         },
         m_seams.userPatience));
-    if (!response && isFault(response.error(), Fault::TimedOut))
+    if (!response && isFault(response.error(), Fault::TimedOut)) {
+        response = std::unexpected(faultError(Fault::ScreenQuestionUnanswered));
         onUnanswered(response.error());
+    }
     if (!response)
         return std::unexpected(response.error());
     const auto streams = valueIn(response->results.get(), "streams", "a(ua{sv})");
@@ -240,10 +251,13 @@ PortalSession::State PortalSession::end()
 {
     if (m_end)
         return *m_end;
-    m_end = m_closing->isByUnpluggedMonitor() ? State::Unplugged : State::Ended;
-    if (m_end == State::Unplugged)
+    using Reason = SessionClosing::Reason;
+    const Reason reason = m_closing->reason();
+    m_end =
+        reason == Reason::UsersWish ? State::Ended : (reason == Reason::Either ? State::Doubtful : State::Unplugged);
+    if (m_end != State::Ended)
         qCWarning(logPlatform, "a monitor was unplugged, and the desktop has ended the sharing of all monitors; "
-                               "those that are left are shared when the user says so");
+                               "those that are left are shared when the user has said so, now or before");
     return *m_end;
 }
 

@@ -8,6 +8,7 @@
 #include <QPoint>
 #include <QSize>
 #include <QString>
+#include <QStringList>
 
 #include <functional>
 #include <memory>
@@ -32,14 +33,16 @@ class PortalSession
 {
 public:
     struct Opening {
-        PortalSeams seams;                               ///< with the address of a bus
-        QString restoreToken;                            ///< empty: the user is asked
+        PortalSeams seams; ///< with the address of a bus
+        /// With which token, while these monitors are there; empty: the user is asked. Called once.
+        std::function<QString(const QStringList &monitors)> restoreTokenFor;
         GCancellable *interrupt;                         ///< ends the waiting, from any thread
         std::function<void(const Error &)> onUnanswered; ///< the user has not answered, and is asked no more
     };
 
     /// Blocks for the user's answer, unless the token is good.
-    /// @return Fault::NoScreenPortal, TimedOut, Cancelled, PictureRefused; ScreenCaptureDeclined by the user
+    /// @return Fault::NoScreenPortal, TimedOut, Cancelled, PictureRefused; ScreenCaptureDeclined by the user,
+    ///         ScreenQuestionUnanswered
     static Result<std::unique_ptr<PortalSession>> open(const Opening &opening);
     PortalSession(const PortalSession &) = delete;
     PortalSession &operator=(const PortalSession &) = delete;
@@ -48,6 +51,8 @@ public:
     const QList<PortalStreamFacts> &streams() const { return m_streams; }
     /// For the next session; empty where the desktop gives none.
     const QString &restoreToken() const { return m_restoreToken; }
+    /// The monitors that there were to choose from, by name and in order; empty where nobody tells.
+    const QStringList &monitors() const { return m_monitors; }
 
     /// A connection to PipeWire on which the streams, and nothing else, can be seen. The caller closes it.
     /// @return Fault::NoScreenPortal
@@ -57,10 +62,11 @@ public:
         Open,
         Unexplained, ///< it is over, and by whose wish may be told in a moment
         Ended,       ///< by the user, or by the desktop in the user's place
-        Unplugged,   ///< a monitor has gone, and the desktop has ended it; the user may have done so all the same
+        Unplugged,   ///< a monitor has gone, and so the desktop has ended it
+        Doubtful,    ///< a monitor has gone at about that time; the user may have ended it all the same
         Lost,        ///< the portal or the bus has gone
     };
-    /// As far as signals tell that have come by now. Waits for none; of a closed session the shell may be asked.
+    /// As far as signals tell that have come by now. Waits for none.
     State state();
     /// The same, but waits a moment for the session's end, if it has not ended, and for its reason: Open says that it
     /// goes on.
@@ -74,6 +80,7 @@ private:
     Result<> selectMonitors(const QString &restoreToken);
     Result<> startStreams(const std::function<void(const Error &)> &onUnanswered);
     Result<> listen();
+    QStringList readMonitors() const;
     State end();
     bool isClosed() const;
     bool isLost() const { return m_isPortalGone || m_bus->isClosed(); }
@@ -84,6 +91,7 @@ private:
     std::unique_ptr<BusSignals> m_signals;
     QByteArray m_handle;
     QList<PortalStreamFacts> m_streams;
+    QStringList m_monitors;
     QString m_restoreToken;
     bool m_isPortalGone = false;
     std::optional<State> m_end; ///< when it is explained

@@ -94,14 +94,13 @@ Result<> PortalStream::connect()
             static_cast<PortalStream *>(self)->m_memory[buffer] = MappedMemory::map(buffer->buffer->datas[0]);
         };
         table.remove_buffer = [](void *self, pw_buffer *buffer) {
-            static_cast<PortalStream *>(self)->m_memory.erase(buffer);
+            static_cast<PortalStream *>(self)->removeBuffer(buffer);
         };
         table.process = [](void *self) { static_cast<PortalStream *>(self)->takeBuffers(); };
         return table;
     }();
     m_paceTimer = makeTimer(
-        m_remote.loop(), [](void *self, uint64_t) { static_cast<PortalStream *>(self)->m_feed->deliverWhenDue(); },
-        this);
+        m_remote.loop(), [](void *self, uint64_t) { static_cast<PortalStream *>(self)->deliverWhenDue(); }, this);
     m_firstPictureTimer = makeTimer(
         m_remote.loop(), [](void *self, uint64_t) { static_cast<PortalStream *>(self)->missFirstPicture(); }, this);
     m_blackPlacesTimer = makeTimer(
@@ -176,6 +175,7 @@ void PortalStream::deliverAgain()
     // For its timer.
     const PipeWireRemote::Lock lock(m_remote);
     m_feed->deliverAgain();
+    giveBackUnlessHeld();
 }
 
 bool PortalStream::isAnswering()
@@ -199,6 +199,7 @@ void PortalStream::disconnect()
         if (*timer != nullptr)
             pw_loop_destroy_source(m_remote.loop(), std::exchange(*timer, nullptr));
     }
+    m_held = nullptr;
     m_memory.clear();
 }
 
@@ -235,13 +236,42 @@ void PortalStream::takeFormat(const spa_pod *format)
 
 void PortalStream::takeBuffers()
 {
-    while (pw_buffer *buffer = pw_stream_dequeue_buffer(m_stream)) {
+    while (pw_buffer *buffer = pw_stream_dequeue_buffer(m_stream))
         takeBuffer(buffer);
-        pw_stream_queue_buffer(m_stream, buffer);
-    }
 }
 
-void PortalStream::takeBuffer(const pw_buffer *buffer)
+void PortalStream::deliverWhenDue()
+{
+    m_feed->deliverWhenDue();
+    giveBackUnlessHeld();
+}
+
+void PortalStream::giveBack(pw_buffer *buffer)
+{
+    if (buffer != nullptr)
+        pw_stream_queue_buffer(m_stream, buffer);
+}
+
+void PortalStream::giveBackUnlessHeld()
+{
+    // With fewer the producer might have none left for what it draws next.
+    constexpr std::size_t fewestToHoldOne = 3;
+    if (m_held != nullptr && m_memory.size() < fewestToHoldOne)
+        m_feed->letGo();
+    if (!m_feed->isHolding())
+        giveBack(std::exchange(m_held, nullptr));
+}
+
+void PortalStream::removeBuffer(pw_buffer *buffer)
+{
+    if (m_held == buffer) {
+        m_feed->letGo();
+        m_held = nullptr;
+    }
+    m_memory.erase(buffer);
+}
+
+void PortalStream::takeBuffer(pw_buffer *buffer)
 {
     const spa_data &data = buffer->buffer->datas[0];
     const auto mapped = m_memory.find(buffer);
@@ -249,15 +279,19 @@ void PortalStream::takeBuffer(const pw_buffer *buffer)
     const bool isThereAlready = data.type == SPA_DATA_MemPtr;
     const auto *bytes =
         memory != nullptr ? memory->bytes() : (isThereAlready ? static_cast<const std::uint8_t *>(data.data) : nullptr);
-    const MappedMemory::Access access(memory);
-    const auto reading = m_format ? readBuffer(*buffer->buffer, *m_format, bytes) : std::nullopt;
-    if (!reading)
-        return m_feed->miss();
+    auto reading = m_format ? readBuffer(*buffer->buffer, *m_format, bytes) : std::nullopt;
+    if (!reading) {
+        m_feed->miss();
+        return giveBack(buffer);
+    }
     // A picture that never got here has taken what it said of changes with it.
     if (reading->sequence && m_sequence && *reading->sequence > *m_sequence + 1)
         m_feed->miss();
     m_sequence = reading->sequence;
+    reading->picture.memory = memory;
     m_feed->take(reading->picture);
+    giveBack(std::exchange(m_held, buffer));
+    giveBackUnlessHeld();
 }
 
 } // namespace ostrel

@@ -43,7 +43,11 @@ private:
     void takeState(pw_stream_state state, const char *error);
     void takeFormat(const spa_pod *format);
     void takeBuffers();
-    void takeBuffer(const pw_buffer *buffer);
+    void takeBuffer(pw_buffer *buffer);
+    void giveBack(pw_buffer *buffer);
+    void giveBackUnlessHeld();
+    void removeBuffer(pw_buffer *buffer);
+    void deliverWhenDue();
     void missFirstPicture();
     void lookAtBlackPlaces();
     void askForPicture();
@@ -70,6 +74,7 @@ private:
     spa_source *m_blackPlacesTimer = nullptr;
     std::optional<PictureFormats::Agreed> m_format;
     std::unordered_map<const pw_buffer *, std::unique_ptr<MappedMemory>> m_memory;
+    pw_buffer *m_held = nullptr;             ///< the one whose picture was taken last, while the feed holds it
     std::optional<std::uint64_t> m_sequence; ///< of the picture taken last
     std::optional<Error> m_failure;
     std::optional<int> m_question; ///< the one that was put to PipeWire last

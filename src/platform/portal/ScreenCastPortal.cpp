@@ -42,18 +42,17 @@ bool ScreenCastPortal::isGranted()
     if (const std::unique_lock turn(m_turn, std::try_to_lock); turn.owns_lock())
         inspectCast();
     const std::scoped_lock lock(m_mutex);
-    return !m_withdrawal && (m_isOpen || m_grants.read().has_value());
+    return !m_withdrawal && (m_isOpen || m_grants.isGranted());
 }
 
-bool ScreenCastPortal::wouldAsk()
+bool ScreenCastPortal::wouldAsk(const QStringList &monitors)
 {
     if (const std::unique_lock turn(m_turn, std::try_to_lock); turn.owns_lock())
         inspectCast();
     const std::scoped_lock lock(m_mutex);
     if (m_isOpen || m_withdrawal)
         return false;
-    const auto grant = m_grants.read();
-    return m_isTokenInDoubt || !grant || grant->restoreToken.isEmpty();
+    return m_isTokenInDoubt || m_grants.tokenFor(monitors).isEmpty();
 }
 
 Result<std::shared_ptr<PortalCast>> ScreenCastPortal::open(Asker asker)
@@ -83,7 +82,6 @@ Result<std::shared_ptr<PortalCast>> ScreenCastPortal::open(Asker asker)
     }
     if (!cast)
         return cast;
-    m_grants.keep({.restoreToken = (*cast)->restoreToken()});
     m_unanswered.reset();
     m_cast = *cast;
     const std::scoped_lock lock(m_mutex);
@@ -94,28 +92,30 @@ Result<std::shared_ptr<PortalCast>> ScreenCastPortal::open(Asker asker)
 
 Result<std::shared_ptr<PortalCast>> ScreenCastPortal::openAnew(GCancellable *interrupt)
 {
-    const QString token = tokenToUse();
-    auto cast = tryToOpen(token, interrupt);
+    QString token;
+    const auto findToken = [&](const QStringList &monitors) { return token = tokenToUse(monitors); };
+    auto cast = tryToOpen(findToken, interrupt);
     // A token that the portal refuses opens nothing ever again; the user can still be asked.
     if (!cast && !token.isEmpty() && isFault(cast.error(), Fault::PictureRefused))
-        return tryToOpen({}, interrupt);
+        cast = tryToOpen([](const QStringList &) { return QString(); }, interrupt);
+    if (cast)
+        m_grants.keep({.monitors = (*cast)->monitors(), .restoreToken = (*cast)->restoreToken()}, token);
     return cast;
 }
 
-QString ScreenCastPortal::tokenToUse() const
+QString ScreenCastPortal::tokenToUse(const QStringList &monitors) const
 {
     const std::scoped_lock lock(m_mutex);
-    const auto grant = m_isTokenInDoubt ? std::nullopt : m_grants.read();
-    return grant ? grant->restoreToken : QString();
+    return m_isTokenInDoubt ? QString() : m_grants.tokenFor(monitors);
 }
 
-Result<std::shared_ptr<PortalCast>> ScreenCastPortal::tryToOpen(const QString &restoreToken, GCancellable *interrupt)
+Result<std::shared_ptr<PortalCast>> ScreenCastPortal::tryToOpen(const FindToken &findToken, GCancellable *interrupt)
 {
     PortalSeams seams = m_seams;
     if (seams.busAddress.isEmpty())
         seams.busAddress = sessionBusAddress().toUtf8();
     return PortalCast::open({.seams = std::move(seams),
-                             .restoreToken = restoreToken,
+                             .restoreTokenFor = findToken,
                              .interrupt = interrupt,
                              .onUnanswered = [this](const Error &error) {
                                  m_unanswered = {.error = error, .at = m_seams.monotonicTime()};
@@ -139,7 +139,7 @@ void ScreenCastPortal::inspectCast(GCancellable *interrupt)
         takeBack(faultError(Fault::ScreenSharingEnded));
     const std::scoped_lock lock(m_mutex);
     m_isOpen = false;
-    m_isTokenInDoubt = m_isTokenInDoubt || state == PortalSession::State::Unplugged;
+    m_isTokenInDoubt = m_isTokenInDoubt || state == PortalSession::State::Doubtful;
 }
 
 void ScreenCastPortal::takeBack(const Error &reason)

@@ -5,7 +5,10 @@
 #include "platform/portal/PortalSeams.h"
 #include "platform/sessionbus/GlibHandles.h"
 
+#include <QStringList>
+
 #include <chrono>
+#include <functional>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -20,8 +23,9 @@ class PortalCast;
 ///
 /// The user is asked when somebody opens a cast that no token opens. Once the user has declined, or has ended the
 /// sharing, nobody but the user's own request asks again in this run. A desktop may end the sharing when a monitor was
-/// unplugged, in the very words of a user who ends it: then no token speaks for the user, who is asked. Nor is a
-/// question that nobody has answered put again at once, however often the program tries.
+/// unplugged, in the very words of a user who ends it. Where it did both in one moment, the monitors that are left are
+/// seen by what the user has granted for just these; where the user may have done so, no token speaks for the user, who
+/// is asked. Nor is a question that nobody has answered put again at once, however often the program tries.
 class ScreenCastPortal
 {
 public:
@@ -37,14 +41,16 @@ public:
     bool isGranted();
 
     /// Whether the program could open a cast only by the user's answer to a question. Asks nobody.
-    bool wouldAsk();
+    /// @param monitors that are there, by name and in order; empty where nobody tells
+    bool wouldAsk(const QStringList &monitors);
 
     enum class Asker {
         Program,
         User, ///< a refusal of before counts no more
     };
     /// The open cast, or a new one. May block for as long as the user thinks; `interrupt` ends that.
-    /// @return the errors of `PortalCast::open`; Fault::ScreenCaptureDeclined and ScreenSharingEnded without asking
+    /// @return the errors of `PortalCast::open`; Fault::ScreenCaptureDeclined, ScreenSharingEnded and
+    ///         ScreenQuestionUnanswered without asking, too
     Result<std::shared_ptr<PortalCast>> open(Asker asker);
 
     /// Ends the cast when nobody else holds it and a token can open the next one, so that the desktop doesn't go on
@@ -58,10 +64,11 @@ public:
 private:
     class Opener;
     Result<std::shared_ptr<PortalCast>> openAnew(GCancellable *interrupt);
-    Result<std::shared_ptr<PortalCast>> tryToOpen(const QString &restoreToken, GCancellable *interrupt);
+    using FindToken = std::function<QString(const QStringList &monitors)>;
+    Result<std::shared_ptr<PortalCast>> tryToOpen(const FindToken &findToken, GCancellable *interrupt);
     /// Lets go of a cast that has ended. May wait a moment for the reason; only who can be interrupted waits.
     void inspectCast(GCancellable *interrupt = nullptr);
-    QString tokenToUse() const;
+    QString tokenToUse(const QStringList &monitors) const;
     bool isQuestionTooSoon() const;
     void takeBack(const Error &reason);
     std::optional<Error> withdrawal() const;

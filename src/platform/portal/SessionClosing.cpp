@@ -1,7 +1,11 @@
 #include "platform/portal/SessionClosing.h"
 
+#include "platform/portal/MonitorHistory.h"
 #include "platform/portal/PortalBus.h"
+#include "platform/portal/ShellMonitors.h"
 #include "platform/sessionbus/BusSignals.h"
+
+#include <QHash>
 
 #include <algorithm>
 #include <mutex>
@@ -11,13 +15,9 @@ namespace ostrel {
 
 namespace {
 
-/// What GNOME's compositor tells of its monitors.
-namespace ShellNames {
-constexpr const char *service = "org.gnome.Mutter.DisplayConfig"; ///< name and interface
-constexpr const char *path = "/org/gnome/Mutter/DisplayConfig";
-} // namespace ShellNames
+using Time = MonitorHistory::Time;
 
-constexpr std::chrono::seconds shellPatience{1};
+constexpr std::chrono::milliseconds busPatience{1'000};
 
 bool isSignal(GDBusMessage *message, const QByteArray &sender, const char *interface, const char *name)
 {
@@ -33,38 +33,65 @@ struct SessionClosing::Notes {
     const QByteArray session;
     const QByteArray portal; ///< whose word counts: names on the bus that nobody else can have
     const QByteArray shell;
-    const std::function<std::chrono::milliseconds()> monotonicTime;
+    const Timing timing;
+    const GlibHandle<GMainContext> context; ///< of who waits for something to be noted
 
     mutable std::mutex mutex;
-    std::optional<std::chrono::milliseconds> closedAt = {};
-    std::optional<std::chrono::milliseconds> changedAt = {}; ///< the last time
+    std::optional<Time> closedAt = {};
+    MonitorHistory monitors = {};
+    QHash<guint32, Time> questions = {}; ///< that the shell has not answered: the change that each is about
 
-    void take(GDBusMessage *message)
+    void take(GDBusConnection *connection, GDBusMessage *message)
     {
-        if (g_dbus_message_get_message_type(message) != G_DBUS_MESSAGE_TYPE_SIGNAL)
-            return;
         const std::scoped_lock lock(mutex);
-        if (isSignal(message, portal, PortalNames::session, "Closed") && !closedAt &&
-            session == g_dbus_message_get_path(message))
-            closedAt = monotonicTime();
-        else if (isSignal(message, shell, ShellNames::service, "MonitorsChanged"))
-            changedAt = monotonicTime();
+        if (g_dbus_message_get_message_type(message) != G_DBUS_MESSAGE_TYPE_SIGNAL)
+            takeAnswer(message);
+        else if (isSignal(message, portal, PortalNames::session, "Closed") && !closedAt &&
+                 session == g_dbus_message_get_path(message))
+            closedAt = timing.monotonicTime();
+        else if (isSignal(message, shell, ShellNames::service, ShellNames::changed))
+            askForMonitors(connection, timing.monotonicTime());
+    }
+
+    void askForMonitors(GDBusConnection *connection, Time changedAt)
+    {
+        const GlibHandle<GDBusMessage> call(
+            g_dbus_message_new_method_call(shell.constData(), ShellNames::path, ShellNames::service, ShellNames::read));
+        // On this thread no answer can be waited for; it comes to `take` like everything else.
+        guint32 serial = 0;
+        if (g_dbus_connection_send_message(connection, call.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, &serial, nullptr) !=
+            FALSE)
+            questions.insert(serial, changedAt);
+    }
+
+    void takeAnswer(GDBusMessage *message)
+    {
+        const auto question = questions.constFind(g_dbus_message_get_reply_serial(message));
+        if (question == questions.cend() || shell != g_dbus_message_get_sender(message))
+            return;
+        const Time changedAt = *question;
+        questions.erase(question);
+        if (!closedAt)
+            monitors.outlive(changedAt - changeHolds);
+        if (const auto now = shellMonitorsIn(g_dbus_message_get_body(message)))
+            monitors.note(changedAt, now->connected);
+        g_main_context_wakeup(context.get());
     }
 };
 
 SessionClosing::SessionClosing(const BusLine &line, const QByteArray &session, Timing timing)
-    : m_line{.connection = line.connection,
-             .patience = std::min<std::chrono::milliseconds>(line.patience, shellPatience),
-             .cancellable = nullptr},
-      m_patience(timing.patience)
+    : m_line{.connection = line.connection, .patience = std::min(line.patience, busPatience), .cancellable = nullptr}
 {
     GlibHandle<GError> error;
     const QByteArray portal = ownerOf(m_line, PortalNames::service, error);
     const QByteArray shell = ownerOf(m_line, ShellNames::service, error);
-    m_notes = std::make_shared<Notes>(session, portal, shell, std::move(timing.monotonicTime));
+    m_notes = std::make_shared<Notes>(session, portal, shell, std::move(timing),
+                                      GlibHandle<GMainContext>(g_main_context_ref_thread_default()));
     listen(session, portal, shell);
-    if (!shell.isEmpty())
-        m_monitors = readMonitors();
+    const auto first = shell.isEmpty() ? std::nullopt : readShellMonitors(m_line);
+    const std::scoped_lock lock(m_notes->mutex);
+    if (first)
+        m_notes->monitors.begin(first->connected);
 }
 
 SessionClosing::~SessionClosing()
@@ -74,10 +101,10 @@ SessionClosing::~SessionClosing()
 
 void SessionClosing::listen(const QByteArray &session, const QByteArray &portal, const QByteArray &shell)
 {
-    const GDBusMessageFilterFunction take = [](GDBusConnection *, GDBusMessage *message, gboolean incoming,
+    const GDBusMessageFilterFunction take = [](GDBusConnection *connection, GDBusMessage *message, gboolean incoming,
                                                gpointer notes) {
         if (incoming != FALSE)
-            (*static_cast<std::shared_ptr<Notes> *>(notes))->take(message);
+            (*static_cast<std::shared_ptr<Notes> *>(notes))->take(connection, message);
         return message;
     };
     const GDestroyNotify letGo = [](gpointer notes) { delete static_cast<std::shared_ptr<Notes> *>(notes); };
@@ -99,7 +126,7 @@ void SessionClosing::listen(const QByteArray &session, const QByteArray &portal,
         m_signals->listen({.sender = shell.constData(),
                            .path = ShellNames::path,
                            .interface = ShellNames::service,
-                           .name = "MonitorsChanged"},
+                           .name = ShellNames::changed},
                           wake);
 }
 
@@ -114,48 +141,27 @@ bool SessionClosing::isClosed() const
     return m_notes->closedAt.has_value();
 }
 
-bool SessionClosing::hasMonitorsChanged() const
-{
-    const std::scoped_lock lock(m_notes->mutex);
-    const auto closedAt = m_notes->closedAt;
-    const auto changedAt = m_notes->changedAt;
-    return closedAt && changedAt && *changedAt >= *closedAt - changeHolds && *changedAt <= *closedAt + m_patience;
-}
-
 bool SessionClosing::isExplained() const
 {
-    if (!m_monitors || hasMonitorsChanged())
-        return true;
     const std::scoped_lock lock(m_notes->mutex);
-    return m_notes->closedAt && m_notes->monotonicTime() > *m_notes->closedAt + m_patience;
+    if (!m_notes->closedAt || !m_notes->monitors.isBegun())
+        return true;
+    const Time at = *m_notes->closedAt;
+    const Time last = at + m_notes->timing.patience;
+    return m_notes->monitors.hasChanged(at, last) || m_notes->monitors.hasLost(at - changeHolds, last) ||
+           m_notes->timing.monotonicTime() > last;
 }
 
-bool SessionClosing::isByUnpluggedMonitor()
+SessionClosing::Reason SessionClosing::reason() const
 {
-    if (!m_monitors || !hasMonitorsChanged())
-        return false;
-    const auto now = readMonitors();
-    return now && !now->contains(*m_monitors);
-}
-
-std::optional<SessionClosing::Monitors> SessionClosing::readMonitors() const
-{
-    GlibHandle<GError> error;
-    const auto answer = callBus(m_line, {ShellNames::service, ShellNames::path, ShellNames::service, "GetCurrentState"},
-                                nullptr, "(ua((ssss)a(siiddada{sv})a{sv})a(iiduba(ssss)a{sv})a{sv})", error);
-    if (!answer)
-        return std::nullopt;
-    Monitors monitors;
-    const GlibHandle<GVariant> all(g_variant_get_child_value(answer.get(), 1));
-    for (gsize i = 0; i < g_variant_n_children(all.get()); ++i) {
-        const GlibHandle<GVariant> monitor(g_variant_get_child_value(all.get(), i));
-        // Connector, vendor, product, serial number: together they say which one it is.
-        const GlibHandle<GVariant> names(g_variant_get_child_value(monitor.get(), 0));
-        char *text = g_variant_print(names.get(), FALSE);
-        monitors.insert(text);
-        g_free(text);
-    }
-    return monitors;
+    const std::scoped_lock lock(m_notes->mutex);
+    if (!m_notes->closedAt)
+        return Reason::UsersWish;
+    const Time at = *m_notes->closedAt;
+    const Time last = at + m_notes->timing.patience;
+    if (m_notes->monitors.hasLost(at - oneCauseWithin, std::min<Time>(at + oneCauseWithin, last)))
+        return Reason::UnpluggedMonitor;
+    return m_notes->monitors.hasLost(at - changeHolds, last) ? Reason::Either : Reason::UsersWish;
 }
 
 } // namespace ostrel

@@ -3,12 +3,10 @@
 #include "platform/sessionbus/BusCall.h"
 
 #include <QByteArray>
-#include <QSet>
 
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <optional>
 
 namespace ostrel {
 
@@ -16,15 +14,17 @@ class BusSignals;
 
 /// Whether a session of the portal's was closed, and by whom. GNOME closes one when the user ends the sharing, and just
 /// so when a monitor of it is unplugged; then it also tells that its monitors have changed, a moment earlier or later.
-/// That, and a monitor less than there was at first, counts as unplugged. All else is the user's wish.
+/// That, and a monitor less than there was all the time before, counts as unplugged. All else is the user's wish.
 ///
-/// One thread at a time, with the connection's main context as its default. When something was told is noted as it
-/// comes, not when that thread gets round to it.
+/// One thread at a time, with the connection's main context as its default. What is told is noted as it comes, and the
+/// compositor is asked for its monitors then, not when that thread gets round to it.
 class SessionClosing
 {
 public:
     /// For how long a change of monitors may explain that a session is closed afterwards.
     static constexpr std::chrono::seconds changeHolds{5};
+    /// What comes within this time of each other has one cause: nobody unplugs a monitor and ends the sharing in it.
+    static constexpr std::chrono::milliseconds oneCauseWithin{500};
 
     struct Timing {
         std::function<std::chrono::milliseconds()> monotonicTime; ///< any thread
@@ -43,24 +43,24 @@ public:
     /// Whether the reason can be told, for a session that is closed: all that may be said of it was said, or the time
     /// for that is over.
     bool isExplained() const;
-    /// Whether that was because a monitor was unplugged, as far as is known by now. May ask the shell, and waits for
-    /// its answer.
-    bool isByUnpluggedMonitor();
+
+    enum class Reason {
+        UsersWish,
+        UnpluggedMonitor,
+        Either, ///< a monitor was unplugged at about that time
+    };
+    /// As far as is known by now, for a session that is closed.
+    Reason reason() const;
 
 private:
     struct Notes;
-    using Monitors = QSet<QByteArray>;
 
     void listen(const QByteArray &session, const QByteArray &portal, const QByteArray &shell);
-    bool hasMonitorsChanged() const;
-    std::optional<Monitors> readMonitors() const;
 
     const BusLine m_line;
-    const std::chrono::milliseconds m_patience;
     std::shared_ptr<Notes> m_notes;
     guint m_filter = 0;
     std::unique_ptr<BusSignals> m_signals;
-    std::optional<Monitors> m_monitors; ///< at first; absent where nobody tells
 };
 
 } // namespace ostrel

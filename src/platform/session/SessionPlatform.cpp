@@ -40,9 +40,6 @@ void useX11(SessionPlatform &platform, std::function<PrivacyRules()> rules)
                        return classes->applicationFor(windowClass).bundleIdentifier;
                    }});
     platform.screenCaptureAccess = std::make_unique<X11ScreenCaptureAccess>();
-    auto entries = std::make_shared<DesktopEntries>(DesktopEntries::sessionFolders());
-    platform.foreground = std::make_unique<X11ForegroundSource>(
-        QByteArray(), [entries](const QString &windowClass) { return entries->applicationFor(windowClass); });
 }
 
 PrivateAreas privateAreasOfSway(SwayPrivateWindows::Rules excludes)
@@ -54,6 +51,11 @@ PrivateAreas privateAreasOfSway(SwayPrivateWindows::Rules excludes)
             return classes->applicationFor(appId).bundleIdentifier;
         });
     return [windows](const QList<qint32> &processes) { return windows->places(processes); };
+}
+
+bool isSwaySession(const QProcessEnvironment &environment)
+{
+    return !environment.value(QStringLiteral("SWAYSOCK")).isEmpty();
 }
 
 bool isKdeSession(const QProcessEnvironment &environment)
@@ -75,7 +77,10 @@ FindPrivatePlaces privatePlacesOfKWin(KWinPrivacy::Rules excludes)
         auto places = windows->places(processes);
         if (!places)
             return std::nullopt;
-        return PrivatePlaces{.monitors = std::move(places->monitors), .windows = std::move(places->windows)};
+        return PrivatePlaces{.monitors = std::move(places->monitors),
+                             .windows = std::move(places->windows),
+                             .mayBeAnywhere = places->mayBeAnywhere,
+                             .age = places->age};
     };
 }
 
@@ -83,16 +88,6 @@ FindPrivatePlaces privatePlacesOfKWin(KWinPrivacy::Rules excludes)
 FindPrivatePlaces findPrivatePlaces(const SessionPlatform &platform, const QProcessEnvironment &environment)
 {
     return isKdeSession(environment) ? privatePlacesOfKWin(platform.excludesWindow) : FindPrivatePlaces();
-}
-
-/// Where no compositor tells which window is in front, its X server and the programs themselves do.
-void useForegroundByPrograms(SessionPlatform &platform, const QByteArray &xDisplay)
-{
-    auto entries = std::make_shared<DesktopEntries>(DesktopEntries::sessionFolders());
-    const auto lookUp = [entries](const QString &name) { return entries->applicationFor(name); };
-    platform.foreground = std::make_unique<WaylandForegroundSource>(
-        xDisplay.isEmpty() ? nullptr : std::make_unique<X11ForegroundSource>(xDisplay, lookUp),
-        std::make_unique<AtspiForegroundSource>(lookUp));
 }
 
 /// PipeWire goes on answering when the compositor hangs.
@@ -124,32 +119,22 @@ void usePortalScreens(SessionPlatform &platform, FindPrivatePlaces privatePlaces
 
 void useWayland(SessionPlatform &platform, const QProcessEnvironment &environment)
 {
-    const bool isSway = !environment.value(QStringLiteral("SWAYSOCK")).isEmpty();
     if (readWaylandCapture(environment) == WaylandCapture::Portal)
         usePortalScreens(platform, findPrivatePlaces(platform, environment));
-    else if (isSway)
+    else if (isSwaySession(environment))
         useWaylandScreens(platform,
                           std::make_unique<WlrDisplaySource>(QByteArray(), WlrCaptureSeams(),
                                                              privateAreasOfSway(platform.excludesWindow)),
                           FindPrivatePlaces());
     else
         useWaylandScreens(platform, std::make_unique<WlrDisplaySource>(), findPrivatePlaces(platform, environment));
-    if (!isSway) {
-        useForegroundByPrograms(platform, environment.value(QStringLiteral("DISPLAY")).toLocal8Bit());
-        return;
-    }
-    auto entries = std::make_shared<DesktopEntries>(DesktopEntries::sessionFolders());
-    platform.foreground = std::make_unique<SwayForegroundSource>(
-        QByteArray(), [entries](const QString &appId) { return entries->applicationFor(appId); });
 }
 
 /// @param reason a sentence: why nothing can be recorded
-/// @param foregroundReason what goes on after "because": why nothing is known of the foreground
-void useNothing(SessionPlatform &platform, const QString &reason, const QString &foregroundReason)
+void useNothing(SessionPlatform &platform, const QString &reason)
 {
     platform.displays = std::make_unique<UnavailableDisplaySource>(reason);
     platform.screenCaptureAccess = std::make_unique<UnavailableScreenCapture>();
-    platform.foreground = std::make_unique<UnavailableForeground>(foregroundReason);
 }
 
 } // namespace
@@ -157,6 +142,24 @@ void useNothing(SessionPlatform &platform, const QString &reason, const QString 
 bool isWaylandSession(const QProcessEnvironment &environment)
 {
     return !environment.value(QStringLiteral("WAYLAND_DISPLAY")).isEmpty();
+}
+
+std::unique_ptr<ForegroundSource> makeForegroundSource(const QProcessEnvironment &environment)
+{
+    const QByteArray xDisplay = environment.value(QStringLiteral("DISPLAY")).toLocal8Bit();
+    const bool isWayland = isWaylandSession(environment);
+    if (!isWayland && xDisplay.isEmpty())
+        return std::make_unique<UnavailableForeground>(QStringLiteral("there is no display (DISPLAY is not set)"));
+    auto entries = std::make_shared<DesktopEntries>(DesktopEntries::sessionFolders());
+    const auto lookUp = [entries](const QString &name) { return entries->applicationFor(name); };
+    if (!isWayland)
+        return std::make_unique<X11ForegroundSource>(QByteArray(), lookUp);
+    if (isSwaySession(environment))
+        return std::make_unique<SwayForegroundSource>(QByteArray(), lookUp);
+    // Where no compositor tells which window is in front, its X server and the programs themselves do.
+    return std::make_unique<WaylandForegroundSource>(
+        xDisplay.isEmpty() ? nullptr : std::make_unique<X11ForegroundSource>(xDisplay, lookUp),
+        std::make_unique<AtspiForegroundSource>(lookUp));
 }
 
 SessionPlatform makeSessionPlatform(const QProcessEnvironment &environment)
@@ -169,14 +172,13 @@ SessionPlatform makeSessionPlatform(const QProcessEnvironment &environment)
     auto rules = std::make_shared<PrivacyRulesFile>();
     platform.excludesWindow = [rules](const WindowIdentity &window) { return rules->current().excludes(window); };
     platform.workspace = std::make_unique<LogindEvents>();
+    platform.foreground = makeForegroundSource(environment);
     // Under Wayland, DISPLAY leads to a translation layer whose root window is black: recording it would be a lie.
     if (isWaylandSession(environment))
         useWayland(platform, environment);
     else if (environment.value(QStringLiteral("DISPLAY")).isEmpty())
-        useNothing(platform,
-                   QStringLiteral("There is no display to record (DISPLAY is not set). Run this within a "
-                                  "graphical session, or try `./run --demo`, which brings its own."),
-                   QStringLiteral("there is no display (DISPLAY is not set)"));
+        useNothing(platform, QStringLiteral("There is no display to record (DISPLAY is not set). Run this within a "
+                                            "graphical session, or try `./run --demo`, which brings its own."));
     else
         useX11(platform, [rules] { return rules->current(); });
     return platform;

@@ -33,6 +33,9 @@ struct SessionPlatform {
 /// Whether the environment is that of a Wayland session, even where DISPLAY leads to a translation layer for X.
 bool isWaylandSession(const QProcessEnvironment &environment);
 
+/// What the running session tells of the application in front. One thread at a time; connected at its first use.
+std::unique_ptr<ForegroundSource> makeForegroundSource(const QProcessEnvironment &environment);
+
 /// Looks at the session's environment and chooses. Where nothing fits, the objects report no capability and why.
 SessionPlatform makeSessionPlatform(const QProcessEnvironment &environment);
 

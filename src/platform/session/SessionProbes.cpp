@@ -24,6 +24,8 @@ QList<DebuggedBrowserFacts> readDebuggedBrowsers()
 
 DesktopProbes makeDesktopProbes(const QProcessEnvironment &environment)
 {
+    // Its own, for a thread that may be left behind.
+    const auto unavailable = [environment] { return makeForegroundSource(environment)->unavailableFacts(); };
     const auto value = [&environment](const char *name) { return environment.value(QLatin1String(name)); };
     if (isWaylandSession(environment)) {
         const QString display = value("WAYLAND_DISPLAY");
@@ -35,6 +37,7 @@ DesktopProbes makeDesktopProbes(const QProcessEnvironment &environment)
                         return capture == WaylandCapture::Portal ? readPortalScreenFacts(sway)
                                                                  : readWaylandScreenFacts(name, sway);
                     },
+                .unavailable = unavailable,
                 .bus = readSessionBusFacts,
                 .systemBus = readSystemBusFacts,
                 .debuggedBrowsers = readDebuggedBrowsers};
@@ -43,6 +46,7 @@ DesktopProbes makeDesktopProbes(const QProcessEnvironment &environment)
     return {.session = display.isEmpty() ? SessionKind::None : SessionKind::X11,
             .display = display,
             .screen = [name = display.toLocal8Bit()] { return readX11ScreenFacts(name); },
+            .unavailable = unavailable,
             .bus = readSessionBusFacts,
             .systemBus = readSystemBusFacts,
             .debuggedBrowsers = readDebuggedBrowsers};

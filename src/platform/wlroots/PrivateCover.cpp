@@ -1,6 +1,7 @@
 #include "platform/wlroots/PrivateCover.h"
 
 #include "base/Fault.h"
+#include "base/Log.h"
 
 #include <algorithm>
 #include <thread>
@@ -40,6 +41,7 @@ Result<QList<QRect>> PrivateCover::before()
         if (const auto settled = settle(*std::move(places)); !settled)
             return std::unexpected(settled.error());
     }
+    logCount();
     return m_restless.isEmpty() ? m_places : QList<QRect>{m_restless};
 }
 
@@ -52,7 +54,17 @@ Result<QList<QRect>> PrivateCover::after()
         m_restless |= boundsOf(m_places) | boundsOf(*places);
         m_places = *std::move(places);
     }
+    logCount();
     return m_restless.isEmpty() ? m_places : QList<QRect>{m_restless};
+}
+
+void PrivateCover::logCount()
+{
+    if (m_places.size() == m_loggedCount)
+        return;
+    m_loggedCount = m_places.size();
+    qCInfo(logScreenCapture, "private windows kept out of the pictures by covering their places: %lld",
+           qint64(m_loggedCount));
 }
 
 Result<> PrivateCover::settle(QList<QRect> places)

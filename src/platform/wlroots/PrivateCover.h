@@ -35,6 +35,7 @@ public:
 
 private:
     Result<QList<QRect>> read();
+    void logCount();
     /// Waits until the places are those on the screen.
     Result<> settle(QList<QRect> places);
 
@@ -42,7 +43,8 @@ private:
     const WlrCaptureSeams m_seams;
     QList<qint32> m_processes;
     QList<QRect> m_places; ///< as they were told last
-    QRect m_restless;      ///< all that was told since they were calm; empty while they are
+    qsizetype m_loggedCount = 0;
+    QRect m_restless; ///< all that was told since they were calm; empty while they are
 };
 
 } // namespace ostrel

@@ -31,7 +31,7 @@ protected:
     static QByteArray window(const QByteArray &title, int x, const QByteArray &id = "1")
     {
         return R"({"id":")" + id + R"(","parent":"","pid":41,"instance":"a","class":"a","entry":"","title":")" + title +
-               R"(","popup":false,"seen":true,"place":[)" + QByteArray::number(x) + ",0,10,10]}";
+               R"(","unresponsive":false,"popup":false,"seen":true,"place":[)" + QByteArray::number(x) + ",0,10,10]}";
     }
 
     void listen()
@@ -43,6 +43,7 @@ protected:
             std::move(privacy), KWinSeams{.busAddress = m_bus.address(),
                                           .scriptFolder = scriptFolder(),
                                           .firstPause = 20ms,
+                                          .restAfter = m_restAfter,
                                           .monotonicTime = [this] { return std::chrono::milliseconds(m_nowMs); }});
         EXPECT_FALSE(m_windows->places({}));
     }
@@ -60,8 +61,20 @@ protected:
         listen();
         expectScriptRuns();
     }
+    /// Of windows of which nothing was known before.
+    void tellFirst(const QByteArray &json)
+    {
+        tell(json);
+        m_nowMs += 1'000;
+        ASSERT_TRUE(pumpUntil([this] { return isKnown(); }));
+    }
     /// What is told is known when the call is answered.
     void tell(const QByteArray &json) { EXPECT_EQ(m_kwin->tell(json), QByteArray()); }
+    std::chrono::milliseconds age()
+    {
+        const auto places = m_windows->places({});
+        return places ? places->age : std::chrono::milliseconds::max();
+    }
 
     bool isKnown() { return m_windows->places({}).has_value(); }
     QList<int> privateOnes(const QList<qint32> &processes = {})
@@ -78,6 +91,7 @@ protected:
     SessionBus m_bus;
     std::optional<TestKWin> m_kwin;
     std::atomic<qint64> m_nowMs = 5'000;
+    std::chrono::milliseconds m_restAfter = 60s;
     std::atomic<bool> m_rulesApply = true;
     std::unique_ptr<KWinWindows> m_windows;
 };
@@ -86,7 +100,7 @@ TEST_F(KWinOnBus, windowsThatAreTold_areKnown)
 {
     listenToKWin();
     EXPECT_FALSE(isKnown());
-    tell(newsOf(window("Letter", 1, "1") + ',' + window("Secret", 2, "2")));
+    tellFirst(newsOf(window("Letter", 1, "1") + ',' + window("Secret", 2, "2")));
     EXPECT_EQ(privateOnes(), (QList{2}));
     EXPECT_EQ(privateOnes({41}), (QList{1, 2}));
     EXPECT_EQ(m_windows->places({})->monitors, (QList{QRect(0, 0, 1280, 720)}));
@@ -97,8 +111,97 @@ TEST_F(KWinOnBus, scriptOfKWin6_runsToo)
     startKWin({.scriptPath = "/Scripting/Script"});
     listen();
     expectScriptRuns();
-    tell(newsOf(window("Secret", 2)));
+    tellFirst(newsOf(window("Secret", 2)));
     EXPECT_EQ(privateOnes(), (QList{2}));
+}
+
+TEST_F(KWinOnBus, windowsOfTheFirstSecond_areNotKnownYet)
+{
+    listenToKWin();
+    tell(newsOf(window("Secret", 1)));
+    const int before = m_kwin->questions();
+    EXPECT_TRUE(pumpUntil([&] { return !isKnown() && m_kwin->questions() > before + 1; }));
+    m_nowMs += 999;
+    EXPECT_FALSE(isKnown());
+    m_nowMs += 1;
+    EXPECT_TRUE(isKnown());
+}
+
+TEST_F(KWinOnBus, question_makesKWinConfirmWhatItHasTold)
+{
+    listenToKWin();
+    tellFirst(newsOf(window("Secret", 1)));
+    m_nowMs += 300;
+    EXPECT_TRUE(pumpUntil([this] { return age() == 0ms; }));
+    m_kwin->answerQuestions(false);
+    const int before = m_kwin->questions();
+    ASSERT_TRUE(pumpUntil([&] { return age() == 0ms && m_kwin->questions() > before; }));
+    m_nowMs += 200;
+    EXPECT_EQ(age(), 200ms);
+    EXPECT_EQ(privateOnes(), (QList{1})) << "a KWin that hangs draws nothing";
+    EXPECT_LE(m_kwin->questions(), before + 1) << "one at a time";
+    m_kwin->answerQuestions(true);
+    EXPECT_TRUE(pumpUntil([this] { return age() == 0ms; })) << "it is asked again";
+}
+
+TEST_F(KWinOnBus, effectThatShowsWindowsElsewhere_makesPrivateOnesBeAnywhereAndASecondLonger)
+{
+    listenToKWin();
+    tellFirst(newsOf(window("Secret", 1)));
+    const auto mayBeAnywhere = [this](const QList<qint32> &processes = {}) {
+        const auto places = m_windows->places(processes);
+        return places && places->mayBeAnywhere;
+    };
+    m_kwin->showEffects({"blur"});
+    const int before = m_kwin->questions();
+    ASSERT_TRUE(pumpUntil([&] { return isKnown() && m_kwin->questions() > before + 1; }));
+    EXPECT_FALSE(mayBeAnywhere());
+    m_kwin->showEffects({"blur", "overview"});
+    EXPECT_TRUE(pumpUntil([&] { return mayBeAnywhere(); }));
+    m_kwin->showEffects({});
+    m_nowMs += 1'000;
+    EXPECT_TRUE(mayBeAnywhere());
+    m_nowMs += 1;
+    EXPECT_TRUE(pumpUntil([&] { return !mayBeAnywhere(); }));
+    EXPECT_TRUE(isKnown());
+}
+
+TEST_F(KWinOnBus, scriptThatAnotherProgramUnloads_isForgottenAndLoadedAgain)
+{
+    listenToKWin();
+    tellFirst(newsOf(window("Secret", 1)));
+    m_kwin->unloadAll();
+    EXPECT_TRUE(pumpUntil([this] { return !isKnown(); }));
+    expectScriptRuns();
+    tellFirst(newsOf(window("Secret", 2)));
+    EXPECT_EQ(privateOnes(), (QList{2}));
+}
+
+TEST_F(KWinOnBus, kwinThatKeepsNoScript_getsItAgainFromTimeToTime)
+{
+    LogRecorder log("com.tamsk.ostrel.Platform");
+    startKWin({.keepsScripts = false});
+    listen();
+    ASSERT_TRUE(pumpUntil([this] { return m_kwin->asked() >= 3; }));
+    EXPECT_GE(
+        log.takeAll().filter(QStringLiteral("KWin does not tell its windows: it does not keep the script.")).size(), 2);
+    EXPECT_FALSE(isKnown());
+}
+
+TEST_F(KWinOnBus, windowsThatNobodyAsksFor_areNotWatched)
+{
+    m_restAfter = 700ms;
+    listenToKWin();
+    EXPECT_TRUE(pumpUntil([this] { return m_kwin->running() == 0; }));
+    const auto listener = TestKWin::listenerIn(m_kwin->script());
+    m_kwin.reset();
+    startKWin();
+    // It is answered after all that the bus has said before, of the new KWin too.
+    PlayedService stranger(m_bus.address(), "org.example.Stranger", [](GDBusMessage *) { return false; });
+    ASSERT_EQ(stranger.call(listener, g_variant_new("(s)", "")), QByteArray("org.freedesktop.DBus.Error.AccessDenied"));
+    EXPECT_EQ(m_kwin->asked(), 0);
+    EXPECT_FALSE(isKnown());
+    expectScriptRuns();
 }
 
 TEST_F(KWinOnBus, scriptFile_isTheUsersAloneAndIsRemoved)
@@ -114,7 +217,7 @@ TEST_F(KWinOnBus, scriptFile_isTheUsersAloneAndIsRemoved)
 TEST_F(KWinOnBus, windowThatMoves_isPrivateAtBothPlacesForASecond)
 {
     listenToKWin();
-    tell(newsOf(window("Secret", 1)));
+    tellFirst(newsOf(window("Secret", 1)));
     m_nowMs = 9'000;
     tell(newsOf(window("Secret", 2)));
     m_nowMs = 10'000;
@@ -131,7 +234,7 @@ TEST_F(KWinOnBus, windowThatMoves_isPrivateAtBothPlacesForASecond)
 TEST_F(KWinOnBus, rulesThatChange_holdAtOnce)
 {
     listenToKWin();
-    tell(newsOf(window("Secret", 1)));
+    tellFirst(newsOf(window("Secret", 1)));
     m_rulesApply = false;
     EXPECT_EQ(privateOnes(), QList<int>());
     m_rulesApply = true;
@@ -141,7 +244,7 @@ TEST_F(KWinOnBus, rulesThatChange_holdAtOnce)
 TEST_F(KWinOnBus, strangerThatTells_isNotHeard)
 {
     listenToKWin();
-    tell(newsOf(window("Secret", 1)));
+    tellFirst(newsOf(window("Secret", 1)));
     PlayedService stranger(m_bus.address(), "org.example.Stranger", [](GDBusMessage *) { return false; });
     const QByteArray forged = newsOf(window("Letter", 1));
     EXPECT_EQ(stranger.call(TestKWin::listenerIn(m_kwin->script()), g_variant_new("(s)", forged.constData())),
@@ -153,17 +256,17 @@ TEST_F(KWinOnBus, strangerThatTells_isNotHeard)
 TEST_F(KWinOnBus, whatCanNotBeUnderstood_makesWindowsUnknownUntilItCan)
 {
     listenToKWin();
-    tell(newsOf(window("Secret", 1)));
+    tellFirst(newsOf(window("Secret", 1)));
     tell("{}");
     EXPECT_FALSE(isKnown());
-    tell(newsOf(window("Secret", 2)));
+    tellFirst(newsOf(window("Secret", 2)));
     EXPECT_EQ(privateOnes(), (QList{2}));
 }
 
 TEST_F(KWinOnBus, kwinThatEnds_leavesWindowsUnknown)
 {
     listenToKWin();
-    tell(newsOf(window("Secret", 1)));
+    tellFirst(newsOf(window("Secret", 1)));
     m_kwin.reset();
     EXPECT_TRUE(pumpUntil([this] { return !isKnown(); }));
 }
@@ -171,12 +274,12 @@ TEST_F(KWinOnBus, kwinThatEnds_leavesWindowsUnknown)
 TEST_F(KWinOnBus, kwinThatIsStartedAnew_getsTheScriptAgain)
 {
     listenToKWin();
-    tell(newsOf(window("Secret", 1)));
+    tellFirst(newsOf(window("Secret", 1)));
     m_kwin.reset();
     startKWin();
     expectScriptRuns();
     EXPECT_FALSE(isKnown());
-    tell(newsOf(window("Secret", 2)));
+    tellFirst(newsOf(window("Secret", 2)));
     EXPECT_EQ(privateOnes(), (QList{2})) << "what was before the end is forgotten";
 }
 
@@ -202,13 +305,13 @@ TEST_F(KWinOnBus, kwinThatRefuses_isAskedAgain)
 TEST_F(KWinOnBus, busThatEndsAndComesBack_isUsedAgain)
 {
     listenToKWin();
-    tell(newsOf(window("Secret", 1)));
+    tellFirst(newsOf(window("Secret", 1)));
     m_kwin.reset();
     m_bus.restart();
     EXPECT_TRUE(pumpUntil([this] { return !isKnown(); }));
     startKWin();
     expectScriptRuns();
-    tell(newsOf(window("Secret", 2)));
+    tellFirst(newsOf(window("Secret", 2)));
     EXPECT_EQ(privateOnes(), (QList{2}));
 }
 
@@ -256,11 +359,13 @@ TEST_F(KWinOnBus, desktopWithoutKWin_knowsNothingAndWritesNothing)
 TEST_F(KWinOnBus, busThatHangs_holdsNobodyUp)
 {
     listenToKWin();
-    tell(newsOf(window("Secret", 1)));
+    tellFirst(newsOf(window("Secret", 1)));
     m_bus.process().freeze();
+    m_nowMs += 200;
     QElapsedTimer elapsed;
     elapsed.start();
     EXPECT_EQ(privateOnes(), (QList{1}));
+    EXPECT_GE(age(), 200ms) << "nobody can say that these are all";
     m_windows.reset();
     EXPECT_LT(elapsed.elapsed(), promptlyMs);
     m_bus.process().thaw();

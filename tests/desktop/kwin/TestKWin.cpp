@@ -19,6 +19,10 @@ bool TestKWin::handle(GDBusMessage *call)
     const QByteArray member = g_dbus_message_get_member(call);
     if (member == "run")
         return run(call);
+    if (member == "Get" && g_strcmp0(g_dbus_message_get_path(call), "/Effects") == 0) {
+        tellEffects(call);
+        return true;
+    }
     if (g_strcmp0(g_dbus_message_get_path(call), "/Scripting") != 0)
         return false;
     GVariant *body = g_dbus_message_get_body(call);
@@ -34,7 +38,53 @@ bool TestKWin::handle(GDBusMessage *call)
         unload(call, first);
         return true;
     }
+    if (member == "isScriptLoaded") {
+        g_variant_get(body, "(&s)", &first);
+        tellWhetherLoaded(call, first);
+        return true;
+    }
     return false;
+}
+
+void TestKWin::tellWhetherLoaded(GDBusMessage *call, const char *name)
+{
+    ++m_questions;
+    if (m_ways.saysWhatIsLoaded)
+        m_service.reply(call, g_variant_new("(b)", gboolean(m_ways.keepsScripts && m_loaded.contains(name))));
+}
+
+void TestKWin::tellEffects(GDBusMessage *call)
+{
+    GVariantBuilder names;
+    g_variant_builder_init(&names, G_VARIANT_TYPE_STRING_ARRAY);
+    for (const QByteArray &effect : m_effects)
+        g_variant_builder_add(&names, "s", effect.constData());
+    m_service.reply(call, g_variant_new("(v)", g_variant_builder_end(&names)));
+}
+
+void TestKWin::showEffects(const QByteArrayList &effects)
+{
+    const std::scoped_lock lock(m_mutex);
+    m_effects = effects;
+}
+
+int TestKWin::questions()
+{
+    const std::scoped_lock lock(m_mutex);
+    return m_questions;
+}
+
+void TestKWin::answerQuestions(bool isAnswering)
+{
+    const std::scoped_lock lock(m_mutex);
+    m_ways.saysWhatIsLoaded = isAnswering;
+}
+
+void TestKWin::unloadAll()
+{
+    const std::scoped_lock lock(m_mutex);
+    m_loaded.fill(QByteArray());
+    m_running.clear();
 }
 
 void TestKWin::load(GDBusMessage *call, const char *file, const char *name)

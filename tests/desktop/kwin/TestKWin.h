@@ -1,6 +1,6 @@
 #pragma once
 
-#include "../portal/PlayedService.h"
+#include "support/PlayedService.h"
 
 #include <QByteArray>
 #include <QByteArrayList>
@@ -17,6 +17,8 @@ public:
         const char *scriptPath = "/"; ///< before a script's number; another one in KWin 6
         bool takesScripts = true;
         bool saysThatTheyRun = true;
+        bool saysWhatIsLoaded = true;
+        bool keepsScripts = true;
     };
 
     TestKWin(const QByteArray &busAddress, Ways ways);
@@ -26,6 +28,13 @@ public:
     int running();
     /// How many were to be loaded, in vain or not.
     int asked();
+    /// How often it was asked whether a script is loaded, and answered that or not.
+    int questions();
+    void answerQuestions(bool isAnswering);
+    /// Names of effects that it shows.
+    void showEffects(const QByteArrayList &effects);
+    /// As if another program had all scripts unloaded.
+    void unloadAll();
     /// The text of the latest script, and how its file was when it was loaded and is now.
     QByteArray script();
     int scriptMode();
@@ -42,6 +51,8 @@ private:
     bool handle(GDBusMessage *call);
     void load(GDBusMessage *call, const char *file, const char *name);
     void unload(GDBusMessage *call, const char *name);
+    void tellEffects(GDBusMessage *call);
+    void tellWhetherLoaded(GDBusMessage *call, const char *name);
     bool run(GDBusMessage *call);
 
     std::mutex m_mutex;
@@ -49,6 +60,8 @@ private:
     QByteArrayList m_loaded; ///< names, by number
     QByteArrayList m_running;
     int m_asked = 0;
+    int m_questions = 0;
+    QByteArrayList m_effects;
     QByteArray m_file;
     QByteArray m_script;
     int m_scriptMode = 0;

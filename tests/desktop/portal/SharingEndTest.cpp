@@ -108,6 +108,46 @@ protected:
 class SharingEndOnGnome : public SharingEnd
 {
 protected:
+    using Monitors = QList<QByteArray>;
+
+    /// The user has shared these monitors in a recording of before.
+    void shareBefore(const Monitors &monitors, const QByteArray &token)
+    {
+        m_shell.changeSilently(monitors);
+        bringTokens(token);
+        ASSERT_TRUE(PortalScreenCaptureAccess(std::make_shared<ScreenCastPortal>()).request());
+    }
+    void bringTokens(const QByteArray &token)
+    {
+        m_service.behave({.streams = {{.node = m_pictures.node()}}, .newToken = token});
+    }
+    /// Other monitors are there, and the program has asked for them.
+    void changeMonitors(const Monitors &monitors)
+    {
+        const int before = m_shell.answers();
+        letCome([&] { m_shell.change(monitors); });
+        waitUntil(QStringLiteral("a question for the monitors"), 20s, [&] { return m_shell.answers() > before; });
+    }
+    /// @return the token that a recording is started with while these monitors are there
+    QByteArray tokenWith(const Monitors &monitors)
+    {
+        m_shell.changeSilently(monitors);
+        if (!PortalScreenCaptureAccess(std::make_shared<ScreenCastPortal>()).request())
+            failTest(QStringLiteral("nothing is granted"));
+        return m_service.seen().tokens.last();
+    }
+    /// @return the token that the session is opened anew with, after GNOME has ended it
+    QByteArray tokenAfterUnplugging(const Monitors &monitors, std::chrono::milliseconds beforeTheEnd = 0ms)
+    {
+        changeMonitors(monitors);
+        pass(beforeTheEnd);
+        letCome([this] { m_service.endSharing(); });
+        const auto found = content();
+        if (!found)
+            failTest(found.error().localizedDescription);
+        return m_service.seen().tokens.last();
+    }
+
     TestShell m_shell{m_bus.address(), {"DP-1", "DP-2"}};
 };
 
@@ -139,13 +179,13 @@ TEST_F(SharingEndOnGnome, tokenOfBeforeAMonitorWasUnplugged_opensNothingUntilThe
     letCome([this] { m_shell.change({"DP-1"}); });
     letCome([this] { m_service.endSharing(); });
     m_service.behave({.streams = {}, .answer = TestPortal::Answer::None});
-    EXPECT_TRUE(isFault(content().error(), Fault::TimedOut));
-    EXPECT_TRUE(m_portal->wouldAsk());
+    EXPECT_TRUE(isFault(content().error(), Fault::ScreenQuestionUnanswered));
+    EXPECT_TRUE(m_source->wouldAskUser());
     pass(30s);
     m_service.behave({.streams = {{.node = m_pictures.node()}}, .newToken = "another"});
     EXPECT_TRUE(content());
     EXPECT_EQ(m_service.seen().tokens, (QList<QByteArray>{"", askingTheUser, askingTheUser}));
-    EXPECT_FALSE(m_portal->wouldAsk());
+    EXPECT_FALSE(m_source->wouldAskUser());
 }
 
 TEST_F(SharingEndOnGnome, userWhoDeclinesAfterAMonitorWasUnplugged_isAskedNoMore)
@@ -158,6 +198,96 @@ TEST_F(SharingEndOnGnome, userWhoDeclinesAfterAMonitorWasUnplugged_isAskedNoMore
         EXPECT_TRUE(isFault(content().error(), Fault::ScreenCaptureDeclined));
     EXPECT_EQ(m_service.seen().questions, 2);
     EXPECT_FALSE(isGranted());
+}
+
+TEST_F(SharingEndOnGnome, monitorsThatAreLeft_areOpenedByTheTokenForJustTheseWhereTheUserHasSharedThemBefore)
+{
+    shareBefore({"DP-1"}, "for one");
+    shareBefore({"DP-1", "DP-2"}, "for two");
+    startProgram(longTime);
+    ASSERT_TRUE(content());
+    EXPECT_EQ(m_service.seen().tokens.last(), "for two");
+    EXPECT_EQ(tokenAfterUnplugging({"DP-1"}, SessionClosing::oneCauseWithin), "for one");
+}
+
+TEST_F(SharingEndOnGnome, monitorThatIsUnpluggedAtAboutTheTimeOfTheEnd_leavesEveryTokenInDoubt)
+{
+    shareBefore({"DP-1"}, "for one");
+    shareBefore({"DP-1", "DP-2"}, "for two");
+    startProgram(longTime);
+    ASSERT_TRUE(content());
+    EXPECT_EQ(tokenAfterUnplugging({"DP-1"}, SessionClosing::oneCauseWithin + 1ms), askingTheUser);
+}
+
+TEST_F(SharingEndOnGnome, monitorThatIsBackAtOnce_isOpenedByTheTokenForAllAsItWasSeenToBeGone)
+{
+    openSession(longTime);
+    changeMonitors({"DP-1"});
+    letCome([this] { m_service.endSharing(); });
+    m_shell.changeSilently({"DP-1", "DP-2"});
+    expectSessionOpenedAnew("token");
+}
+
+TEST_F(SharingEndOnGnome, sets_areEachAskedForOnceHoweverOftenTheyChange)
+{
+    bringTokens("laptop 1");
+    EXPECT_EQ(tokenWith({"eDP-1"}), askingTheUser);
+    bringTokens("desk 1");
+    EXPECT_EQ(tokenWith({"eDP-1", "DP-2"}), askingTheUser);
+    bringTokens("laptop 2");
+    EXPECT_EQ(tokenWith({"eDP-1"}), "laptop 1");
+    bringTokens("desk 2");
+    EXPECT_EQ(tokenWith({"DP-2", "eDP-1"}), "desk 1");
+    EXPECT_EQ(tokenWith({"eDP-1"}), "laptop 2");
+    EXPECT_EQ(tokenWith({"eDP-1", "DP-3"}), askingTheUser) << "another one";
+}
+
+TEST_F(SharingEndOnGnome, monitorThatIsSwitchedOff_makesAnotherSet)
+{
+    bringTokens("lid open");
+    EXPECT_EQ(tokenWith({"eDP-1", "DP-2"}), askingTheUser);
+    m_shell.switchOff("eDP-1");
+    EXPECT_EQ(tokenWith({"eDP-1", "DP-2"}), askingTheUser);
+}
+
+TEST_F(SharingEndOnGnome, monitorsThatChangeWhileTheUserThinks_areThoseThatTheTokenIsKeptFor)
+{
+    m_service.behave({.streams = {}, .answer = TestPortal::Answer::None});
+    const auto portal = std::make_shared<ScreenCastPortal>();
+    std::jthread asking([&] { EXPECT_TRUE(PortalScreenCaptureAccess(portal).request()); });
+    waitUntil(QStringLiteral("the question"), 20s, [this] { return m_service.seen().questions == 1; });
+    m_shell.changeSilently({"DP-1"});
+    m_service.answerLate({.streams = {}, .newToken = "for one"});
+    asking.join();
+    EXPECT_EQ(tokenWith({"DP-1"}), "for one");
+}
+
+TEST_F(SharingEndOnGnome, monitorThatWentLongBefore_isNotWhyTheSharingEndsNow)
+{
+    openSession(200ms);
+    changeMonitors({"DP-1"});
+    pass(SessionClosing::changeHolds + 1ms);
+    changeMonitors({"DP-1", "DP-3"});
+    letCome([this] { m_service.endSharing(); });
+    expectEndRespected();
+}
+
+TEST_F(SharingEndOnGnome, monitorThatCameMeanwhileAndWent_isNotWhyTheSharingEnds)
+{
+    openSession(200ms);
+    changeMonitors({"DP-1", "DP-2", "DP-3"});
+    pass(SessionClosing::changeHolds + 1ms);
+    changeMonitors({"DP-1", "DP-2"});
+    letCome([this] { m_service.endSharing(); });
+    expectEndRespected();
+}
+
+TEST_F(SharingEndOnGnome, monitorThatWasThereAllTheTime_isMissedAfterOtherChangesToo)
+{
+    openSession(longTime);
+    changeMonitors({"DP-1", "DP-2", "DP-3"});
+    pass(SessionClosing::changeHolds + 1ms);
+    EXPECT_EQ(tokenAfterUnplugging({"DP-2", "DP-3"}), askingTheUser);
 }
 
 TEST_F(SharingEndOnGnome, sessionThatIsClosedWithoutAChangeOfMonitors_wasEndedByTheUser)
@@ -236,8 +366,8 @@ TEST_F(SharingEndOnGnome, wordOfAClosedSessionFromSomebodyElse_countsForNothing)
 TEST_F(SharingEndOnGnome, shellThatDoesNotSayWhichMonitorsAreLeft_leavesTheUsersWishInForce)
 {
     openSession(200ms);
-    letCome([this] { m_shell.change({"DP-1"}); });
     m_shell.hang();
+    letCome([this] { m_shell.change({"DP-1"}); });
     letCome([this] { m_service.endSharing(); });
     expectEndRespected();
 }
@@ -297,7 +427,7 @@ TEST_F(SharingEnd, questionThatNobodyAnswers_isNotPutAgainAtOnceUnlessByTheUsers
     m_service.behave({.streams = {}, .answer = TestPortal::Answer::None});
     startProgram(longTime);
     for (int i = 0; i < 5; ++i)
-        EXPECT_TRUE(isFault(content().error(), Fault::TimedOut));
+        EXPECT_TRUE(isFault(content().error(), Fault::ScreenQuestionUnanswered));
     EXPECT_EQ(m_service.seen().questions, 1);
     EXPECT_FALSE(PortalScreenCaptureAccess(m_portal).request());
     EXPECT_EQ(m_service.seen().questions, 2);

@@ -51,6 +51,13 @@ void TestPortal::behave(const Behaviour &behaviour)
     m_behaviour = behaviour;
 }
 
+void TestPortal::answerLate(const Behaviour &behaviour)
+{
+    const std::scoped_lock lock(m_mutex);
+    m_behaviour = behaviour;
+    respond(m_lastQuestion, 0, startResults());
+}
+
 TestPortal::Seen TestPortal::seen() const
 {
     const std::scoped_lock lock(m_mutex);
@@ -127,6 +134,7 @@ void TestPortal::answerRequest(GDBusMessage *message, const QByteArray &member)
     if (member == "SelectSources")
         return respond(path, 0, emptyResults());
     ++m_seen.questions;
+    m_lastQuestion = path;
     if (!m_behaviour.refusedToken.isEmpty() && m_seen.tokens.last() == m_behaviour.refusedToken)
         return respond(path, 2, emptyResults());
     if (m_behaviour.answer == Answer::Grants)

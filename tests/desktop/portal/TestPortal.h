@@ -1,6 +1,6 @@
 #pragma once
 
-#include "PlayedService.h"
+#include "support/PlayedService.h"
 
 #include <QByteArray>
 #include <QList>
@@ -38,6 +38,8 @@ public:
         int failingSessions = 0;        ///< that many are not opened at all
     };
     void behave(const Behaviour &behaviour);
+    /// The question that was not answered when it was asked is now, by a user who grants it.
+    void answerLate(const Behaviour &behaviour);
 
     /// What it was asked for so far.
     struct Seen {
@@ -75,6 +77,7 @@ private:
     Seen m_seen;
     QByteArray m_client;
     QByteArray m_session;
+    QByteArray m_lastQuestion;
 
     PlayedService m_service; ///< the last, for it calls the others
 };

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "PlayedService.h"
+#include "support/PlayedService.h"
 
 #include <QByteArray>
 #include <QList>
@@ -19,8 +19,12 @@ public:
     void change(const QList<QByteArray> &connectors);
     /// The same, without a word.
     void changeSilently(const QList<QByteArray> &connectors);
+    /// One that stays connected shows nothing any more, as that of a closed lid. Without a word.
+    void switchOff(const QByteArray &connector);
     /// It is asked, and does not answer.
     void hang();
+    /// How often it was asked so far, and has answered.
+    int answers() const;
 
     static constexpr PlayedService::Signal monitorsChanged{.destination = nullptr,
                                                            .path = "/org/gnome/Mutter/DisplayConfig",
@@ -30,9 +34,11 @@ public:
 private:
     bool handle(GDBusMessage *call);
 
-    std::mutex m_mutex;
+    mutable std::mutex m_mutex;
     QList<QByteArray> m_connectors;
+    QList<QByteArray> m_switchedOff;
     bool m_hangs = false;
+    int m_answers = 0;
     PlayedService m_service; ///< the last, for it calls the others
 };
 

@@ -27,6 +27,7 @@ QByteArray windowWith(const QByteArray &name = {}, const QByteArray &value = {})
                                                                   {"class", R"("org.kde.kwrite")"},
                                                                   {"entry", R"("org.kde.kwrite")"},
                                                                   {"title", R"("Letter")"},
+                                                                  {"unresponsive", "true"},
                                                                   {"popup", "false"},
                                                                   {"seen", "true"},
                                                                   {"place", "[1,2,3,4]"}})
@@ -52,14 +53,29 @@ TEST(KWinNews, windowsAndMonitors_areTold)
                                                  .windowClass = QStringLiteral("kwrite org.kde.kwrite"),
                                                  .desktopFile = QStringLiteral("org.kde.kwrite"),
                                                  .title = QStringLiteral("Letter"),
+                                                 .isUnresponsive = true,
                                                  .isPopup = false,
                                                  .isSeen = true,
-                                                 .frame = QRect(1, 2, 3, 4)}));
+                                                 .frame = QRect(1, 2, 3, 4),
+                                                 .isFlying = false}));
 }
 
 TEST(KWinNews, fractionsOfPixels_countWhereTheyTouch)
 {
     EXPECT_EQ(windowIn(windowWith("place", "[-0.5,1.25,2,2]")).frame, QRect(QPoint(-1, 1), QPoint(1, 3)));
+}
+
+TEST(KWinNews, monitorWithFractionsOfPixels_makesWindowsLargerByWhatIsRounded)
+{
+    const QByteArray windows = windowWith() + ',' + windowWith("place", "[1,2,0,0]");
+    const auto exact = kwinNewsIn(newsOf(windows, "[0,0,1280,720],[1280,0,853.0,480]"));
+    ASSERT_TRUE(exact);
+    EXPECT_EQ(exact->windows.first().frame, QRect(1, 2, 3, 4));
+    const auto rounded = kwinNewsIn(newsOf(windows, "[0,0,1280,720],[1280,0,853.25,480]"));
+    ASSERT_TRUE(rounded);
+    EXPECT_EQ(rounded->monitors, (QList{QRect(0, 0, 1280, 720), QRect(1280, 0, 854, 480)}));
+    EXPECT_EQ(rounded->windows.first().frame, QRect(0, 1, 5, 6));
+    EXPECT_TRUE(rounded->windows.last().frame.isEmpty()) << "one that is nowhere";
 }
 
 TEST(KWinNews, menuEntryWithItsPath_isItsIdentifier)
@@ -94,6 +110,7 @@ TEST(KWinNews, oneMalformedWindow_makesAllOfItUnknown)
         EXPECT_FALSE(isNews(text, '"' + QByteArray(5'000, 'x') + '"')) << text.toStdString();
     }
     EXPECT_FALSE(isNews("id", R"("")"));
+    EXPECT_FALSE(isNews("unresponsive", "0"));
     EXPECT_FALSE(isNews("popup", "1"));
     EXPECT_FALSE(isNews("seen", "null"));
     for (const QByteArray &place : {"null", "[]", "[1,2,3]", "[1,2,3,4,5]", "[1,2,3,null]", "[1,2,-3,4]", "[1e9,2,3,4]",

@@ -31,7 +31,7 @@ QList<int> privateOnes(const KWinPrivacy &privacy, const QList<KWinWindow> &wind
                        const QList<qint32> &processes = {})
 {
     QList<int> numbers;
-    for (const QRect &place : privacy.placesIn(windows, processes))
+    for (const QRect &place : privacy.placesIn(windows, processes).places)
         numbers.push_back(place.x());
     return numbers;
 }
@@ -44,6 +44,17 @@ TEST(KWinPrivacy, windowThatARuleNames_isPrivate)
     const KWinWindow hidden =
         window(3, QStringLiteral("firefox firefox"), QStringLiteral("Page — Mozilla Firefox Private Browsing"));
     EXPECT_EQ(privateOnes(builtIn(), {editor, safe, hidden}), (QList{2, 3}));
+}
+
+TEST(KWinPrivacy, secondPrivateWindowOfATitle_isPrivate)
+{
+    const QString title = QStringLiteral("Page — Mozilla Firefox Private Browsing");
+    KWinWindow second = window(3, QStringLiteral("firefox firefox"), title + QStringLiteral(" <2>") + QChar(0x200e));
+    EXPECT_EQ(privateOnes(builtIn(), {editor, second}), (QList{3}));
+    KWinWindow hanging = window(4, QStringLiteral("firefox firefox"), title + QStringLiteral(" (Not Responding)"));
+    EXPECT_EQ(privateOnes(builtIn(), {hanging}), QList<int>());
+    hanging.isUnresponsive = true;
+    EXPECT_EQ(privateOnes(builtIn(), {hanging}), (QList{4}));
 }
 
 TEST(KWinPrivacy, desktopFile_isWhatARuleNames)
@@ -90,6 +101,27 @@ TEST(KWinPrivacy, dialogAbovePrivateWindow_isPrivate)
     KWinWindow other = window(5, QStringLiteral("portal portal"), QStringLiteral("Open"));
     other.parent = editor.id;
     EXPECT_EQ(privateOnes(builtIn(), {question, dialog, other, editor, safe}), (QList{4, 3, 2}));
+}
+
+TEST(KWinPrivacy, dialogThatHasJustComeAboveAPrivateWindow_isPrivateWithWhatIsAboveIt)
+{
+    KWinWindow dialog = window(3, QStringLiteral("portal portal"));
+    KWinWindow question = window(4, QStringLiteral("portal portal"));
+    question.parent = dialog.id;
+    const KWinWindow alone = dialog;
+    dialog.parent = safe.id;
+    EXPECT_EQ(privateOnes(builtIn(), {dialog, question, safe, alone}), (QList{3, 4, 2}));
+}
+
+TEST(KWinPrivacy, privateWindowThatFlies_mayBeAnywhere)
+{
+    KWinWindow flying = safe;
+    flying.isFlying = true;
+    EXPECT_TRUE(builtIn().placesIn({editor, flying}, {}).mayBeAnywhere);
+    EXPECT_FALSE(builtIn().placesIn({editor, safe}, {}).mayBeAnywhere);
+    KWinWindow other = editor;
+    other.isFlying = true;
+    EXPECT_FALSE(builtIn().placesIn({other, safe}, {}).mayBeAnywhere);
 }
 
 TEST(KWinPrivacy, windowsAboveEachOther_endNowhere)

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <optional>
 #include <vector>
 
@@ -20,11 +21,18 @@ protected:
 
     void take(std::uint32_t colour, std::optional<QList<QRect>> changes = {}, PixelConversion conversion = {})
     {
-        const std::vector<std::uint32_t> pixels(8, colour);
+        std::vector<std::uint32_t> pixels(8, colour);
         m_feed->take(
             {.source = {.pixels = reinterpret_cast<const std::uint8_t *>(pixels.data()), .size = size, .stride = 8},
              .conversion = conversion,
              .changes = std::move(changes)});
+        m_memory = std::move(pixels); // the one before is gone
+        giveBack();
+    }
+    void giveBack()
+    {
+        if (!m_feed->isHolding())
+            m_memory = {};
     }
     void runJobs()
     {
@@ -47,6 +55,7 @@ protected:
 
     using Rows = std::optional<std::vector<RowRange>>;
 
+    std::vector<std::uint32_t> m_memory; ///< the producer's, of the picture taken last while it is held
     std::chrono::milliseconds m_now{1'000};
     std::optional<std::chrono::milliseconds> m_wake;
     std::vector<std::function<void()>> m_jobs;
@@ -88,8 +97,73 @@ TEST_F(Feed, picturesThatComeTooSoon_areOneDeliveryWhenTheirTimeHasComeWithAllTh
     m_feed->deliverWhenDue();
     runJobs();
     EXPECT_EQ(m_deliveries, 2);
-    EXPECT_EQ(m_colours, (std::vector<std::uint32_t>{3, 1, 1, 2}));
+    EXPECT_EQ(m_colours, (std::vector<std::uint32_t>{3, 1, 1, 3}));
     EXPECT_EQ(m_rows, (Rows{{RowRange{.begin = 0, .end = 1}, RowRange{.begin = 3, .end = 4}}}));
+}
+
+TEST_F(Feed, pictureThatComesTooSoon_isReadWhenItsTimeHasCome)
+{
+    take(1);
+    runJobs();
+    take(2, QList<QRect>{QRect(0, 1, 2, 1)});
+    ASSERT_TRUE(m_feed->isHolding());
+    std::ranges::fill(m_memory, 5);
+    m_now += 500ms;
+    m_feed->deliverWhenDue();
+    EXPECT_FALSE(m_feed->isHolding());
+    giveBack();
+    runJobs();
+    EXPECT_EQ(m_colours, (std::vector<std::uint32_t>{1, 5, 1, 1}));
+}
+
+TEST_F(Feed, pictureThatIsDeliveredAtOnce_leavesItsMemoryAtOnce)
+{
+    take(1);
+    EXPECT_FALSE(m_feed->isHolding());
+    take(2);
+    EXPECT_FALSE(m_feed->isHolding()) << "what is on its way would be of this picture";
+}
+
+TEST_F(Feed, memoryThatGoes_isReadBefore)
+{
+    take(1);
+    runJobs();
+    take(2, QList<QRect>{QRect(0, 1, 2, 1)});
+    m_feed->letGo();
+    EXPECT_FALSE(m_feed->isHolding());
+    giveBack();
+    take(3, QList<QRect>{QRect(0, 2, 2, 1)});
+    m_now += 500ms;
+    m_feed->deliverWhenDue();
+    runJobs();
+    EXPECT_EQ(m_colours, (std::vector<std::uint32_t>{1, 2, 3, 1}));
+    EXPECT_EQ(m_rows, (Rows{{RowRange{.begin = 1, .end = 3}}}));
+}
+
+TEST_F(Feed, pictureOfUnknownChangesBeforeOneOfFew_isReadWhole)
+{
+    take(1);
+    runJobs();
+    take(2);
+    take(3, QList<QRect>{QRect(0, 2, 2, 1)});
+    m_now += 500ms;
+    m_feed->deliverWhenDue();
+    runJobs();
+    EXPECT_EQ(m_colours, (std::vector<std::uint32_t>{3, 3, 3, 3}));
+}
+
+TEST_F(Feed, feedThatHasEnded_holdsNothing)
+{
+    take(1);
+    runJobs();
+    take(2);
+    ASSERT_TRUE(m_feed->isHolding());
+    m_feed->fail(faultError(Fault::PictureStreamEnded));
+    EXPECT_FALSE(m_feed->isHolding());
+    giveBack();
+    m_feed->letGo();
+    m_feed->close();
+    EXPECT_FALSE(m_feed->isHolding());
 }
 
 TEST_F(Feed, pictureThatWaitsToBeDelivered_takesOverWhatCameAfterIt)

@@ -18,19 +18,29 @@ protected:
 
     void take(std::uint32_t colour, std::optional<QList<QRect>> changes = {})
     {
-        const std::vector<std::uint32_t> pixels(8, colour);
+        std::vector<std::uint32_t> pixels(8, colour);
         m_feed->take(
             {.source = {.pixels = reinterpret_cast<const std::uint8_t *>(pixels.data()), .size = size, .stride = 8},
              .conversion = {},
              .changes = std::move(changes)});
+        m_produced = std::move(pixels); // the one before is gone
+        if (!m_feed->isHolding())
+            m_produced = {};
     }
-    void deliverAll()
+    void deliverAll() { deliverAfter(500ms); }
+    void deliverAfter(std::chrono::milliseconds time)
     {
-        m_now += 500ms;
+        m_now += time;
         m_feed->deliverWhenDue();
+        runJobs();
+    }
+    void runJobs()
+    {
         for (const auto &job : std::exchange(m_jobs, {}))
             job();
     }
+    /// As it is for a moment after each picture: what KWin has drawn within that time is not told yet.
+    void lag(std::chrono::milliseconds age) { m_places->age = age; }
     void deliver(const StreamSample &sample)
     {
         m_rows.reset();
@@ -52,10 +62,12 @@ protected:
 
     using Colours = std::vector<std::uint32_t>;
 
+    std::vector<std::uint32_t> m_produced; ///< the producer's, of the picture taken last while it is held
     std::optional<PrivatePlaces> m_places;
     QList<qint32> m_askedFor;
     std::chrono::milliseconds m_now{1'000};
     std::vector<std::function<void()>> m_jobs;
+    std::optional<std::chrono::milliseconds> m_wakeAfter;
     int m_deliveries = 0;
     int m_withheld = 0;
     const std::uint8_t *m_memory = nullptr;
@@ -73,7 +85,9 @@ protected:
             .didOutputSample = [this](const StreamSample &sample) { deliver(sample); },
             .didStopWithError = [](const Error &error) { ADD_FAILURE() << qPrintable(error.localizedDescription); }},
         [this](auto job) { m_jobs.push_back(std::move(job)); },
-        PictureFeed::Pace{.interval = 500ms, .monotonicTime = [this] { return m_now; }, .wakeAfter = [](auto) {}},
+        PictureFeed::Pace{.interval = 500ms,
+                          .monotonicTime = [this] { return m_now; },
+                          .wakeAfter = [this](std::chrono::milliseconds time) { m_wakeAfter = time; }},
         m_cover);
 };
 
@@ -128,7 +142,7 @@ TEST_F(PrivateFeed, windowThatComesOverAStillPicture_isAChangeOfItsRows)
     EXPECT_EQ(m_rows, (ChangedRows{{{.begin = 2, .end = 4}}}));
 }
 
-TEST_F(PrivateFeed, nobodyWhoTells_isADeliveryWithoutAPictureAndItComesLaterWithAllItsChanges)
+TEST_F(PrivateFeed, nobodyWhoTells_isADeliveryWithoutAPictureAndTheNextOneComesWithAllChanges)
 {
     showNoWindow();
     take(9);
@@ -137,12 +151,112 @@ TEST_F(PrivateFeed, nobodyWhoTells_isADeliveryWithoutAPictureAndItComesLaterWith
     take(8, QList<QRect>{QRect(0, 0, 1, 1)});
     deliverAll();
     EXPECT_EQ(m_withheld, 1);
+    EXPECT_FALSE(m_feed->wantsFresherPicture());
+    EXPECT_FALSE(m_feed->wantsFresherPicture()) << "that one could be shown no more than this";
     showWindow(1);
     m_feed->deliverAgain();
+    deliverAll();
+    EXPECT_EQ(m_withheld, 2) << "nobody knows what was private when it came";
+    EXPECT_TRUE(m_feed->wantsFresherPicture());
+    take(8, QList<QRect>{});
     deliverAll();
     EXPECT_EQ(m_deliveries, 2);
     EXPECT_EQ(m_colours, (Colours{8, 9, 0, 0}));
     EXPECT_EQ(m_rows, (ChangedRows{{{.begin = 0, .end = 1}, {.begin = 2, .end = 4}}}));
+}
+
+TEST_F(PrivateFeed, pictureThatIsHereBeforeTheNews_waitsForThem)
+{
+    showNoWindow();
+    lag(1ms);
+    take(9);
+    runJobs();
+    EXPECT_EQ(m_deliveries, 0);
+    ASSERT_TRUE(m_wakeAfter);
+    showWindow(1);
+    deliverAfter(*m_wakeAfter);
+    EXPECT_EQ(m_colours, (Colours{9, 9, 0, 0}));
+    EXPECT_EQ(m_withheld, 0);
+}
+
+TEST_F(PrivateFeed, newsThatTakeTheirTime_areLookedForLessAndLessOften)
+{
+    showNoWindow();
+    lag(1h);
+    take(9);
+    int looks = 0;
+    while (m_deliveries + m_withheld == 0 && looks < 100) {
+        ++looks;
+        ASSERT_GT(*m_wakeAfter, 0ms);
+        deliverAfter(*m_wakeAfter);
+    }
+    EXPECT_EQ(m_withheld, 1) << "it may show what was never told";
+    EXPECT_LT(looks, 10);
+    EXPECT_LT(m_now, 2'500ms);
+    lag(0ms);
+    m_feed->deliverAgain();
+    deliverAll();
+    EXPECT_EQ(m_withheld, 2) << "the news of that time are over";
+    EXPECT_FALSE(m_feed->wantsFresherPicture());
+    EXPECT_TRUE(m_feed->wantsFresherPicture());
+    take(8);
+    deliverAll();
+    EXPECT_EQ(m_colours, (Colours{8, 8, 8, 8}));
+}
+
+TEST_F(PrivateFeed, newsOfAPictureThatWaitsForItsTime_areKeptForIt)
+{
+    showNoWindow();
+    take(9);
+    runJobs();
+    lag(1ms);
+    take(8);
+    showWindow(1);
+    deliverAfter(10ms);
+    EXPECT_EQ(m_deliveries, 1) << "the next one comes half a second after this";
+    showNoWindow();
+    deliverAll();
+    EXPECT_EQ(m_deliveries, 2);
+    EXPECT_EQ(m_colours, (Colours{8, 8, 0, 0})) << "the window has gone since, but not from the picture";
+}
+
+TEST_F(PrivateFeed, pictureThatComesWhileAnotherIsOnItsWay_waitsForItsOwnNews)
+{
+    showNoWindow();
+    take(9);
+    ASSERT_EQ(m_jobs.size(), 1U);
+    lag(1ms);
+    take(8);
+    runJobs();
+    EXPECT_EQ(m_deliveries, 0);
+    showWindow(0);
+    deliverAfter(10ms);
+    EXPECT_EQ(m_colours, (Colours{0, 0, 8, 8}));
+}
+
+TEST_F(PrivateFeed, privateWindowThatMayBeAnywhere_isADeliveryWithoutAPictureForEverybody)
+{
+    for (const bool isReliedOn : {true, false}) {
+        m_cover->relyOn(isReliedOn);
+        m_withheld = 0;
+        m_deliveries = 0;
+        showWindow(1);
+        m_places->mayBeAnywhere = true;
+        take(9);
+        deliverAll();
+        EXPECT_EQ(m_withheld, 1);
+        EXPECT_FALSE(m_feed->wantsFresherPicture());
+        EXPECT_FALSE(m_feed->wantsFresherPicture()) << "it still may";
+        showWindow(1);
+        m_feed->deliverAgain();
+        deliverAll();
+        EXPECT_EQ(m_withheld, 2) << "in this picture it may be anywhere for ever";
+        EXPECT_TRUE(m_feed->wantsFresherPicture());
+        take(8);
+        deliverAll();
+        EXPECT_EQ(m_deliveries, 1);
+        EXPECT_EQ(m_colours, (Colours{8, 8, 0, 0}));
+    }
 }
 
 TEST_F(PrivateFeed, nobodyWhoTellsAndNobodyWhoReliesOnIt_isThePictureAsItIs)

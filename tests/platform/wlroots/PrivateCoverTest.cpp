@@ -1,6 +1,7 @@
 #include "platform/wlroots/PrivateCover.h"
 
 #include "base/Fault.h"
+#include "support/LogRecorder.h"
 
 #include <gtest/gtest.h>
 
@@ -74,6 +75,23 @@ TEST_F(PrivateCoverTest, windowThatNeverRests_isCoveredWhereverItWas)
           QList{here}, QList{there}, QList{here}, QList{there}, QList{here}});
     EXPECT_EQ(m_cover.before(), QList{between});
     EXPECT_LE(m_now, 1'300ms);
+}
+
+TEST_F(PrivateCoverTest, eachChangeOfTheirNumber_isLoggedOnce)
+{
+    LogRecorder log("com.tamsk.ostrel.ScreenCaptureRecorder");
+    ASSERT_TRUE(m_cover.before());
+    EXPECT_EQ(log.takeAll(), QStringList());
+    const QString words = QStringLiteral("private windows kept out of the pictures by covering their places: ");
+    tell({QList{here, there}});
+    for (int picture = 0; picture < 3; ++picture) {
+        ASSERT_TRUE(m_cover.before());
+        ASSERT_TRUE(m_cover.after());
+    }
+    EXPECT_EQ(log.takeAll(), QStringList(words + QStringLiteral("2")));
+    tell({QList<QRect>{}});
+    ASSERT_TRUE(m_cover.after());
+    EXPECT_EQ(log.takeAll(), QStringList(words + QStringLiteral("0")));
 }
 
 TEST_F(PrivateCoverTest, noAnswer_isAnErrorBeforeDuringAndAfter)

@@ -1,4 +1,4 @@
-#include "PlayedService.h"
+#include "support/PlayedService.h"
 
 #include "platform/sessionbus/BusCall.h"
 #include "platform/sessionbus/BusConnection.h"
