@@ -192,8 +192,7 @@ void CaptureSources::noteUnreadablePicture()
 void CaptureSources::setPaused(bool paused)
 {
     m_isPaused = paused;
-    if (paused)
-        m_firstPicture->notePause();
+    m_firstPicture->notePause(paused);
 }
 
 void CaptureSources::lookForSignsOfLife()
@@ -255,10 +254,10 @@ void CaptureSources::leaveBehind()
 
 void CaptureSources::notePrivateWindow(bool isInFront, qint64 readSinceMs)
 {
+    m_firstPicture->notePrivateWindow(isInFront);
     if (isInFront) {
         if (!std::exchange(m_hasToldOfHiding, true))
             qCInfo(logScreenCapture, "screen capture takes no picture while a private window is in front");
-        m_firstPicture->notePrivateWindow();
         takeBackFramesSince(m_lastPublicMs);
     } else {
         m_lastPublicMs = readSinceMs;

@@ -10,9 +10,9 @@ namespace ostrel {
 
 void CaptureTasks::start(const Needs &needs, const CapturePlan &plan, qint64 intervalMs)
 {
-    startSampler(needs, plan);
+    startForegroundAppSampler(needs, plan);
     if (plan.mode == CaptureMode::Screenshots)
-        startPolling(needs, plan, intervalMs);
+        startScreenshotPolling(needs, plan, intervalMs);
     startWatch(needs, plan);
 }
 
@@ -23,7 +23,7 @@ void CaptureTasks::cancel()
     m_watchTask.cancel();
 }
 
-void CaptureTasks::startSampler(const Needs &needs, const CapturePlan &plan)
+void CaptureTasks::startForegroundAppSampler(const Needs &needs, const CapturePlan &plan)
 {
     const ForegroundSampling sampling{.clock = needs.with.clock,
                                       .context = needs.with.context,
@@ -34,7 +34,7 @@ void CaptureTasks::startSampler(const Needs &needs, const CapturePlan &plan)
     m_foregroundAppTask.start([sampling](std::stop_token stop) { return sampleForegroundApp(sampling, stop); });
 }
 
-void CaptureTasks::startPolling(const Needs &needs, const CapturePlan &plan, qint64 intervalMs)
+void CaptureTasks::startScreenshotPolling(const Needs &needs, const CapturePlan &plan, qint64 intervalMs)
 {
     ScreenshotPolling polling{
         .clock = needs.with.clock,

@@ -28,8 +28,8 @@ public:
     void cancel();
 
 private:
-    void startSampler(const Needs &needs, const CapturePlan &plan);
-    void startPolling(const Needs &needs, const CapturePlan &plan, qint64 intervalMs);
+    void startForegroundAppSampler(const Needs &needs, const CapturePlan &plan);
+    void startScreenshotPolling(const Needs &needs, const CapturePlan &plan, qint64 intervalMs);
     void startWatch(const Needs &needs, const CapturePlan &plan);
 
     TaskSlot m_foregroundAppTask;

@@ -8,26 +8,31 @@ void FirstPicture::note()
     m_isThere = true;
 }
 
-void FirstPicture::notePause()
+void FirstPicture::notePause(bool isPaused)
 {
-    noteObstacle(QStringLiteral("The session was locked."));
+    note(m_pause, isPaused);
 }
 
-void FirstPicture::notePrivateWindow()
+void FirstPicture::notePrivateWindow(bool isInFront)
 {
-    noteObstacle(QStringLiteral("A private window or page was in front."));
+    note(m_privateWindow, isInFront);
+}
+
+void FirstPicture::note(Obstacle &obstacle, bool isThere)
+{
+    const std::scoped_lock lock(m_mutex);
+    if (isThere)
+        m_failure.reset();
+    else if (obstacle.isThere)
+        m_overcome = obstacle.words;
+    obstacle.isThere = isThere;
 }
 
 void FirstPicture::noteFailure(const QString &words)
 {
-    noteObstacle(words);
-}
-
-void FirstPicture::noteObstacle(const QString &words)
-{
     const std::scoped_lock lock(m_mutex);
-    if (!m_isThere)
-        m_obstacle = words;
+    m_failure = words;
+    m_overcome.reset();
 }
 
 std::optional<QString> FirstPicture::whyNone() const
@@ -35,7 +40,16 @@ std::optional<QString> FirstPicture::whyNone() const
     const std::scoped_lock lock(m_mutex);
     if (m_isThere)
         return std::nullopt;
-    return m_obstacle.value_or(QStringLiteral("None came from the screen."));
+    for (const Obstacle *obstacle : {&m_pause, &m_privateWindow}) {
+        if (obstacle->isThere)
+            return obstacle->words;
+    }
+    if (m_failure)
+        return m_failure;
+    // Whoever asks a moment after it went is still told of it: the screen had hardly any time.
+    if (m_overcome)
+        return QStringLiteral("%1 None came from the screen after that.").arg(*m_overcome);
+    return QStringLiteral("None came from the screen.");
 }
 
 } // namespace ostrel

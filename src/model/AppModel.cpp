@@ -13,7 +13,6 @@ using std::chrono::milliseconds;
 namespace {
 
 constexpr milliseconds pollPause{1500};
-constexpr std::chrono::seconds shutdownPatience{4};
 
 } // namespace
 
@@ -103,7 +102,7 @@ void AppModel::forwardSignals()
     connect(&m_recording, &RecordingControl::recordingStarted, this, &AppModel::recordingStarted);
     connect(&m_recording, &RecordingControl::recordingEnded, this, &AppModel::recordingEnded);
     connect(&m_recovery, &CaptureRecovery::stallTold, this, &AppModel::captureStalled);
-    connect(&m_recording, &RecordingControl::observerStatusReceived, this, &AppModel::applyObserverStatus);
+    connect(&m_recording.captureNews(), &CaptureNews::observerStatusReceived, this, &AppModel::applyObserverStatus);
     connect(&m_byokInference, &ByokInference::byokModalActiveChanged, this, &AppModel::byokModalActiveChanged);
     connect(&m_byokInference, &ByokInference::byokModalActiveChanged, this, &AppModel::announcePopoverOverlay);
     connect(&m_nativeModals, &NativeModals::nativeModalActiveChanged, this, &AppModel::nativeModalActiveChanged);
@@ -231,8 +230,14 @@ void AppModel::quitBeforeShutdown()
 
 Task<> AppModel::limitQuit(std::stop_token stop)
 {
-    if (!co_await m_clock.sleepFor(shutdownPatience, stop))
-        co_return;
+    if (co_await m_clock.sleepFor(shutdownPatience, stop))
+        abandonQuit();
+}
+
+void AppModel::abandonQuit()
+{
+    if (m_hasLeft)
+        return;
     m_tasks.cancelAll();
     m_recording.abandonEnding();
     leave();

@@ -96,9 +96,12 @@ public:
     /// ends the observer's process, then terminates the program. Whatever fails on the way, it goes on. A second call
     /// changes nothing.
     void quit();
-    /// As `quit`, but gives up after 4 seconds what has not come to its end by then: the system, or the session, which
-    /// is shutting down, waits for 5. Also hurries a quit under way.
+    static constexpr std::chrono::seconds shutdownPatience{4};
+    /// As `quit`, but gives up after `shutdownPatience` what has not come to its end by then: the system, or the
+    /// session, which is shutting down, waits for 5 seconds. Also hurries a quit under way.
     void quitBeforeShutdown();
+    /// Gives up what a quit under way still waits for, at once: for whoever measures the time instead.
+    void abandonQuit();
     /// For after `quit`, when the observer had ended by itself: see ObserverControl::writeLeftovers.
     Task<bool> writeLeftovers(std::stop_token stop) { return m_observer.writeLeftovers(std::move(stop)); }
     /// What has to be done before the program quits to be replaced by a newer one: see

@@ -34,10 +34,12 @@ constexpr auto hungScreenPatience = 4s;
 /// The time that the observer needs to come up.
 constexpr auto startUpTime = 3s;
 
-/// The user's own word against capture, which no further attempt changes.
-bool isUsersWish(const Error &error)
+/// The user has spoken against capture, or was asked and has said nothing: no further attempt changes that, and while
+/// there were some, a recording without pictures would go on in silence.
+bool isUpToUser(const Error &error)
 {
-    return isFault(error, Fault::ScreenSharingEnded) || isFault(error, Fault::ScreenCaptureDeclined);
+    return isFault(error, Fault::ScreenSharingEnded) || isFault(error, Fault::ScreenCaptureDeclined) ||
+           isFault(error, Fault::ScreenQuestionUnanswered);
 }
 
 } // namespace
@@ -47,16 +49,17 @@ CaptureRecovery::CaptureRecovery(Dependencies dependencies)
 {
     m_sleepWakeMonitor.onWillSleep = [this] { willSleep(); };
     m_sleepWakeMonitor.onDidWake = [this] { perform(m_recoveryPolicy.didWake()); };
-    connect(&m_with.recording, &RecordingControl::captureDied, this, [this](const QString &message) {
+    const CaptureNews *news = &m_with.recording.captureNews();
+    connect(news, &CaptureNews::captureDied, this, [this](const QString &message) {
         qCWarning(logScreenCapture, "screen capture interrupted: %s", qUtf8Printable(message));
         perform(m_recoveryPolicy.captureDied());
     });
-    connect(&m_with.recording, &RecordingControl::displaysChanged, this, &CaptureRecovery::displaysChanged);
-    connect(&m_with.recording, &RecordingControl::captureStalled, this, &CaptureRecovery::captureStalled);
-    connect(&m_with.recording, &RecordingControl::picturesMissing, this, &CaptureRecovery::picturesMissing);
-    connect(&m_with.recording, &RecordingControl::captureStartStalled, this, &CaptureRecovery::captureStartStalled);
+    connect(news, &CaptureNews::displaysChanged, this, &CaptureRecovery::displaysChanged);
+    connect(news, &CaptureNews::captureStalled, this, &CaptureRecovery::captureStalled);
+    connect(news, &CaptureNews::picturesMissing, this, &CaptureRecovery::picturesMissing);
+    connect(news, &CaptureNews::captureStartStalled, this, &CaptureRecovery::captureStartStalled);
+    connect(news, &CaptureNews::captureGoesOn, this, &CaptureRecovery::captureGoesOn);
     connect(&m_with.recording, &RecordingControl::captureStartEnded, this, &CaptureRecovery::captureStartEnded);
-    connect(&m_with.recording, &RecordingControl::captureGoesOn, this, &CaptureRecovery::captureGoesOn);
     connect(&m_with.recording, &RecordingControl::startBegun, this, &CaptureRecovery::forget);
     connect(&m_with.recording, &RecordingControl::endingBegun, this, &CaptureRecovery::forget);
 }
@@ -125,7 +128,7 @@ Task<> CaptureRecovery::attemptCaptureResume(std::stop_token stop)
             co_return;
         }
         const QString message = resumed.error().localizedDescription;
-        const auto action = isUsersWish(resumed.error())
+        const auto action = isUpToUser(resumed.error())
                                 ? CaptureRecoveryAction{.kind = CaptureRecoveryAction::Kind::giveUp, .message = message}
                                 : m_recoveryPolicy.resumeFailed(message);
         if (action.kind == CaptureRecoveryAction::Kind::giveUp) {

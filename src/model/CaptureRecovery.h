@@ -46,7 +46,7 @@ public:
     /// Carries out what the policy has decided; each action but `none` first cancels the attempts under way.
     void perform(const CaptureRecoveryAction &action);
     /// Starts capture again, 2 s after each failure once more, as often as the policy grants; then gives up. At once
-    /// where it fails because the user has declined it, or has ended the sharing.
+    /// where it fails because the user has declined it, has ended the sharing, or has not answered when asked.
     Task<> attemptCaptureResume(std::stop_token stop);
 
     /// Called before the program is replaced, while there is a recording or the end of one. Ends it, leaves the next

@@ -30,18 +30,15 @@ Task<> publishedNews(std::stop_token stop)
     });
 }
 
-/// Whether a start whose answer never came, or made no sense, may all the same have reached the observer.
-bool mayHaveBeenDone(const Error &error)
-{
-    return !isFault(error, Fault::ConnectionRefused) && !isFault(error, Fault::PortTaken) &&
-           !isFault(error, Fault::BadUrl) && !isFault(error, Fault::BadServerResponse);
-}
-
 } // namespace
 
-RecordingControl::RecordingControl(Dependencies dependencies) : m_with(dependencies)
+RecordingControl::RecordingControl(Dependencies dependencies)
+    : m_with(dependencies), m_observerStart(m_with.observer), m_news(m_with.recorder, [this] { return isCapturing(); })
 {
-    takeCallbacks();
+    // A batch was refused: the recorder has dropped it, asked the observer to stop, and stops itself.
+    m_with.recorder.onError = [this](const QString &message) {
+        captureFailed(message, {.skipFlush = true, .observer = ObserverStop::AskIfRunning});
+    };
     connect(&m_with.permissions, &PermissionsArea::permissionsChanged, this, [this] {
         const bool granted = m_with.permissions.permissions().screenCaptureAuthorized;
         if (granted && m_with.state.helperError() == permissionNeededText())
@@ -51,54 +48,10 @@ RecordingControl::RecordingControl(Dependencies dependencies) : m_with(dependenc
 
 RecordingControl::~RecordingControl()
 {
-    m_with.recorder.onStatus = nullptr;
     m_with.recorder.onError = nullptr;
-    m_with.recorder.onStreamsDied = nullptr;
-    m_with.recorder.onDisplaysChanged = nullptr;
-    m_with.recorder.onStalled = nullptr;
-    m_with.recorder.onNoAnswer = nullptr;
-    m_with.recorder.onPicturesMissing = nullptr;
-    m_with.recorder.onGoesOn = nullptr;
     // The start first: when its request is let go of, it already knows that it is cancelled.
     m_start.cancel();
     m_life.request_stop();
-}
-
-void RecordingControl::takeCallbacks()
-{
-    m_with.recorder.onStatus = [this](const ObserverStatus &status) {
-        // The answer to a final flush says "running" and may come after that of the stop.
-        if (m_phase == Phase::Capturing)
-            Q_EMIT observerStatusReceived(status);
-    };
-    m_with.recorder.onStreamsDied = [this](const QString &message) {
-        if (m_phase == Phase::Capturing)
-            Q_EMIT captureDied(message);
-    };
-    m_with.recorder.onDisplaysChanged = [this] {
-        if (m_phase == Phase::Capturing)
-            Q_EMIT displaysChanged();
-    };
-    m_with.recorder.onStalled = [this](const QString &message) {
-        if (m_phase == Phase::Capturing)
-            Q_EMIT captureStalled(message);
-    };
-    m_with.recorder.onNoAnswer = [this](const QString &message) {
-        if (m_phase == Phase::Capturing)
-            Q_EMIT captureStartStalled(message);
-    };
-    m_with.recorder.onPicturesMissing = [this](const QString &message) {
-        if (m_phase == Phase::Capturing)
-            Q_EMIT picturesMissing(message);
-    };
-    m_with.recorder.onGoesOn = [this] {
-        if (m_phase == Phase::Capturing)
-            Q_EMIT captureGoesOn();
-    };
-    // A batch was refused: the recorder has dropped it, asked the observer to stop, and stops itself.
-    m_with.recorder.onError = [this](const QString &message) {
-        captureFailed(message, {.skipFlush = true, .observer = ObserverStop::AskIfRunning});
-    };
 }
 
 void RecordingControl::toggleRecording()
@@ -151,14 +104,14 @@ Task<> RecordingControl::startRecording(std::stop_token stop)
     finish({.reason = RecordingEnd::StartFailed});
 }
 
-Task<std::expected<void, RecordingControl::StartFailure>> RecordingControl::startBothSides(std::stop_token stop)
+Task<std::expected<void, StartFailure>> RecordingControl::startBothSides(std::stop_token stop)
 {
     const auto permissions = co_await m_with.permissions.refreshPermissions(stop);
     if (!permissions)
         co_return {};
     if (!permissions->screenCaptureAuthorized)
         co_return std::unexpected(StartFailure{.message = permissionNeededText()});
-    const auto observing = co_await startObserver(stop);
+    const auto observing = co_await m_observerStart.run(m_life.get_token(), stop);
     if (!observing || stop.stop_requested())
         co_return observing;
     m_phase = Phase::Capturing;
@@ -167,39 +120,6 @@ Task<std::expected<void, RecordingControl::StartFailure>> RecordingControl::star
     if (!capturing)
         co_return std::unexpected(
             StartFailure{.message = capturing.error().localizedDescription, .observerMayRun = true});
-    co_return {};
-}
-
-Task<std::expected<void, RecordingControl::StartFailure>> RecordingControl::startObserver(std::stop_token stop)
-{
-    const auto life = m_life.get_token();
-    const auto helper = m_with.observer.startHelper();
-    // Without a child, the only observer that can answer is one that somebody else runs: it is there or it isn't.
-    const int attempts = helper ? ObserverControl::reachableAttempts : 1;
-    const auto reachable = co_await m_with.observer.waitUntilReachable(attempts, stop);
-    if (stop.stop_requested())
-        co_return {};
-    if (!reachable) {
-        const Error &error = helper ? reachable.error() : helper.error();
-        co_return std::unexpected(StartFailure{.message = error.localizedDescription});
-    }
-    const auto answer = co_await m_with.observer.startRecording(life);
-    if (stop.stop_requested())
-        co_return {};
-    if (!answer) {
-        // The status may hold the reason, and whoever watches it shows it; the failure itself has only its own words.
-        if (isFault(answer.error(), Fault::BadServerResponse))
-            co_await m_with.observer.refreshStatus(stop);
-        if (stop.stop_requested())
-            co_return {};
-        co_return std::unexpected(StartFailure{.message = answer.error().localizedDescription,
-                                               .observerMayRun = mayHaveBeenDone(answer.error())});
-    }
-    if (!answer->running) {
-        const QString reason = answer->lastError.value_or(QString());
-        const QString generic = faultError(Fault::BadServerResponse).localizedDescription;
-        co_return std::unexpected(StartFailure{.message = reason.isEmpty() ? generic : reason});
-    }
     co_return {};
 }
 

@@ -4,7 +4,9 @@
 #include "base/Task.h"
 #include "base/TaskScope.h"
 #include "base/TaskSlot.h"
+#include "model/CaptureNews.h"
 #include "model/ObserverControl.h"
+#include "model/ObserverStart.h"
 
 #include <QObject>
 #include <QString>
@@ -75,6 +77,9 @@ public:
     /// Calls whatever is being ended ended. What has not been delivered by now is lost, and said to be.
     void abandonEnding();
 
+    /// What capture says of a recording that goes on.
+    const CaptureNews &captureNews() const { return m_news; }
+
     /// Whether what captures did not answer, and is not waited for, since capture was started last.
     bool hasLeftScreenBehind() const;
 
@@ -93,26 +98,12 @@ Q_SIGNALS:
     void pendingRecordingRestartChanged();
     void startBegun();
     void endingBegun();
-    /// Capture of a recording that goes on has ended by itself.
-    void captureDied(const QString &message);
-    /// The displays of a recording that goes on are no longer those that it captures.
-    void displaysChanged();
-    /// Nothing has been done for a display of a recording that goes on, for half a minute; told again while it lasts.
-    void captureStalled(const QString &message);
-    /// Nothing is wrong with capture, and yet half a minute after it was started it has not got one picture.
-    void picturesMissing(const QString &message);
-    /// A start of capture of a recording that goes on has waited for half a minute without an answer; it still does.
-    void captureStartStalled(const QString &message);
     /// A start of capture has ended, well or not.
     void captureStartEnded();
-    /// All displays of a recording that goes on are alive: some seconds after capture was started, or after a stall.
-    void captureGoesOn();
     /// Both sides run.
     void recordingStarted();
     /// Both sides are stopped, as far as they could be reached.
     void recordingEnded(ostrel::RecordingEnd reason);
-    /// The observer answered a batch of this recording.
-    void observerStatusReceived(const ostrel::ObserverStatus &status);
 
 private:
     enum class Phase { Idle, Preparing, Capturing, Ending };
@@ -125,26 +116,22 @@ private:
         bool refreshesStatus = false;        ///< in the end, whatever the observer answered
         bool announced = true;
     };
-    struct StartFailure {
-        QString message;
-        bool observerMayRun = false;
-    };
 
     void beginStart();
     Task<> startRecording(std::stop_token stop);
     Task<std::expected<void, StartFailure>> startBothSides(std::stop_token stop);
-    Task<std::expected<void, StartFailure>> startObserver(std::stop_token stop);
     Task<Result<>> startCapture();
     void beginEnding(Ending ending);
     Task<> runEnding(Ending ending, std::stop_token stop);
     void finish(Ending ending);
     void noteObserverEnded();
     void captureFailed(const QString &message, Ending ending);
-    void takeCallbacks();
     void setStoppingRecording(bool stopping);
     void setPendingRecordingRestart(bool pending);
 
     const Dependencies m_with;
+    ObserverStart m_observerStart;
+    const CaptureNews m_news;
     Phase m_phase = Phase::Idle;
     bool m_starting = false; ///< a start was asked for and is neither done nor given up
     bool m_closed = false;

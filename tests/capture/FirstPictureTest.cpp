@@ -1,5 +1,7 @@
 #include "RecorderRig.h"
 
+#include <atomic>
+
 using namespace ostrel;
 
 namespace {
@@ -63,6 +65,60 @@ TEST_F(FirstPictureOfARecorder, privateWindowInFront_isNamedAsTheReason)
     advance(10'000);
     stop();
     EXPECT_EQ(recorder->whyNoPicture(), QStringLiteral("A private window or page was in front."));
+}
+
+TEST_F(FirstPictureOfARecorder, pauseThatIsOver_isNotWhyAScreenSendsNothingSince)
+{
+    displays.mode = CaptureMode::Streams;
+    recorder->setPaused(true);
+    ASSERT_TRUE(start());
+    advance(10'000);
+    recorder->setPaused(false);
+    advance(10'000);
+    stop();
+    EXPECT_EQ(recorder->whyNoPicture(),
+              QStringLiteral("The session was locked. None came from the screen after that."));
+}
+
+TEST_F(FirstPictureOfARecorder, privateWindowThatIsGone_isNotWhyAScreenSendsNothingSince)
+{
+    displays.mode = CaptureMode::Streams;
+    displays.leavesOut = false;
+    std::atomic<bool> isPrivate = true;
+    excludesWindow = [&isPrivate](const WindowIdentity &) { return isPrivate.load(); };
+    ASSERT_TRUE(start());
+    advance(10'000);
+    isPrivate = false;
+    advance(10'000);
+    stop();
+    EXPECT_EQ(recorder->whyNoPicture(),
+              QStringLiteral("A private window or page was in front. None came from the screen after that."));
+}
+
+TEST_F(FirstPictureOfARecorder, picturesThatFailAfterAPause_theErrorIsTheReason)
+{
+    displays.onCapture = [](quint32) -> Result<std::optional<FrameView>> {
+        return std::unexpected(Error{.domain = {}, .code = 0, .localizedDescription = QStringLiteral("It is gone.")});
+    };
+    recorder->setPaused(true);
+    ASSERT_TRUE(start());
+    advance(1'000);
+    recorder->setPaused(false);
+    advance(1'000);
+    stop();
+    EXPECT_EQ(recorder->whyNoPicture(), QStringLiteral("It is gone."));
+}
+
+TEST_F(FirstPictureOfARecorder, pauseAfterPicturesThatFailed_theSessionWasLocked)
+{
+    displays.onCapture = [](quint32) -> Result<std::optional<FrameView>> {
+        return std::unexpected(Error{.domain = {}, .code = 0, .localizedDescription = QStringLiteral("It is gone.")});
+    };
+    ASSERT_TRUE(start());
+    advance(1'000);
+    recorder->setPaused(true);
+    stop();
+    EXPECT_EQ(recorder->whyNoPicture(), QStringLiteral("The session was locked."));
 }
 
 TEST_F(FirstPictureOfARecorder, onlyPictureIsTakenBackBecauseOfAPrivateWindow_noneCame)

@@ -29,6 +29,9 @@ protected:
     {
         if (m_hangs)
             answer();
+        if (m_isHeld)
+            tell();
+        recorder.reset(); // its capture reads what is below
     }
 
     /// From the next picture on.
@@ -45,6 +48,41 @@ protected:
         samplesHang = false;
         settle();
     }
+    /// Stops the recording of a screen that hangs, and has it left behind.
+    void leaveBehind()
+    {
+        ASSERT_TRUE(start());
+        hang();
+        transport.expect(frames, running());
+        beginStopping();
+        advance(2'000);
+    }
+
+    /// The displays' list comes no more, until `tell`.
+    void holdList()
+    {
+        m_isHeld = true;
+        displays.onShareableContent = [this, show = displays.onShareableContent] {
+            m_told.wait();
+            return show();
+        };
+    }
+    /// What is in front is told no more, until `tell`.
+    void holdForeground()
+    {
+        m_isHeld = true;
+        contextQueue.post([this] { m_told.wait(); });
+        contextHangs = true;
+    }
+    void tell()
+    {
+        m_isHeld = false;
+        m_told.count_down();
+        samplesHang = false;
+        contextHangs = false;
+        settle();
+    }
+
     /// How the stop ends, once it has.
     std::shared_ptr<std::optional<ScreenCaptureRecorder::StopOutcome>> beginStopping(bool skipFlush = false)
     {
@@ -58,6 +96,8 @@ protected:
     using Outcome = ScreenCaptureRecorder::StopOutcome;
     std::atomic<bool> m_hangs = false;
     std::latch m_answers{1};
+    bool m_isHeld = false;
+    std::latch m_told{1};
     std::uint8_t m_level = 0;
 };
 
@@ -97,11 +137,7 @@ TEST_F(RecorderHang, screenThatAnswersInTime_isNotLeftBehindAndItsPictureIsInThe
 
 TEST_F(RecorderHang, screenThatAnswersAfterTheStop_addsNothingAndItsSourcesAreReleased)
 {
-    ASSERT_TRUE(start());
-    hang();
-    transport.expect(frames, running());
-    beginStopping();
-    advance(2'000);
+    leaveBehind();
     EXPECT_EQ(displays.liveScreenshotters, 1) << "nothing that is in use may go";
     answer();
     EXPECT_EQ(displays.liveScreenshotters, 0);
@@ -139,11 +175,7 @@ TEST_F(RecorderHang, batchThatWaitedForWhatHangs_isPostedOnce)
 
 TEST_F(RecorderHang, startAfterTheStop_waitsForTheScreenAndThenRecordsAnew)
 {
-    ASSERT_TRUE(start());
-    hang();
-    transport.expect(frames, running());
-    beginStopping();
-    advance(2'000);
+    leaveBehind();
     recorder->setPaused(true);
     const auto started = beginStart();
     advance(60'000);
@@ -163,11 +195,7 @@ TEST_F(RecorderHang, startAfterTheStop_waitsForTheScreenAndThenRecordsAnew)
 
 TEST_F(RecorderHang, startThatWaitsForTheScreen_isToldAfterHalfAMinuteAndOnce)
 {
-    ASSERT_TRUE(start());
-    hang();
-    transport.expect(frames, running());
-    beginStopping();
-    advance(2'000);
+    leaveBehind();
     EXPECT_EQ(noAnswers, QStringList()) << "a stop that gave up has said so";
     const auto started = beginStart();
     advance(29'999);
@@ -188,34 +216,24 @@ TEST_F(RecorderHang, startThatWaitsForTheScreen_isToldAfterHalfAMinuteAndOnce)
 TEST_F(RecorderHang, startOfStreamsThatWaitsForTheirList_isToldToWaitForTheUserPerhaps)
 {
     displays.mode = CaptureMode::Streams;
-    std::latch release(1);
-    displays.onShareableContent = [&release, show = displays.onShareableContent] {
-        release.wait();
-        return show();
-    };
+    holdList();
     samplesHang = true;
     const auto started = beginStart();
     advance(30'000);
     EXPECT_EQ(noAnswers, QStringList(QStringLiteral(
                              "Screen capture has stalled: the desktop may be waiting for your answer to a question")));
-    release.count_down();
-    samplesHang = false;
-    settle();
+    tell();
     EXPECT_TRUE(*started);
     stop();
 }
 
 TEST_F(RecorderHang, startThatWaitsForTheForeground_isToldAsWell)
 {
-    std::latch release(1);
-    contextQueue.post([&release] { release.wait(); });
-    contextHangs = true;
+    holdForeground();
     const auto started = beginStart();
     advance(30'000);
     EXPECT_EQ(noAnswers, QStringList(noAnswerOfTheDesktop));
-    release.count_down();
-    contextHangs = false;
-    settle();
+    tell();
     EXPECT_TRUE(*started);
     transport.expect(frames, running());
     stop();
@@ -251,11 +269,7 @@ TEST_F(RecorderHang, startWhoseAnswersComeInTime_isNotToldHoweverLongItTakes)
 
 TEST_F(RecorderHang, stopDuringAStartThatHangs_endsBoth)
 {
-    std::latch release(1);
-    displays.onShareableContent = [&release, show = displays.onShareableContent] {
-        release.wait();
-        return show();
-    };
+    holdList();
     samplesHang = true;
     const auto started = beginStart();
     const auto outcome = beginStopping();
@@ -266,9 +280,7 @@ TEST_F(RecorderHang, stopDuringAStartThatHangs_endsBoth)
     EXPECT_TRUE(isFault((*started)->error(), Fault::Cancelled));
     ASSERT_TRUE(*outcome);
     EXPECT_EQ(**outcome, Outcome::AtRest) << "nothing was recorded yet";
-    release.count_down();
-    samplesHang = false;
-    settle();
+    tell();
     EXPECT_FALSE(recorder->isCapturing());
     EXPECT_EQ(displays.liveScreenshotters, 0);
 }
@@ -276,11 +288,7 @@ TEST_F(RecorderHang, stopDuringAStartThatHangs_endsBoth)
 TEST_F(RecorderHang, startThatFollowsAStop_hasAllTheTimeThatItsUserTakes)
 {
     ASSERT_TRUE(start());
-    std::latch release(1);
-    displays.onShareableContent = [&release, show = displays.onShareableContent] {
-        release.wait();
-        return show();
-    };
+    holdList();
     transport.expect(frames, running());
     const auto outcome = beginStop(false);
     const auto started = beginStart();
@@ -288,9 +296,7 @@ TEST_F(RecorderHang, startThatFollowsAStop_hasAllTheTimeThatItsUserTakes)
     ASSERT_TRUE(pumpUntil([&] { return *outcome; }));
     advance(60'000);
     EXPECT_FALSE(*started);
-    release.count_down();
-    samplesHang = false;
-    settle();
+    tell();
     ASSERT_TRUE(*started);
     EXPECT_TRUE(**started);
 }
@@ -318,33 +324,25 @@ TEST_F(RecorderHang, stopWhileTheSourcesAreBeingOpened_leavesNoneOfThemOpen)
 
 TEST_F(RecorderHang, foregroundThatHangsDuringAStart_holdsNoStopUp)
 {
-    std::latch release(1);
-    contextQueue.post([&release] { release.wait(); });
-    contextHangs = true;
+    holdForeground();
     const auto started = beginStart();
     settle();
     const auto outcome = beginStopping();
     advance(2'000);
     EXPECT_TRUE(*started);
     EXPECT_TRUE(*outcome);
-    release.count_down();
-    contextHangs = false;
-    settle();
+    tell();
 }
 
 TEST_F(RecorderHang, foregroundThatHangsWhileItRecords_isNotWaitedForByAStop)
 {
     ASSERT_TRUE(start());
-    std::latch release(1);
-    contextQueue.post([&release] { release.wait(); });
-    contextHangs = true;
+    holdForeground();
     transport.expect(frames, running());
     const auto outcome = beginStopping();
     ASSERT_TRUE(*outcome);
     EXPECT_EQ(**outcome, Outcome::AtRest);
-    release.count_down();
-    contextHangs = false;
-    settle();
+    tell();
 }
 
 TEST_F(RecorderHang, privateWindowSeenWhileTheScreenHangs_takesBackWhatMayShowIt)
@@ -388,11 +386,7 @@ TEST_F(RecorderHang, destroyedAfterAStopThatGaveUp_waitsNoMore)
         m_answers.count_down(); // a test can't end its process
     };
     makeRecorder(); // of a patience of a minute
-    ASSERT_TRUE(start());
-    hang();
-    transport.expect(frames, running());
-    beginStopping();
-    advance(2'000);
+    leaveBehind();
     recorder.reset();
     EXPECT_EQ(ends, QList<qint64>({0}));
     m_hangs = false;
@@ -403,11 +397,7 @@ TEST_F(RecorderHang, destroyedAfterTheScreenAnsweredAgain_isOrderly)
 {
     endWithoutWaiting = [](qint64) { ADD_FAILURE() << "it answers"; };
     makeRecorder();
-    ASSERT_TRUE(start());
-    hang();
-    transport.expect(frames, running());
-    beginStopping();
-    advance(2'000);
+    leaveBehind();
     answer();
     recorder.reset();
 }

@@ -95,7 +95,7 @@ TEST_F(Doctor, wholeDesktop_isOkAndCanBeRecorded)
     m_ostrel.writeSettings();
     const Examination found = examine(m_ostrel);
     EXPECT_EQ(found.status, 0);
-    EXPECT_EQ(found.rows.size(), 23);
+    EXPECT_EQ(found.rows.size(), 24);
     for (const char *check : {"session",
                               "displays",
                               "pictures",
@@ -104,6 +104,7 @@ TEST_F(Doctor, wholeDesktop_isOkAndCanBeRecorded)
                               "pointer",
                               "monitors",
                               "frontWindow",
+                              "windowFacts",
                               "sessionBus",
                               "accessibilityService",
                               "accessibilityGrant",
@@ -202,6 +203,15 @@ TEST_F(Doctor, windowManagerThatHasGone_isMissed)
     EXPECT_THAT(found.detail("frontWindow"), HasSubstr("no window manager"));
     EXPECT_THAT(found.fix("frontWindow"), HasSubstr("openbox"));
     EXPECT_TRUE(found.isOk("pictures"));
+}
+
+TEST(DoctorWithoutWindowManager, factsOfTheWindowInFront_areSaidToBeUnavailableAndWhy)
+{
+    const VirtualDesktop desktop({});
+    const OstrelProgram ostrel(desktop.environment());
+    EXPECT_EQ(examine(ostrel).detail("windowFacts"),
+              "foreground application, window title and window position: not available on this desktop, because no "
+              "window manager says which window is active");
 }
 
 TEST_F(Doctor, noBus_isMissedAndNoneIsStarted)

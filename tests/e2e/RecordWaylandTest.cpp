@@ -72,8 +72,11 @@ TEST_F(WaylandRecording, doctor_findsTheScreenInOrder)
 {
     const QJsonArray report = m_ostrel.json({QStringLiteral("doctor"), QStringLiteral("--json")}).array();
     QStringList found;
+    QString windowFacts;
     for (const QJsonValue finding : report) {
         const QString check = finding[QStringLiteral("check")].toString();
+        if (check == QStringLiteral("windowFacts"))
+            windowFacts = finding[QStringLiteral("detail")].toString();
         if (QStringList{QStringLiteral("session"), QStringLiteral("displays"), QStringLiteral("pictures"),
                         QStringLiteral("frontWindow")}
                 .contains(check)) {
@@ -82,6 +85,8 @@ TEST_F(WaylandRecording, doctor_findsTheScreenInOrder)
         }
     }
     EXPECT_EQ(found.size(), 4);
+    EXPECT_EQ(windowFacts, QStringLiteral("pointer position: not available on this desktop, because sway does not tell "
+                                          "where the pointer is"));
 }
 
 } // namespace

@@ -115,11 +115,11 @@ TEST_F(Recovery, fiveStartsFail_fourWaitsThenGivenUpOnceWithTheFifthText)
     EXPECT_EQ(m_model->helperError(), text("attempt 5"));
 }
 
-/// The desktop says that the user has decided against capture.
-class UsersWish : public Recovery, public testing::WithParamInterface<Fault>
+/// The desktop says that the user has decided against capture, or has not answered when asked.
+class UsersTurn : public Recovery, public testing::WithParamInterface<Fault>
 {};
 
-TEST_P(UsersWish, startThatFailsOfIt_isNotTriedAgainAndTheRecordingEndsAtOnce)
+TEST_P(UsersTurn, startThatFailsOfIt_isNotTriedAgainAndTheRecordingEndsAtOnce)
 {
     m_displays.onShareableContent = [this]() -> Result<ShareableContent> {
         m_captureFails = false;
@@ -139,8 +139,12 @@ TEST_P(UsersWish, startThatFailsOfIt_isNotTriedAgainAndTheRecordingEndsAtOnce)
     EXPECT_EQ(m_model->recoveryPolicy(), CaptureRecoveryPolicy());
 }
 
-INSTANTIATE_TEST_SUITE_P(Recovery, UsersWish, testing::Values(Fault::ScreenSharingEnded, Fault::ScreenCaptureDeclined),
+INSTANTIATE_TEST_SUITE_P(Recovery, UsersTurn,
+                         testing::Values(Fault::ScreenSharingEnded, Fault::ScreenCaptureDeclined,
+                                         Fault::ScreenQuestionUnanswered),
                          [](const auto &info) {
+                             if (info.param == Fault::ScreenQuestionUnanswered)
+                                 return "unanswered";
                              return info.param == Fault::ScreenSharingEnded ? "sharingEnded" : "declined";
                          });
 

@@ -1,5 +1,4 @@
-#include "ModelFixture.h"
-#include "capture/RecordingResumeMarker.h"
+#include "StalledScreenshots.h"
 #include "support/LogRecorder.h"
 #include "support/RunTask.h"
 
@@ -10,70 +9,6 @@ namespace {
 
 const QString noAnswer = QStringLiteral("Screen capture has stalled: no answer from Display 1 (main)");
 const QString noAnswerToAStart = QStringLiteral("Screen capture has stalled: no answer from the desktop");
-
-/// A recording whose pictures the test can have hang.
-class StalledScreenshots : public RunningRecording
-{
-protected:
-    StalledScreenshots()
-    {
-        m_observer.always(postFrames, statusAnswer(true));
-        m_displays.onCapture = [this](quint32) -> Result<std::optional<FrameView>> {
-            if (m_hangs)
-                m_release.wait();
-            return m_picture.view();
-        };
-        m_displays.onShareableContent = [this, show = m_displays.onShareableContent] {
-            ++m_starts;
-            return show();
-        };
-        QObject::connect(m_model.get(), &AppModel::helperErrorChanged,
-                         [this] { m_shown.append(m_model->helperError().value_or(QString())); });
-    }
-    ~StalledScreenshots() override
-    {
-        if (m_hangs)
-            goOn();
-        m_model.reset(); // its capture reads what is below
-    }
-
-    /// From the next picture on.
-    void hang()
-    {
-        m_recorderHeld = true;
-        m_hangs = true;
-    }
-    void goOn()
-    {
-        m_hangs = false;
-        m_release.count_down();
-        m_recorderHeld = false;
-        settle();
-    }
-
-    /// Ends the recording of the screen that hangs.
-    void stopForGood()
-    {
-        expectStop();
-        m_model->toggleRecording();
-        advance(2s);
-        ASSERT_EQ(m_events, QStringList(captureFailed));
-        m_events.clear();
-    }
-    /// The observer records; capture waits for the screen.
-    void startAnew()
-    {
-        m_observer.expect(postStart, statusAnswer(true));
-        m_model->toggleRecording();
-        settle();
-        m_observer.always(getStatus, statusAnswer(true));
-    }
-
-    std::atomic<bool> m_hangs = false;
-    std::latch m_release{1};
-    std::atomic<int> m_starts = 0; ///< of capture, after the first
-    QStringList m_shown;           ///< every helper error
-};
 
 TEST_F(StalledScreenshots, startThatHelps_isNeverShown)
 {
@@ -203,11 +138,7 @@ TEST_F(StalledScreenshots, recordingStartedAfterAStopThatGaveUp_runsAsSoonAsTheS
 {
     hang();
     advance(10s);
-    expectStop();
-    m_model->toggleRecording();
-    advance(2s);
-    ASSERT_EQ(m_events, QStringList(captureFailed));
-    m_events.clear();
+    stopForGood();
     startAnew();
     advance(10s);
     EXPECT_FALSE(m_recorder->isCapturing());
@@ -306,13 +237,10 @@ TEST_F(StalledScreenshots, userGivesUpAStartThatHangs_endsTwoSecondsLaterAndSays
 {
     hang();
     advance(10s);
-    expectStop();
-    m_model->toggleRecording();
-    advance(2s);
+    stopForGood();
     startAnew();
     advance(30s);
     EXPECT_EQ(m_model->helperError(), noAnswerToAStart);
-    m_events.clear();
     expectStop();
     m_model->stopRecording();
     advance(1999ms);
@@ -322,93 +250,6 @@ TEST_F(StalledScreenshots, userGivesUpAStartThatHangs_endsTwoSecondsLaterAndSays
     EXPECT_EQ(m_model->helperError(), std::nullopt);
     goOn();
     EXPECT_FALSE(m_recorder->isCapturing());
-}
-
-class UpdateDuringAStall : public StalledScreenshots
-{
-protected:
-    UpdateDuringAStall()
-    {
-        hang();
-        advance(10s);
-    }
-    void prepare()
-    {
-        m_preparing.start([this](std::stop_token stop) { return m_model->prepareForUpdateRelaunch(stop); });
-        settle();
-    }
-
-    TaskSlot m_preparing;
-};
-
-TEST_F(UpdateDuringAStall, observerThatAnswers_isPreparedTwoSecondsLaterWithAllThatWasRecorded)
-{
-    expectStop();
-    prepare();
-    advance(1999ms);
-    EXPECT_TRUE(m_preparing.isRunning());
-    advance(1ms);
-    EXPECT_FALSE(m_preparing.isRunning());
-    EXPECT_EQ(commands(), QStringList({postFrames, postStop}));
-    EXPECT_EQ(child().terminateCount, 1);
-}
-
-TEST_F(UpdateDuringAStall, slowObserver_isPreparedAfterFourSecondsAndSaysWhatMayBeLost)
-{
-    const auto batch = m_observer.expectHeld(postFrames);
-    prepare();
-    advance(3999ms);
-    EXPECT_TRUE(batch->hasArrived());
-    EXPECT_TRUE(m_preparing.isRunning());
-    advance(1ms);
-    EXPECT_FALSE(m_preparing.isRunning());
-    EXPECT_EQ(m_events, QStringList(captureFailed));
-    EXPECT_EQ(m_model->helperError(), StatusTexts::lastPicturesNotDelivered());
-    EXPECT_EQ(child().terminateCount, 1);
-    EXPECT_TRUE(RecordingResumeMarker::consume());
-}
-
-TEST_F(UpdateDuringAStall, quitForTheNewVersion_doesNotWaitForWhatWasGivenUp)
-{
-    const auto batch = m_observer.expectHeld(postFrames);
-    prepare();
-    advance(4s);
-    m_model->quit();
-    settle();
-    EXPECT_EQ(m_events, QStringList({captureFailed, terminated}));
-    batch->release(statusAnswer(true));
-    goOn();
-    advance(60s);
-    EXPECT_EQ(m_events, QStringList({captureFailed, terminated}));
-}
-
-TEST_F(UpdateDuringAStall, recordingThatIsAskedForMeanwhile_isLeftToTheNewVersion)
-{
-    const auto batch = m_observer.expectHeld(postFrames);
-    m_model->toggleRecording();
-    settle();
-    prepare();
-    m_model->toggleRecording();
-    ASSERT_TRUE(m_model->pendingRecordingRestart());
-    advance(4s);
-    EXPECT_FALSE(m_preparing.isRunning());
-    EXPECT_TRUE(RecordingResumeMarker::consume());
-    m_model->quit();
-    settle();
-    EXPECT_EQ(m_events.last(), terminated);
-    EXPECT_EQ(m_launcher.children().size(), 1);
-}
-
-TEST_F(UpdateDuringAStall, slowObserverOfAStopUnderWay_isGivenUpAsWell)
-{
-    const auto batch = m_observer.expectHeld(postFrames);
-    m_model->toggleRecording();
-    advance(30s);
-    prepare();
-    advance(4s);
-    EXPECT_FALSE(m_preparing.isRunning());
-    EXPECT_EQ(m_events, QStringList(captureFailed));
-    EXPECT_FALSE(RecordingResumeMarker::consume());
 }
 
 TEST_F(StalledScreenshots, userQuitsDuringAStall_endsTwoSecondsLaterWithAllThatWasRecorded)
@@ -524,179 +365,6 @@ TEST_F(StalledScreenshots, stallThatLasts_isSaidOnce)
     goOn();
     advance(60s);
     EXPECT_EQ(said, QStringList(noAnswer));
-}
-
-/// Two streams of a screen that stays still.
-class StalledStreams : public ModelFixture
-{
-protected:
-    StalledStreams()
-    {
-        m_displays.mode = CaptureMode::Streams;
-        m_displays.show({1, 2});
-        m_displays.onStreamStarted = [this](FakeDisplaySource::Stream &stream) {
-            if (m_showsPictures)
-                stream.deliver({.image = m_picture.view()});
-        };
-        m_observer.always(postFrames, statusAnswer(true));
-        launch();
-        record();
-        QObject::connect(m_model.get(), &AppModel::helperErrorChanged,
-                         [this] { m_shown.append(m_model->helperError().value_or(QString())); });
-    }
-
-    ~StalledStreams() override { m_model.reset(); } // its capture reads what is below
-
-    void showAgain()
-    {
-        m_showsPictures = true;
-        for (const auto &stream : m_displays.streams) {
-            if (stream->running)
-                stream->deliver({.image = m_picture.view()});
-        }
-        settle();
-    }
-    /// Has capture start on streams that send nothing.
-    void startWithoutPictures()
-    {
-        m_showsPictures = false;
-        dieSecond();
-        advance(1s);
-    }
-
-    /// How often capture was started, after the first time.
-    std::size_t starts() const { return m_displays.streams.size() / 2 - 1; }
-    void dieSecond()
-    {
-        m_displays.streams.back()->die(Error{{}, 0, QStringLiteral("unplugged")});
-        settle();
-    }
-
-    std::atomic<bool> m_showsPictures = true; ///< of streams to come
-    QStringList m_shown;                      ///< every helper error
-};
-
-TEST_F(StalledStreams, stillScreen_isNoStall)
-{
-    advance(300s);
-    EXPECT_EQ(starts(), 0u);
-    EXPECT_EQ(m_shown, QStringList());
-}
-
-TEST_F(StalledStreams, oneThatStops_allAreStartedAgainASecondLaterAndNobodyIsTold)
-{
-    dieSecond();
-    advance(999ms);
-    EXPECT_EQ(starts(), 0u);
-    advance(1ms);
-    EXPECT_EQ(starts(), 1u);
-    advance(300s);
-    EXPECT_EQ(starts(), 1u);
-    EXPECT_EQ(m_shown, QStringList());
-    EXPECT_EQ(m_events, QStringList());
-}
-
-TEST_F(StalledStreams, oneThatStopsAgainAndAgain_isGivenTwiceTheTimeEachTimeUpTo32Seconds)
-{
-    for (const auto pause : {1s, 2s, 4s, 8s, 16s, 32s, 32s}) {
-        const std::size_t before = starts();
-        dieSecond();
-        advance(pause - 1ms);
-        EXPECT_EQ(starts(), before);
-        advance(1ms);
-        EXPECT_EQ(starts(), before + 1);
-    }
-    EXPECT_EQ(m_shown, QStringList());
-    advance(10s); // all of them live
-    const std::size_t before = starts();
-    dieSecond();
-    advance(1s);
-    EXPECT_EQ(starts(), before + 1);
-}
-
-TEST_F(StalledStreams, oneThatDoesNotAnswer_isStartedAgainAndThatHelps)
-{
-    m_displays.streams.back()->answers = false;
-    advance(40s);
-    EXPECT_EQ(starts(), 1u);
-    advance(300s);
-    EXPECT_EQ(starts(), 1u);
-    EXPECT_EQ(m_shown, QStringList());
-}
-
-TEST_F(StalledStreams, noStartHelps_isToldAfterTheFirstAndGivenUpAfterTheFifth)
-{
-    m_displays.newStreamsAnswer = false;
-    m_showsPictures = false;
-    m_displays.streams.back()->answers = false;
-    advance(40s); // it has answered once
-    ASSERT_EQ(starts(), 1u);
-    EXPECT_EQ(m_shown, QStringList());
-    advance(30s);
-    const QString noAnswerFromBoth =
-        QStringLiteral("Screen capture has stalled: no answer from Display 1 (main), Display 2");
-    EXPECT_EQ(m_model->helperError(), noAnswerFromBoth);
-    EXPECT_EQ(starts(), 2u);
-    m_observer.expect(postStop, statusAnswer(false));
-    advance(90s);
-    EXPECT_EQ(starts(), 5u);
-    EXPECT_EQ(m_events, QStringList());
-    advance(29s);
-    m_observer.always(getStatus, statusAnswer(false));
-    advance(1s);
-    EXPECT_EQ(m_events, QStringList(captureFailed));
-    EXPECT_EQ(m_model->helperError(), noAnswerFromBoth);
-    EXPECT_FALSE(m_model->isRecording());
-    advance(120s);
-    EXPECT_EQ(starts(), 5u);
-}
-
-const QString noPictures =
-    QStringLiteral("Screen capture has no picture yet: none has come from Display 1 (main), Display 2");
-
-TEST_F(StalledStreams, screenThatSendsNoPicture_isToldOnceUntilOneComesAndTheRecordingGoesOn)
-{
-    QStringList said;
-    QObject::connect(m_model.get(), &AppModel::captureStalled, [&said](const QString &message) { said += message; });
-    startWithoutPictures();
-    advance(29'999ms);
-    EXPECT_EQ(m_shown, QStringList());
-    advance(1ms);
-    EXPECT_EQ(m_model->helperError(), noPictures);
-    advance(300s);
-    EXPECT_EQ(starts(), 1u);
-    EXPECT_TRUE(m_model->isRecording());
-    EXPECT_EQ(m_events, QStringList());
-    showAgain();
-    advance(10s);
-    EXPECT_EQ(m_model->helperError(), std::nullopt);
-    EXPECT_EQ(said, QStringList(noPictures));
-}
-
-TEST_F(StalledStreams, stallOfAScreenThatSendsNoPicture_isStillStartedAgainAndTold)
-{
-    startWithoutPictures();
-    advance(30s);
-    ASSERT_EQ(m_model->helperError(), noPictures);
-    m_displays.newStreamsAnswer = false;
-    for (const auto &stream : m_displays.streams)
-        stream->answers = false;
-    advance(40s);
-    EXPECT_EQ(starts(), 2u);
-    advance(30s);
-    EXPECT_EQ(m_model->helperError(),
-              QStringLiteral("Screen capture has stalled: no answer from Display 1 (main), Display 2"));
-}
-
-TEST_F(StalledStreams, userStopsWhilePicturesAreMissing_endsAsUsual)
-{
-    startWithoutPictures();
-    advance(30s);
-    m_observer.expect(postStop, statusAnswer(false));
-    m_observer.always(getStatus, statusAnswer(false));
-    m_model->toggleRecording();
-    settle();
-    EXPECT_EQ(m_events, QStringList(endedByRequest));
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-#include "ModelFixture.h"
+#include "StalledScreenshots.h"
 #include "capture/RecordingResumeMarker.h"
 
 using namespace ostrel;
@@ -6,17 +6,21 @@ using namespace std::chrono_literals;
 
 namespace {
 
-class BeforeAnUpdate : public RunningRecording
+/// A recording that a newer version of the program is to take the place of.
+template <class Recording>
+class BeingReplaced : public Recording
 {
 protected:
     void prepare()
     {
-        m_preparing.start([this](std::stop_token stop) { return m_model->prepareForUpdateRelaunch(stop); });
-        settle();
+        m_preparing.start([this](std::stop_token stop) { return this->m_model->prepareForUpdateRelaunch(stop); });
+        this->settle();
     }
 
     TaskSlot m_preparing;
 };
+
+using BeforeAnUpdate = BeingReplaced<RunningRecording>;
 
 TEST_F(BeforeAnUpdate, recording_isEndedAndLeavesWordAndTheChildEnds)
 {
@@ -109,6 +113,86 @@ TEST_F(BeforeAnUpdate, recordingThatIsAskedForMeanwhile_isLeftToTheNewVersion)
     EXPECT_EQ(m_launcher.children().size(), 1);
     EXPECT_EQ(child().terminateCount, 1);
     EXPECT_TRUE(RecordingResumeMarker::consume());
+}
+
+class UpdateDuringAStall : public BeingReplaced<StalledScreenshots>
+{
+protected:
+    UpdateDuringAStall()
+    {
+        hang();
+        advance(10s);
+    }
+};
+
+TEST_F(UpdateDuringAStall, observerThatAnswers_isPreparedTwoSecondsLaterWithAllThatWasRecorded)
+{
+    expectStop();
+    prepare();
+    advance(1999ms);
+    EXPECT_TRUE(m_preparing.isRunning());
+    advance(1ms);
+    EXPECT_FALSE(m_preparing.isRunning());
+    EXPECT_EQ(commands(), QStringList({postFrames, postStop}));
+    EXPECT_EQ(child().terminateCount, 1);
+}
+
+TEST_F(UpdateDuringAStall, slowObserver_isPreparedAfterFourSecondsAndSaysWhatMayBeLost)
+{
+    const auto batch = m_observer.expectHeld(postFrames);
+    prepare();
+    advance(3999ms);
+    EXPECT_TRUE(batch->hasArrived());
+    EXPECT_TRUE(m_preparing.isRunning());
+    advance(1ms);
+    EXPECT_FALSE(m_preparing.isRunning());
+    EXPECT_EQ(m_events, QStringList(captureFailed));
+    EXPECT_EQ(m_model->helperError(), StatusTexts::lastPicturesNotDelivered());
+    EXPECT_EQ(child().terminateCount, 1);
+    EXPECT_TRUE(RecordingResumeMarker::consume());
+}
+
+TEST_F(UpdateDuringAStall, quitForTheNewVersion_doesNotWaitForWhatWasGivenUp)
+{
+    const auto batch = m_observer.expectHeld(postFrames);
+    prepare();
+    advance(4s);
+    m_model->quit();
+    settle();
+    EXPECT_EQ(m_events, QStringList({captureFailed, terminated}));
+    batch->release(statusAnswer(true));
+    goOn();
+    advance(60s);
+    EXPECT_EQ(m_events, QStringList({captureFailed, terminated}));
+}
+
+TEST_F(UpdateDuringAStall, recordingThatIsAskedForMeanwhile_isLeftToTheNewVersion)
+{
+    const auto batch = m_observer.expectHeld(postFrames);
+    m_model->toggleRecording();
+    settle();
+    prepare();
+    m_model->toggleRecording();
+    ASSERT_TRUE(m_model->pendingRecordingRestart());
+    advance(4s);
+    EXPECT_FALSE(m_preparing.isRunning());
+    EXPECT_TRUE(RecordingResumeMarker::consume());
+    m_model->quit();
+    settle();
+    EXPECT_EQ(m_events.last(), terminated);
+    EXPECT_EQ(m_launcher.children().size(), 1);
+}
+
+TEST_F(UpdateDuringAStall, slowObserverOfAStopUnderWay_isGivenUpAsWell)
+{
+    const auto batch = m_observer.expectHeld(postFrames);
+    m_model->toggleRecording();
+    advance(30s);
+    prepare();
+    advance(4s);
+    EXPECT_FALSE(m_preparing.isRunning());
+    EXPECT_EQ(m_events, QStringList(captureFailed));
+    EXPECT_FALSE(RecordingResumeMarker::consume());
 }
 
 class AfterAnUpdate : public ModelFixture

@@ -24,6 +24,8 @@ public:
         virtual ~ClickMonitor() = default;
     };
 
+    /// Whether the toolkit has lost its window system. It doesn't live on without: see `DesktopLoss`.
+    virtual bool isLost() const { return false; }
     /// Whether windows can be seen through, as a compositor makes them; it may come and go.
     virtual bool isComposited() const = 0;
     /// The colour in which the tray that our icon is docked into draws; none where it doesn't say.

@@ -5,18 +5,26 @@
 #include "app/RecordingProgram.h"
 #include "app/RunningApplication.h"
 #include "app/popover/AppearanceSource.h"
+#include "app/tray/DesktopLoss.h"
 #include "app/tray/DesktopTrayItem.h"
 #include "app/tray/PanelDialogs.h"
 #include "app/tray/PopoverPanel.h"
+#include "app/tray/QuitRequests.h"
 #include "update/UpdaterSupport.h"
 
 #include <QApplication>
 #include <QProcess>
 #include <QSystemTrayIcon>
 
+#include <chrono>
+#include <thread>
+#include <unistd.h>
+
 namespace ostrel {
 
 namespace {
+
+using namespace std::chrono_literals;
 
 int activateRunning(const Platform &platform, const Error &taken)
 {
@@ -68,6 +76,8 @@ int TrayApplication::runOrActivate(const Platform &platform, const PanelPlatform
 int TrayApplication::run()
 {
     const TerminationSignals signals([this](EndingPace pace) { end(pace); }, endAtOnce);
+    const DesktopLoss loss([this] { return m_panel.desktop.isLost(); }, [this] { endWithoutDesktop(); });
+    const QuitRequests requests([this] { return grantQuit(); });
     QGuiApplication::setQuitOnLastWindowClosed(false);
     m_tasks.spawn([this](std::stop_token stop) { return start(std::move(stop)); });
     return QCoreApplication::exec();
@@ -123,9 +133,49 @@ void TrayApplication::activate()
         m_opensWhenStarted = true;
 }
 
+/// Whoever asks before we are ready is a session manager, and gives us as little time as a shutdown.
+bool TrayApplication::grantQuit()
+{
+    if (m_isLeaving || !m_host.isStarted())
+        return true;
+    EndingLimit::begin();
+    end(EndingPace::Prompt);
+    return false;
+}
+
+/// An X server that ends, as with its session, takes its programs along at once. What has been recorded is worth the
+/// moments that a shutdown gives it.
+void TrayApplication::endWithoutDesktop()
+{
+    constexpr auto pause = 5ms;
+    m_isDesktopLost = true;
+    EndingLimit::begin();
+    if (!m_host.isStarted())
+        ::_exit(ExitFailed);
+    AppModel &model = m_host.model();
+    QObject::connect(&model, &AppModel::recordingEnded, &model, [&model](RecordingEnd reason) {
+        if (reason != RecordingEnd::Requested)
+            printMessage(QStringLiteral("ostrel: %1\n").arg(model.helperError().value_or(QString())));
+    });
+    model.quit();
+    // The event loop would only come upon the loss again. Answers of threads are posted events, which do without it;
+    // but no timer runs.
+    const auto deadline = std::chrono::steady_clock::now() + AppModel::shutdownPatience;
+    while (!m_isFinished) {
+        QCoreApplication::sendPostedEvents();
+        if (!m_isFinished && std::chrono::steady_clock::now() >= deadline)
+            model.abandonQuit();
+        std::this_thread::sleep_for(pause);
+    }
+    ::_exit(ExitFailed);
+}
+
 /// The model has quit.
 void TrayApplication::finish()
 {
+    m_isFinished = true;
+    if (m_isDesktopLost)
+        return;
     m_tasks.spawn([this](std::stop_token stop) { return installAndLeave(std::move(stop)); });
 }
 
@@ -143,6 +193,7 @@ Task<> TrayApplication::installAndLeave(std::stop_token stop)
         EndingLimit::setSuccessor(m_successor);
         EndingLimit::begin();
     }
+    m_isLeaving = true;
     QCoreApplication::quit();
 }
 

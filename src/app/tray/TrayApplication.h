@@ -32,6 +32,8 @@ private:
     const QString &successor() const { return m_successor; }
     Task<> start(std::stop_token stop);
     void end(EndingPace pace);
+    bool grantQuit();
+    void endWithoutDesktop();
     void finish();
     Task<> installAndLeave(std::stop_token stop);
     void endWithout(qint64 lostFrames);
@@ -50,6 +52,9 @@ private:
     std::unique_ptr<PopoverModel> m_popoverModel;
     std::unique_ptr<StatusItemController> m_statusItem;
     bool m_opensWhenStarted = false; ///< the panel was asked for before there was one
+    bool m_isDesktopLost = false;
+    bool m_isFinished = false; ///< the model has quit
+    bool m_isLeaving = false;  ///< all else has come to its end, too
     TaskScope m_tasks;
 };
 

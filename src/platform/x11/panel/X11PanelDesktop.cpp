@@ -47,6 +47,12 @@ X11PanelDesktop::X11PanelDesktop(std::shared_ptr<X11Connection> connection)
     readTray();
 }
 
+bool X11PanelDesktop::isLost() const
+{
+    xcb_connection_t *const connection = toolkitConnection();
+    return connection != nullptr && xcb_connection_has_error(connection) != 0;
+}
+
 std::unique_ptr<PanelDesktop::ClickMonitor> X11PanelDesktop::monitorClicks(std::function<void()> pressed)
 {
     m_pressed = std::move(pressed);

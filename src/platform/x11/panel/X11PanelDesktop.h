@@ -21,6 +21,7 @@ class X11PanelDesktop final : public PanelDesktop
 public:
     explicit X11PanelDesktop(std::shared_ptr<X11Connection> connection);
 
+    bool isLost() const override;
     bool isComposited() const override { return m_isComposited; }
     std::optional<QColor> trayForeground() const override { return m_trayForeground; }
     std::unique_ptr<ClickMonitor> monitorClicks(std::function<void()> pressed) override;

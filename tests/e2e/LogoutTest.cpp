@@ -1,0 +1,73 @@
+#include "OstrelProgram.h"
+
+#include "base/Files.h"
+#include "support/Printers.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+using namespace ostrel;
+using namespace std::chrono_literals;
+
+namespace {
+
+/// The program of the tray in a session that a session manager ends. Ten pictures a second, a batch every minute: what
+/// was recorded is handed over at the end, or never.
+class Logout : public testing::Test
+{
+protected:
+    Logout()
+    {
+        m_ostrel.environment().insert(QStringLiteral("SESSION_MANAGER"),
+                                      QString::fromLatin1(m_manager.readLine(patience)));
+        m_ostrel.writeSettings(QByteArray("\"frameFps\": 10, \"chunkSizeMs\": 60000, ") + OstrelProgram::keepAnalysed);
+        m_ostrel.tellOfCapture();
+    }
+
+    /// Starts it, and waits until the session manager knows it.
+    void start()
+    {
+        m_ostrel.start({});
+        EXPECT_EQ(m_manager.readLine(patience), "registered");
+        m_ostrel.waitForMessage("This desktop shows no tray.");
+    }
+    OstrelProgram::Outcome logOut()
+    {
+        ::kill(pid_t(m_manager.pid()), SIGUSR1);
+        auto outcome = m_ostrel.waitForEnd();
+        EXPECT_EQ(outcome.status, 0) << outcome.messages.toStdString();
+        m_ostrel.expectNoObserverStays();
+        return outcome;
+    }
+
+    static constexpr std::chrono::milliseconds patience{20'000};
+
+    VirtualDesktop m_desktop{{.size = {640, 480}}};
+    OstrelProgram m_ostrel{m_desktop.environment()};
+    TestProcess m_manager{{.program = QStringLiteral("/usr/bin/python3"),
+                           .arguments = {QStringLiteral(OSTREL_FIXTURES "/../support/session-manager")},
+                           .environment = m_desktop.environment(),
+                           .logFile = m_desktop.path(QStringLiteral("session-manager.log"))}};
+};
+
+TEST_F(Logout, recordingApplication_endsWithItsLastFlushAndNothingIsLost)
+{
+    // Has it record without anybody who presses a button.
+    ASSERT_TRUE(writeFileAtomically(m_ostrel.path(QStringLiteral(".ostrel/resume-recording")), {}));
+    start();
+    m_ostrel.waitForMessage("screen capture screenshot polling started");
+    m_desktop.startTerminal(QStringLiteral("Shell"));
+    const auto outcome = logOut();
+    EXPECT_GT(OstrelProgram::framesHandedOver(outcome.messages), 0) << outcome.messages.toStdString();
+    EXPECT_EQ(m_ostrel.analysedFrames().size(), OstrelProgram::framesHandedOver(outcome.messages));
+    EXPECT_EQ(m_ostrel.spooled(), QStringList());
+}
+
+TEST_F(Logout, restingApplication_ends)
+{
+    start();
+    EXPECT_EQ(OstrelProgram::framesHandedOver(logOut().messages), 0);
+}
+
+} // namespace
