@@ -30,9 +30,9 @@ struct UnavailableFact {
     bool operator==(const UnavailableFact &) const = default;
 };
 
-/// What the window system knows of the front-most application. Nothing is kept from one sample to the next, and every
-/// call may block for a round trip; all calls come from one worker thread at a time. What can't be found out is absent,
-/// never an error.
+/// What the window system knows of the front-most application. Nothing of a window is kept from one sample to the next;
+/// what its application is called may have been looked up a little earlier. Every call may block for a round trip; all
+/// calls come from one worker thread at a time. What can't be found out is absent, never an error.
 class ForegroundSource
 {
 public:

@@ -75,6 +75,16 @@ TEST_F(LostScreen, recordingApplication_endsWithItsLastFlushAndNothingIsLost)
     EXPECT_EQ(m_ostrel.spooled(), QStringList());
 }
 
+TEST_F(LostScreen, recordingApplicationWithItsPanelOpen_losesNothingEither)
+{
+    record();
+    EXPECT_EQ(m_ostrel.run({}).status, 0) << "asks the running one to open its panel";
+    m_desktop.waitForWindow(QStringLiteral("Tamsk Ostrel"));
+    const auto outcome = endOfTheServer();
+    EXPECT_THAT(outcome.messages.toStdString(), Not(HasSubstr("may be lost")));
+    EXPECT_GT(OstrelProgram::framesHandedOver(outcome.messages), 0) << outcome.messages.toStdString();
+}
+
 TEST_F(LostScreen, recordingApplicationWhoseObserverHangs_endsInTimeAndSaysWhatMayBeLost)
 {
     record();
@@ -82,11 +92,13 @@ TEST_F(LostScreen, recordingApplicationWhoseObserverHangs_endsInTimeAndSaysWhatM
     EXPECT_THAT(endOfTheServer().messages.toStdString(), HasSubstr("they may be lost"));
 }
 
-TEST_F(LostScreen, restingApplication_endsAtOnce)
+TEST_F(LostScreen, restingApplication_endsByItself)
 {
     m_ostrel.start({});
     m_ostrel.waitForMessage("This desktop shows no tray.");
-    EXPECT_EQ(OstrelProgram::framesHandedOver(endOfTheServer().messages), 0);
+    const auto outcome = endOfTheServer();
+    EXPECT_THAT(outcome.messages.toStdString(), Not(HasSubstr("may be lost")));
+    EXPECT_EQ(OstrelProgram::framesHandedOver(outcome.messages), 0);
 }
 
 } // namespace

@@ -158,11 +158,12 @@ void TrayApplication::endWithoutDesktop()
             printMessage(QStringLiteral("ostrel: %1\n").arg(model.helperError().value_or(QString())));
     });
     model.quit();
-    // The event loop would only come upon the loss again. Answers of threads are posted events, which do without it;
-    // but no timer runs.
+    // The event loop would only come upon the loss again. Answers of threads are posted, as calls and to the mailboxes
+    // of tasks, and do without it; but no timer runs, and nothing is drawn: that would need the server.
     const auto deadline = std::chrono::steady_clock::now() + AppModel::shutdownPatience;
     while (!m_isFinished) {
-        QCoreApplication::sendPostedEvents();
+        for (const auto type : {QEvent::MetaCall, QEvent::User})
+            QCoreApplication::sendPostedEvents(nullptr, type);
         if (!m_isFinished && std::chrono::steady_clock::now() >= deadline)
             model.abandonQuit();
         std::this_thread::sleep_for(pause);

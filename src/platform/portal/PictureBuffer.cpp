@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -25,6 +26,14 @@ bool isLongEnough(const spa_data &data)
     struct stat facts = {};
     return ::fstat(int(data.fd), &facts) == 0 &&
            facts.st_size >= std::int64_t(data.mapoffset) + std::int64_t(data.maxsize);
+}
+
+bool keepsItsLengthForGood(const spa_data &data)
+{
+    if (data.type == SPA_DATA_DmaBuf)
+        return true;
+    const int seals = ::fcntl(int(data.fd), F_GET_SEALS);
+    return seals >= 0 && (seals & F_SEAL_SHRINK) != 0;
 }
 
 template <class T>
@@ -100,11 +109,14 @@ std::unique_ptr<MappedMemory> MappedMemory::map(const spa_data &data)
     if (start == MAP_FAILED)
         return nullptr;
     const int graphicsDescriptor = data.type == SPA_DATA_DmaBuf ? int(data.fd) : -1;
-    return std::unique_ptr<MappedMemory>(new MappedMemory(start, length, offset, graphicsDescriptor));
+    return std::unique_ptr<MappedMemory>(
+        new MappedMemory(start, length, offset, graphicsDescriptor, keepsItsLengthForGood(data)));
 }
 
-MappedMemory::MappedMemory(void *start, std::size_t length, std::size_t offset, int graphicsDescriptor)
-    : m_start(start), m_length(length), m_offset(offset), m_graphicsDescriptor(graphicsDescriptor)
+MappedMemory::MappedMemory(void *start, std::size_t length, std::size_t offset, int graphicsDescriptor,
+                           bool keepsItsLength)
+    : m_start(start), m_length(length), m_offset(offset), m_graphicsDescriptor(graphicsDescriptor),
+      m_keepsItsLength(keepsItsLength)
 {}
 
 MappedMemory::~MappedMemory()

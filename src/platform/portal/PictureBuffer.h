@@ -24,6 +24,8 @@ public:
     ~MappedMemory();
 
     const std::uint8_t *bytes() const { return static_cast<const std::uint8_t *>(m_start) + m_offset; }
+    /// Whether it can be read at any time, whatever its producer does: what a file has lost must not be read.
+    bool keepsItsLength() const { return m_keepsItsLength; }
 
     /// While it lives, what the graphics card writes can be read.
     class Access
@@ -40,12 +42,13 @@ public:
     };
 
 private:
-    MappedMemory(void *start, std::size_t length, std::size_t offset, int graphicsDescriptor);
+    MappedMemory(void *start, std::size_t length, std::size_t offset, int graphicsDescriptor, bool keepsItsLength);
 
     void *const m_start;
     const std::size_t m_length;
     const std::size_t m_offset;     ///< mappings begin where pages do
     const int m_graphicsDescriptor; ///< -1 for ordinary memory
+    const bool m_keepsItsLength;
 };
 
 /// What the producer says about the picture in a buffer.

@@ -50,8 +50,7 @@ void PictureFeed::take(const ProducedPicture &picture)
         return fail(faultError(Fault::DisplayResized, m_name));
     const auto now = m_pace.monotonicTime();
     const auto places = m_cover ? m_cover->places(size) : std::nullopt;
-    std::unique_lock lock(m_mutex);
-    m_isRead.wait(lock, [this] { return !m_isReading || m_state != State::Open; });
+    const std::scoped_lock lock(m_mutex);
     if (m_state != State::Open)
         return;
     const ChangedRows changes = rowsOf(picture);
@@ -62,7 +61,7 @@ void PictureFeed::take(const ProducedPicture &picture)
     m_black.clear();
     m_verdict = m_cover ? Verdict::Pending : Verdict::Known;
     if (m_cover)
-        hear(places);
+        hear(places, now);
     m_isFresherAsked = false;
     m_isStill = false;
     note(changes);
@@ -146,7 +145,7 @@ void PictureFeed::deliverAgain()
     postWhenDue();
 }
 
-void PictureFeed::hear(const std::optional<PictureCover::Places> &places)
+void PictureFeed::hear(const std::optional<PictureCover::Places> &places, std::chrono::milliseconds askedAt)
 {
     if (!places) {
         m_verdict = Verdict::Unknown;
@@ -155,7 +154,7 @@ void PictureFeed::hear(const std::optional<PictureCover::Places> &places)
     addEachOnce(m_black, places->black);
     if (places->mayBeAnywhere)
         m_verdict = Verdict::Unfit;
-    else if (places->age <= m_pace.monotonicTime() - m_takenAt)
+    else if (places->age <= askedAt - m_takenAt)
         m_verdict = Verdict::Known;
 }
 
@@ -166,13 +165,11 @@ bool PictureFeed::isJudged()
         return true;
     if (now < m_judgeAt)
         return false;
-    if (now - m_takenAt > longestJudgement) {
-        m_verdict = Verdict::Unknown;
-        return true;
-    }
     m_judgePause *= 2;
-    m_judgeAt = now + m_judgePause;
-    hear(m_cover->places(m_size));
+    m_judgeAt = std::min(now + m_judgePause, m_takenAt + longestJudgement);
+    hear(m_cover->places(m_size), now);
+    if (m_verdict == Verdict::Pending && now - m_takenAt >= longestJudgement)
+        m_verdict = Verdict::Unknown;
     return m_verdict != Verdict::Pending;
 }
 
@@ -186,10 +183,9 @@ void PictureFeed::postWhenDue()
     if (!isDecided)
         return m_pace.wakeAfter(std::max(m_judgeAt - now, std::chrono::milliseconds(0)));
     if (m_isPosted)
-        return copyHeld();
+        return;
     if (m_postedAt && now < *m_postedAt + m_pace.interval)
         return m_pace.wakeAfter(*m_postedAt + m_pace.interval - now);
-    copyHeld();
     m_postedAt = now;
     m_isPosted = true;
     m_post([weak = weak_from_this()] {
@@ -215,16 +211,18 @@ void PictureFeed::deliver()
         lock.unlock();
         return m_delegate.didOutputSample(StreamSample{});
     }
+    copyHeld();
     m_isNew = false;
     m_isReading = true;
     m_placesDelivered = *places;
     const ChangedRows changes = std::exchange(m_changes, std::nullopt);
-    // Not under the lock: whoever is called may close this.
+    const QSize size = m_size;
+    // Not under the lock: whoever is called may close this, and other pictures may come meanwhile.
     lock.unlock();
     FrameView view{.pixels = m_pixels.data(),
-                   .width = m_size.width(),
-                   .height = m_size.height(),
-                   .stride = m_size.width() * bytesPerPixel};
+                   .width = size.width(),
+                   .height = size.height(),
+                   .stride = size.width() * bytesPerPixel};
     if (changes)
         view.changedRows = std::span<const RowRange>(*changes);
     m_delegate.didOutputSample(StreamSample{.image = m_covered.of(view, *places)});

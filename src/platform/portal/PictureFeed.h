@@ -63,9 +63,9 @@ public:
     PictureFeed(QSize size, QString name, DisplaySource::StreamDelegate delegate, Post post, Pace pace,
                 std::shared_ptr<PictureCover> cover = nullptr);
 
-    /// Producer's thread. Waits while a picture is being read. One of another size than the display's ends the feed
-    /// with Fault::DisplayResized; but a producer that has its pictures turned need not have said so beforehand. What
-    /// was taken before may be overwritten from now on, and this one when `isHolding` says no.
+    /// Producer's thread. One of another size than the display's ends the feed with Fault::DisplayResized; but a
+    /// producer that has its pictures turned need not have said so beforehand. What was taken before may be overwritten
+    /// from now on, and this one when `isHolding` says no.
     void take(const ProducedPicture &picture);
     /// Whether the picture taken last is still to be read in its producer's memory. Any thread.
     bool isHolding() const;
@@ -99,12 +99,13 @@ private:
     ChangedRows rowsOf(const ProducedPicture &picture) const;
     /// Notes what has changed since the last delivery, and since the last copy.
     void note(const ChangedRows &changes);
-    /// Makes the picture taken last the one that is kept.
+    /// Makes the picture taken last the one that is kept. Not while that one is being read.
     void copyHeld();
     void postWhenDue();
     void deliver();
     /// Notes what somebody has told that the newest picture may show.
-    void hear(const std::optional<PictureCover::Places> &places);
+    /// @param askedAt when that was asked, or a little earlier
+    void hear(const std::optional<PictureCover::Places> &places, std::chrono::milliseconds askedAt);
     /// Whether it is known what the newest picture shows, or never will be; otherwise it is to be asked again soon.
     bool isJudged();
     /// Absent when the picture may not be shown.
@@ -122,7 +123,7 @@ private:
     mutable std::mutex m_mutex; ///< of all below
     std::condition_variable m_isRead;
     std::vector<std::uint8_t> m_pixels;    ///< upright, without gaps
-    std::optional<ProducedPicture> m_held; ///< the picture taken last, until it is copied; never while one is read
+    std::optional<ProducedPicture> m_held; ///< the picture taken last, until it is copied
     ChangedRows m_uncopied;                ///< in which it differs from `m_pixels`
     bool m_hasTaken = false;
     QSize m_size;                 ///< of the picture taken last

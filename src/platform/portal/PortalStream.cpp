@@ -255,8 +255,11 @@ void PortalStream::giveBack(pw_buffer *buffer)
 void PortalStream::giveBackUnlessHeld()
 {
     // With fewer the producer might have none left for what it draws next.
-    constexpr std::size_t fewestToHoldOne = 3;
-    if (m_held != nullptr && m_memory.size() < fewestToHoldOne)
+    constexpr std::size_t fewestToHoldOne = 4;
+    const auto held = m_memory.find(m_held);
+    const bool mayBeHeld = m_memory.size() >= fewestToHoldOne && held != m_memory.end() && held->second != nullptr &&
+                           held->second->keepsItsLength();
+    if (m_held != nullptr && !mayBeHeld)
         m_feed->letGo();
     if (!m_feed->isHolding())
         giveBack(std::exchange(m_held, nullptr));

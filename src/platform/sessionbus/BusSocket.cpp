@@ -191,7 +191,7 @@ bool BusSocket::receive()
         m_received.append(bytes.data(), count);
         return true;
     }
-    m_isLost = count == 0 || (errno != EAGAIN && errno != EINTR);
+    m_isLost = m_isLost || count == 0 || (errno != EAGAIN && errno != EINTR);
     return false;
 }
 

@@ -66,6 +66,7 @@ protected:
     std::optional<PrivatePlaces> m_places;
     QList<qint32> m_askedFor;
     std::chrono::milliseconds m_now{1'000};
+    std::chrono::milliseconds m_timeOfReading{0}; ///< that it takes to be told where windows are
     std::vector<std::function<void()>> m_jobs;
     std::optional<std::chrono::milliseconds> m_wakeAfter;
     int m_deliveries = 0;
@@ -76,6 +77,7 @@ protected:
     std::shared_ptr<PictureCover> m_cover = std::make_shared<PictureCover>(
         [this](const QList<qint32> &processes) {
             m_askedFor = processes;
+            m_now += m_timeOfReading;
             return m_places;
         },
         QList<qint32>{7}, StreamMonitorFacts{}, size);
@@ -90,6 +92,20 @@ protected:
                           .wakeAfter = [this](std::chrono::milliseconds time) { m_wakeAfter = time; }},
         m_cover);
 };
+
+TEST_F(PrivateFeed, newsOfBeforeThePicture_areNoneOfItHoweverLongTheyTakeToBeRead)
+{
+    showNoWindow();
+    lag(5ms);
+    m_timeOfReading = 8ms;
+    take(9);
+    m_timeOfReading = 0ms;
+    showWindow(1);
+    runJobs();
+    EXPECT_EQ(m_deliveries, 0);
+    deliverAll();
+    EXPECT_EQ(m_colours, (Colours{9, 9, 0, 0}));
+}
 
 TEST_F(PrivateFeed, privateWindow_isBlackWhereItIs)
 {

@@ -16,7 +16,7 @@ class X11Connection;
 ///
 /// One round trip for the application and its window while that stays the active one, else three; one for the pointer;
 /// well below a millisecond together. The window is asked about along with its application where the sample before
-/// asked about it, and told once.
+/// asked about it, and told once: the first sample after the user's consent has ended still reads it, for nobody.
 class X11ForegroundSource final : public ForegroundSource
 {
 public:
