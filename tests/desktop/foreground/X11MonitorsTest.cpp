@@ -7,6 +7,11 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <latch>
+#include <thread>
+#include <vector>
+
 namespace ostrel {
 namespace {
 
@@ -32,6 +37,35 @@ X11MonitorLayout layoutOf(const VirtualDesktop &desktop)
     X11OriginRequest origin(**connection);
     EXPECT_EQ(origin.collect(), layout->origin());
     return *layout;
+}
+
+/// How many of them are connected.
+int connectAtOnce(const QByteArray &display, int threadCount)
+{
+    std::latch all(threadCount);
+    std::atomic<int> connected = 0;
+    {
+        std::vector<std::jthread> threads;
+        for (int i = 0; i < threadCount; ++i)
+            threads.emplace_back([&] {
+                all.arrive_and_wait();
+                connected += X11Connection::open(display) ? 1 : 0;
+            });
+    }
+    return connected;
+}
+
+TEST(X11Connection, manyThreadsAtOnce_areConnectedEach)
+{
+    constexpr int threadCount = 8;
+    constexpr int rounds = 300;
+    const VirtualDesktop desktop({.sessionBus = false});
+    const ScopedVariable secretsInTheHomeFolder("XAUTHORITY", std::nullopt);
+    for (int i = 1; i <= rounds; ++i) {
+        // Where the secrets are looked for is kept in a buffer that is made anew for each longer name.
+        const ScopedVariable home("HOME", QByteArray("/nowhere/") + QByteArray(i, 'x'));
+        ASSERT_EQ(connectAtOnce(desktop.display(), threadCount), threadCount);
+    }
 }
 
 TEST(X11Connection, noDisplay_saysWhatIsMissingAndHowToGetIt)

@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <mutex>
 #include <poll.h>
 #include <sys/socket.h>
 #include <utility>
@@ -53,6 +54,14 @@ Error timedOut()
     return faultError(Fault::TimedOut, QStringLiteral("display server"));
 }
 
+/// One thread at a time: the library that looks for the server's secret has a buffer of the process's own.
+xcb_connection_t *connect(const QByteArray &display, int *screen)
+{
+    static std::mutex mutex;
+    const std::scoped_lock lock(mutex);
+    return xcb_connect(display.isEmpty() ? nullptr : display.constData(), screen);
+}
+
 } // namespace
 
 Result<std::unique_ptr<X11Connection>> X11Connection::open(const QByteArray &display,
@@ -61,7 +70,7 @@ Result<std::unique_ptr<X11Connection>> X11Connection::open(const QByteArray &dis
     if (!isServerAnswering(display, patience))
         return std::unexpected(timedOut());
     int number = 0;
-    Handle connection(xcb_connect(display.isEmpty() ? nullptr : display.constData(), &number));
+    Handle connection(connect(display, &number));
     if (xcb_connection_has_error(connection.get()))
         return std::unexpected(noDisplay(display));
     const xcb_screen_t *screen = screenByNumber(connection.get(), number);
