@@ -20,7 +20,7 @@ namespace {
 constexpr std::size_t rounds = 41;
 constexpr int buffers = 4;
 /// Next to nothing: it is looked at by its size alone.
-constexpr double tooSoonBudget = 0.02;
+constexpr double tooSoonBudget = 0.05;
 
 class Producer
 {

@@ -56,6 +56,8 @@ void PictureFeed::take(const ProducedPicture &picture)
     const ChangedRows changes = rowsOf(picture);
     m_size = size;
     m_takenAt = now;
+    if (!m_isNew || m_verdict != Verdict::Pending)
+        m_unjudgedSince = now;
     m_judgePause = firstJudgePause;
     m_judgeAt = now + m_judgePause;
     m_black.clear();
@@ -163,12 +165,13 @@ bool PictureFeed::isJudged()
     const auto now = m_pace.monotonicTime();
     if (m_verdict != Verdict::Pending)
         return true;
-    if (now < m_judgeAt)
+    const bool isTooLate = now - m_unjudgedSince >= longestJudgement;
+    if (now < m_judgeAt && !isTooLate)
         return false;
     m_judgePause *= 2;
     m_judgeAt = std::min(now + m_judgePause, m_takenAt + longestJudgement);
     hear(m_cover->places(m_size), now);
-    if (m_verdict == Verdict::Pending && now - m_takenAt >= longestJudgement)
+    if (m_verdict == Verdict::Pending && isTooLate)
         m_verdict = Verdict::Unknown;
     return m_verdict != Verdict::Pending;
 }

@@ -138,6 +138,8 @@ private:
     Verdict m_verdict = Verdict::Known; ///< on the picture taken last
     QList<QRect> m_black;               ///< what is private in it, as far as it is told
     std::chrono::milliseconds m_takenAt{0};
+    /// When the first of the pictures was taken of which each was followed by another before it was judged.
+    std::chrono::milliseconds m_unjudgedSince{0};
     std::chrono::milliseconds m_judgeAt{0};    ///< not before
     std::chrono::milliseconds m_judgePause{0}; ///< before that
     QList<QRect> m_placesDelivered;            ///< that were black in the last delivery

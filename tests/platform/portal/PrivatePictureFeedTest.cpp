@@ -93,6 +93,26 @@ protected:
         m_cover);
 };
 
+TEST_F(PrivateFeed, picturesThatComeFasterThanTheNews_areSaidToBeWithheld)
+{
+    showNoWindow();
+    take(9);
+    runJobs();
+    ASSERT_EQ(m_deliveries, 1);
+    lag(30ms);
+    for (int i = 0; i < 120; ++i) {
+        take(8);
+        deliverAfter(10ms);
+        m_now += 6ms;
+    }
+    EXPECT_EQ(m_deliveries, 1);
+    EXPECT_EQ(m_withheld, 2);
+    lag(0ms);
+    take(7);
+    deliverAll();
+    EXPECT_EQ(m_colours, (Colours{7, 7, 7, 7}));
+}
+
 TEST_F(PrivateFeed, newsOfBeforeThePicture_areNoneOfItHoweverLongTheyTakeToBeRead)
 {
     showNoWindow();
