@@ -12,11 +12,6 @@ namespace {
 
 constexpr std::ptrdiff_t bytesPerPixel = 4;
 
-/// On a machine that is not busy the news are here by then; on others each further look comes after twice the time.
-constexpr std::chrono::milliseconds firstJudgePause{10};
-/// Later than that, it isn't told any more where windows were when the picture came.
-constexpr std::chrono::milliseconds longestJudgement{900};
-
 /// What two steps have changed. @return absent where nobody knows it of one of them
 ChangedRows inEither(const ChangedRows &one, const ChangedRows &other)
 {
@@ -27,20 +22,12 @@ ChangedRows inEither(const ChangedRows &one, const ChangedRows &other)
     return joinedRows(std::move(all));
 }
 
-void addEachOnce(QList<QRect> &places, const QList<QRect> &others)
-{
-    for (const QRect &place : others) {
-        if (!places.contains(place))
-            places.append(place);
-    }
-}
-
 } // namespace
 
 PictureFeed::PictureFeed(QSize size, QString name, DisplaySource::StreamDelegate delegate, Post post, Pace pace,
                          std::shared_ptr<PictureCover> cover)
     : m_displaySize(size), m_name(std::move(name)), m_delegate(std::move(delegate)), m_post(std::move(post)),
-      m_pace(std::move(pace)), m_cover(std::move(cover))
+      m_pace(std::move(pace)), m_cover(std::move(cover)), m_judgement(m_cover)
 {}
 
 void PictureFeed::take(const ProducedPicture &picture)
@@ -55,15 +42,7 @@ void PictureFeed::take(const ProducedPicture &picture)
         return;
     const ChangedRows changes = rowsOf(picture);
     m_size = size;
-    m_takenAt = now;
-    if (!m_isNew || m_verdict != Verdict::Pending)
-        m_unjudgedSince = now;
-    m_judgePause = firstJudgePause;
-    m_judgeAt = now + m_judgePause;
-    m_black.clear();
-    m_verdict = m_cover ? Verdict::Pending : Verdict::Known;
-    if (m_cover)
-        hear(places, now);
+    m_judgement.begin(now, size, places, m_isNew);
     m_isFresherAsked = false;
     m_isStill = false;
     note(changes);
@@ -147,44 +126,15 @@ void PictureFeed::deliverAgain()
     postWhenDue();
 }
 
-void PictureFeed::hear(const std::optional<PictureCover::Places> &places, std::chrono::milliseconds askedAt)
-{
-    if (!places) {
-        m_verdict = Verdict::Unknown;
-        return;
-    }
-    addEachOnce(m_black, places->black);
-    if (places->mayBeAnywhere)
-        m_verdict = Verdict::Unfit;
-    else if (places->age <= askedAt - m_takenAt)
-        m_verdict = Verdict::Known;
-}
-
-bool PictureFeed::isJudged()
-{
-    const auto now = m_pace.monotonicTime();
-    if (m_verdict != Verdict::Pending)
-        return true;
-    const bool isTooLate = now - m_unjudgedSince >= longestJudgement;
-    if (now < m_judgeAt && !isTooLate)
-        return false;
-    m_judgePause *= 2;
-    m_judgeAt = std::min(now + m_judgePause, m_takenAt + longestJudgement);
-    hear(m_cover->places(m_size), now);
-    if (m_verdict == Verdict::Pending && isTooLate)
-        m_verdict = Verdict::Unknown;
-    return m_verdict != Verdict::Pending;
-}
-
 void PictureFeed::postWhenDue()
 {
     if (!m_isNew || m_state != State::Open)
         return;
     // Also while a delivery is on its way: it would be of this picture.
-    const bool isDecided = isJudged();
+    const bool isDecided = m_judgement.isReached(m_pace.monotonicTime());
     const auto now = m_pace.monotonicTime();
     if (!isDecided)
-        return m_pace.wakeAfter(std::max(m_judgeAt - now, std::chrono::milliseconds(0)));
+        return m_pace.wakeAfter(std::max(m_judgement.nextLook() - now, std::chrono::milliseconds(0)));
     if (m_isPosted)
         return;
     if (m_postedAt && now < *m_postedAt + m_pace.interval)
@@ -203,12 +153,12 @@ void PictureFeed::deliver()
     m_isPosted = false;
     if (m_state != State::Open)
         return;
-    if (m_verdict == Verdict::Pending) {
+    if (m_judgement.verdict() == Verdict::Pending) {
         // It has come since this was posted, and is posted itself when it is judged.
         m_postedAt.reset();
         return;
     }
-    const auto places = placesToCover();
+    const auto places = m_judgement.placesToCover();
     if (!places) {
         // It stays new, until it is asked for again or another one comes.
         lock.unlock();
@@ -235,29 +185,14 @@ void PictureFeed::deliver()
     m_isRead.notify_all();
 }
 
-std::optional<QList<QRect>> PictureFeed::placesToCover() const
-{
-    if (!m_cover)
-        return QList<QRect>();
-    if (m_verdict == Verdict::Unfit)
-        return std::nullopt;
-    const auto places = m_cover->places(m_size);
-    if (m_cover->isReliedOn() && (!places || m_verdict != Verdict::Known))
-        return std::nullopt;
-    // A picture that had to wait shows windows where they were when it came.
-    QList<QRect> black = m_black;
-    if (places)
-        addEachOnce(black, places->black);
-    return black;
-}
-
 bool PictureFeed::wantsFresherPicture()
 {
     const std::scoped_lock lock(m_mutex);
     // While pictures come there is no need to ask for one.
     if (!std::exchange(m_isStill, true) || !m_cover || m_isFresherAsked || !m_hasTaken)
         return false;
-    const bool isKnown = m_verdict == Verdict::Known || m_verdict == Verdict::Pending;
+    const Verdict verdict = m_judgement.verdict();
+    const bool isKnown = verdict == Verdict::Known || verdict == Verdict::Pending;
     if (isKnown && m_placesDelivered.isEmpty())
         return false;
     const auto now = m_cover->places(m_size);

@@ -6,6 +6,7 @@
 #include "platform/portal/ChangedRows.h"
 #include "platform/portal/CoveredPicture.h"
 #include "platform/portal/PictureCover.h"
+#include "platform/portal/PictureJudgement.h"
 
 #include <QList>
 #include <QRect>
@@ -90,6 +91,7 @@ public:
     bool wantsFresherPicture();
 
 private:
+    using Verdict = PictureJudgement::Verdict;
     enum class State {
         Open,
         Failed, ///< that is being said
@@ -103,13 +105,6 @@ private:
     void copyHeld();
     void postWhenDue();
     void deliver();
-    /// Notes what somebody has told that the newest picture may show.
-    /// @param askedAt when that was asked, or a little earlier
-    void hear(const std::optional<PictureCover::Places> &places, std::chrono::milliseconds askedAt);
-    /// Whether it is known what the newest picture shows, or never will be; otherwise it is to be asked again soon.
-    bool isJudged();
-    /// Absent when the picture may not be shown.
-    std::optional<QList<QRect>> placesToCover() const;
     void tellOfFailure(const Error &error);
 
     const QSize m_displaySize;
@@ -126,27 +121,15 @@ private:
     std::optional<ProducedPicture> m_held; ///< the picture taken last, until it is copied
     ChangedRows m_uncopied;                ///< in which it differs from `m_pixels`
     bool m_hasTaken = false;
-    QSize m_size;                 ///< of the picture taken last
-    PixelConversion m_conversion; ///< of the picture taken last
-    ChangedRows m_changes;        ///< since the last delivery
-    enum class Verdict {
-        Pending, ///< news may be on their way
-        Known,
-        Unknown, ///< nobody could tell
-        Unfit,   ///< something private may be anywhere in it
-    };
-    Verdict m_verdict = Verdict::Known; ///< on the picture taken last
-    QList<QRect> m_black;               ///< what is private in it, as far as it is told
-    std::chrono::milliseconds m_takenAt{0};
-    /// When the first of the pictures was taken of which each was followed by another before it was judged.
-    std::chrono::milliseconds m_unjudgedSince{0};
-    std::chrono::milliseconds m_judgeAt{0};    ///< not before
-    std::chrono::milliseconds m_judgePause{0}; ///< before that
-    QList<QRect> m_placesDelivered;            ///< that were black in the last delivery
-    bool m_isFresherAsked = false;             ///< since the picture taken last
-    bool m_isStill = false;                    ///< none was taken since it was asked whether a fresher one is wanted
-    bool m_isMissed = false;                   ///< since the picture taken last
-    bool m_isNew = false;                      ///< there is something to deliver
+    QSize m_size;                   ///< of the picture taken last
+    PixelConversion m_conversion;   ///< of the picture taken last
+    ChangedRows m_changes;          ///< since the last delivery
+    PictureJudgement m_judgement;   ///< of the picture taken last
+    QList<QRect> m_placesDelivered; ///< that were black in the last delivery
+    bool m_isFresherAsked = false;  ///< since the picture taken last
+    bool m_isStill = false;         ///< none was taken since it was asked whether a fresher one is wanted
+    bool m_isMissed = false;        ///< since the picture taken last
+    bool m_isNew = false;           ///< there is something to deliver
     bool m_isPosted = false;
     bool m_isReading = false;
     State m_state = State::Open;
