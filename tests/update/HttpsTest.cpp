@@ -3,6 +3,8 @@
 #include "support/RunTask.h"
 #include "update/HttpClient.h"
 
+#include <QDeadlineTimer>
+#include <QDir>
 #include <QFile>
 #include <QProcess>
 #include <QSslCertificate>
@@ -11,6 +13,7 @@
 #include <QSslServer>
 #include <QSslSocket>
 #include <QTemporaryDir>
+#include <QThread>
 
 #include <gmock/gmock.h>
 
@@ -135,6 +138,31 @@ Task<Result<HttpBytes>> firstBytes(HttpClient *client, QUrl address, std::stop_t
     co_return co_await answer->piece(stop);
 }
 
+/// Outlives a client and waits until the threads that its requests had are gone. Qt takes them for ended before OpenSSL
+/// has freed what it keeps for each thread, which is then missing once the program has ended in between.
+class ThreadsOfRequests
+{
+public:
+    ThreadsOfRequests() = default;
+    ThreadsOfRequests(const ThreadsOfRequests &) = delete;
+    ThreadsOfRequests &operator=(const ThreadsOfRequests &) = delete;
+    ~ThreadsOfRequests()
+    {
+        const QDeadlineTimer deadline(20'000);
+        while (threads() > m_before && !deadline.hasExpired())
+            QThread::msleep(1);
+        EXPECT_EQ(threads(), m_before);
+    }
+
+private:
+    static qsizetype threads()
+    {
+        return QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size();
+    }
+
+    const qsizetype m_before = threads();
+};
+
 class Https : public testing::Test
 {
 protected:
@@ -152,6 +180,7 @@ protected:
         EXPECT_EQ(server.requests(), 0) << "nothing is asked of a server that is not who it says";
     }
 
+    ThreadsOfRequests m_threads;
     PromptClock m_clock;
     HttpClient m_client{m_clock};
     TestAuthority m_authority;
