@@ -197,8 +197,10 @@ void CaptureSources::setPaused(bool paused)
 
 void CaptureSources::lookForSignsOfLife()
 {
-    // Streams may rest while the session is locked.
+    // Streams may rest while the session is locked, and no other ones could be had then.
     const bool areLeftAlone = isHidden();
+    if (!areLeftAlone && !m_streams.empty())
+        lookForChangedDisplays();
     for (const RunningStream &running : m_streams) {
         if (running.stream->isAnswering() || areLeftAlone)
             running.context->signsOfLife.note();

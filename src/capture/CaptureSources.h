@@ -68,7 +68,8 @@ public:
     Result<> startStreams(const CapturePlan &plan, StreamsDied streamsDied, DisplaysChanged displaysChanged = {});
 
     /// Notes a sign of life for every stream whose way is open, or which is left alone on purpose; and that it was
-    /// looked for a picture of those that are not.
+    /// looked for a picture of those that are not. While streams run that are not left alone, it also looks whether the
+    /// displays have changed.
     void lookForSignsOfLife();
 
     /// Stops and forgets all sources. The gate keeps its counters and what is buffered.

@@ -125,9 +125,9 @@ public:
     /// Reads the list afresh. An empty list of displays is an answer, not an error.
     virtual Result<ShareableContent> shareableContent() = 0;
 
-    /// Whether the displays, or which one is the main one, differ from the last answer of `shareableContent`. Asked
-    /// before every round of pictures, so it must cost next to nothing while nothing has happened; false where nobody
-    /// tells.
+    /// Whether the displays, or which one is the main one, differ from the last answer of `shareableContent`, and those
+    /// that there are now can be had without asking anybody. Asked before every round of pictures, and every ten
+    /// seconds while streams run, so it must cost next to nothing while nothing has happened; false where nobody tells.
     virtual bool haveDisplaysChanged() { return false; }
 
     /// Whether `shareableContent` would have the desktop ask the user first. Looks, and asks nobody; may take a moment.

@@ -179,6 +179,45 @@ TEST_F(RecorderDisplays, changedWhilePaused_isToldAllTheSame)
     EXPECT_EQ(m_told, 1);
 }
 
+/// The same where displays are captured by streams, of which it is looked every 10 s how they are.
+class RecorderStreamDisplays : public RecorderDisplays
+{
+protected:
+    RecorderStreamDisplays() { displays.mode = CaptureMode::Streams; }
+};
+
+TEST_F(RecorderStreamDisplays, unchanged_nobodyIsTold)
+{
+    ASSERT_TRUE(start());
+    advance(60'000);
+    EXPECT_EQ(m_told, 0);
+}
+
+TEST_F(RecorderStreamDisplays, changed_ownerIsToldOnceAndCaptureGoesOn)
+{
+    ASSERT_TRUE(start());
+    m_changed = true;
+    advance(9'999);
+    EXPECT_EQ(m_told, 0);
+    advance(1);
+    EXPECT_EQ(m_told, 1);
+    advance(60'000);
+    EXPECT_EQ(m_told, 1);
+    EXPECT_TRUE(recorder->isCapturing());
+}
+
+TEST_F(RecorderStreamDisplays, changedWhilePaused_isToldWhenItGoesOn)
+{
+    ASSERT_TRUE(start());
+    recorder->setPaused(true);
+    m_changed = true;
+    advance(60'000);
+    EXPECT_EQ(m_told, 0) << "no session is opened behind a lock screen";
+    recorder->setPaused(false);
+    advance(10'000);
+    EXPECT_EQ(m_told, 1);
+}
+
 class RecorderLosses : public RecorderRig
 {};
 

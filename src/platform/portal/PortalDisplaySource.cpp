@@ -1,10 +1,12 @@
 #include "platform/portal/PortalDisplaySource.h"
 
 #include "base/Fault.h"
+#include "base/Log.h"
 #include "capture/CaptureError.h"
 #include "platform/portal/PictureCover.h"
 #include "platform/portal/PortalCast.h"
 #include "platform/portal/PortalDisplays.h"
+#include "platform/portal/PortalMonitors.h"
 #include "platform/portal/PortalOffer.h"
 #include "platform/portal/PortalStream.h"
 #include "platform/portal/ScreenCastPortal.h"
@@ -29,6 +31,8 @@ Result<> PortalDisplaySource::readDisplays()
         return std::unexpected(cast.error());
     m_cast = *std::move(cast);
     m_displays = std::make_unique<PortalDisplays>(m_cast->displays());
+    m_comparedMonitors.clear();
+    m_haveDisplaysChanged = false;
     return {};
 }
 
@@ -41,6 +45,22 @@ Result<ShareableContent> PortalDisplaySource::shareableContent()
     for (const PortalDisplay &each : m_displays->displays)
         content.displays.append(each.display);
     return content;
+}
+
+bool PortalDisplaySource::haveDisplaysChanged()
+{
+    const PortalSeams &seams = m_portal->seams();
+    const QStringList monitors = seams.compositorsMonitors();
+    if (!m_cast || monitors.isEmpty() || monitors == m_comparedMonitors)
+        return m_haveDisplaysChanged;
+    m_comparedMonitors = monitors;
+    using Monitors = ScreenCastPortal::Monitors;
+    const Monitors compared = m_portal->compareMonitors(readMonitors(seams));
+    m_haveDisplaysChanged = compared == Monitors::Granted;
+    if (compared == Monitors::Unknown)
+        qCWarning(logPlatform, "the monitors have changed, and only those that you have shared are recorded; the next "
+                               "recording begins with the desktop's question about all of them");
+    return m_haveDisplaysChanged;
 }
 
 bool PortalDisplaySource::wouldAskUser()

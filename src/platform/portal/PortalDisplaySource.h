@@ -3,6 +3,8 @@
 #include "capture/DisplaySource.h"
 #include "platform/portal/PrivatePlaces.h"
 
+#include <QStringList>
+
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -35,6 +37,9 @@ public:
     /// @return Fault::NoScreenPortal, ScreenCaptureDeclined, ScreenSharingEnded, ScreenQuestionUnanswered,
     ///         PictureRefused, PictureStreamEnded, TimedOut, Cancelled
     Result<ShareableContent> shareableContent() override;
+    /// Of other monitors than those that the user was asked about nothing is to be had without another question, and so
+    /// they count only if that was answered before: then they can be seen at once. Else the log says what is missing.
+    bool haveDisplaysChanged() override;
     bool wouldAskUser() override;
     void interruptWaiting() override;
     /// Whether all streams can do so, or may within seconds. Those that can't, after it was said that they can, give no
@@ -64,6 +69,8 @@ private:
     mutable std::optional<std::chrono::milliseconds> m_untoldSince;
     std::shared_ptr<PortalCast> m_cast; ///< from the reading of displays until the last stream has stopped
     std::unique_ptr<PortalDisplays> m_displays;
+    QStringList m_comparedMonitors; ///< as the compositor has told them when they were last compared
+    bool m_haveDisplaysChanged = false;
     std::weak_ptr<void> m_use; ///< held by the streams
 };
 

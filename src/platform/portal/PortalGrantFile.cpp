@@ -75,6 +75,12 @@ QString PortalGrantFile::tokenFor(const QStringList &monitors) const
     return areTold || grants.isEmpty() ? QString() : grants.first().restoreToken;
 }
 
+bool PortalGrantFile::hasTokenForJust(const QStringList &monitors) const
+{
+    return std::ranges::any_of(
+        read(), [&](const Grant &grant) { return grant.monitors == monitors && !grant.restoreToken.isEmpty(); });
+}
+
 void PortalGrantFile::keep(const Grant &grant, const QString &usedToken) const
 {
     QList<Grant> grants = read();

@@ -30,6 +30,8 @@ public:
     /// The token to open a session with while these monitors are there. Where nobody tells monitors, or did so when
     /// something was granted, it is the newest that may be good. Empty: there is none.
     QString tokenFor(const QStringList &monitors) const;
+    /// Whether there is a token that was given for just these monitors.
+    bool hasTokenForJust(const QStringList &monitors) const;
     /// Takes the place of what was kept for these monitors. What can't be kept is logged: the desktop asks again
     /// another time.
     /// @param usedToken the one that has opened the session; it opens no other

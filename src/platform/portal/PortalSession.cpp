@@ -2,8 +2,8 @@
 
 #include "base/Fault.h"
 #include "base/Log.h"
+#include "platform/portal/PortalMonitors.h"
 #include "platform/portal/SessionClosing.h"
-#include "platform/portal/ShellMonitors.h"
 #include "platform/sessionbus/BusConnection.h"
 #include "platform/sessionbus/BusNames.h"
 #include "platform/sessionbus/BusSignals.h"
@@ -73,12 +73,13 @@ Result<std::unique_ptr<PortalSession>> PortalSession::open(const Opening &openin
     std::unique_ptr<PortalSession> session(new PortalSession(std::move(*bus), opening.seams));
     if (const auto created = session->create(); !created)
         return std::unexpected(created.error());
-    const QString restoreToken = opening.restoreTokenFor(session->readMonitors());
+    const QString restoreToken = opening.restoreTokenFor(readMonitors(session->m_bus->line(), session->m_seams));
     if (const auto selected = session->selectMonitors(restoreToken); !selected)
         return std::unexpected(selected.error());
     if (const auto started = session->startStreams(opening.onUnanswered); !started)
         return std::unexpected(started.error());
-    session->m_monitors = session->readMonitors(); // they may have changed while the user was thinking
+    session->m_monitors =
+        readMonitors(session->m_bus->line(), session->m_seams); // they may have changed while the user was thinking
     return session;
 }
 
@@ -142,12 +143,6 @@ Result<> PortalSession::listen()
     if (!m_closing->isListening())
         return std::unexpected(faultError(Fault::NoScreenPortal, QStringLiteral("it has left the bus")));
     return {};
-}
-
-QStringList PortalSession::readMonitors() const
-{
-    const auto monitors = readShellMonitors(m_bus->line());
-    return monitors ? monitors->shown : QStringList();
 }
 
 Result<> PortalSession::selectMonitors(const QString &restoreToken)

@@ -80,7 +80,6 @@ private:
     Result<> selectMonitors(const QString &restoreToken);
     Result<> startStreams(const std::function<void(const Error &)> &onUnanswered);
     Result<> listen();
-    QStringList readMonitors() const;
     State end();
     bool isClosed() const;
     bool isLost() const { return m_isPortalGone || m_bus->isClosed(); }

@@ -55,6 +55,17 @@ bool ScreenCastPortal::wouldAsk(const QStringList &monitors)
     return m_isTokenInDoubt || m_grants.tokenFor(monitors).isEmpty();
 }
 
+ScreenCastPortal::Monitors ScreenCastPortal::compareMonitors(const QStringList &now)
+{
+    // Whoever has the turn opens a cast, or looks why there is none any more.
+    const std::unique_lock turn(m_turn, std::try_to_lock);
+    if (!turn.owns_lock() || !m_cast || m_cast->state() != PortalSession::State::Open || now.isEmpty() ||
+        m_cast->monitors().isEmpty() || m_cast->monitors() == now)
+        return Monitors::Same;
+    const std::scoped_lock lock(m_mutex);
+    return m_grants.hasTokenForJust(now) ? Monitors::Granted : Monitors::Unknown;
+}
+
 Result<std::shared_ptr<PortalCast>> ScreenCastPortal::open(Asker asker)
 {
     // From the very beginning: one that comes before the question is up must not get lost.

@@ -44,6 +44,15 @@ public:
     /// @param monitors that are there, by name and in order; empty where nobody tells
     bool wouldAsk(const QStringList &monitors);
 
+    enum class Monitors {
+        Same,    ///< as those of the open cast; or there is none, or nobody can tell
+        Granted, ///< other ones, and what opens a cast of them without a question is kept
+        Unknown, ///< other ones, of which the user has to be asked
+    };
+    /// What has become of the open cast's monitors. Asks nobody.
+    /// @param now those that are there, by name and in order; empty where nobody tells
+    Monitors compareMonitors(const QStringList &now);
+
     enum class Asker {
         Program,
         User, ///< a refusal of before counts no more

@@ -18,6 +18,7 @@
 #include "platform/session/WaylandForegroundSource.h"
 #include "platform/sway/SwayForegroundSource.h"
 #include "platform/sway/SwayPrivateWindows.h"
+#include "platform/wlroots/WaylandMonitors.h"
 #include "platform/wlroots/WaylandPulse.h"
 #include "platform/wlroots/WlrDisplaySource.h"
 #include "platform/wlroots/WlrScreenCaptureAccess.h"
@@ -96,6 +97,8 @@ std::shared_ptr<ScreenCastPortal> makePortal()
     PortalSeams seams;
     const auto pulse = std::make_shared<WaylandPulse>(QByteArray(), seams.monotonicTime);
     seams.isCompositorAnswering = [pulse] { return pulse->isAnswering(); };
+    const auto monitors = std::make_shared<WaylandMonitors>();
+    seams.compositorsMonitors = [monitors] { return monitors->names(); };
     return std::make_shared<ScreenCastPortal>(std::move(seams));
 }
 

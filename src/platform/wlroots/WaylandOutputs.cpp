@@ -60,9 +60,12 @@ void WaylandOutput::listen()
     };
     static const wl_output_listener listener{
         .geometry =
-            [](void *data, wl_output *, int x, int y, int, int, int, const char *, const char *, int transform) {
+            [](void *data, wl_output *, int x, int y, int, int, int, const char *maker, const char *model,
+               int transform) {
                 // Where the other protocol tells the place it is the better one, and comes after this.
                 look(data).corner = cornerAt(x, y);
+                look(data).model =
+                    QStringLiteral("%1 %2").arg(QString::fromUtf8(maker), QString::fromUtf8(model)).trimmed();
                 look(data).transform = transform >= 0 && transform <= highestTransform ? transform : 0;
             },
         .mode =

@@ -19,8 +19,9 @@ namespace ostrel {
 struct WaylandOutputLook {
     static constexpr int longestSide = 32'767; ///< pixels
 
-    QString name; ///< the connector's
-    QSize mode;   ///< pixels of the buffers that it shows, before they are turned
+    QString name;  ///< the connector's
+    QString model; ///< of the monitor, after its maker; empty where that isn't told
+    QSize mode;    ///< pixels of the buffers that it shows, before they are turned
     int transform = 0;
     int scale = 1;
     QPoint corner;                    ///< on the compositor's desktop, logical

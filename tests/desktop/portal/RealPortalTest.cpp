@@ -10,10 +10,12 @@
 
 #include <QElapsedTimer>
 #include <QFileInfo>
+#include <QThread>
 
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <utility>
 
 using namespace ostrel;
 using namespace std::chrono_literals;
@@ -155,15 +157,23 @@ TEST_F(RealPortal, changeOfAPart_isToldAsTheRowsThatItIsIn)
     const ReceivedStream stream(m_queue, m_source, onlyDisplay());
     waitForBackground(stream);
     m_desktop.screens().startTerminal(QStringLiteral("strip"), QStringLiteral("Strip"), "20a040");
-    m_desktop.screens().command(
-        QStringLiteral("[app_id=strip] floating enable, resize set 100 px 50 px, move position 20 px 60 px"));
     auto expected = WaylandPicture::plain(firstSize, 0x336699);
     for (int y = 60; y < 110; ++y) {
         for (int x = 20; x < 120; ++x)
             expected.pixels[std::size_t(y * firstSize.width() + x)] = 0x20a040;
     }
-    stream.waitForPicture(expected);
-    const std::size_t before = stream.count();
+    // A terminal that is slow to start draws in its own size once more, and a floating window takes that on.
+    waitUntil(QStringLiteral("the strip"), 20s, [&] {
+        m_desktop.screens().command(
+            QStringLiteral("[app_id=strip] floating enable, resize set 100 px 50 px, move position 20 px 60 px"));
+        return stream.last().pixels == expected;
+    });
+    std::size_t before = 0;
+    waitUntil(QStringLiteral("rest"), 20s, [&] {
+        QThread::msleep(500);
+        const std::size_t earlier = std::exchange(before, stream.count());
+        return earlier == before;
+    });
     m_desktop.screens().command(QStringLiteral("[app_id=strip] move position 30 px 60 px"));
     waitUntil(QStringLiteral("the strip to move"), 20s, [&] { return stream.count() > before; });
     const auto rows = stream.picture(before).changedRows;

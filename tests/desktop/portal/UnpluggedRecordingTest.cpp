@@ -3,6 +3,7 @@
 #include "TestShell.h"
 #include "base/Fault.h"
 #include "platform/portal/PortalDisplaySource.h"
+#include "platform/portal/PortalGrantFile.h"
 #include "platform/portal/ScreenCastPortal.h"
 #include "support/PipeWireSession.h"
 #include "support/RealScreenRecording.h"
@@ -88,7 +89,9 @@ protected:
     TestPortal m_service{m_bus.address(), m_pipeWire.socket()};
     std::unique_ptr<TestPictures> m_left = pictures();
     std::unique_ptr<TestPictures> m_right = pictures();
-    PortalDisplaySource m_displays{std::make_shared<ScreenCastPortal>(PortalSeams{.reasonPatience = 30s})};
+    QStringList m_compositorsMonitors; ///< used on the queue, or while it rests
+    PortalDisplaySource m_displays{std::make_shared<ScreenCastPortal>(
+        PortalSeams{.reasonPatience = 30s, .compositorsMonitors = [this] { return m_compositorsMonitors; }})};
     int m_changes = 0;
 
     std::unique_ptr<TestPictures> pictures() const
@@ -133,6 +136,53 @@ TEST_F(UnpluggedRecording, sharingThatTheUserEnds_isFollowedByAFlushAndNoRecordi
     ASSERT_FALSE(*again);
     EXPECT_TRUE(isFault(again->error(), Fault::ScreenSharingEnded)) << qPrintable(again->error().localizedDescription);
     EXPECT_EQ(m_service.seen().sessions, 1);
+}
+
+/// The same with a compositor that tells of a third monitor, which the user has shared before with the two.
+class PluggedInRecording : public UnpluggedRecording
+{
+protected:
+    PluggedInRecording()
+    {
+        m_changed = {"DP-1", "DP-2", "DP-3"};
+        PortalGrantFile({}).keep({.monitors = namesOf(m_changed), .restoreToken = QStringLiteral("for all three")}, {});
+    }
+
+    static QStringList namesOf(const QList<QByteArray> &connectors)
+    {
+        QStringList names;
+        for (const QByteArray &connector : connectors)
+            names.append(QStringLiteral("('%1', 'Vendor', 'Product', '0x1')").arg(QString::fromLatin1(connector)));
+        return names;
+    }
+
+    QList<QByteArray> m_changed;
+};
+
+TEST_F(PluggedInRecording, monitorThatWasSharedBefore_isFollowedByAFlushAndARecordingOfAll)
+{
+    m_compositorsMonitors = {QStringLiteral("DP-1"), QStringLiteral("DP-2")};
+    ASSERT_TRUE(start());
+    recordFrame(*m_left, 0x112233);
+    EXPECT_EQ(m_changes, 0);
+    m_samples.sync([this] { m_compositorsMonitors.append(QStringLiteral("DP-3")); });
+    m_shell.change(m_changed);
+    const auto third = pictures();
+    m_service.behave({.streams = {{.node = m_left->node(), .id = "0"},
+                                  {.node = m_right->node(), .id = "1"},
+                                  {.node = third->node(), .id = "2"}},
+                      .newToken = "the next"});
+    m_clock.advance(10s);
+    ASSERT_TRUE(pumpUntil([&] { return m_changes == 1; }));
+
+    m_transport.expect(QStringLiteral("POST /api/frames"), FakeHttpTransport::answer(ObserverStatus().toJson()));
+    const auto again = start();
+    ASSERT_TRUE(again) << qPrintable(again.error().localizedDescription);
+    EXPECT_EQ(framesPosted(), 1) << "that of before";
+    EXPECT_EQ(m_service.seen().tokens, (QList<QByteArray>{"", "for all three"})) << "the user is not asked again";
+    EXPECT_EQ(m_service.seen().closedSessions, 1);
+    recordFrame(*third, 0x778899);
+    EXPECT_EQ(m_deaths, QStringList());
 }
 
 } // namespace

@@ -115,6 +115,17 @@ TEST_F(GrantFile, whatCannotBeUnderstood_grantsNothing)
     }
 }
 
+TEST_F(GrantFile, tokenForJustTheseMonitors_isNoOtherOne)
+{
+    EXPECT_FALSE(m_file.hasTokenForJust(m_desk));
+    keep(m_nobodyTells, QStringLiteral("for any"));
+    keep(m_laptop, QStringLiteral("for the laptop"));
+    EXPECT_TRUE(m_file.hasTokenForJust(m_laptop));
+    EXPECT_FALSE(m_file.hasTokenForJust(m_desk));
+    keep(m_desk, QString());
+    EXPECT_FALSE(m_file.hasTokenForJust(m_desk)) << "granted, and asked about every time";
+}
+
 TEST_F(GrantFile, refusal_takesAllBack)
 {
     keep(m_laptop, QStringLiteral("for the laptop"));
