@@ -2,6 +2,7 @@
 
 #include "base/Fault.h"
 #include "platform/portal/PortalCast.h"
+#include "platform/portal/PortalMonitors.h"
 #include "platform/sessionbus/SessionBusAddress.h"
 
 #include <utility>
@@ -84,7 +85,7 @@ Result<std::shared_ptr<PortalCast>> ScreenCastPortal::open(Asker asker)
     }
     if (const auto reason = withdrawal())
         return std::unexpected(*reason);
-    if (isQuestionTooSoon())
+    if (isQuestionTooSoon() && tokenToUse(readMonitors(m_seams)).isEmpty())
         return std::unexpected(m_unanswered->error);
     auto cast = openAnew(opener.interrupt());
     if (!cast && isFault(cast.error(), Fault::ScreenCaptureDeclined)) {

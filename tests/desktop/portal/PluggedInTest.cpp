@@ -1,6 +1,7 @@
 #include "TestPictures.h"
 #include "TestPortal.h"
 #include "TestShell.h"
+#include "base/Fault.h"
 #include "base/SerialQueue.h"
 #include "platform/portal/PortalDisplaySource.h"
 #include "platform/portal/PortalGrantFile.h"
@@ -117,6 +118,24 @@ TEST_F(PluggedIn, nextRecordingWithAMonitorThatIsNew_asksTheUserAndItsTokenIsKep
     EXPECT_THAT(tokens(), ElementsAre(""));
     EXPECT_TRUE(PortalGrantFile({}).hasTokenForJust({external, laptop}));
     EXPECT_TRUE(PortalGrantFile({}).hasTokenForJust({laptop}));
+}
+
+TEST_F(PluggedIn, questionThatNobodyAnswers_doesNotKeepFromWhatWasShared)
+{
+    m_seams.userPatience = 500ms;
+    m_portal = std::make_shared<ScreenCastPortal>(m_seams);
+    m_queue.sync([this] { m_source = std::make_unique<PortalDisplaySource>(m_portal); });
+    grant({laptop}, "for the laptop");
+    m_monitors = {external, laptop};
+    m_service.behave({.streams = {}, .answer = TestPortal::Answer::None});
+    const auto refused = m_queue.sync([this] { return m_source->shareableContent(); });
+    ASSERT_FALSE(refused);
+    EXPECT_TRUE(isFault(refused.error(), Fault::ScreenQuestionUnanswered));
+    m_service.behave({.streams = {{.node = m_pictures.node()}}, .newToken = "another"});
+    EXPECT_FALSE(m_queue.sync([this] { return m_source->shareableContent(); })) << "it is not put again so soon";
+    m_monitors = {laptop};
+    open();
+    EXPECT_THAT(tokens(), ElementsAre("", "for the laptop"));
 }
 
 TEST_F(PluggedIn, monitorThatGoesAgainBeforeItIsRecorded_isNoChange)
