@@ -1,4 +1,4 @@
-#include "OstrelProgram.h"
+#include "LastBatch.h"
 
 #include "support/Printers.h"
 
@@ -15,22 +15,14 @@ using testing::Not;
 
 namespace {
 
-/// The programs on a real display server that stops to answer, as one whose driver hangs. Ten pictures a second, a
-/// batch every minute: what was recorded is handed over at the end, or never.
-class HungScreen : public testing::Test
+/// The programs on a real display server that stops to answer, as one whose driver hangs.
+class HungScreen : public LastBatch
 {
 protected:
-    HungScreen()
-    {
-        m_ostrel.writeSettings(QByteArray("\"frameFps\": 10, \"chunkSizeMs\": 60000, ") + OstrelProgram::keepAnalysed);
-        m_ostrel.tellOfCapture();
-    }
     void TearDown() override
     {
-        for (const qint64 process : m_frozenObservers)
-            ::kill(pid_t(process), SIGCONT);
         m_desktop.server().thaw();
-        m_ostrel.expectNoObserverStays();
+        LastBatch::TearDown();
     }
 
     void record(const QStringList &options = {})
@@ -44,13 +36,6 @@ protected:
     {
         m_desktop.server().freeze();
         QThread::msleep(500); // of the program's own, real time
-    }
-    void freezeObserver()
-    {
-        m_frozenObservers = m_ostrel.observers();
-        ASSERT_FALSE(m_frozenObservers.isEmpty());
-        for (const qint64 process : m_frozenObservers)
-            ::kill(pid_t(process), SIGSTOP);
     }
     /// @return how it ended, within the time that the system waits for us
     OstrelProgram::Outcome promptEnd()
@@ -72,10 +57,6 @@ protected:
         m_ostrel.expectNoObserverStays();
         EXPECT_EQ(m_ostrel.analysedFrames().size(), OstrelProgram::framesHandedOver(outcome.messages)) << messages;
     }
-
-    VirtualDesktop m_desktop{{.size = {640, 480}}};
-    OstrelProgram m_ostrel{m_desktop.environment()};
-    QList<qint64> m_frozenObservers;
 };
 
 TEST_F(HungScreen, recordingThatIsTerminated_endsWithinFiveSecondsAndAllIsHandedOver)

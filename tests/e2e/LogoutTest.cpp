@@ -1,9 +1,6 @@
-#include "OstrelProgram.h"
+#include "LastBatch.h"
 
-#include "base/Files.h"
 #include "support/Printers.h"
-
-#include <gtest/gtest.h>
 
 #include <csignal>
 
@@ -12,17 +9,14 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// The program of the tray in a session that a session manager ends. Ten pictures a second, a batch every minute: what
-/// was recorded is handed over at the end, or never.
-class Logout : public testing::Test
+/// The program of the tray in a session that a session manager ends.
+class Logout : public LastBatch
 {
 protected:
     Logout()
     {
         m_ostrel.environment().insert(QStringLiteral("SESSION_MANAGER"),
                                       QString::fromLatin1(m_manager.readLine(patience)));
-        m_ostrel.writeSettings(QByteArray("\"frameFps\": 10, \"chunkSizeMs\": 60000, ") + OstrelProgram::keepAnalysed);
-        m_ostrel.tellOfCapture();
     }
 
     /// Starts it, and waits until the session manager knows it.
@@ -43,8 +37,6 @@ protected:
 
     static constexpr std::chrono::milliseconds patience{20'000};
 
-    VirtualDesktop m_desktop{{.size = {640, 480}}};
-    OstrelProgram m_ostrel{m_desktop.environment()};
     TestProcess m_manager{{.program = QStringLiteral("/usr/bin/python3"),
                            .arguments = {QStringLiteral(OSTREL_FIXTURES "/../support/session-manager")},
                            .environment = m_desktop.environment(),
@@ -53,8 +45,7 @@ protected:
 
 TEST_F(Logout, recordingApplication_endsWithItsLastFlushAndNothingIsLost)
 {
-    // Has it record without anybody who presses a button.
-    ASSERT_TRUE(writeFileAtomically(m_ostrel.path(QStringLiteral(".ostrel/resume-recording")), {}));
+    recordFromTheStart();
     start();
     m_ostrel.waitForMessage("screen capture screenshot polling started");
     m_desktop.startTerminal(QStringLiteral("Shell"));

@@ -1,13 +1,10 @@
-#include "OstrelProgram.h"
+#include "LastBatch.h"
 
-#include "base/Files.h"
 #include "support/Printers.h"
 
 #include <QElapsedTimer>
 
 #include <gmock/gmock.h>
-
-#include <csignal>
 
 using namespace ostrel;
 using testing::HasSubstr;
@@ -15,37 +12,16 @@ using testing::Not;
 
 namespace {
 
-/// The program of the tray, whose toolkit ends with its display server, as it does at a logout. Ten pictures a second,
-/// a batch every minute: what was recorded is handed over at the end, or never.
-class LostScreen : public testing::Test
+/// The program of the tray, whose toolkit ends with its display server, as it does at a logout.
+class LostScreen : public LastBatch
 {
 protected:
-    LostScreen()
-    {
-        m_ostrel.writeSettings(QByteArray("\"frameFps\": 10, \"chunkSizeMs\": 60000, ") + OstrelProgram::keepAnalysed);
-        m_ostrel.tellOfCapture();
-    }
-    void TearDown() override
-    {
-        for (const qint64 process : m_frozenObservers)
-            ::kill(pid_t(process), SIGCONT);
-        m_ostrel.expectNoObserverStays();
-    }
-
-    /// Has it record without anybody who presses a button.
     void record()
     {
-        ASSERT_TRUE(writeFileAtomically(m_ostrel.path(QStringLiteral(".ostrel/resume-recording")), {}));
+        recordFromTheStart();
         m_ostrel.start({});
         m_ostrel.waitForMessage("screen capture screenshot polling started");
         m_desktop.startTerminal(QStringLiteral("Shell"));
-    }
-    void freezeObserver()
-    {
-        m_frozenObservers = m_ostrel.observers();
-        ASSERT_FALSE(m_frozenObservers.isEmpty());
-        for (const qint64 process : m_frozenObservers)
-            ::kill(pid_t(process), SIGSTOP);
     }
     /// @return how it ended, in 4 s and what a busy machine adds, far below the time that a request may take
     OstrelProgram::Outcome endOfTheServer()
@@ -58,10 +34,6 @@ protected:
         EXPECT_EQ(outcome.status, 1);
         return outcome;
     }
-
-    VirtualDesktop m_desktop{{.size = {640, 480}}};
-    OstrelProgram m_ostrel{m_desktop.environment()};
-    QList<qint64> m_frozenObservers;
 };
 
 TEST_F(LostScreen, recordingApplication_endsWithItsLastFlushAndNothingIsLost)
