@@ -197,7 +197,7 @@ void CaptureSources::setPaused(bool paused)
 
 void CaptureSources::lookForSignsOfLife()
 {
-    // Streams may rest while the session is locked, and no other ones could be had then.
+    // Streams may rest while the session is locked or something private is in front, and no others are begun then.
     const bool areLeftAlone = isHidden();
     if (!areLeftAlone && !m_streams.empty())
         lookForChangedDisplays();
@@ -331,12 +331,18 @@ void CaptureSources::streamDidStop(StreamId id, const Error &error)
     const auto context = stopped->context;
     context->signsOfLife.end();
     // The stream may be what is calling; it goes when it has returned.
-    m_sampleQueue.post([stream = std::move(stopped->stream)] {});
+    m_stoppedStreams.push_back(std::move(stopped->stream));
+    m_sampleQueue.post([weak = weak_from_this()] {
+        if (const auto sources = weak.lock())
+            sources->m_stoppedStreams.clear();
+    });
     m_streams.erase(stopped);
     if (!m_streams.empty()) {
         qCWarning(logScreenCapture, "screen capture stream stopped displayId=%s error=%s",
                   qUtf8Printable(context->displayId), qUtf8Printable(error.localizedDescription));
-        tellOfChangedDisplays();
+        // A question in the middle of a recording would cost more than the one display.
+        if (!m_displays.wouldAskAgain())
+            tellOfChangedDisplays();
     } else if (m_streamsDied) {
         m_streamsDied(error.localizedDescription);
     }
@@ -350,6 +356,8 @@ void CaptureSources::tearDown()
     m_displaysChanged = nullptr;
     for (const RunningStream &running : std::exchange(m_streams, {}))
         running.stream->stop();
+    // Their display source may go when this has returned.
+    m_stoppedStreams.clear();
 }
 
 } // namespace ostrel

@@ -29,7 +29,7 @@ public:
     /// Takes the reason for which the last stream stopped. Called on the sample queue.
     using StreamsDied = std::function<void(const QString &message)>;
     /// Called on the sample queue, once a recording, when the displays are no longer those of the plan, or the stream
-    /// of one of them has stopped while others run.
+    /// of one of them has stopped while others run, unless the user would be asked before capture could start anew.
     using DisplaysChanged = std::function<void()>;
 
     /// The references outlive this object.
@@ -127,6 +127,7 @@ private:
     std::atomic<qint64> m_arrived = 0;
     std::vector<DisplayCaptureSource> m_screenshotSources;
     std::vector<RunningStream> m_streams;
+    std::vector<std::shared_ptr<DisplayStream>> m_stoppedStreams; ///< which may still be calling
     StreamsDied m_streamsDied;
     DisplaysChanged m_displaysChanged; ///< until it was called
     StreamId m_lastStreamId = 0;

@@ -134,6 +134,9 @@ public:
     /// A desktop that has forgotten what it granted asks all the same.
     virtual bool wouldAskUser() { return false; }
 
+    /// The same of a capture that runs and would be stopped and started anew.
+    virtual bool wouldAskAgain() { return false; }
+
     /// Where a call under way waits for the user's answer to a question of the desktop's, it waits no longer, and the
     /// question is withdrawn. Any thread.
     virtual void interruptWaiting() {}

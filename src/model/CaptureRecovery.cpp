@@ -25,6 +25,8 @@ namespace {
 constexpr auto resumePause = 2s;
 /// A docking station brings its displays one after the other; each restart would cost another set of first pictures.
 constexpr auto displaySettlingTime = 1s;
+/// How often it is looked whether the session is still locked.
+constexpr auto pauseWhileLocked = 2s;
 /// Displays that change again and again, or can't be held, are given twice the time each time, up to 32 s.
 constexpr int mostDoublings = 5;
 /// A stall is the user's business when a new start of capture has not ended it by then.
@@ -149,6 +151,11 @@ Task<> CaptureRecovery::resumeOnChangedDisplays(std::stop_token stop)
     const int doublings = std::min(m_displayRestarts, mostDoublings);
     if (!co_await m_with.clock.sleepFor(displaySettlingTime * (1 << doublings), stop))
         co_return;
+    // Behind a lock screen nothing is captured, and a desktop may open no session.
+    while (m_with.workspace.isLocked()) {
+        if (!co_await m_with.clock.sleepFor(pauseWhileLocked, stop))
+            co_return;
+    }
     ++m_displayRestarts;
     qCInfo(logScreenCapture, "screen capture starts again: the displays have changed");
     perform(m_recoveryPolicy.captureDied());

@@ -124,6 +124,37 @@ TEST_F(RecorderStreams, oneStreamStopsWhileAnotherRuns_isSilent)
     EXPECT_TRUE(summary().startsWith(QStringLiteral("callbacks=2 accepted=1 buffered=1 missingContext=1 ")));
 }
 
+TEST_F(RecorderStreams, oneStreamStopsWhileAnotherRuns_isAChangeOfTheDisplays)
+{
+    int changes = 0;
+    recorder->onDisplaysChanged = [&] { ++changes; };
+    ASSERT_TRUE(start());
+    die(0);
+    EXPECT_EQ(changes, 1);
+}
+
+TEST_F(RecorderStreams, oneStreamStopsWhereTheUserWouldBeAskedAgain_theOtherGoesOn)
+{
+    int changes = 0;
+    recorder->onDisplaysChanged = [&] { ++changes; };
+    displays.asksAgain = true;
+    ASSERT_TRUE(start());
+    die(0);
+    EXPECT_EQ(changes, 0);
+    deliver(1, 10);
+    EXPECT_TRUE(summary().startsWith(QStringLiteral("callbacks=1 accepted=1 ")));
+    die(1);
+    EXPECT_EQ(deaths, QStringList{broken.localizedDescription});
+}
+
+TEST_F(RecorderStreams, streamThatStopsAsTheRecorderGoes_isGoneBeforeItsDisplaySource)
+{
+    ASSERT_TRUE(start());
+    displays.streams[0]->die(broken);
+    recorder.reset();
+    EXPECT_TRUE(displays.streams[0]->destroyed && displays.streams[1]->destroyed);
+}
+
 TEST_F(RecorderStreams, lastStreamStops_isReportedOnce)
 {
     ASSERT_TRUE(start());

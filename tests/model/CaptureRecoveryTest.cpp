@@ -421,6 +421,20 @@ TEST_F(ChangedDisplays, noneLeft_isTriedFiveTimesAndGivenUp)
     EXPECT_EQ(m_model->helperError(), text("No capturable display found"));
 }
 
+TEST_F(ChangedDisplays, lockedWithinTheSecond_startsAgainWhenItIsUnlocked)
+{
+    m_changed = true;
+    advance(2s);
+    m_changed = false;
+    m_workspace.setLocked(true);
+    advance(60s);
+    EXPECT_EQ(m_starts, 0) << "no session is opened behind a lock screen";
+    m_workspace.setLocked(false);
+    advance(2s);
+    EXPECT_EQ(m_starts, 1);
+    expectRecordingGoesOn();
+}
+
 TEST_F(ChangedDisplays, sleepWithinTheSecond_isLeftToTheWake)
 {
     m_changed = true;

@@ -198,6 +198,12 @@ void FakeCompositor::unplug(int output)
     });
 }
 
+void FakeCompositor::forget(int output)
+{
+    unplug(output);
+    m_server->locked([&] { wl_global_destroy(std::exchange(m_server->output(output).global, nullptr)); });
+}
+
 void FakeCompositor::change(int output, const Output &look)
 {
     m_server->locked([&] {

@@ -62,6 +62,8 @@ public:
     /// @return the number that the other calls know it by
     int plugIn(const Output &output, std::uint32_t colour = 0x336699);
     void unplug(int output);
+    /// Unplugs it, and ends whoever asks for it without having heard of that.
+    void forget(int output);
     /// The same output, otherwise.
     void change(int output, const Output &look);
     void behave(int output, const Behaviour &behaviour);

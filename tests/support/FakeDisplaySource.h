@@ -76,6 +76,7 @@ public:
     std::function<void()> onInterruptWaiting = [] {}; ///< on any thread
     bool leavesOut = true;                            ///< private windows
     bool asksUser = false;                            ///< before it lists displays
+    bool asksAgain = false;                           ///< before capture that runs could be started anew
     /// Why making the screenshotter or the stream of a display fails; by default none does.
     std::map<quint32, Error> refusedDisplays;
     std::map<quint32, Error> streamsThatDoNotStart;
@@ -113,6 +114,7 @@ public:
 
     bool leavesOutPrivateWindows() const override { return leavesOut; }
     bool wouldAskUser() override { return asksUser; }
+    bool wouldAskAgain() override { return asksAgain; }
 
     void interruptWaiting() override { onInterruptWaiting(); }
 

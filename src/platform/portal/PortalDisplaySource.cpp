@@ -50,17 +50,26 @@ Result<ShareableContent> PortalDisplaySource::shareableContent()
 bool PortalDisplaySource::haveDisplaysChanged()
 {
     const PortalSeams &seams = m_portal->seams();
-    const QStringList monitors = seams.compositorsMonitors();
-    if (!m_cast || monitors.isEmpty() || monitors == m_comparedMonitors)
+    const QStringList monitors = m_cast ? seams.compositorsMonitors() : QStringList();
+    if (monitors.isEmpty())
+        return false;
+    if (monitors == m_comparedMonitors)
         return m_haveDisplaysChanged;
+    using Change = ScreenCastPortal::MonitorChange;
+    const Change change = m_portal->compareMonitors(readMonitors(seams));
+    if (change == Change::Untold)
+        return false;
     m_comparedMonitors = monitors;
-    using Monitors = ScreenCastPortal::Monitors;
-    const Monitors compared = m_portal->compareMonitors(readMonitors(seams));
-    m_haveDisplaysChanged = compared == Monitors::Granted;
-    if (compared == Monitors::Unknown)
+    m_haveDisplaysChanged = change == Change::Granted;
+    if (change == Change::Ungranted)
         qCWarning(logPlatform, "the monitors have changed, and only those that you have shared are recorded; the next "
                                "recording begins with the desktop's question about all of them");
     return m_haveDisplaysChanged;
+}
+
+bool PortalDisplaySource::wouldAskAgain()
+{
+    return m_portal->compareMonitors(readMonitors(m_portal->seams())) == ScreenCastPortal::MonitorChange::Ungranted;
 }
 
 bool PortalDisplaySource::wouldAskUser()

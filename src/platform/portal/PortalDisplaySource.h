@@ -37,9 +37,10 @@ public:
     /// @return Fault::NoScreenPortal, ScreenCaptureDeclined, ScreenSharingEnded, ScreenQuestionUnanswered,
     ///         PictureRefused, PictureStreamEnded, TimedOut, Cancelled
     Result<ShareableContent> shareableContent() override;
-    /// Of other monitors than those that the user was asked about nothing is to be had without another question, and so
-    /// they count only if that was answered before: then they can be seen at once. Else the log says what is missing.
+    /// Other monitors than those that the user was asked about count only where what was granted before shows them
+    /// without a question. Else the log says what is missing.
     bool haveDisplaysChanged() override;
+    bool wouldAskAgain() override;
     bool wouldAskUser() override;
     void interruptWaiting() override;
     /// Whether all streams can do so, or may within seconds. Those that can't, after it was said that they can, give no

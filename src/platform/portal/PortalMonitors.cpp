@@ -6,22 +6,28 @@
 
 namespace ostrel {
 
-QStringList readMonitors(const BusLine &line, const PortalSeams &seams)
+ToldMonitors readMonitors(const BusLine &line, const PortalSeams &seams)
 {
+    const auto hasShell = hasOwner(line, ShellNames::service);
+    if (!hasShell)
+        return {};
+    if (!*hasShell)
+        return {.names = seams.compositorsMonitors(), .areTheShells = false};
+    // The compositor knows them by other names than those that tokens are kept for.
     const auto told = readShellMonitors(line);
-    return told ? told->shown : seams.compositorsMonitors();
+    return {.names = told ? told->shown : QStringList(), .areTheShells = true};
 }
 
-QStringList readMonitors(const PortalSeams &seams)
+ToldMonitors readMonitors(const PortalSeams &seams)
 {
+    constexpr std::chrono::milliseconds patience{1'000};
     const QByteArray address = seams.busAddress.isEmpty() ? sessionBusAddress().toUtf8() : seams.busAddress;
     const GlibHandle<GMainContext> context(g_main_context_new());
     const MainContextScope scope(context.get());
-    const auto bus =
-        address.isEmpty() ? nullptr : connectToBusInTime(address, context.get(), int(seams.patience.count()));
+    const auto bus = address.isEmpty() ? nullptr : connectToBusInTime(address, context.get(), int(patience.count()));
     if (!bus)
-        return seams.compositorsMonitors();
-    const QStringList monitors = readMonitors({.connection = bus.get()}, seams);
+        return {};
+    ToldMonitors monitors = readMonitors({.connection = bus.get(), .patience = patience}, seams);
     closeBus(bus.get(), context.get());
     return monitors;
 }

@@ -59,7 +59,7 @@ std::optional<PortalOffer> readPortalOffer(const PortalSeams &seams)
         return std::nullopt;
     const BusLine line{.connection = bus.get()};
     PortalOffer offer{.version = {}, .isGranted = PortalGrantFile(seams.grantFile).isGranted()};
-    offer.monitors = readMonitors(line, seams);
+    offer.monitors = readMonitors(line, seams).names;
     const bool isRunning = hasOwner(line, PortalNames::service).value_or(false);
     if (isRunning)
         offer.version = versionOfScreenCasts(line);

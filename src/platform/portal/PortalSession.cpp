@@ -73,13 +73,16 @@ Result<std::unique_ptr<PortalSession>> PortalSession::open(const Opening &openin
     std::unique_ptr<PortalSession> session(new PortalSession(std::move(*bus), opening.seams));
     if (const auto created = session->create(); !created)
         return std::unexpected(created.error());
-    const QString restoreToken = opening.restoreTokenFor(readMonitors(session->m_bus->line(), session->m_seams));
+    const auto monitors = [&] { return readMonitors(session->m_bus->line(), session->m_seams).names; };
+    session->m_monitors = monitors();
+    const QString restoreToken = opening.restoreTokenFor(session->m_monitors);
     if (const auto selected = session->selectMonitors(restoreToken); !selected)
         return std::unexpected(selected.error());
     if (const auto started = session->startStreams(opening.onUnanswered); !started)
         return std::unexpected(started.error());
-    session->m_monitors =
-        readMonitors(session->m_bus->line(), session->m_seams); // they may have changed while the user was thinking
+    // Others may have come while the user was thinking. What a token opens shows those that it was given for.
+    if (restoreToken.isEmpty())
+        session->m_monitors = monitors();
     return session;
 }
 

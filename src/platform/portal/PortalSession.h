@@ -51,7 +51,8 @@ public:
     const QList<PortalStreamFacts> &streams() const { return m_streams; }
     /// For the next session; empty where the desktop gives none.
     const QString &restoreToken() const { return m_restoreToken; }
-    /// The monitors that there were to choose from, by name and in order; empty where nobody tells.
+    /// The monitors that there were to choose from when the user was asked, now or earlier, by name and in order; empty
+    /// where nobody told.
     const QStringList &monitors() const { return m_monitors; }
 
     /// A connection to PipeWire on which the streams, and nothing else, can be seen. The caller closes it.

@@ -48,23 +48,34 @@ bool ScreenCastPortal::isGranted()
 
 bool ScreenCastPortal::wouldAsk(const QStringList &monitors)
 {
-    if (const std::unique_lock turn(m_turn, std::try_to_lock); turn.owns_lock())
+    bool isOutdated = false;
+    if (const std::unique_lock turn(m_turn, std::try_to_lock); turn.owns_lock()) {
         inspectCast();
+        isOutdated = isCastOutdated(monitors);
+    }
     const std::scoped_lock lock(m_mutex);
-    if (m_isOpen || m_withdrawal)
+    if ((m_isOpen && !isOutdated) || m_withdrawal)
         return false;
     return m_isTokenInDoubt || m_grants.tokenFor(monitors).isEmpty();
 }
 
-ScreenCastPortal::Monitors ScreenCastPortal::compareMonitors(const QStringList &now)
+ScreenCastPortal::MonitorChange ScreenCastPortal::compareMonitors(const ToldMonitors &now)
 {
     // Whoever has the turn opens a cast, or looks why there is none any more.
     const std::unique_lock turn(m_turn, std::try_to_lock);
-    if (!turn.owns_lock() || !m_cast || m_cast->state() != PortalSession::State::Open || now.isEmpty() ||
-        m_cast->monitors().isEmpty() || m_cast->monitors() == now)
-        return Monitors::Same;
-    const std::scoped_lock lock(m_mutex);
-    return m_grants.hasTokenForJust(now) ? Monitors::Granted : Monitors::Unknown;
+    if (!turn.owns_lock() || !m_cast || m_cast->state() != PortalSession::State::Open || now.names.isEmpty())
+        return MonitorChange::Untold;
+    if (m_cast->monitors().isEmpty() || m_cast->monitors() == now.names)
+        return MonitorChange::None;
+    // A cast without a token is kept for whoever asks next: there would be no other one.
+    const bool isGranted = now.areTheShells && !m_cast->restoreToken().isEmpty() && m_grants.hasTokenForJust(now.names);
+    return isGranted ? MonitorChange::Granted : MonitorChange::Ungranted;
+}
+
+bool ScreenCastPortal::isCastOutdated(const QStringList &monitors) const
+{
+    return m_cast && m_cast.use_count() == 1 && !monitors.isEmpty() && !m_cast->monitors().isEmpty() &&
+           m_cast->monitors() != monitors;
 }
 
 Result<std::shared_ptr<PortalCast>> ScreenCastPortal::open(Asker asker)
@@ -76,6 +87,8 @@ Result<std::shared_ptr<PortalCast>> ScreenCastPortal::open(Asker asker)
     // First, for an interrupted look leaves a cast behind that may be over.
     if (g_cancellable_is_cancelled(opener.interrupt()) != FALSE)
         return std::unexpected(faultError(Fault::Cancelled));
+    if (m_cast && isCastOutdated(readMonitors(m_seams).names))
+        letGoOfCast();
     if (m_cast)
         return m_cast;
     if (asker == Asker::User) {
@@ -85,7 +98,7 @@ Result<std::shared_ptr<PortalCast>> ScreenCastPortal::open(Asker asker)
     }
     if (const auto reason = withdrawal())
         return std::unexpected(*reason);
-    if (isQuestionTooSoon() && tokenToUse(readMonitors(m_seams)).isEmpty())
+    if (isQuestionTooSoon() && tokenToUse(readMonitors(m_seams).names).isEmpty())
         return std::unexpected(m_unanswered->error);
     auto cast = openAnew(opener.interrupt());
     if (!cast && isFault(cast.error(), Fault::ScreenCaptureDeclined)) {
@@ -173,6 +186,11 @@ void ScreenCastPortal::releaseUnused()
     if (!m_cast || m_cast.use_count() > 1 || m_cast->restoreToken().isEmpty() ||
         m_cast->state() != PortalSession::State::Open)
         return;
+    letGoOfCast();
+}
+
+void ScreenCastPortal::letGoOfCast()
+{
     m_cast.reset();
     const std::scoped_lock lock(m_mutex);
     m_isOpen = false;

@@ -17,6 +17,7 @@
 namespace ostrel {
 
 class PortalCast;
+struct ToldMonitors;
 
 /// The desktop's leave to see its screens, for the whole program: who has it, how it is asked for, how it is kept for
 /// the next run. Any thread; those who ask wait for each other.
@@ -44,14 +45,14 @@ public:
     /// @param monitors that are there, by name and in order; empty where nobody tells
     bool wouldAsk(const QStringList &monitors);
 
-    enum class Monitors {
-        Same,    ///< as those of the open cast; or there is none, or nobody can tell
-        Granted, ///< other ones, and what opens a cast of them without a question is kept
-        Unknown, ///< other ones, of which the user has to be asked
+    enum class MonitorChange {
+        Untold,    ///< just now
+        None,      ///< as far as anybody tells
+        Granted,   ///< to other ones, and what opens a cast of them without a question is kept
+        Ungranted, ///< to other ones, of which the user may have to be asked
     };
     /// What has become of the open cast's monitors. Asks nobody.
-    /// @param now those that are there, by name and in order; empty where nobody tells
-    Monitors compareMonitors(const QStringList &now);
+    MonitorChange compareMonitors(const ToldMonitors &now);
 
     enum class Asker {
         Program,
@@ -77,8 +78,11 @@ private:
     Result<std::shared_ptr<PortalCast>> tryToOpen(const FindToken &findToken, GCancellable *interrupt);
     /// Lets go of a cast that has ended. May wait a moment for the reason; only who can be interrupted waits.
     void inspectCast(GCancellable *interrupt = nullptr);
+    /// Nobody uses the cast, and the monitors are others by now.
+    bool isCastOutdated(const QStringList &monitors) const;
     QString tokenToUse(const QStringList &monitors) const;
     bool isQuestionTooSoon() const;
+    void letGoOfCast();
     void takeBack(const Error &reason);
     std::optional<Error> withdrawal() const;
 

@@ -14,13 +14,13 @@ GlibHandle<GVariant> childOf(const GlibHandle<GVariant> &parent, gsize index)
     return GlibHandle<GVariant>(g_variant_get_child_value(parent.get(), index));
 }
 
-/// Connector, vendor, product, serial number: together they say which one it is.
-QString nameIn(const GlibHandle<GVariant> &names)
+/// Connector, vendor, product, serial number.
+QStringList namesIn(const GlibHandle<GVariant> &monitor)
 {
-    char *text = g_variant_print(names.get(), FALSE);
-    QString name = QString::fromUtf8(text);
-    g_free(text);
-    return name;
+    QStringList names;
+    for (gsize i = 0; i < g_variant_n_children(monitor.get()); ++i)
+        names.append(QString::fromUtf8(g_variant_get_string(childOf(monitor, i).get(), nullptr)));
+    return names;
 }
 
 } // namespace
@@ -43,13 +43,13 @@ std::optional<ShellMonitors> shellMonitorsIn(GVariant *answer)
     ShellMonitors monitors;
     const GlibHandle<GVariant> connected(g_variant_get_child_value(answer, 1));
     for (gsize i = 0; i < g_variant_n_children(connected.get()); ++i)
-        monitors.connected.insert(nameIn(childOf(childOf(connected, i), 0)));
+        monitors.connected.insert(namesIn(childOf(childOf(connected, i), 0)).join(u' '));
     // Parts of the desktop, each of which several monitors may show.
     const GlibHandle<GVariant> parts(g_variant_get_child_value(answer, 2));
     for (gsize i = 0; i < g_variant_n_children(parts.get()); ++i) {
         const auto showing = childOf(childOf(parts, i), 5);
         for (gsize k = 0; k < g_variant_n_children(showing.get()); ++k)
-            monitors.shown.append(nameIn(childOf(showing, k)));
+            monitors.shown.append(namesIn(childOf(showing, k)).sliced(1).join(u' '));
     }
     monitors.shown.sort();
     return monitors;

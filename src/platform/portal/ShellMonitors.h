@@ -18,10 +18,11 @@ constexpr const char *changed = "MonitorsChanged";
 constexpr const char *read = "GetCurrentState";
 } // namespace ShellNames
 
-/// Monitors by names that say which one each is, in any session.
 struct ShellMonitors {
-    QSet<QString> connected;
-    QStringList shown; ///< without those that are switched off, as a closed lid's is; in order
+    QSet<QString> connected; ///< by connector, vendor, product and serial number
+    /// Without those that are switched off, as a closed lid's is. In order, and by what they are in any session:
+    /// vendor, product and serial number, for docks name their connectors anew at each plugging.
+    QStringList shown;
 };
 
 /// Blocks until the compositor has answered.

@@ -20,6 +20,7 @@ public:
     /// @return the errors of the means that is used
     Result<ShareableContent> shareableContent() override;
     bool haveDisplaysChanged() override { return m_chosen->haveDisplaysChanged(); }
+    bool wouldAskAgain() override { return m_chosen->wouldAskAgain(); }
     bool wouldAskUser() override;
     void interruptWaiting() override;
     bool leavesOutPrivateWindows() const override { return m_chosen->leavesOutPrivateWindows(); }

@@ -28,13 +28,16 @@ QStringList WaylandMonitors::names()
     const std::scoped_lock lock(m_mutex);
     if (m_outputs)
         m_outputs->connection().dispatchEvents();
-    if (!m_outputs || m_outputs->connection().isBroken())
+    const bool isOpen = m_outputs && !m_outputs->connection().isBroken();
+    // One that has come and gone since the last look can't be described, and costs the connection.
+    const bool isDescribed = isOpen && (!m_outputs->hasNews() || m_outputs->refresh());
+    if (!isDescribed)
         m_outputs = openOutputs(m_display);
     QStringList names;
     if (!m_outputs)
         return names;
     for (const WaylandOutput *output : m_outputs->all())
-        names.append(QStringLiteral("%1 %2").arg(output->look().name, output->look().model).trimmed());
+        names.append(output->look().model.isEmpty() ? output->look().name : output->look().model);
     names.sort();
     return names;
 }

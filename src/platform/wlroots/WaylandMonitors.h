@@ -21,8 +21,9 @@ public:
     WaylandMonitors &operator=(const WaylandMonitors &) = delete;
     ~WaylandMonitors();
 
-    /// By connector, maker and model, in order; empty while there is no compositor to ask. Waits for nothing but a new
-    /// connection's first answers, and for those a second at the most each.
+    /// By maker and model, in order, and several of one model as often as they are there; by connector where a model
+    /// isn't told. (Docks name their connectors anew at each plugging.) Empty while there is no compositor to ask.
+    /// Waits only for a description that it hasn't had yet, and for that a second at the most.
     QStringList names();
 
 private:

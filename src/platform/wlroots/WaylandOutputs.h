@@ -79,6 +79,8 @@ public:
     /// A manager of the caller's own: the compositor counts changes for each manager apart.
     WaylandHandle<zwlr_screencopy_manager_v1> bindScreencopy() const;
 
+    /// Whether something was announced whose description is on its way.
+    bool hasNews() const { return m_hasNews; }
     /// Learns what has changed since the last call; a round trip, or two.
     Result<> refresh();
     /// Those that are switched on.
@@ -103,7 +105,7 @@ private:
     WaylandHandle<zxdg_output_manager_v1> m_places;
     std::optional<Global> m_screencopy;
     std::vector<std::unique_ptr<WaylandOutput>> m_outputs;
-    bool m_hasNews = false; ///< something was announced whose description is on its way
+    bool m_hasNews = false;
 };
 
 } // namespace ostrel

@@ -101,9 +101,14 @@ Result<std::shared_ptr<WaylandOutputs>> WlrDisplaySource::outputs()
     if (m_outputs && m_outputs->connection().isBroken())
         m_outputs.reset();
     if (m_outputs) {
-        if (const auto known = m_outputs->refresh(); !known)
+        const auto known = m_outputs->refresh();
+        if (!known && isFault(known.error(), Fault::TimedOut))
             return std::unexpected(known.error());
-    } else {
+        // One that has come and gone since the last reading can't be described, and costs the connection.
+        if (!known)
+            m_outputs.reset();
+    }
+    if (!m_outputs) {
         auto connection = WaylandConnection::open(m_display, m_seams.patience);
         if (!connection)
             return std::unexpected(connection.error());

@@ -14,6 +14,7 @@
 #include <gmock/gmock.h>
 
 #include <memory>
+#include <optional>
 
 using namespace ostrel;
 using namespace std::chrono_literals;
@@ -23,8 +24,8 @@ using testing::IsEmpty;
 
 namespace {
 
-const QString laptop = QStringLiteral("eDP-1 Maker Panel");
-const QString external = QStringLiteral("DP-2 Maker Screen");
+const QString laptop = QStringLiteral("Maker Panel");
+const QString external = QStringLiteral("Maker Monitor");
 
 /// A session of a laptop's panel, on a desktop whose compositor tells its monitors, and nobody else does: like KDE's.
 class PluggedIn : public testing::Test
@@ -48,9 +49,19 @@ protected:
             ASSERT_TRUE(content) << qPrintable(content.error().localizedDescription);
         });
     }
+    /// It is captured no more.
+    void close()
+    {
+        m_queue.sync([this] { m_source = std::make_unique<PortalDisplaySource>(m_portal); });
+        m_portal->releaseUnused();
+    }
     bool haveDisplaysChanged()
     {
         return m_queue.sync([this] { return m_source->haveDisplaysChanged(); });
+    }
+    bool wouldAskAgain()
+    {
+        return m_queue.sync([this] { return m_source->wouldAskAgain(); });
     }
     QList<QByteArray> tokens() const { return m_service.seen().tokens; }
 
@@ -62,9 +73,12 @@ protected:
     SerialQueue m_queue{QStringLiteral("samples")};
     QStringList m_monitors{laptop}; ///< used on the queue, or while it rests
     int m_looks = 0;
+    std::optional<int> m_changesAfterLooks; ///< then the external monitor is there, too
     PortalSeams m_seams{.reasonPatience = 30s, .compositorsMonitors = [this] {
-                            ++m_looks;
-                            return m_monitors;
+                            const QStringList told = m_monitors;
+                            if (++m_looks == m_changesAfterLooks)
+                                m_monitors = {external, laptop};
+                            return told;
                         }};
     std::shared_ptr<ScreenCastPortal> m_portal = std::make_shared<ScreenCastPortal>(m_seams);
     std::unique_ptr<PortalDisplaySource> m_source = std::make_unique<PortalDisplaySource>(m_portal);
@@ -80,33 +94,32 @@ TEST_F(PluggedIn, sameMonitors_areNoChange)
     EXPECT_THAT(m_log.take(QtWarningMsg), IsEmpty());
 }
 
-TEST_F(PluggedIn, monitorThatWasSharedBefore_isAChangeUntilItIsRecordedByItsOwnToken)
+TEST_F(PluggedIn, monitorThatComes_isNoChangeAndSaidOnce)
 {
     grant({external, laptop}, "for the desk");
     grant({laptop}, "for the laptop");
     open();
     m_monitors = {external, laptop};
-    EXPECT_TRUE(haveDisplaysChanged());
-    EXPECT_TRUE(haveDisplaysChanged()) << "not only the first time";
+    EXPECT_FALSE(haveDisplaysChanged()) << "this desktop's portal might ask all the same";
+    EXPECT_FALSE(haveDisplaysChanged());
+    EXPECT_TRUE(wouldAskAgain());
+    const QStringList said = m_log.take(QtWarningMsg);
+    ASSERT_EQ(said.size(), 1);
+    EXPECT_THAT(said.first().toStdString(), HasSubstr("only those that you have shared are recorded"));
+}
 
-    m_queue.sync([this] { m_source = std::make_unique<PortalDisplaySource>(m_portal); });
-    m_portal->releaseUnused();
+TEST_F(PluggedIn, nextRecordingWithAMonitorThatWasSharedBefore_comesWithItsOwnToken)
+{
+    grant({external, laptop}, "for the desk");
+    grant({laptop}, "for the laptop");
+    open();
+    close();
+    m_monitors = {external, laptop};
+    EXPECT_FALSE(m_source->wouldAskUser());
     open();
     EXPECT_FALSE(haveDisplaysChanged());
     EXPECT_THAT(tokens(), ElementsAre("for the laptop", "for the desk"));
     EXPECT_THAT(m_log.take(QtWarningMsg), IsEmpty());
-}
-
-TEST_F(PluggedIn, monitorOfWhichTheUserWasNeverAsked_isNoChangeAndSaidOnce)
-{
-    grant({laptop}, "for the laptop");
-    open();
-    m_monitors = {external, laptop};
-    EXPECT_FALSE(haveDisplaysChanged());
-    EXPECT_FALSE(haveDisplaysChanged());
-    const QStringList said = m_log.take(QtWarningMsg);
-    ASSERT_EQ(said.size(), 1);
-    EXPECT_THAT(said.first().toStdString(), HasSubstr("only those that you have shared are recorded"));
 }
 
 TEST_F(PluggedIn, nextRecordingWithAMonitorThatIsNew_asksTheUserAndItsTokenIsKeptForBoth)
@@ -116,8 +129,34 @@ TEST_F(PluggedIn, nextRecordingWithAMonitorThatIsNew_asksTheUserAndItsTokenIsKep
     EXPECT_TRUE(m_source->wouldAskUser());
     open();
     EXPECT_THAT(tokens(), ElementsAre(""));
-    EXPECT_TRUE(PortalGrantFile({}).hasTokenForJust({external, laptop}));
-    EXPECT_TRUE(PortalGrantFile({}).hasTokenForJust({laptop}));
+    EXPECT_EQ(PortalGrantFile({}).tokenFor({external, laptop}), QStringLiteral("another"));
+    EXPECT_EQ(PortalGrantFile({}).tokenFor({laptop}), QStringLiteral("for the laptop"));
+}
+
+TEST_F(PluggedIn, monitorThatComesWhileATokenOpensTheSession_getsNoTokenThatDoesNotShowIt)
+{
+    grant({external, laptop}, "for the desk");
+    grant({laptop}, "for the laptop");
+    m_changesAfterLooks = 1;
+    open();
+    EXPECT_THAT(tokens(), ElementsAre("for the laptop"));
+    EXPECT_EQ(PortalGrantFile({}).tokenFor({laptop}), QStringLiteral("another"));
+    EXPECT_EQ(PortalGrantFile({}).tokenFor({external, laptop}), QStringLiteral("for the desk"));
+}
+
+TEST_F(PluggedIn, sessionWithoutAToken_isKeptForItsMonitorsAndNotForOthers)
+{
+    m_service.behave({.streams = {{.node = m_pictures.node()}}, .newToken = ""});
+    open();
+    close();
+    EXPECT_FALSE(m_source->wouldAskUser());
+    open();
+    EXPECT_EQ(m_service.seen().sessions, 1) << "the next one would ask again";
+    close();
+    m_monitors = {external, laptop};
+    EXPECT_TRUE(m_source->wouldAskUser());
+    open();
+    EXPECT_EQ(m_service.seen().sessions, 2);
 }
 
 TEST_F(PluggedIn, questionThatNobodyAnswers_doesNotKeepFromWhatWasShared)
@@ -138,17 +177,6 @@ TEST_F(PluggedIn, questionThatNobodyAnswers_doesNotKeepFromWhatWasShared)
     EXPECT_THAT(tokens(), ElementsAre("", "for the laptop"));
 }
 
-TEST_F(PluggedIn, monitorThatGoesAgainBeforeItIsRecorded_isNoChange)
-{
-    grant({external, laptop}, "for the desk");
-    grant({laptop}, "for the laptop");
-    open();
-    m_monitors = {external, laptop};
-    EXPECT_TRUE(haveDisplaysChanged());
-    m_monitors = {laptop};
-    EXPECT_FALSE(haveDisplaysChanged());
-}
-
 TEST_F(PluggedIn, compositorThatGoesMeanwhile_isNoChange)
 {
     grant({laptop}, "for the laptop");
@@ -156,16 +184,6 @@ TEST_F(PluggedIn, compositorThatGoesMeanwhile_isNoChange)
     m_monitors.clear();
     EXPECT_FALSE(haveDisplaysChanged());
     EXPECT_THAT(m_log.take(QtWarningMsg), IsEmpty());
-}
-
-TEST_F(PluggedIn, sessionThatHasEnded_isNoChange)
-{
-    grant({external, laptop}, "for the desk");
-    grant({laptop}, "for the laptop");
-    open();
-    m_service.endSharing();
-    m_monitors = {external, laptop};
-    EXPECT_FALSE(haveDisplaysChanged()) << "whoever opens the next one finds out why";
 }
 
 TEST_F(PluggedIn, nothingIsOpen_isNoChangeAndAsksNobody)
@@ -189,24 +207,45 @@ TEST_F(PluggedIn, unchangedMonitors_areAskedOfTheCompositorAlone)
 class PluggedInOnGnome : public PluggedIn
 {
 protected:
-    static QString nameOf(const char *connector)
+    static QString nameOf(const char *serial) { return QStringLiteral("Vendor Product ") + QLatin1String(serial); }
+
+    void plugIn()
     {
-        return QStringLiteral("('%1', 'Vendor', 'Product', '0x1')").arg(QLatin1String(connector));
+        m_shell.change({"eDP-1", "DP-2"});
+        m_monitors = {external, laptop};
     }
 
+    const QStringList m_desk{nameOf("DP-2"), nameOf("eDP-1")};
     TestShell m_shell{m_bus.address(), {"eDP-1"}};
 };
 
-TEST_F(PluggedInOnGnome, monitorThatWasSharedBefore_isAChangeByTheShellsNames)
+TEST_F(PluggedInOnGnome, monitorThatWasSharedBefore_isAChangeUntilItIsRecordedByItsOwnToken)
 {
-    grant({nameOf("DP-2"), nameOf("eDP-1")}, "for the desk");
+    grant(m_desk, "for the desk");
     grant({nameOf("eDP-1")}, "for the laptop");
     open();
     EXPECT_FALSE(haveDisplaysChanged());
-    m_shell.change({"eDP-1", "DP-2"});
-    m_monitors = {external, laptop};
+    plugIn();
     EXPECT_TRUE(haveDisplaysChanged());
-    EXPECT_THAT(tokens(), ElementsAre("for the laptop"));
+    EXPECT_TRUE(haveDisplaysChanged()) << "not only the first time";
+    EXPECT_FALSE(wouldAskAgain());
+    close();
+    open();
+    EXPECT_FALSE(haveDisplaysChanged());
+    EXPECT_THAT(tokens(), ElementsAre("for the laptop", "for the desk"));
+    EXPECT_THAT(m_log.take(QtWarningMsg), IsEmpty());
+}
+
+TEST_F(PluggedInOnGnome, monitorThatGoesAgainBeforeItIsRecorded_isNoChange)
+{
+    grant(m_desk, "for the desk");
+    grant({nameOf("eDP-1")}, "for the laptop");
+    open();
+    plugIn();
+    EXPECT_TRUE(haveDisplaysChanged());
+    m_shell.change({"eDP-1"});
+    m_monitors = {laptop};
+    EXPECT_FALSE(haveDisplaysChanged());
 }
 
 TEST_F(PluggedInOnGnome, monitorOfWhichTheUserWasNeverAsked_isNoChange)
@@ -214,10 +253,63 @@ TEST_F(PluggedInOnGnome, monitorOfWhichTheUserWasNeverAsked_isNoChange)
     grant({laptop, external}, "by other names");
     grant({nameOf("eDP-1")}, "for the laptop");
     open();
-    m_shell.change({"eDP-1", "DP-2"});
+    plugIn();
+    EXPECT_FALSE(haveDisplaysChanged());
+    EXPECT_TRUE(wouldAskAgain());
+    EXPECT_EQ(m_log.take(QtWarningMsg).size(), 1);
+}
+
+TEST_F(PluggedInOnGnome, sessionWithoutATokenOfItsOwn_isNoChange)
+{
+    grant(m_desk, "for the desk");
+    m_service.behave({.streams = {{.node = m_pictures.node()}}, .newToken = ""});
+    open();
+    plugIn();
+    EXPECT_FALSE(haveDisplaysChanged()) << "it would be opened again and again";
+}
+
+TEST_F(PluggedInOnGnome, sessionThatHasEnded_isNoChange)
+{
+    grant(m_desk, "for the desk");
+    grant({nameOf("eDP-1")}, "for the laptop");
+    open();
+    m_service.endSharing();
+    plugIn();
+    EXPECT_FALSE(haveDisplaysChanged()) << "whoever opens the next one finds out why";
+}
+
+TEST_F(PluggedInOnGnome, shellThatDoesNotAnswer_isAskedAgainAtTheNextLook)
+{
+    grant(m_desk, "for the desk");
+    grant({nameOf("eDP-1")}, "for the laptop");
+    open();
+    m_shell.hang();
     m_monitors = {external, laptop};
     EXPECT_FALSE(haveDisplaysChanged());
-    EXPECT_EQ(m_log.take(QtWarningMsg).size(), 1);
+    EXPECT_THAT(m_log.take(QtWarningMsg), IsEmpty()) << "nothing is known";
+    m_shell.recover();
+    plugIn();
+    EXPECT_TRUE(haveDisplaysChanged());
+}
+
+TEST_F(PluggedInOnGnome, shellThatDoesNotAnswerAtTheStart_isNoReasonToAskTheUser)
+{
+    grant({nameOf("eDP-1")}, "for the laptop");
+    m_shell.hang();
+    open();
+    EXPECT_THAT(tokens(), ElementsAre("for the laptop"));
+}
+
+TEST_F(PluggedInOnGnome, monitorThatADockHasGivenAnotherConnector_isOpenedByItsToken)
+{
+    grant({nameOf("7")}, "for the screen");
+    m_shell.change({"DP-6/7"});
+    open();
+    EXPECT_THAT(tokens(), ElementsAre("for the screen"));
+    m_shell.change({"DP-5/7"});
+    m_monitors = {external};
+    EXPECT_FALSE(haveDisplaysChanged());
+    EXPECT_THAT(m_log.take(QtWarningMsg), IsEmpty());
 }
 
 } // namespace

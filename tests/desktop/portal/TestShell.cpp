@@ -8,7 +8,8 @@ namespace {
 
 GVariant *namesOf(const QByteArray &connector)
 {
-    return g_variant_new("(ssss)", connector.constData(), "Vendor", "Product", "0x1");
+    const QList<QByteArray> parts = connector.split('/');
+    return g_variant_new("(ssss)", parts.first().constData(), "Vendor", "Product", parts.last().constData());
 }
 
 GVariant *stateOf(const QList<QByteArray> &connectors, const QList<QByteArray> &switchedOff)
@@ -76,6 +77,12 @@ void TestShell::hang()
 {
     const std::scoped_lock lock(m_mutex);
     m_hangs = true;
+}
+
+void TestShell::recover()
+{
+    const std::scoped_lock lock(m_mutex);
+    m_hangs = false;
 }
 
 int TestShell::answers() const

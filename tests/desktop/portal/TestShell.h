@@ -13,6 +13,7 @@ namespace ostrel {
 class TestShell
 {
 public:
+    /// @param connectors with monitors: "DP-1" has one of that serial number, "DP-1/7" one of the serial number 7
     TestShell(const QByteArray &busAddress, QList<QByteArray> connectors);
 
     /// Other monitors are there. Returns when the bus has passed on that they have changed.
@@ -23,6 +24,8 @@ public:
     void switchOff(const QByteArray &connector);
     /// It is asked, and does not answer.
     void hang();
+    /// It answers what it is asked from now on.
+    void recover();
     /// How often it was asked so far, and has answered.
     int answers() const;
 

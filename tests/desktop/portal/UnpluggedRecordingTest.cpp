@@ -152,7 +152,7 @@ protected:
     {
         QStringList names;
         for (const QByteArray &connector : connectors)
-            names.append(QStringLiteral("('%1', 'Vendor', 'Product', '0x1')").arg(QString::fromLatin1(connector)));
+            names.append(QStringLiteral("Vendor Product ") + QString::fromLatin1(connector));
         return names;
     }
 

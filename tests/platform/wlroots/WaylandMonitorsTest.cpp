@@ -33,6 +33,14 @@ TEST_F(ScriptedMonitors, unpluggedAndPluggedInAgain_isToldOnlyWhileItIsThere)
     EXPECT_TRUE(become({m_leftName, m_rightName}));
 }
 
+TEST_F(ScriptedMonitors, oneThatComesAndGoesBetweenTwoLooks_isNeverToldAndCostsNoneOfTheOthers)
+{
+    EXPECT_TRUE(become({m_leftName, m_rightName}));
+    m_compositor->forget(m_compositor->plugIn({.name = "DP-3"}, red));
+    EXPECT_EQ(m_monitors.names(), (QStringList{m_leftName, m_rightName}));
+    EXPECT_EQ(m_monitors.names(), (QStringList{m_leftName, m_rightName}));
+}
+
 TEST_F(ScriptedMonitors, withoutMakerAndModel_haveTheConnectorsName)
 {
     EXPECT_EQ(m_monitors.names(), (QStringList{m_leftName, m_rightName}));

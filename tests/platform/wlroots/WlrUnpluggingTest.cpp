@@ -35,6 +35,14 @@ TEST_F(WlrUnplugging, outputUnplugged_isAChangeAndGoneWhileTheOtherIsSeen)
     EXPECT_FALSE(m_source.haveDisplaysChanged());
 }
 
+TEST_F(WlrUnplugging, outputThatComesAndGoesBetweenTwoReadings_costsNoneOfTheOthers)
+{
+    ASSERT_EQ(content().displays.size(), 2);
+    m_compositor->forget(m_compositor->plugIn({.name = "DP-3"}, red));
+    EXPECT_EQ(content().displays.size(), 2);
+    expectShown(opened(m_leftLook), m_leftLook.mode, blue);
+}
+
 TEST_F(WlrUnplugging, outputUnpluggedWhileItsFirstPictureIsUnderWay_isGone)
 {
     const auto left = opened(m_leftLook);
