@@ -2,6 +2,7 @@
 
 #include "base/Checked.h"
 #include "base/Clock.h"
+#include "base/Fault.h"
 #include "base/Log.h"
 #include "base/SerialQueue.h"
 #include "capture/CaptureError.h"
@@ -340,8 +341,8 @@ void CaptureSources::streamDidStop(StreamId id, const Error &error)
     if (!m_streams.empty()) {
         qCWarning(logScreenCapture, "screen capture stream stopped displayId=%s error=%s",
                   qUtf8Printable(context->displayId), qUtf8Printable(error.localizedDescription));
-        // A question in the middle of a recording would cost more than the one display.
-        if (!m_displays.wouldAskAgain())
+        // A question in the middle of a recording would cost more than a display that is gone.
+        if (m_displaysChanged && (isFault(error, Fault::DisplayResized) || !m_displays.wouldAskAgain()))
             tellOfChangedDisplays();
     } else if (m_streamsDied) {
         m_streamsDied(error.localizedDescription);

@@ -29,7 +29,8 @@ public:
     /// Takes the reason for which the last stream stopped. Called on the sample queue.
     using StreamsDied = std::function<void(const QString &message)>;
     /// Called on the sample queue, once a recording, when the displays are no longer those of the plan, or the stream
-    /// of one of them has stopped while others run, unless the user would be asked before capture could start anew.
+    /// of one of them has stopped while others run, unless it is gone and the user might be asked before capture could
+    /// start anew.
     using DisplaysChanged = std::function<void()>;
 
     /// The references outlive this object.

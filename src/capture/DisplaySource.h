@@ -134,7 +134,8 @@ public:
     /// A desktop that has forgotten what it granted asks all the same.
     virtual bool wouldAskUser() { return false; }
 
-    /// The same of a capture that runs and would be stopped and started anew.
+    /// The same of a capture that runs and would be stopped and started anew, unless it is certain that nobody is
+    /// asked.
     virtual bool wouldAskAgain() { return false; }
 
     /// Where a call under way waits for the user's answer to a question of the desktop's, it waits no longer, and the

@@ -56,26 +56,27 @@ bool PortalDisplaySource::haveDisplaysChanged()
     if (monitors == m_comparedMonitors)
         return m_haveDisplaysChanged;
     using Change = ScreenCastPortal::MonitorChange;
-    const Change change = m_portal->compareMonitors(readMonitors(seams));
+    const ToldMonitors now = readMonitors(seams);
+    const Change change = m_portal->compareMonitors(now);
     if (change == Change::Untold)
         return false;
     m_comparedMonitors = monitors;
     m_haveDisplaysChanged = change == Change::Granted;
     if (change == Change::Ungranted)
-        qCWarning(logPlatform, "the monitors have changed, and only those that you have shared are recorded; the next "
-                               "recording begins with the desktop's question about all of them");
+        qCWarning(logPlatform, "the monitors have changed, and only those that you have shared are recorded; %s",
+                  now.areTheShells ? "the next recording asks about all of them, if that was not answered before"
+                                   : "\"ostrel permissions allow screenRecording\" asks about all of them");
     return m_haveDisplaysChanged;
 }
 
 bool PortalDisplaySource::wouldAskAgain()
 {
-    return m_portal->compareMonitors(readMonitors(m_portal->seams())) == ScreenCastPortal::MonitorChange::Ungranted;
+    return !m_portal->opensWithoutQuestion(readMonitors(m_portal->seams()));
 }
 
 bool PortalDisplaySource::wouldAskUser()
 {
-    const auto offer = readPortalOffer(m_portal->seams());
-    return offer && m_portal->wouldAsk(offer->monitors);
+    return readPortalOffer(m_portal->seams()) && m_portal->wouldAsk(readMonitors(m_portal->seams()));
 }
 
 void PortalDisplaySource::interruptWaiting()

@@ -64,15 +64,24 @@ QList<PortalGrantFile::Grant> PortalGrantFile::read() const
     return grants;
 }
 
-QString PortalGrantFile::tokenFor(const QStringList &monitors) const
+PortalGrantFile::Grant PortalGrantFile::grantFor(const QStringList &monitors) const
 {
     const QList<Grant> grants = read();
     const auto same = std::ranges::find(grants, monitors, &Grant::monitors);
     if (same != grants.end())
-        return same->restoreToken;
+        return *same;
     const bool areTold = !monitors.isEmpty() &&
                          std::ranges::any_of(grants, [](const Grant &grant) { return !grant.monitors.isEmpty(); });
-    return areTold || grants.isEmpty() ? QString() : grants.first().restoreToken;
+    return areTold || grants.isEmpty() ? Grant() : grants.first();
+}
+
+PortalGrantFile::Grant PortalGrantFile::grantWithin(const QStringList &monitors) const
+{
+    const QList<Grant> grants = read();
+    const auto isThere = [&](const QString &monitor) { return monitors.contains(monitor); };
+    const auto within =
+        std::ranges::find_if(grants, [&](const Grant &grant) { return std::ranges::all_of(grant.monitors, isThere); });
+    return within != grants.end() ? *within : grants.value(0);
 }
 
 bool PortalGrantFile::hasTokenForJust(const QStringList &monitors) const

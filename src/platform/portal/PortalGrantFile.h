@@ -27,9 +27,12 @@ public:
 
     /// Nothing was granted where there is no file, or one that can't be understood.
     bool isGranted() const { return !read().isEmpty(); }
-    /// The token to open a session with while these monitors are there. Where nobody tells monitors, or did so when
-    /// something was granted, it is the newest that may be good. Empty: there is none.
-    QString tokenFor(const QStringList &monitors) const;
+    /// What to open a session with while these monitors are there. Where nobody tells monitors, or did so when
+    /// something was granted, it is the newest that may be good.
+    Grant grantFor(const QStringList &monitors) const;
+    QString tokenFor(const QStringList &monitors) const { return grantFor(monitors).restoreToken; }
+    /// The newest of which all monitors are there; of none are they, the newest of all.
+    Grant grantWithin(const QStringList &monitors) const;
     /// Whether there is a token that was given for just these monitors.
     bool hasTokenForJust(const QStringList &monitors) const;
     /// Takes the place of what was kept for these monitors. What can't be kept is logged: the desktop asks again

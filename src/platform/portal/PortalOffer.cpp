@@ -2,7 +2,6 @@
 
 #include "platform/portal/PortalBus.h"
 #include "platform/portal/PortalGrantFile.h"
-#include "platform/portal/PortalMonitors.h"
 #include "platform/sessionbus/BusConnection.h"
 #include "platform/sessionbus/BusNames.h"
 #include "platform/sessionbus/SessionBusAddress.h"
@@ -59,7 +58,6 @@ std::optional<PortalOffer> readPortalOffer(const PortalSeams &seams)
         return std::nullopt;
     const BusLine line{.connection = bus.get()};
     PortalOffer offer{.version = {}, .isGranted = PortalGrantFile(seams.grantFile).isGranted()};
-    offer.monitors = readMonitors(line, seams).names;
     const bool isRunning = hasOwner(line, PortalNames::service).value_or(false);
     if (isRunning)
         offer.version = versionOfScreenCasts(line);

@@ -2,8 +2,6 @@
 
 #include "platform/portal/PortalSeams.h"
 
-#include <QStringList>
-
 #include <optional>
 
 namespace ostrel {
@@ -12,7 +10,6 @@ namespace ostrel {
 struct PortalOffer {
     std::optional<quint32> version; ///< of its screen casts; absent while the portal does not run
     bool isGranted = false;         ///< the user's consent is kept from an earlier time
-    QStringList monitors = {};      ///< by name and in order; empty where nobody tells
 };
 
 /// Looks without starting anything or asking the user. Any thread; a bus that hangs keeps it for `patience`.

@@ -29,8 +29,8 @@ struct PortalSeams {
     /// For how long no picture is shown rather than one whose private windows nobody tells: whoever tells them may just
     /// be starting, once more too.
     std::chrono::milliseconds placesPatience{5'000};
-    /// The monitors that the compositor shows something on, by name and in order; empty where it doesn't tell. Called
-    /// on any thread, and again and again, so it must cost next to nothing while nothing has happened.
+    /// The monitors that the compositor shows something on, by what they are and in order; empty where it doesn't tell.
+    /// Called on any thread, and again and again, so it must cost next to nothing while nothing has happened.
     std::function<QStringList()> compositorsMonitors = [] { return QStringList(); };
     /// Whether the compositor, which PipeWire can't speak for, still answers. Called on the thread that captures; waits
     /// for nothing.

@@ -2,7 +2,6 @@
 
 #include "base/Fault.h"
 #include "base/Log.h"
-#include "platform/portal/PortalMonitors.h"
 #include "platform/portal/SessionClosing.h"
 #include "platform/sessionbus/BusConnection.h"
 #include "platform/sessionbus/BusNames.h"
@@ -73,16 +72,21 @@ Result<std::unique_ptr<PortalSession>> PortalSession::open(const Opening &openin
     std::unique_ptr<PortalSession> session(new PortalSession(std::move(*bus), opening.seams));
     if (const auto created = session->create(); !created)
         return std::unexpected(created.error());
-    const auto monitors = [&] { return readMonitors(session->m_bus->line(), session->m_seams).names; };
-    session->m_monitors = monitors();
-    const QString restoreToken = opening.restoreTokenFor(session->m_monitors);
-    if (const auto selected = session->selectMonitors(restoreToken); !selected)
+    const ToldMonitors before = readMonitors(session->m_bus->line(), session->m_seams);
+    const PortalGrantFile::Grant grant = opening.grantFor(before);
+    if (const auto selected = session->selectMonitors(grant.restoreToken); !selected)
         return std::unexpected(selected.error());
     if (const auto started = session->startStreams(opening.onUnanswered); !started)
         return std::unexpected(started.error());
-    // Others may have come while the user was thinking. What a token opens shows those that it was given for.
-    if (restoreToken.isEmpty())
-        session->m_monitors = monitors();
+    session->m_monitors = before.names;
+    if (grant.restoreToken.isEmpty()) {
+        // Others may have come while the user was thinking.
+        const QStringList after = readMonitors(session->m_bus->line(), session->m_seams).names;
+        session->m_monitors = after.isEmpty() ? before.names : after;
+    } else if (!grant.monitors.isEmpty()) {
+        // It shows those that it was given for.
+        session->m_monitors = grant.monitors;
+    }
     return session;
 }
 

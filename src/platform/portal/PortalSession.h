@@ -2,6 +2,8 @@
 
 #include "base/Error.h"
 #include "platform/portal/PortalBus.h"
+#include "platform/portal/PortalGrantFile.h"
+#include "platform/portal/PortalMonitors.h"
 #include "platform/portal/PortalSeams.h"
 
 #include <QList>
@@ -34,8 +36,8 @@ class PortalSession
 public:
     struct Opening {
         PortalSeams seams; ///< with the address of a bus
-        /// With which token, while these monitors are there; empty: the user is asked. Called once.
-        std::function<QString(const QStringList &monitors)> restoreTokenFor;
+        /// With what, while these monitors are there; without a token the user is asked. Called once.
+        std::function<PortalGrantFile::Grant(const ToldMonitors &now)> grantFor;
         GCancellable *interrupt;                         ///< ends the waiting, from any thread
         std::function<void(const Error &)> onUnanswered; ///< the user has not answered, and is asked no more
     };

@@ -46,17 +46,16 @@ bool ScreenCastPortal::isGranted()
     return !m_withdrawal && (m_isOpen || m_grants.isGranted());
 }
 
-bool ScreenCastPortal::wouldAsk(const QStringList &monitors)
+bool ScreenCastPortal::wouldAsk(const ToldMonitors &now)
 {
-    bool isOutdated = false;
-    if (const std::unique_lock turn(m_turn, std::try_to_lock); turn.owns_lock()) {
+    if (const std::unique_lock turn(m_turn, std::try_to_lock); turn.owns_lock())
         inspectCast();
-        isOutdated = isCastOutdated(monitors);
+    {
+        const std::scoped_lock lock(m_mutex);
+        if (m_isOpen || m_withdrawal)
+            return false;
     }
-    const std::scoped_lock lock(m_mutex);
-    if ((m_isOpen && !isOutdated) || m_withdrawal)
-        return false;
-    return m_isTokenInDoubt || m_grants.tokenFor(monitors).isEmpty();
+    return grantToUse(now, Asker::Program).restoreToken.isEmpty();
 }
 
 ScreenCastPortal::MonitorChange ScreenCastPortal::compareMonitors(const ToldMonitors &now)
@@ -68,8 +67,14 @@ ScreenCastPortal::MonitorChange ScreenCastPortal::compareMonitors(const ToldMoni
     if (m_cast->monitors().isEmpty() || m_cast->monitors() == now.names)
         return MonitorChange::None;
     // A cast without a token is kept for whoever asks next: there would be no other one.
-    const bool isGranted = now.areTheShells && !m_cast->restoreToken().isEmpty() && m_grants.hasTokenForJust(now.names);
-    return isGranted ? MonitorChange::Granted : MonitorChange::Ungranted;
+    const bool canBeReplaced = !m_cast->restoreToken().isEmpty() && opensWithoutQuestion(now);
+    return canBeReplaced ? MonitorChange::Granted : MonitorChange::Ungranted;
+}
+
+bool ScreenCastPortal::opensWithoutQuestion(const ToldMonitors &now) const
+{
+    const std::scoped_lock lock(m_mutex);
+    return now.areTheShells && !m_withdrawal && !m_isTokenInDoubt && m_grants.hasTokenForJust(now.names);
 }
 
 bool ScreenCastPortal::isCastOutdated(const QStringList &monitors) const
@@ -87,7 +92,7 @@ Result<std::shared_ptr<PortalCast>> ScreenCastPortal::open(Asker asker)
     // First, for an interrupted look leaves a cast behind that may be over.
     if (g_cancellable_is_cancelled(opener.interrupt()) != FALSE)
         return std::unexpected(faultError(Fault::Cancelled));
-    if (m_cast && isCastOutdated(readMonitors(m_seams).names))
+    if (asker == Asker::User && m_cast && isCastOutdated(readMonitors(m_seams).names))
         letGoOfCast();
     if (m_cast)
         return m_cast;
@@ -98,9 +103,9 @@ Result<std::shared_ptr<PortalCast>> ScreenCastPortal::open(Asker asker)
     }
     if (const auto reason = withdrawal())
         return std::unexpected(*reason);
-    if (isQuestionTooSoon() && tokenToUse(readMonitors(m_seams).names).isEmpty())
+    if (isQuestionTooSoon() && !opensWithoutQuestion(readMonitors(m_seams)))
         return std::unexpected(m_unanswered->error);
-    auto cast = openAnew(opener.interrupt());
+    auto cast = openAnew(asker, opener.interrupt());
     if (!cast && isFault(cast.error(), Fault::ScreenCaptureDeclined)) {
         m_grants.drop();
         takeBack(cast.error());
@@ -115,32 +120,41 @@ Result<std::shared_ptr<PortalCast>> ScreenCastPortal::open(Asker asker)
     return cast;
 }
 
-Result<std::shared_ptr<PortalCast>> ScreenCastPortal::openAnew(GCancellable *interrupt)
+Result<std::shared_ptr<PortalCast>> ScreenCastPortal::openAnew(Asker asker, GCancellable *interrupt)
 {
     QString token;
-    const auto findToken = [&](const QStringList &monitors) { return token = tokenToUse(monitors); };
-    auto cast = tryToOpen(findToken, interrupt);
+    const auto findGrant = [&](const ToldMonitors &now) {
+        auto grant = grantToUse(now, asker);
+        token = grant.restoreToken;
+        return grant;
+    };
+    auto cast = tryToOpen(findGrant, interrupt);
     // A token that the portal refuses opens nothing ever again; the user can still be asked.
     if (!cast && !token.isEmpty() && isFault(cast.error(), Fault::PictureRefused))
-        cast = tryToOpen([](const QStringList &) { return QString(); }, interrupt);
+        cast = tryToOpen([](const ToldMonitors &) { return PortalGrantFile::Grant(); }, interrupt);
     if (cast)
         m_grants.keep({.monitors = (*cast)->monitors(), .restoreToken = (*cast)->restoreToken()}, token);
     return cast;
 }
 
-QString ScreenCastPortal::tokenToUse(const QStringList &monitors) const
+PortalGrantFile::Grant ScreenCastPortal::grantToUse(const ToldMonitors &now, Asker asker) const
 {
     const std::scoped_lock lock(m_mutex);
-    return m_isTokenInDoubt ? QString() : m_grants.tokenFor(monitors);
+    if (m_isTokenInDoubt)
+        return {};
+    // Where a desktop may ask in spite of a token for just these, the program goes on with what it was granted, and
+    // leaves it to the user to be asked about others.
+    const bool isSettled = now.areTheShells || asker == Asker::User || m_grants.hasTokenForJust(now.names);
+    return isSettled ? m_grants.grantFor(now.names) : m_grants.grantWithin(now.names);
 }
 
-Result<std::shared_ptr<PortalCast>> ScreenCastPortal::tryToOpen(const FindToken &findToken, GCancellable *interrupt)
+Result<std::shared_ptr<PortalCast>> ScreenCastPortal::tryToOpen(const FindGrant &findGrant, GCancellable *interrupt)
 {
     PortalSeams seams = m_seams;
     if (seams.busAddress.isEmpty())
         seams.busAddress = sessionBusAddress().toUtf8();
     return PortalCast::open({.seams = std::move(seams),
-                             .restoreTokenFor = findToken,
+                             .grantFor = findGrant,
                              .interrupt = interrupt,
                              .onUnanswered = [this](const Error &error) {
                                  m_unanswered = {.error = error, .at = m_seams.monotonicTime()};

@@ -42,8 +42,7 @@ public:
     bool isGranted();
 
     /// Whether the program could open a cast only by the user's answer to a question. Asks nobody.
-    /// @param monitors that are there, by name and in order; empty where nobody tells
-    bool wouldAsk(const QStringList &monitors);
+    bool wouldAsk(const ToldMonitors &now);
 
     enum class MonitorChange {
         Untold,    ///< just now
@@ -53,6 +52,10 @@ public:
     };
     /// What has become of the open cast's monitors. Asks nobody.
     MonitorChange compareMonitors(const ToldMonitors &now);
+
+    /// Whether it is certain that a cast of these monitors could be opened without a question: by a token for just
+    /// these, on a desktop that looks at nothing else. Asks nobody.
+    bool opensWithoutQuestion(const ToldMonitors &now) const;
 
     enum class Asker {
         Program,
@@ -73,14 +76,14 @@ public:
 
 private:
     class Opener;
-    Result<std::shared_ptr<PortalCast>> openAnew(GCancellable *interrupt);
-    using FindToken = std::function<QString(const QStringList &monitors)>;
-    Result<std::shared_ptr<PortalCast>> tryToOpen(const FindToken &findToken, GCancellable *interrupt);
+    Result<std::shared_ptr<PortalCast>> openAnew(Asker asker, GCancellable *interrupt);
+    using FindGrant = std::function<PortalGrantFile::Grant(const ToldMonitors &now)>;
+    Result<std::shared_ptr<PortalCast>> tryToOpen(const FindGrant &findGrant, GCancellable *interrupt);
     /// Lets go of a cast that has ended. May wait a moment for the reason; only who can be interrupted waits.
     void inspectCast(GCancellable *interrupt = nullptr);
     /// Nobody uses the cast, and the monitors are others by now.
     bool isCastOutdated(const QStringList &monitors) const;
-    QString tokenToUse(const QStringList &monitors) const;
+    PortalGrantFile::Grant grantToUse(const ToldMonitors &now, Asker asker) const;
     bool isQuestionTooSoon() const;
     void letGoOfCast();
     void takeBack(const Error &reason);

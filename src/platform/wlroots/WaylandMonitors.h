@@ -23,7 +23,7 @@ public:
 
     /// By maker and model, in order, and several of one model as often as they are there; by connector where a model
     /// isn't told. (Docks name their connectors anew at each plugging.) Empty while there is no compositor to ask.
-    /// Waits only for a description that it hasn't had yet, and for that a second at the most.
+    /// Waits only for a description that it hasn't had yet, and for that two seconds at the most.
     QStringList names();
 
 private:

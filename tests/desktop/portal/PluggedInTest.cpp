@@ -5,6 +5,7 @@
 #include "base/SerialQueue.h"
 #include "platform/portal/PortalDisplaySource.h"
 #include "platform/portal/PortalGrantFile.h"
+#include "platform/portal/PortalScreenCaptureAccess.h"
 #include "platform/portal/ScreenCastPortal.h"
 #include "support/LogRecorder.h"
 #include "support/PipeWireSession.h"
@@ -122,15 +123,38 @@ TEST_F(PluggedIn, nextRecordingWithAMonitorThatWasSharedBefore_comesWithItsOwnTo
     EXPECT_THAT(m_log.take(QtWarningMsg), IsEmpty());
 }
 
-TEST_F(PluggedIn, nextRecordingWithAMonitorThatIsNew_asksTheUserAndItsTokenIsKeptForBoth)
+TEST_F(PluggedIn, nextRecordingWithAMonitorThatIsNew_goesOnWithWhatWasSharedAndSaysSo)
 {
     grant({laptop}, "for the laptop");
     m_monitors = {external, laptop};
-    EXPECT_TRUE(m_source->wouldAskUser());
+    EXPECT_FALSE(m_source->wouldAskUser());
     open();
+    EXPECT_FALSE(haveDisplaysChanged());
+    EXPECT_THAT(tokens(), ElementsAre("for the laptop"));
+    EXPECT_EQ(PortalGrantFile({}).tokenFor({laptop}), QStringLiteral("another"));
+    EXPECT_FALSE(PortalGrantFile({}).hasTokenForJust({external, laptop})) << "it shows the laptop alone";
+    const QStringList said = m_log.take(QtWarningMsg);
+    ASSERT_EQ(said.size(), 1);
+    EXPECT_THAT(said.first().toStdString(), HasSubstr("ostrel permissions allow screenRecording"));
+}
+
+TEST_F(PluggedIn, usersOwnRequestWithAMonitorThatIsNew_asksAboutAll)
+{
+    grant({laptop}, "for the laptop");
+    m_monitors = {external, laptop};
+    EXPECT_TRUE(PortalScreenCaptureAccess(m_portal).request());
     EXPECT_THAT(tokens(), ElementsAre(""));
     EXPECT_EQ(PortalGrantFile({}).tokenFor({external, laptop}), QStringLiteral("another"));
     EXPECT_EQ(PortalGrantFile({}).tokenFor({laptop}), QStringLiteral("for the laptop"));
+}
+
+TEST_F(PluggedIn, severalThatWereShared_theOneOfMonitorsThatAreThereOpensTheNext)
+{
+    grant({laptop}, "for the laptop");
+    grant({QStringLiteral("Maker At Home"), laptop}, "for the desk at home");
+    m_monitors = {external, laptop};
+    open();
+    EXPECT_THAT(tokens(), ElementsAre("for the laptop"));
 }
 
 TEST_F(PluggedIn, monitorThatComesWhileATokenOpensTheSession_getsNoTokenThatDoesNotShowIt)
@@ -144,37 +168,18 @@ TEST_F(PluggedIn, monitorThatComesWhileATokenOpensTheSession_getsNoTokenThatDoes
     EXPECT_EQ(PortalGrantFile({}).tokenFor({external, laptop}), QStringLiteral("for the desk"));
 }
 
-TEST_F(PluggedIn, sessionWithoutAToken_isKeptForItsMonitorsAndNotForOthers)
+TEST_F(PluggedIn, sessionWithoutAToken_isKeptUntilTheUserAsksForOtherMonitors)
 {
     m_service.behave({.streams = {{.node = m_pictures.node()}}, .newToken = ""});
     open();
     close();
+    m_monitors = {external, laptop};
     EXPECT_FALSE(m_source->wouldAskUser());
     open();
     EXPECT_EQ(m_service.seen().sessions, 1) << "the next one would ask again";
     close();
-    m_monitors = {external, laptop};
-    EXPECT_TRUE(m_source->wouldAskUser());
-    open();
+    EXPECT_TRUE(PortalScreenCaptureAccess(m_portal).request());
     EXPECT_EQ(m_service.seen().sessions, 2);
-}
-
-TEST_F(PluggedIn, questionThatNobodyAnswers_doesNotKeepFromWhatWasShared)
-{
-    m_seams.userPatience = 500ms;
-    m_portal = std::make_shared<ScreenCastPortal>(m_seams);
-    m_queue.sync([this] { m_source = std::make_unique<PortalDisplaySource>(m_portal); });
-    grant({laptop}, "for the laptop");
-    m_monitors = {external, laptop};
-    m_service.behave({.streams = {}, .answer = TestPortal::Answer::None});
-    const auto refused = m_queue.sync([this] { return m_source->shareableContent(); });
-    ASSERT_FALSE(refused);
-    EXPECT_TRUE(isFault(refused.error(), Fault::ScreenQuestionUnanswered));
-    m_service.behave({.streams = {{.node = m_pictures.node()}}, .newToken = "another"});
-    EXPECT_FALSE(m_queue.sync([this] { return m_source->shareableContent(); })) << "it is not put again so soon";
-    m_monitors = {laptop};
-    open();
-    EXPECT_THAT(tokens(), ElementsAre("", "for the laptop"));
 }
 
 TEST_F(PluggedIn, compositorThatGoesMeanwhile_isNoChange)
@@ -298,6 +303,34 @@ TEST_F(PluggedInOnGnome, shellThatDoesNotAnswerAtTheStart_isNoReasonToAskTheUser
     m_shell.hang();
     open();
     EXPECT_THAT(tokens(), ElementsAre("for the laptop"));
+    EXPECT_EQ(PortalGrantFile({}).tokenFor({nameOf("eDP-1")}), QStringLiteral("another")) << "is kept for the same";
+}
+
+TEST_F(PluggedInOnGnome, questionThatNobodyAnswers_doesNotKeepFromWhatWasShared)
+{
+    m_seams.userPatience = 500ms;
+    m_portal = std::make_shared<ScreenCastPortal>(m_seams);
+    close();
+    grant({nameOf("eDP-1")}, "for the laptop");
+    plugIn();
+    m_service.behave({.streams = {}, .answer = TestPortal::Answer::None});
+    const auto refused = m_queue.sync([this] { return m_source->shareableContent(); });
+    ASSERT_FALSE(refused);
+    EXPECT_TRUE(isFault(refused.error(), Fault::ScreenQuestionUnanswered));
+    m_service.behave({.streams = {{.node = m_pictures.node()}}, .newToken = "another"});
+    EXPECT_FALSE(m_queue.sync([this] { return m_source->shareableContent(); })) << "it is not put again so soon";
+    m_shell.change({"eDP-1"});
+    open();
+    EXPECT_THAT(tokens(), ElementsAre("", "for the laptop"));
+}
+
+TEST_F(PluggedInOnGnome, shellThatIsSlowWhileTheUserThinks_costsNoToken)
+{
+    m_service.behave({.streams = {{.node = m_pictures.node()}}, .newToken = "for the laptop"});
+    m_shell.hangAfter(2); // before the user is asked
+    open();
+    EXPECT_THAT(tokens(), ElementsAre(""));
+    EXPECT_TRUE(PortalGrantFile({}).hasTokenForJust({nameOf("eDP-1")}));
 }
 
 TEST_F(PluggedInOnGnome, monitorThatADockHasGivenAnotherConnector_isOpenedByItsToken)

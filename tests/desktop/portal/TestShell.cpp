@@ -47,8 +47,10 @@ bool TestShell::handle(GDBusMessage *call)
     if (g_strcmp0(g_dbus_message_get_member(call), "GetCurrentState") != 0)
         return false;
     const std::scoped_lock lock(m_mutex);
-    if (m_hangs)
+    if (m_patience == 0)
         return true;
+    if (m_patience != everlasting)
+        --m_patience;
     m_service.reply(call, stateOf(m_connectors, m_switchedOff));
     ++m_answers;
     return true;
@@ -75,14 +77,18 @@ void TestShell::switchOff(const QByteArray &connector)
 
 void TestShell::hang()
 {
+    hangAfter(0);
+}
+
+void TestShell::hangAfter(int answers)
+{
     const std::scoped_lock lock(m_mutex);
-    m_hangs = true;
+    m_patience = answers;
 }
 
 void TestShell::recover()
 {
-    const std::scoped_lock lock(m_mutex);
-    m_hangs = false;
+    hangAfter(everlasting);
 }
 
 int TestShell::answers() const

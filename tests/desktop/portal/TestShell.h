@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QList>
 
+#include <limits>
 #include <mutex>
 
 namespace ostrel {
@@ -24,6 +25,8 @@ public:
     void switchOff(const QByteArray &connector);
     /// It is asked, and does not answer.
     void hang();
+    /// The same, once it has answered that many more.
+    void hangAfter(int answers);
     /// It answers what it is asked from now on.
     void recover();
     /// How often it was asked so far, and has answered.
@@ -35,12 +38,14 @@ public:
                                                            .name = "MonitorsChanged"};
 
 private:
+    static constexpr int everlasting = std::numeric_limits<int>::max();
+
     bool handle(GDBusMessage *call);
 
     mutable std::mutex m_mutex;
     QList<QByteArray> m_connectors;
     QList<QByteArray> m_switchedOff;
-    bool m_hangs = false;
+    int m_patience = everlasting; ///< how many questions it still answers
     int m_answers = 0;
     PlayedService m_service; ///< the last, for it calls the others
 };

@@ -20,6 +20,7 @@
 
 #include <memory>
 #include <optional>
+#include <utility>
 
 using namespace ostrel;
 
@@ -85,7 +86,7 @@ protected:
     const TestHome m_home;
     SessionBus m_bus;
     PipeWireSession m_pipeWire{m_bus.environment(), m_bus.path(QStringLiteral("."))};
-    TestShell m_shell{m_bus.address(), {"DP-1", "DP-2"}};
+    std::optional<TestShell> m_shell{std::in_place, m_bus.address(), QList<QByteArray>{"DP-1", "DP-2"}};
     TestPortal m_service{m_bus.address(), m_pipeWire.socket()};
     std::unique_ptr<TestPictures> m_left = pictures();
     std::unique_ptr<TestPictures> m_right = pictures();
@@ -107,7 +108,7 @@ TEST_F(UnpluggedRecording, unpluggedMonitor_isFollowedByAFlushAndARecordingOfThe
     recordFrame(*m_right, 0x445566);
     losePictures();
     m_service.endSharing();
-    m_shell.change({"DP-1"});
+    m_shell->change({"DP-1"});
     const auto left = pictures();
     m_service.behave({.streams = {{.node = left->node(), .id = "0"}}, .newToken = "another"});
 
@@ -131,11 +132,37 @@ TEST_F(UnpluggedRecording, sharingThatTheUserEnds_isFollowedByAFlushAndNoRecordi
     ASSERT_TRUE(pumpUntil([&] { return framesPosted() == 1; }));
     m_service.endSharing();
     // The word of other monitors, that would excuse it, does not come; word of the same ones excuses nothing.
-    m_shell.change({"DP-1", "DP-2"});
+    m_shell->change({"DP-1", "DP-2"});
     ASSERT_TRUE(pumpUntil([&] { return again.has_value(); }));
     ASSERT_FALSE(*again);
     EXPECT_TRUE(isFault(again->error(), Fault::ScreenSharingEnded)) << qPrintable(again->error().localizedDescription);
     EXPECT_EQ(m_service.seen().sessions, 1);
+}
+
+/// The same on a desktop like KDE's, where a monitor that is unplugged ends its own pictures alone.
+class UnpluggedRecordingElsewhere : public UnpluggedRecording
+{
+protected:
+    UnpluggedRecordingElsewhere()
+    {
+        m_shell.reset();
+        m_compositorsMonitors = {QStringLiteral("Maker Left"), QStringLiteral("Maker Right")};
+    }
+};
+
+TEST_F(UnpluggedRecordingElsewhere, unpluggedMonitor_leavesTheRecordingOfTheOtherAlone)
+{
+    ASSERT_TRUE(start());
+    recordFrame(*m_left, 0x112233);
+    recordFrame(*m_right, 0x445566);
+    m_samples.sync([this] { m_compositorsMonitors.removeLast(); });
+    m_right.reset();
+    recordFrame(*m_left, 0x778899);
+    m_clock.advance(30s);
+    recordFrame(*m_left, 0x111111);
+    EXPECT_EQ(m_changes, 0) << "the portal would ask, and nobody may be there to answer";
+    EXPECT_EQ(m_service.seen().sessions, 1);
+    EXPECT_EQ(m_deaths, QStringList());
 }
 
 /// The same with a compositor that tells of a third monitor, which the user has shared before with the two.
@@ -166,7 +193,7 @@ TEST_F(PluggedInRecording, monitorThatWasSharedBefore_isFollowedByAFlushAndAReco
     recordFrame(*m_left, 0x112233);
     EXPECT_EQ(m_changes, 0);
     m_samples.sync([this] { m_compositorsMonitors.append(QStringLiteral("DP-3")); });
-    m_shell.change(m_changed);
+    m_shell->change(m_changed);
     const auto third = pictures();
     m_service.behave({.streams = {{.node = m_left->node(), .id = "0"},
                                   {.node = m_right->node(), .id = "1"},

@@ -115,6 +115,18 @@ TEST_F(GrantFile, whatCannotBeUnderstood_grantsNothing)
     }
 }
 
+TEST_F(GrantFile, grantWithinTheMonitorsThatAreThere_isTheNewestThatShowsNoOther)
+{
+    EXPECT_EQ(m_file.grantWithin(m_laptop).restoreToken, QString());
+    keep(m_laptop, QStringLiteral("for the laptop"));
+    keep(m_desk, QStringLiteral("for the desk"));
+    EXPECT_EQ(m_file.grantWithin(m_laptop).restoreToken, QStringLiteral("for the laptop"));
+    EXPECT_EQ(m_file.grantWithin(m_laptop).monitors, m_laptop);
+    EXPECT_EQ(m_file.grantWithin(m_desk).restoreToken, QStringLiteral("for the desk"));
+    EXPECT_EQ(m_file.grantWithin({QStringLiteral("DP-9")}).restoreToken, QStringLiteral("for the desk"))
+        << "of none are all there";
+}
+
 TEST_F(GrantFile, tokenForJustTheseMonitors_isNoOtherOne)
 {
     EXPECT_FALSE(m_file.hasTokenForJust(m_desk));
