@@ -81,7 +81,7 @@ PortalGrantFile::Grant PortalGrantFile::grantWithin(const QStringList &monitors)
     const auto isThere = [&](const QString &monitor) { return monitors.contains(monitor); };
     const auto within =
         std::ranges::find_if(grants, [&](const Grant &grant) { return std::ranges::all_of(grant.monitors, isThere); });
-    return within != grants.end() ? *within : grants.value(0);
+    return within != grants.end() ? *within : Grant{.monitors = {}, .restoreToken = grants.value(0).restoreToken};
 }
 
 bool PortalGrantFile::hasTokenForJust(const QStringList &monitors) const

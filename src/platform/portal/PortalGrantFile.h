@@ -31,7 +31,8 @@ public:
     /// something was granted, it is the newest that may be good.
     Grant grantFor(const QStringList &monitors) const;
     QString tokenFor(const QStringList &monitors) const { return grantFor(monitors).restoreToken; }
-    /// The newest of which all monitors are there; of none are they, the newest of all.
+    /// The newest of which all monitors are there. Where there is none, the newest of all, for no monitors in
+    /// particular: the desktop may ask then, and the user says which.
     Grant grantWithin(const QStringList &monitors) const;
     /// Whether there is a token that was given for just these monitors.
     bool hasTokenForJust(const QStringList &monitors) const;

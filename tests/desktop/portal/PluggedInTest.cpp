@@ -157,6 +157,16 @@ TEST_F(PluggedIn, severalThatWereShared_theOneOfMonitorsThatAreThereOpensTheNext
     EXPECT_THAT(tokens(), ElementsAre("for the laptop"));
 }
 
+TEST_F(PluggedIn, noneOfWhichAllAreThere_theNewestIsTriedAndTheNextIsForThoseThatAre)
+{
+    grant({QStringLiteral("Maker At Home"), laptop}, "for the desk at home");
+    open();
+    EXPECT_THAT(tokens(), ElementsAre("for the desk at home"));
+    EXPECT_TRUE(PortalGrantFile({}).hasTokenForJust({laptop}));
+    EXPECT_FALSE(haveDisplaysChanged());
+    EXPECT_THAT(m_log.take(QtWarningMsg), IsEmpty());
+}
+
 TEST_F(PluggedIn, monitorThatComesWhileATokenOpensTheSession_getsNoTokenThatDoesNotShowIt)
 {
     grant({external, laptop}, "for the desk");

@@ -123,8 +123,9 @@ TEST_F(GrantFile, grantWithinTheMonitorsThatAreThere_isTheNewestThatShowsNoOther
     EXPECT_EQ(m_file.grantWithin(m_laptop).restoreToken, QStringLiteral("for the laptop"));
     EXPECT_EQ(m_file.grantWithin(m_laptop).monitors, m_laptop);
     EXPECT_EQ(m_file.grantWithin(m_desk).restoreToken, QStringLiteral("for the desk"));
-    EXPECT_EQ(m_file.grantWithin({QStringLiteral("DP-9")}).restoreToken, QStringLiteral("for the desk"))
-        << "of none are all there";
+    const auto other = m_file.grantWithin({QStringLiteral("DP-9")});
+    EXPECT_EQ(other.restoreToken, QStringLiteral("for the desk")) << "of none are all there";
+    EXPECT_EQ(other.monitors, QStringList());
 }
 
 TEST_F(GrantFile, tokenForJustTheseMonitors_isNoOtherOne)
