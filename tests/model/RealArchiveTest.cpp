@@ -116,7 +116,7 @@ TEST_F(RealArchive, mistypedKey_isRefusedInTheObserversWords)
 {
     turnOn();
     QString mistyped = m_key;
-    mistyped.back() = mistyped.back() == u'q' ? u'p' : u'q';
+    mistyped.back() = mistyped.back() == u'Q' ? u'P' : u'Q'; // in lower case it would be the same key
     for (int i = 0; i < 2; ++i) {
         m_model->recoverArchive(mistyped);
         awaitIdle();
