@@ -30,7 +30,6 @@ public:
     /// What to open a session with while these monitors are there. Where nobody tells monitors, or did so when
     /// something was granted, it is the newest that may be good.
     Grant grantFor(const QStringList &monitors) const;
-    QString tokenFor(const QStringList &monitors) const { return grantFor(monitors).restoreToken; }
     /// The newest of which all monitors are there. Where there is none, the newest of all, for no monitors in
     /// particular: the desktop may ask then, and the user says which.
     Grant grantWithin(const QStringList &monitors) const;

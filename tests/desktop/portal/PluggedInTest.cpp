@@ -42,6 +42,7 @@ protected:
     {
         PortalGrantFile({}).keep({.monitors = monitors, .restoreToken = QString::fromLatin1(token)}, {});
     }
+    static QString tokenFor(const QStringList &monitors) { return PortalGrantFile({}).grantFor(monitors).restoreToken; }
     /// A display is captured from now on.
     void open()
     {
@@ -131,7 +132,7 @@ TEST_F(PluggedIn, nextRecordingWithAMonitorThatIsNew_goesOnWithWhatWasSharedAndS
     open();
     EXPECT_FALSE(haveDisplaysChanged());
     EXPECT_THAT(tokens(), ElementsAre("for the laptop"));
-    EXPECT_EQ(PortalGrantFile({}).tokenFor({laptop}), QStringLiteral("another"));
+    EXPECT_EQ(tokenFor({laptop}), QStringLiteral("another"));
     EXPECT_FALSE(PortalGrantFile({}).hasTokenForJust({external, laptop})) << "it shows the laptop alone";
     const QStringList said = m_log.take(QtWarningMsg);
     ASSERT_EQ(said.size(), 1);
@@ -144,8 +145,8 @@ TEST_F(PluggedIn, usersOwnRequestWithAMonitorThatIsNew_asksAboutAll)
     m_monitors = {external, laptop};
     EXPECT_TRUE(PortalScreenCaptureAccess(m_portal).request());
     EXPECT_THAT(tokens(), ElementsAre(""));
-    EXPECT_EQ(PortalGrantFile({}).tokenFor({external, laptop}), QStringLiteral("another"));
-    EXPECT_EQ(PortalGrantFile({}).tokenFor({laptop}), QStringLiteral("for the laptop"));
+    EXPECT_EQ(tokenFor({external, laptop}), QStringLiteral("another"));
+    EXPECT_EQ(tokenFor({laptop}), QStringLiteral("for the laptop"));
 }
 
 TEST_F(PluggedIn, severalThatWereShared_theOneOfMonitorsThatAreThereOpensTheNext)
@@ -174,8 +175,8 @@ TEST_F(PluggedIn, monitorThatComesWhileATokenOpensTheSession_getsNoTokenThatDoes
     m_changesAfterLooks = 1;
     open();
     EXPECT_THAT(tokens(), ElementsAre("for the laptop"));
-    EXPECT_EQ(PortalGrantFile({}).tokenFor({laptop}), QStringLiteral("another"));
-    EXPECT_EQ(PortalGrantFile({}).tokenFor({external, laptop}), QStringLiteral("for the desk"));
+    EXPECT_EQ(tokenFor({laptop}), QStringLiteral("another"));
+    EXPECT_EQ(tokenFor({external, laptop}), QStringLiteral("for the desk"));
 }
 
 TEST_F(PluggedIn, sessionWithoutAToken_isKeptUntilTheUserAsksForOtherMonitors)
@@ -313,7 +314,7 @@ TEST_F(PluggedInOnGnome, shellThatDoesNotAnswerAtTheStart_isNoReasonToAskTheUser
     m_shell.hang();
     open();
     EXPECT_THAT(tokens(), ElementsAre("for the laptop"));
-    EXPECT_EQ(PortalGrantFile({}).tokenFor({nameOf("eDP-1")}), QStringLiteral("another")) << "is kept for the same";
+    EXPECT_EQ(tokenFor({nameOf("eDP-1")}), QStringLiteral("another")) << "is kept for the same";
 }
 
 TEST_F(PluggedInOnGnome, questionThatNobodyAnswers_doesNotKeepFromWhatWasShared)

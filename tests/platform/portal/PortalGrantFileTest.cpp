@@ -21,6 +21,8 @@ protected:
         m_file.keep({.monitors = monitors, .restoreToken = token}, usedToken);
     }
 
+    QString tokenFor(const QStringList &monitors) const { return m_file.grantFor(monitors).restoreToken; }
+
     const QTemporaryDir m_folder;
     const QString m_path = m_folder.filePath(QStringLiteral("screen-sharing.json"));
     const PortalGrantFile m_file{m_path};
@@ -32,7 +34,7 @@ protected:
 TEST_F(GrantFile, none_grantsNothing)
 {
     EXPECT_FALSE(m_file.isGranted());
-    EXPECT_EQ(m_file.tokenFor(m_laptop), QString());
+    EXPECT_EQ(tokenFor(m_laptop), QString());
 }
 
 TEST_F(GrantFile, whatIsKept_isTheUsersAlone)
@@ -45,30 +47,30 @@ TEST_F(GrantFile, eachSetOfMonitors_hasItsOwnToken)
 {
     keep(m_laptop, QStringLiteral("for the laptop"));
     keep(m_desk, QStringLiteral("for the desk"));
-    EXPECT_EQ(m_file.tokenFor(m_laptop), QStringLiteral("for the laptop"));
-    EXPECT_EQ(m_file.tokenFor(m_desk), QStringLiteral("for the desk"));
-    EXPECT_EQ(m_file.tokenFor({QStringLiteral("DP-9")}), QString()) << "was never asked for";
+    EXPECT_EQ(tokenFor(m_laptop), QStringLiteral("for the laptop"));
+    EXPECT_EQ(tokenFor(m_desk), QStringLiteral("for the desk"));
+    EXPECT_EQ(tokenFor({QStringLiteral("DP-9")}), QString()) << "was never asked for";
 }
 
 TEST_F(GrantFile, newToken_takesThePlaceOfTheOneForTheSameMonitors)
 {
     keep(m_laptop, QStringLiteral("first"));
     keep(m_laptop, QStringLiteral("second"), QStringLiteral("first"));
-    EXPECT_EQ(m_file.tokenFor(m_laptop), QStringLiteral("second"));
+    EXPECT_EQ(tokenFor(m_laptop), QStringLiteral("second"));
 }
 
 TEST_F(GrantFile, tokenThatWasUsedWithOtherMonitors_isKeptNoLonger)
 {
     keep(m_laptop, QStringLiteral("first"));
     keep(m_desk, QStringLiteral("second"), QStringLiteral("first"));
-    EXPECT_EQ(m_file.tokenFor(m_laptop), QString());
+    EXPECT_EQ(tokenFor(m_laptop), QString());
 }
 
 TEST_F(GrantFile, grantWithoutAToken_counts)
 {
     keep(m_nobodyTells, QString());
     EXPECT_TRUE(m_file.isGranted());
-    EXPECT_EQ(m_file.tokenFor(m_nobodyTells), QString());
+    EXPECT_EQ(tokenFor(m_nobodyTells), QString());
 }
 
 TEST_F(GrantFile, setsThatWereUsedLast_areKept)
@@ -78,21 +80,21 @@ TEST_F(GrantFile, setsThatWereUsedLast_areKept)
         keep(set(i), QStringLiteral("token %1").arg(i));
     keep(set(0), QStringLiteral("used again"), QStringLiteral("token 0"));
     keep(set(PortalGrantFile::mostGrants), QStringLiteral("one more"));
-    EXPECT_EQ(m_file.tokenFor(set(0)), QStringLiteral("used again"));
-    EXPECT_EQ(m_file.tokenFor(set(1)), QString());
-    EXPECT_EQ(m_file.tokenFor(set(2)), QStringLiteral("token 2"));
-    EXPECT_EQ(m_file.tokenFor(set(PortalGrantFile::mostGrants)), QStringLiteral("one more"));
+    EXPECT_EQ(tokenFor(set(0)), QStringLiteral("used again"));
+    EXPECT_EQ(tokenFor(set(1)), QString());
+    EXPECT_EQ(tokenFor(set(2)), QStringLiteral("token 2"));
+    EXPECT_EQ(tokenFor(set(PortalGrantFile::mostGrants)), QStringLiteral("one more"));
 }
 
 TEST_F(GrantFile, fileOfBeforeMonitorsWereToldApart_isGoodForAnyUntilItsTokenIsUsed)
 {
     write(R"({"restoreToken": "old"})");
     EXPECT_TRUE(m_file.isGranted());
-    EXPECT_EQ(m_file.tokenFor(m_nobodyTells), QStringLiteral("old"));
-    EXPECT_EQ(m_file.tokenFor(m_laptop), QStringLiteral("old"));
+    EXPECT_EQ(tokenFor(m_nobodyTells), QStringLiteral("old"));
+    EXPECT_EQ(tokenFor(m_laptop), QStringLiteral("old"));
     keep(m_laptop, QStringLiteral("new"), QStringLiteral("old"));
-    EXPECT_EQ(m_file.tokenFor(m_laptop), QStringLiteral("new"));
-    EXPECT_EQ(m_file.tokenFor(m_desk), QString());
+    EXPECT_EQ(tokenFor(m_laptop), QStringLiteral("new"));
+    EXPECT_EQ(tokenFor(m_desk), QString());
     EXPECT_FALSE(readFile(m_path)->contains("old"));
 }
 
@@ -100,10 +102,10 @@ TEST_F(GrantFile, whereNobodyTellsMonitors_theNewestTokenIsTried)
 {
     keep(m_desk, QStringLiteral("for the desk"));
     keep(m_laptop, QStringLiteral("for the laptop"));
-    EXPECT_EQ(m_file.tokenFor(m_nobodyTells), QStringLiteral("for the laptop"));
+    EXPECT_EQ(tokenFor(m_nobodyTells), QStringLiteral("for the laptop"));
     keep(m_nobodyTells, QStringLiteral("for whatever"));
     keep(m_desk, QStringLiteral("newer"));
-    EXPECT_EQ(m_file.tokenFor(m_nobodyTells), QStringLiteral("for whatever"));
+    EXPECT_EQ(tokenFor(m_nobodyTells), QStringLiteral("for whatever"));
 }
 
 TEST_F(GrantFile, whatCannotBeUnderstood_grantsNothing)
